@@ -1,0 +1,38 @@
+# What every target of the project has in common: warnings, sanitizers and the
+# strictness of Qt's string conversions.
+
+add_library(vext_options INTERFACE)
+target_compile_options(vext_options INTERFACE -Wall -Wextra -Wpedantic)
+if(VEXT_WERROR)
+  target_compile_options(vext_options INTERFACE -Werror)
+endif()
+target_compile_definitions(vext_options INTERFACE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII
+                                                  QT_DEPRECATED_WARNINGS)
+if(VEXT_SANITIZE)
+  target_compile_options(vext_options INTERFACE -fsanitize=${VEXT_SANITIZE}
+                                                -fno-omit-frame-pointer)
+  target_link_options(vext_options INTERFACE -fsanitize=${VEXT_SANITIZE})
+endif()
+
+# vext_add_test(NAME SOURCES... [LIBS libs...] [LABELS labels...] [TIMEOUT seconds])
+# One QtTest program, registered with ctest under its name.
+function(vext_add_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES} ${ARG_UNPARSED_ARGUMENTS})
+  set_target_properties(${name} PROPERTIES AUTOMOC ON
+                                           RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  target_link_libraries(${name} PRIVATE vext_options Qt5::Test ${ARG_LIBS})
+  target_compile_definitions(${name} PRIVATE
+    VEXT_PLUGIN_FILE="$<TARGET_FILE:PluginSQL>"
+    VEXT_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+  add_dependencies(${name} PluginSQL)
+  add_test(NAME ${name} COMMAND ${name})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} SKIP_RETURN_CODE 77
+    ENVIRONMENT "QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")
+  if(ARG_LABELS)
+    set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}")
+  endif()
+endfunction()
