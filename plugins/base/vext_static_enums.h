@@ -31,7 +31,7 @@ public:
                                    NativeFunction fn, int length, bool hidden);
 
     /// An accessor property `name` and a method "set"+Name, both served by `fn`: no argument is a
-    /// read, one is a write.
+    /// read, one is a write. Calls `fn` once to read: an object that it gives gets the name.
     static void createFuncAndProp(QScriptEngine *engine, QScriptValue &obj, QString name,
                                   NativeFunction fn);
 
@@ -39,7 +39,8 @@ public:
     static void createFuncs(QScriptEngine *engine, QScriptValue &obj, QString name,
                             NativeFunction fn, bool withSetter);
 
-    /// Sets an accessor property with all of the Accessor flags, also on a name that is new.
+    /// Sets an accessor property with all of the Accessor flags, also on a name that is new. What
+    /// `name` held before is gone; if it is a property of a QObject behind `obj`, it is written.
     static void setAccessor(QScriptValue &obj, const QString &name, const QScriptValue &func);
 
     /// Spreads the keys of an enumeration over `obj`, with "mapName" and "getFlag".
@@ -50,10 +51,13 @@ public:
     static void setFlags(QScriptEngine *engine, QScriptValue &obj, const QMetaObject &mo,
                          const char *enumName);
 
-    /// Script function: value of a key (any case) or name of a number, looked up on `this`.
+    /// Script function: value of a key (any case) or name of a number, looked up on `this`. A
+    /// property that cannot be read is no match; undefined when nothing matches.
     static QScriptValue getFlag(QScriptContext *context, QScriptEngine *engine);
 
-    /// Script function: deletes the file named by the argument or by `this`.
+    /// Script function: deletes the file named by the argument or, without one, by the first of
+    /// "absoluteFilePath", "filePath" and "fileName" that `this` has, as text or as a method.
+    /// @return true when the file is gone, false in every other case.
     static QScriptValue remove(QScriptContext *context, QScriptEngine *engine);
 
     /// Raises `text` in `ctx`. @return false when `ctx` is null.
@@ -68,6 +72,7 @@ public:
     static QString getCallee(QScriptContext *ctx, QScriptEngine *engine);
 
     /// Directory of the running script, absolute and ending in "/".
+    /// With an exception pending, a directory behind a getter cannot be read: the host is asked.
     /// @return false, and `dir` empty, when neither the script nor the host tells.
     static bool getJsDir(QScriptEngine *engine, QString &dir);
 };

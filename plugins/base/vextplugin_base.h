@@ -54,11 +54,13 @@ public:
     /// @return the loader's answer, or false when it has no such method.
     bool loadLib(QObject *loader, const QString &name);
 
-    /// Whether the host runs with a graphical interface. The first answer serves the process;
-    /// while nobody can answer it stays unknown, which reads as false.
+    /// Whether the host runs with a graphical interface: the script's global "server" is asked for
+    /// "gui", or without an engine the application's child "server" for isGuiApp(). The first
+    /// answer serves the process; while nobody can answer it stays unknown, which reads as false.
+    /// A server without the method is reported by a message of level 0 and a critical line.
     bool isGuiApp();
 
-    /// -1 unknown, 0 no, 1 yes.
+    /// -1 unknown, 0 no, 1 yes. Shared by the engines of all threads: isGuiApp() locks it.
     static int m_isGuiApp;
 
 signals:
