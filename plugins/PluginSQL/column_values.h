@@ -2,18 +2,23 @@
 /// The values of one result column, stored plainly while they are of one kind.
 #pragma once
 
-#include <QList>
 #include <QString>
+#include <QStringView>
 #include <QVariant>
-#include <QVector>
+#include <QVariantList>
 
+#include <initializer_list>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 /// A column's cells. For whoever reads it, a list of QVariant: size, at, iteration, append, made
 /// from a list. Inside, numbers and texts of a uniform column are kept as such in blocks of rows,
 /// at a few bytes a cell; the first value that does not fit turns the column into plain variants.
 /// Every cell comes back as it was put in: type id, null state and value.
+///
+/// A copy is a full one: move or swap where the original is not needed any more. An object that was
+/// moved from is empty.
 ///
 /// A plain value type without locks; it holds no script value and may be freed in any thread.
 class ColumnValues
@@ -24,6 +29,9 @@ public:
 
     /// Rows in one block; blocks are released one by one while a column is converted.
     static constexpr int BlockRows = 4096;
+    /// UTF-16 units in one block of texts. Longer ones are better shared with whoever made them
+    /// than copied together, so the column becomes Mixed.
+    static constexpr int MaxBlockUnits = 1 << 24;
 
     class const_iterator
     {
@@ -34,7 +42,11 @@ public:
         using pointer = const QVariant *;
         using reference = QVariant;
 
-        const_iterator(const ColumnValues *column, int row) : m_column(column), m_row(row) {}
+        const_iterator(const ColumnValues *column, int row)
+            : m_column(column)
+            , m_row(row)
+        {
+        }
         QVariant operator*() const { return m_column->at(m_row); }
         const_iterator &operator++()
         {
@@ -52,13 +64,21 @@ public:
     ColumnValues() = default;
     ColumnValues(const QVariantList &values); // NOLINT: stands in for the list
     ColumnValues(std::initializer_list<QVariant> values);
+    ColumnValues(const ColumnValues &other) = default;
+    ColumnValues(ColumnValues &&other) noexcept { swap(other); }
+    ColumnValues &operator=(const ColumnValues &other) = default;
+    ColumnValues &operator=(ColumnValues &&other) noexcept;
+    ~ColumnValues() = default;
+
+    void swap(ColumnValues &other) noexcept;
 
     int size() const { return m_size; }
     int count() const { return m_size; }
     int length() const { return m_size; }
     bool isEmpty() const { return m_size == 0; }
 
-    /// The cell of a row. @pre 0 <= row < size(), or the row was not released yet.
+    /// The cell of a row. A row whose block was released reads as an invalid variant.
+    /// @pre 0 <= row < size()
     QVariant at(int row) const;
     QVariant operator[](int row) const { return at(row); }
     /// The cell of a row, an invalid variant outside the column.
@@ -67,6 +87,7 @@ public:
     QVariant last() const { return at(m_size - 1); }
 
     void append(const QVariant &value);
+    void append(QVariant &&value);
     ColumnValues &operator<<(const QVariant &value);
     void clear();
 
@@ -76,27 +97,98 @@ public:
     const_iterator cend() const { return end(); }
 
     QVariantList toList() const;
+    operator QVariantList() const { return toList(); } // NOLINT: stands in for the list
     bool operator==(const ColumnValues &other) const;
     bool operator!=(const ColumnValues &other) const { return !(*this == other); }
 
     Storage storage() const { return m_storage; }
     /// Type id of the nulls of a column that is not Mixed; 0 when it has none or they are untyped.
-    int nullType() const { return m_nullType; }
+    int nullType() const { return m_nullType == NoNulls ? 0 : m_nullType; }
     bool isNullAt(int row) const;
 
-    /// Direct access for conversion; only for the storage named, only where the cell is not null.
-    int intAt(int row) const;
-    qint64 longLongAt(int row) const;
-    double doubleAt(int row) const;
-    /// A view of the text without a copy; valid while the column and its block are.
+    // Direct access for conversion: only for the storage named, only where the cell is not null and
+    // its block is still there.
+    int intAt(int row) const { return cell(m_ints, row); }
+    qint64 longLongAt(int row) const { return cell(m_longLongs, row); }
+    double doubleAt(int row) const { return cell(m_doubles, row); }
+    /// The text where it lies; valid while the column is not changed and its block is there.
+    QStringView textAt(int row) const;
+    /// The same as a QString that shares the memory: valid as long, not terminated by a NUL.
     QString textViewAt(int row) const;
+    /// The same into a string that is used again for many rows, which saves an allocation a row.
+    void textViewAt(int row, QString &view) const;
+    /// Direct access to a Mixed column, nulls included.
+    const QVariant &variantAt(int row) const { return cell(m_variants, row); }
 
     /// Gives the memory of every whole block before `row` back. Cells before it are not read again.
     void releaseBefore(int row);
 
 private:
-    // The implementation's own: blocks of numbers or packed UTF-16, null marks, mixed variants.
+    template <typename T>
+    using Blocks = std::vector<std::vector<T>>;
+    /// The texts of a block one behind the other, and where each of them ends.
+    struct TextBlock {
+        std::vector<QChar> units;
+        std::vector<quint32> ends;
+    };
+
+    static constexpr int NoNulls = -1;
+    static constexpr int FirstCapacity = 8; ///< cells that a small result gets room for at once
+
+    static int blockOf(int row) { return row / BlockRows; }
+    static int withinBlock(int row) { return row % BlockRows; }
+    template <typename T>
+    static const T &cell(const Blocks<T> &blocks, int row)
+    {
+        return blocks[size_t(row) / BlockRows][size_t(row) % BlockRows];
+    }
+
+    bool appendUniform(const QVariant &value);
+    bool appendNull(const QVariant &value, int type);
+    bool appendText(const QString &text);
+    template <typename T>
+    bool appendNumber(Blocks<T> &blocks, Storage storage, T value);
+    template <typename T>
+    void push(Blocks<T> &blocks, T &&value);
+    bool pushText(const QChar *units, int length);
+    void pushDefault();
+    bool startUniform(Storage storage);
+    void markNull(int row);
+    QVariant nullCell() const;
+    void becomeMixed();
+    void releaseBlock(int block);
+
     Storage m_storage = Storage::Empty;
     int m_size = 0;
-    int m_nullType = -1;
+    int m_nullType = NoNulls;
+    int m_releasedBlocks = 0;
+    // One of these is in use, as m_storage says. Every block but the last has BlockRows cells, null
+    // cells hold a zero or an empty text, released blocks are empty.
+    Blocks<int> m_ints;
+    Blocks<qint64> m_longLongs;
+    Blocks<double> m_doubles;
+    std::vector<TextBlock> m_texts;
+    Blocks<QVariant> m_variants;
+    std::vector<quint64> m_nullBits; ///< bit per row up to the last null; unused once Mixed
 };
+
+inline QStringView ColumnValues::textAt(int row) const
+{
+    const TextBlock &block = m_texts[size_t(row) / BlockRows];
+    const size_t within = size_t(row) % BlockRows;
+    const quint32 start = within == 0 ? 0 : block.ends[within - 1];
+    return QStringView(block.units.data() + start, int(block.ends[within] - start));
+}
+
+inline bool ColumnValues::isNullAt(int row) const
+{
+    if (m_storage == Storage::Mixed)
+        return blockOf(row) >= m_releasedBlocks && variantAt(row).isNull();
+    const size_t word = size_t(row) / 64;
+    return word < m_nullBits.size() && (m_nullBits[word] >> (size_t(row) % 64) & 1);
+}
+
+inline void swap(ColumnValues &a, ColumnValues &b) noexcept
+{
+    a.swap(b);
+}

@@ -2,7 +2,8 @@
 /// How the arguments of query_thread and exec_thread become one task. No thread, no database.
 ///
 /// Runs in the engine's thread. Reading an array may run script code (getters): nothing is locked,
-/// and an exception that the script raises there ends the sorting.
+/// and an exception that the script raises there ends the sorting. That code may do anything a
+/// script may, so a caller looks again at what it holds (the connection, its state) afterwards.
 #pragma once
 
 #include "sql_records.h"
@@ -19,9 +20,9 @@ enum class Function { Query, Exec };
 
 /// Why a call is refused: the text of the TypeError and, where one is due, the message log's line.
 struct Refusal {
-    QString text;    ///< text of the TypeError
-    int logLine = 0; ///< fixed source line of the critical log line, 0 for none
-    QString logText; ///< its text, the items separated by single blanks
+    QString text;                 ///< text of the TypeError
+    int logLine = 0;              ///< fixed source line of the critical log line, 0 for none
+    QString logText;              ///< its text, the items separated by single blanks
     bool scriptException = false; ///< a getter of an argument threw; nothing more to raise
 };
 
@@ -32,5 +33,21 @@ QString usageText(Function function);
 /// @return the task, owned by the caller; null and `refusal` filled when the call is refused.
 structThrSql *makeTask(Function function, QScriptContext *context, QScriptEngine *engine,
                        Refusal &refusal);
+
+/// The values of the integer-named properties of `array`, in iteration order; other names are
+/// skipped. Only properties that exist are visited, however long a sparse array is.
+/// An exception thrown by a getter ends the walk and stays with the engine.
+QScriptValueList numberedValues(const QScriptValue &array, QScriptEngine *engine);
+
+/// Values that one bound argument may hold, nested ones included, and how deep they may lie.
+constexpr int MaxConvertedValues = 1 << 20;
+constexpr int MaxConvertedDepth = 512;
+
+/// What QScriptValue::toVariant makes of `value`, within bounds. That function never returns for a
+/// sparse array of length 4294967295 or for objects that name each other in many ways, and runs out
+/// of stack on deep ones.
+/// @return false when the value is too large, or when a getter of it threw an exception, which
+/// stays with the engine.
+bool toVariant(const QScriptValue &value, QScriptEngine *engine, QVariant &variant);
 
 } // namespace SqlCall

@@ -1,0 +1,352 @@
+#include "column_values.h"
+
+#include <QByteArray>
+
+#include <algorithm>
+
+namespace
+{
+
+/// Whether a null of this type holds nothing but its type, so that the type alone brings it back.
+/// A null of any other type is kept as it is.
+bool isBareNull(const QVariant &value, int type)
+{
+    switch (type) {
+    case QMetaType::UnknownType:
+    case QMetaType::QString:
+    case QMetaType::QByteArray:
+        return true;
+    case QMetaType::Bool:
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+        return value.toULongLong() == 0;
+    case QMetaType::Double:
+    case QMetaType::Float:
+        return value.toDouble() == 0.0;
+    default:
+        return false;
+    }
+}
+
+template <typename T>
+const T &valueIn(const QVariant &value)
+{
+    return *static_cast<const T *>(value.constData());
+}
+
+QString emptyText()
+{
+    return QString(QLatin1String(""));
+}
+
+} // namespace
+
+ColumnValues::ColumnValues(const QVariantList &values)
+{
+    for (const QVariant &value : values)
+        append(value);
+}
+
+ColumnValues::ColumnValues(std::initializer_list<QVariant> values)
+{
+    for (const QVariant &value : values)
+        append(value);
+}
+
+ColumnValues &ColumnValues::operator=(ColumnValues &&other) noexcept
+{
+    ColumnValues moved(std::move(other));
+    swap(moved);
+    return *this;
+}
+
+void ColumnValues::swap(ColumnValues &other) noexcept
+{
+    std::swap(m_storage, other.m_storage);
+    std::swap(m_size, other.m_size);
+    std::swap(m_nullType, other.m_nullType);
+    std::swap(m_releasedBlocks, other.m_releasedBlocks);
+    m_ints.swap(other.m_ints);
+    m_longLongs.swap(other.m_longLongs);
+    m_doubles.swap(other.m_doubles);
+    m_texts.swap(other.m_texts);
+    m_variants.swap(other.m_variants);
+    m_nullBits.swap(other.m_nullBits);
+}
+
+QVariant ColumnValues::at(int row) const
+{
+    Q_ASSERT(row >= 0 && row < m_size);
+    if (blockOf(row) < m_releasedBlocks)
+        return QVariant();
+    if (m_storage == Storage::Mixed)
+        return variantAt(row);
+    if (isNullAt(row))
+        return nullCell();
+    switch (m_storage) {
+    case Storage::Int:
+        return intAt(row);
+    case Storage::LongLong:
+        return longLongAt(row);
+    case Storage::Double:
+        return doubleAt(row);
+    case Storage::Text: {
+        const QStringView text = textAt(row);
+        return text.isEmpty() ? emptyText() : text.toString();
+    }
+    case Storage::Empty:
+    case Storage::Mixed:
+        break;
+    }
+    return QVariant();
+}
+
+QVariant ColumnValues::value(int row) const
+{
+    return row >= 0 && row < m_size ? at(row) : QVariant();
+}
+
+QString ColumnValues::textViewAt(int row) const
+{
+    const QStringView text = textAt(row);
+    // A raw string over no memory at all would be null, not empty.
+    return text.isEmpty() ? emptyText() : QString::fromRawData(text.data(), int(text.size()));
+}
+
+void ColumnValues::textViewAt(int row, QString &view) const
+{
+    const QStringView text = textAt(row);
+    if (text.isEmpty())
+        view = emptyText();
+    else
+        view.setRawData(text.data(), int(text.size()));
+}
+
+void ColumnValues::append(const QVariant &value)
+{
+    if (appendUniform(value))
+        return;
+    becomeMixed();
+    push(m_variants, QVariant(value));
+}
+
+void ColumnValues::append(QVariant &&value)
+{
+    if (appendUniform(value))
+        return;
+    becomeMixed();
+    push(m_variants, std::move(value));
+}
+
+ColumnValues &ColumnValues::operator<<(const QVariant &value)
+{
+    append(value);
+    return *this;
+}
+
+void ColumnValues::clear()
+{
+    *this = ColumnValues();
+}
+
+QVariantList ColumnValues::toList() const
+{
+    QVariantList list;
+    list.reserve(m_size);
+    for (int row = 0; row < m_size; ++row)
+        list.append(at(row));
+    return list;
+}
+
+bool ColumnValues::operator==(const ColumnValues &other) const
+{
+    return m_size == other.m_size && std::equal(begin(), end(), other.begin());
+}
+
+void ColumnValues::releaseBefore(int row)
+{
+    const int blocks = blockOf(qBound(0, row, m_size));
+    for (; m_releasedBlocks < blocks; ++m_releasedBlocks)
+        releaseBlock(m_releasedBlocks);
+}
+
+/// Takes the cell into the column's plain storage. False: it does not fit there.
+bool ColumnValues::appendUniform(const QVariant &value)
+{
+    if (m_storage == Storage::Mixed)
+        return false;
+    const int type = value.userType();
+    // The text alone says whether a text is null, which is quicker to ask.
+    if (type == QMetaType::QString) {
+        const QString &text = valueIn<QString>(value);
+        return text.isNull() ? appendNull(value, type) : appendText(text);
+    }
+    if (value.isNull())
+        return appendNull(value, type);
+    switch (type) {
+    case QMetaType::Int:
+        return appendNumber(m_ints, Storage::Int, valueIn<int>(value));
+    case QMetaType::LongLong:
+        return appendNumber(m_longLongs, Storage::LongLong, valueIn<qint64>(value));
+    case QMetaType::Double:
+        return appendNumber(m_doubles, Storage::Double, valueIn<double>(value));
+    default:
+        return false;
+    }
+}
+
+bool ColumnValues::appendNull(const QVariant &value, int type)
+{
+    if ((m_nullType != NoNulls && m_nullType != type) || !isBareNull(value, type))
+        return false;
+    m_nullType = type;
+    markNull(m_size);
+    pushDefault();
+    return true;
+}
+
+bool ColumnValues::appendText(const QString &text)
+{
+    if (m_storage != Storage::Text && !startUniform(Storage::Text))
+        return false;
+    return pushText(text.constData(), text.size());
+}
+
+template <typename T>
+bool ColumnValues::appendNumber(Blocks<T> &blocks, Storage storage, T value)
+{
+    if (m_storage != storage && !startUniform(storage))
+        return false;
+    push(blocks, std::move(value));
+    return true;
+}
+
+template <typename T>
+void ColumnValues::push(Blocks<T> &blocks, T &&value)
+{
+    if (withinBlock(m_size) == 0) {
+        blocks.emplace_back();
+        blocks.back().reserve(m_size == 0 ? FirstCapacity : BlockRows);
+    }
+    blocks.back().push_back(std::forward<T>(value));
+    ++m_size;
+}
+
+/// False: the block would become too large, and nothing was taken.
+bool ColumnValues::pushText(const QChar *units, int length)
+{
+    if (withinBlock(m_size) == 0) {
+        TextBlock block;
+        block.ends.reserve(m_size == 0 ? FirstCapacity : BlockRows);
+        if (m_size > 0) // the next block will hold about as much as this one, and a little more
+            block.units.reserve(m_texts.back().units.size() * 17 / 16);
+        m_texts.push_back(std::move(block));
+    }
+    TextBlock &block = m_texts.back();
+    if (block.units.size() + size_t(length) > size_t(MaxBlockUnits))
+        return false;
+    block.units.insert(block.units.end(), units, units + length);
+    block.ends.push_back(quint32(block.units.size()));
+    ++m_size;
+    return true;
+}
+
+/// The place of a null cell, so that rows and cells keep step.
+void ColumnValues::pushDefault()
+{
+    switch (m_storage) {
+    case Storage::Int:
+        return push(m_ints, 0);
+    case Storage::LongLong:
+        return push(m_longLongs, qint64(0));
+    case Storage::Double:
+        return push(m_doubles, 0.0);
+    case Storage::Text:
+        pushText(nullptr, 0);
+        return;
+    case Storage::Empty:
+    case Storage::Mixed:
+        ++m_size;
+    }
+}
+
+/// The first value that is not null decides on the storage; the nulls before it get their places.
+bool ColumnValues::startUniform(Storage storage)
+{
+    if (m_storage != Storage::Empty)
+        return false;
+    m_storage = storage;
+    const int nulls = std::exchange(m_size, 0);
+    while (m_size < nulls)
+        pushDefault();
+    for (int block = 0; block < m_releasedBlocks; ++block)
+        releaseBlock(block);
+    return true;
+}
+
+void ColumnValues::markNull(int row)
+{
+    const size_t word = size_t(row) / 64;
+    if (word >= m_nullBits.size())
+        m_nullBits.resize(word + 1);
+    m_nullBits[word] |= quint64(1) << (size_t(row) % 64);
+}
+
+QVariant ColumnValues::nullCell() const
+{
+    // This constructor alone makes a null of a type.
+    return m_nullType == QMetaType::UnknownType ? QVariant() : QVariant(QVariant::Type(m_nullType));
+}
+
+/// Turns the cells into variants block by block, so that a block's memory goes when its variants
+/// are made.
+void ColumnValues::becomeMixed()
+{
+    if (m_storage == Storage::Mixed)
+        return;
+    Blocks<QVariant> blocks;
+    const int count = (m_size + BlockRows - 1) / BlockRows;
+    blocks.resize(size_t(count));
+    for (int block = m_releasedBlocks; block < count; ++block) {
+        const int first = block * BlockRows;
+        const int end = std::min(first + BlockRows, m_size);
+        blocks[size_t(block)].reserve(size_t(end - first) + 1);
+        for (int row = first; row < end; ++row)
+            blocks[size_t(block)].push_back(at(row));
+        releaseBlock(block);
+    }
+    m_storage = Storage::Mixed;
+    m_variants.swap(blocks);
+    m_ints.clear();
+    m_longLongs.clear();
+    m_doubles.clear();
+    m_texts.clear();
+    m_nullBits.clear();
+    m_nullType = NoNulls;
+}
+
+void ColumnValues::releaseBlock(int block)
+{
+    const size_t index = size_t(block);
+    switch (m_storage) {
+    case Storage::Int:
+        std::vector<int>().swap(m_ints[index]);
+        break;
+    case Storage::LongLong:
+        std::vector<qint64>().swap(m_longLongs[index]);
+        break;
+    case Storage::Double:
+        std::vector<double>().swap(m_doubles[index]);
+        break;
+    case Storage::Text:
+        m_texts[index] = TextBlock();
+        break;
+    case Storage::Mixed:
+        std::vector<QVariant>().swap(m_variants[index]);
+        break;
+    case Storage::Empty:
+        break;
+    }
+}

@@ -1,0 +1,51 @@
+#include "sql_records.h"
+
+structThrSql::structThrSql()
+{
+    reset();
+}
+
+structThrSql::structThrSql(const QSqlDatabase &database)
+{
+    reset();
+    sqlQuery = new QSqlQuery(database);
+}
+
+structThrSql::~structThrSql()
+{
+    releaseQuery();
+    reset();
+}
+
+void structThrSql::releaseQuery()
+{
+    if (sqlQuery && sqlQuery->isActive()) {
+        sqlQuery->finish();
+        sqlQuery->clear();
+    }
+    delete sqlQuery;
+    sqlQuery = nullptr;
+}
+
+void structThrSql::reset()
+{
+    // Values without an engine: they need none, and an engine that is gone does not matter.
+    thisObject = QScriptValue(false);
+    func = QScriptValue(false);
+    result = QScriptValue(false);
+    error = QScriptValue(false);
+    sqlList.clear();
+    argsJs.clear();
+    callArgs.clear();
+    procArgs.clear();
+    results.clear();
+    inThread = false;
+    timing = false;
+    failed = false;
+    isProc = false;
+    ok = false;
+    current = 0;
+    rowsAffected = 0;
+    type = taskSql;
+    timer.start();
+}

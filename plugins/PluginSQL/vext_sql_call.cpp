@@ -1,0 +1,425 @@
+#include "vext_sql_call.h"
+
+#include <QScriptValueIterator>
+#include <QSet>
+
+#include <memory>
+
+namespace
+{
+
+constexpr int MinArguments = 1;
+constexpr int MaxArguments = 5;
+
+/// Fixed source lines of the critical log lines.
+struct LogLines {
+    int argumentCount;
+    int statementType;
+    int argumentsType; ///< exec_thread only
+    int callback;
+};
+constexpr LogLines QueryLines = {230, 247, 0, 312};
+constexpr LogLines ExecLines = {360, 377, 407, 455};
+
+QString callForms(SqlCall::Function function)
+{
+    if (function == SqlCall::Function::Query)
+        return QStringLiteral("db.query_thread(sql)  or  db.query_thread(func, sql)  or  "
+                              "db.query_thread(ctx, func, sql)");
+    return QStringLiteral("db.exec_thread(sql, arg[])  or  db.exec_thread(func, sql, arg[])  or  "
+                          "db.exec_thread(ctx, func, sql, arg[], args[])");
+}
+
+QLatin1String trueFalse(bool value)
+{
+    return value ? QLatin1String("true") : QLatin1String("false");
+}
+
+/// Whether the name of a property reads as a decimal integer; indexes go up to 4294967294.
+bool isNumber(const QString &name)
+{
+    bool ok = false;
+    name.toLongLong(&ok, 10);
+    return ok;
+}
+
+enum class OtherNames { Skip, EndTheWalk };
+
+QScriptValueList numbered(const QScriptValue &array, QScriptEngine *engine, OtherNames otherNames)
+{
+    QScriptValueList values;
+    QScriptValueIterator property(array);
+    while (property.hasNext()) {
+        property.next();
+        if (!isNumber(property.name())) {
+            if (otherNames == OtherNames::EndTheWalk)
+                break;
+            continue;
+        }
+        const QScriptValue value = property.value();
+        if (engine->hasUncaughtException())
+            break;
+        // A name without a readable value: the engine lists getters at indexes and ignores them.
+        values.append(value.isValid() ? value : engine->undefinedValue());
+    }
+    return values;
+}
+
+/// What toVariant takes for one value as a whole, without looking at its properties.
+bool isLeaf(const QScriptValue &value)
+{
+    return !value.isObject() || value.isVariant() || value.isQObject() || value.isDate() ||
+           value.isRegExp();
+}
+
+/// Converts nested script values, counting them.
+class Converter
+{
+public:
+    explicit Converter(QScriptEngine *engine)
+        : m_engine(engine)
+    {
+    }
+
+    bool convert(const QScriptValue &value, QVariant &variant);
+
+private:
+    bool convertList(const QScriptValue &array, QVariantList &list);
+    bool convertMap(const QScriptValue &object, QVariantMap &map);
+    bool convertProperty(const QScriptValue &value, QVariant &variant);
+
+    QScriptEngine *m_engine;
+    QSet<qint64> m_parents; ///< ids of the objects that are being converted
+    int m_left = SqlCall::MaxConvertedValues;
+};
+
+bool Converter::convert(const QScriptValue &value, QVariant &variant)
+{
+    if (isLeaf(value)) {
+        variant = value.toVariant();
+        return true;
+    }
+    const qint64 id = value.objectId();
+    // An object within itself converts to nothing, as toVariant has it.
+    const bool isWithinItself = m_parents.contains(id);
+    if (!isWithinItself && m_parents.size() >= SqlCall::MaxConvertedDepth)
+        return false;
+    bool ok = true;
+    QVariantList list;
+    QVariantMap map;
+    if (!isWithinItself) {
+        m_parents.insert(id);
+        ok = value.isArray() ? convertList(value, list) : convertMap(value, map);
+        m_parents.remove(id);
+    }
+    variant = value.isArray() ? QVariant(list) : QVariant(map);
+    return ok;
+}
+
+bool Converter::convertList(const QScriptValue &array, QVariantList &list)
+{
+    const quint32 length = array.property(QStringLiteral("length")).toUInt32();
+    if (length > quint32(m_left))
+        return false;
+    list.reserve(int(length));
+    for (quint32 i = 0; i < length; ++i) {
+        list.append(QVariant());
+        if (!convertProperty(array.property(i), list.last()))
+            return false;
+    }
+    return true;
+}
+
+bool Converter::convertMap(const QScriptValue &object, QVariantMap &map)
+{
+    QScriptValueIterator property(object);
+    while (property.hasNext()) {
+        property.next();
+        if (!convertProperty(property.value(), map[property.name()]))
+            return false;
+    }
+    return true;
+}
+
+bool Converter::convertProperty(const QScriptValue &value, QVariant &variant)
+{
+    if (m_engine->hasUncaughtException() || --m_left < 0)
+        return false;
+    return convert(value, variant);
+}
+
+/// Type id that toVariant would give the value, told without converting what is inside.
+int variantType(const QScriptValue &value)
+{
+    if (isLeaf(value))
+        return value.toVariant().userType();
+    return value.isArray() ? QMetaType::QVariantList : QMetaType::QVariantMap;
+}
+
+/// The arguments of one call on their way into a task.
+class ArgumentSorter
+{
+public:
+    ArgumentSorter(SqlCall::Function function, QScriptContext *context, QScriptEngine *engine,
+                   SqlCall::Refusal &refusal)
+        : m_function(function)
+        , m_lines(function == SqlCall::Function::Query ? QueryLines : ExecLines)
+        , m_context(context)
+        , m_engine(engine)
+        , m_refusal(refusal)
+    {
+    }
+
+    /// False when the call is refused.
+    bool sort();
+    structThrSql *makeTask();
+
+private:
+    bool isExec() const { return m_function == SqlCall::Function::Exec; }
+
+    bool checkCount();
+    bool takeArguments();
+    bool takeArgument(int &i);
+    bool takeStatements(const QScriptValue &array);
+    bool takeStatementsWithArguments(const QScriptValue &array, const QScriptValue &arguments);
+    bool checkArgumentLists();
+    bool takeArray(const QScriptValue &array);
+    void lookForStatement();
+    bool checkCallback();
+    bool convertArguments();
+
+    bool refuse(const QString &text);
+    bool refuseType(const QString &text, int logLine, int type);
+    bool refuseStatements(const QString &reason, const QString &exampleOfArguments);
+    bool stopForException();
+
+    const SqlCall::Function m_function;
+    const LogLines m_lines;
+    QScriptContext *const m_context;
+    QScriptEngine *const m_engine;
+    SqlCall::Refusal &m_refusal;
+
+    QStringList m_statements;
+    QScriptValue m_callback;
+    QScriptValue m_callbackThis;
+    QScriptValueList m_extra;     ///< follow the callback's own arguments
+    QScriptValueList m_arguments; ///< exec_thread: values of one statement, or a list a statement
+    QVariantList m_converted;     ///< m_arguments as variants
+};
+
+bool ArgumentSorter::sort()
+{
+    if (!checkCount() || !takeArguments())
+        return false;
+    lookForStatement();
+    return checkCallback() && convertArguments();
+}
+
+bool ArgumentSorter::checkCount()
+{
+    const int count = m_context->argumentCount();
+    if (count >= MinArguments && count <= MaxArguments)
+        return true;
+    m_refusal.logLine = m_lines.argumentCount;
+    m_refusal.logText = QStringLiteral("aCount %1").arg(count);
+    return refuse(SqlCall::usageText(m_function));
+}
+
+bool ArgumentSorter::takeArguments()
+{
+    for (int i = 0; i < m_context->argumentCount(); ++i) {
+        if (!takeArgument(i))
+            return false;
+    }
+    return true;
+}
+
+/// Gives the argument to the first taker. `i` moves on where the one behind it is taken as well.
+bool ArgumentSorter::takeArgument(int &i)
+{
+    const QScriptValue argument = m_context->argument(i);
+    if (m_statements.isEmpty() && argument.isString()) {
+        m_statements.append(argument.toString());
+        return true;
+    }
+    if (m_statements.isEmpty() && argument.isArray()) {
+        if (!isExec())
+            return takeStatements(argument);
+        return takeStatementsWithArguments(argument, m_context->argument(++i));
+    }
+    if (!m_callback.isFunction() && argument.isFunction())
+        m_callback = argument;
+    else if (!m_callbackThis.isObject() && argument.isObject() && !argument.isArray())
+        m_callbackThis = argument;
+    else if (argument.isArray())
+        return takeArray(argument);
+    return true;
+}
+
+/// Asks for one element after the other, so that a sparse array ends at its first gap.
+bool ArgumentSorter::takeStatements(const QScriptValue &array)
+{
+    const quint32 length = array.property(QStringLiteral("length")).toUInt32();
+    for (quint32 i = 0; i < length; ++i) {
+        const QScriptValue element = array.property(i);
+        if (m_engine->hasUncaughtException())
+            return stopForException();
+        const int type = element.isString() ? int(QMetaType::QString) : variantType(element);
+        if (type != QMetaType::QString)
+            return refuseType(SqlCall::usageText(m_function), m_lines.statementType, type);
+        m_statements.append(element.toVariant().toString());
+    }
+    return true;
+}
+
+bool ArgumentSorter::takeStatementsWithArguments(const QScriptValue &array,
+                                                 const QScriptValue &arguments)
+{
+    if (!takeStatements(array))
+        return false;
+    if (!arguments.isArray())
+        return refuse(SqlCall::usageText(m_function));
+    m_arguments = SqlCall::numberedValues(arguments, m_engine);
+    if (m_engine->hasUncaughtException())
+        return stopForException();
+    if (m_arguments.size() != m_statements.size())
+        return refuseStatements(
+            QStringLiteral("количество аргументов не соответствует количеству запросов"),
+            QStringLiteral("[[arg1], ...]"));
+    return checkArgumentLists();
+}
+
+bool ArgumentSorter::checkArgumentLists()
+{
+    if (!convertArguments())
+        return false;
+    for (const QVariant &list : qAsConst(m_converted)) {
+        const int type = list.userType();
+        if (type == QMetaType::QVariantList && !list.toList().isEmpty())
+            continue;
+        refuseStatements(QStringLiteral("каждому запросу необходим массив аргументов"),
+                         QStringLiteral("[[arg1, ...], ...]"));
+        return refuseType(m_refusal.text, m_lines.argumentsType, type);
+    }
+    return true;
+}
+
+bool ArgumentSorter::takeArray(const QScriptValue &array)
+{
+    if (isExec() && m_statements.size() == 1 && m_arguments.isEmpty())
+        m_arguments = SqlCall::numberedValues(array, m_engine);
+    else if (m_extra.isEmpty())
+        m_extra = numbered(array, m_engine, isExec() ? OtherNames::Skip : OtherNames::EndTheWalk);
+    return m_engine->hasUncaughtException() ? stopForException() : true;
+}
+
+/// Finds nothing that the sorting missed; kept as a safeguard.
+void ArgumentSorter::lookForStatement()
+{
+    for (int i = 0; m_statements.isEmpty() && i < m_context->argumentCount(); ++i) {
+        if (m_context->argument(i).isString())
+            m_statements.append(m_context->argument(i).toString());
+    }
+}
+
+bool ArgumentSorter::checkCallback()
+{
+    if (m_context->argumentCount() == 1 || !m_callbackThis.isObject() || m_callback.isFunction())
+        return true;
+    m_refusal.logLine = m_lines.callback;
+    m_refusal.logText =
+        QStringLiteral("funcs and context validate: obj.isObject() %1 "
+                       ": fnc.isObject() %2 : fnc.isFunction() %3")
+            .arg(trueFalse(m_callbackThis.isObject()), trueFalse(m_callback.isObject()),
+                 trueFalse(m_callback.isFunction()));
+    return refuse(SqlCall::usageText(m_function));
+}
+
+/// Each value is converted once: a getter must not give the check and the worker different ones.
+bool ArgumentSorter::convertArguments()
+{
+    for (int i = m_converted.size(); i < m_arguments.size(); ++i) {
+        QVariant variant;
+        if (!SqlCall::toVariant(m_arguments.at(i), m_engine, variant))
+            return m_engine->hasUncaughtException() ? stopForException()
+                                                    : refuse(SqlCall::usageText(m_function));
+        m_converted.append(variant);
+    }
+    return true;
+}
+
+/// `result` and `error` of several statements are made at completion, where no script can tell the
+/// difference: thousands of queued tasks would hold an array and its objects each.
+structThrSql *ArgumentSorter::makeTask()
+{
+    auto task = std::make_unique<structThrSql>();
+    task->thisObject = m_callbackThis;
+    task->func = m_callback;
+    task->callArgs = m_extra;
+    task->sqlList = m_statements;
+    task->isProc = isExec();
+    if (!isExec())
+        return task.release();
+    task->argsJs = m_arguments;
+    if (m_statements.size() == 1) {
+        task->procArgs.append(m_converted);
+    } else {
+        for (const QVariant &list : qAsConst(m_converted))
+            task->procArgs.append(list.toList());
+    }
+    return task.release();
+}
+
+bool ArgumentSorter::refuse(const QString &text)
+{
+    m_refusal.text = text;
+    return false;
+}
+
+bool ArgumentSorter::refuseType(const QString &text, int logLine, int type)
+{
+    m_refusal.logLine = logLine;
+    m_refusal.logText = QStringLiteral("type %1 %2")
+                            .arg(type)
+                            .arg(QLatin1String(QMetaType::typeName(type)))
+                            .trimmed(); // no value at all has no type name
+    return refuse(text);
+}
+
+bool ArgumentSorter::refuseStatements(const QString &reason, const QString &exampleOfArguments)
+{
+    return refuse(reason + QLatin1String(": db.exec_thread(['") +
+                  m_statements.join(QLatin1String("','")) + QLatin1String("'], ") +
+                  exampleOfArguments + QLatin1Char(')'));
+}
+
+bool ArgumentSorter::stopForException()
+{
+    m_refusal.scriptException = true;
+    return false;
+}
+
+} // namespace
+
+QString SqlCall::usageText(Function function)
+{
+    return QStringLiteral("использовать как %1").arg(callForms(function));
+}
+
+structThrSql *SqlCall::makeTask(Function function, QScriptContext *context, QScriptEngine *engine,
+                                Refusal &refusal)
+{
+    refusal = Refusal();
+    ArgumentSorter sorter(function, context, engine, refusal);
+    return sorter.sort() ? sorter.makeTask() : nullptr;
+}
+
+QScriptValueList SqlCall::numberedValues(const QScriptValue &array, QScriptEngine *engine)
+{
+    return numbered(array, engine, OtherNames::Skip);
+}
+
+bool SqlCall::toVariant(const QScriptValue &value, QScriptEngine *engine, QVariant &variant)
+{
+    return Converter(engine).convert(value, variant) && !engine->hasUncaughtException();
+}
