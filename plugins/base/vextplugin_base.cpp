@@ -153,10 +153,11 @@ QScriptValue Plugin_base::throwScript(const QString &text, QScriptContext::Error
 void Plugin_base::connect_msg(QObject *sender, QObject *receiver)
 {
     // By signature: the receiver's class belongs to the host and is not known here.
-    if (QObject::connect(
-            sender, SIGNAL(s_msg(const char *, int, const char *, const QString &, int)), receiver,
-            SLOT(plugin_msg(const char *, int, const char *, const QString &, int)),
-            Qt::UniqueConnection))
+    // clang-format off
+    if (QObject::connect(sender, SIGNAL(s_msg(const char*,int,const char*,const QString&,int)),
+                         receiver, SLOT(plugin_msg(const char*,int,const char*,const QString&,int)),
+                         Qt::UniqueConnection))
+        // clang-format on
         return;
     DebugLine::critical(SourceFile, LineConnectMsg, "connect_msg") << "err conn sender" << sender;
     // Only the first line of the pair is marked, so that an error counts once.
@@ -221,7 +222,7 @@ void insertObjectToPost(QScriptEngine *engine, QObject *obj)
         return;
     const QPointer<QObject> guarded(obj);
     if (QObject *post = globalOfClass(engine, QStringLiteral("post"), PostClass))
-        QMetaObject::invokeMethod(post, "insertObject", Q_ARG(QObject *, obj),
+        QMetaObject::invokeMethod(post, "insertObject", QArgument<QObject *>("QObject*", obj),
                                   Q_ARG(QString, obj->objectName()));
     QObject *server = globalOfClass(engine, QStringLiteral("server"), ServerClass);
     // The post may have refused the object by deleting it.

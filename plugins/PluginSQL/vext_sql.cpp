@@ -1,0 +1,497 @@
+#include "vext_sql.h"
+
+#include "debug_line.h"
+#include "plugin_sql.h"
+#include "vext_sql_call.h"
+#include "vext_sql_module.h"
+#include "vext_sql_thread.h"
+#include "vext_static_enums.h"
+
+#include <QCoreApplication>
+#include <QMetaMethod>
+#include <QRegularExpression>
+#include <QSqlDatabase>
+
+namespace
+{
+
+constexpr int LineIsSupportEvent = 127;
+constexpr int LineSetTraceLog = 180;
+constexpr int LineQueryArgumentCount = 230;
+constexpr int MinTimeNotUseMs = 60000;
+
+/// Steps that both asynchronous functions share: find the object, check it, make and queue a task.
+QScriptValue queueTask(SqlCall::Function function, const char *name, QScriptContext *context,
+                       QScriptEngine *engine)
+{
+    if (!context || !engine)
+        return QScriptValue(false);
+    const auto raise = [context](const QString &text) {
+        return QScriptValue(VEXT_SQL::throwScript(context, text, QScriptContext::TypeError));
+    };
+    QPointer<VEXT_SQL> connection = qobject_cast<VEXT_SQL *>(context->thisObject().toQObject());
+    if (!connection) {
+        return raise(VEXT_SQL::tr("потерян объект %1").arg(QStringLiteral("VEXT_SQL"))
+                     + QLatin1Char('\n') + SqlCall::usageText(function));
+    }
+    if (!connection->isOpen()) {
+        if (!connection->traceLog())
+            return QScriptValue(false);
+        return raise(connection->notOpenText());
+    }
+    SqlCall::Refusal refusal;
+    structThrSql *task = SqlCall::makeTask(function, context, engine, refusal);
+    if (task) {
+        // Reading the arguments may have run script code, and that may have done anything.
+        if (connection)
+            return QScriptValue(connection->appendSqlTask(task));
+        delete task;
+        return QScriptValue(false);
+    }
+    if (refusal.scriptException)
+        return engine->uncaughtException();
+    if (refusal.logLine > 0) {
+        DebugLine::critical(VextSqlModule::Connection, refusal.logLine, name)
+            << qUtf8Printable(refusal.logText);
+    }
+    return raise(refusal.text);
+}
+
+} // namespace
+
+// --- Life ---
+
+VEXT_SQL::VEXT_SQL(QObject *parent, QScriptEngine *eng)
+    : Plugin_base(parent, eng)
+{
+    connect_msg(this);
+    setTraceLog(false);
+    worker = new VEXT_sqlThr(this, eng);
+    connect(worker, &VEXT_sqlThr::opened, this, &VEXT_SQL::opened);
+    connect(worker, &VEXT_sqlThr::closed, this, &VEXT_SQL::closed);
+    connect(worker, &QThread::started, this, &VEXT_SQL::started);
+    connect(worker, &QThread::finished, this, &VEXT_SQL::finished);
+    connect(worker, &VEXT_sqlThr::query_finish, this, &VEXT_SQL::query_finish);
+    connect(worker, &VEXT_sqlThr::event, this, &VEXT_SQL::s_event);
+    QMutexLocker locker(&m_mutexSqlConns);
+    m_listSqlConns.append(this);
+}
+
+VEXT_SQL::~VEXT_SQL()
+{
+    {
+        QMutexLocker locker(&m_mutexSqlConns);
+        m_listSqlConns.removeOne(this);
+    }
+    worker->releaseFromOwner();
+    if (m_releaseAtOnce || !QCoreApplication::instance())
+        delete worker;
+    else
+        worker->deleteLater();
+}
+
+void VEXT_SQL::releaseWorkerAtOnce()
+{
+    m_releaseAtOnce = true;
+}
+
+bool VEXT_SQL::setScriptValueThis(const QScriptValue &scriptValue)
+{
+    if (!Plugin_base::setScriptValueThis(scriptValue))
+        return false;
+    if (m_engine) {
+        const auto hidden = [this](const char *name, FuncWrapper::NativeFunction function) {
+            m_scriptValueThis.setProperty(QLatin1String(name), m_engine->newFunction(function, 0),
+                                          FuncWrapper::Hidden);
+        };
+        hidden("countersAll", &Plugin_SQL::counters);
+        FuncWrapper::setAccessor(m_scriptValueThis, QStringLiteral("tag"),
+                                 m_engine->newFunction(&Plugin_SQL::js_tag, 0));
+        hidden("query_thread", &VEXT_SQL::js_query_thread);
+        hidden("exec_thread", &VEXT_SQL::js_exec_thread);
+    }
+    return worker->setScriptValueThis(scriptValue);
+}
+
+void VEXT_SQL::setTraceLog(bool on)
+{
+    if (on == m_traceLog)
+        return;
+    m_traceLog = on;
+    if (worker)
+        worker->traceLog = on;
+    emit s_msg(VextSqlModule::Connection, LineSetTraceLog, "setTraceLog",
+               tr("трассировка %1").arg(on ? tr("включена") : tr("выключена")), 1);
+}
+
+void VEXT_SQL::disableTraceLog()
+{
+    setTraceLog(false);
+}
+
+void VEXT_SQL::enableTraceLog(bool trace)
+{
+    setTraceLog(trace);
+}
+
+bool VEXT_SQL::throwScript(QScriptContext *ctx, const QString &text, QScriptContext::Error error)
+{
+    if (ctx)
+        ctx->throwError(error, text);
+    return false;
+}
+
+// --- Connection parameters ---
+
+QString VEXT_SQL::app_name() const
+{
+    return worker->app_name;
+}
+
+void VEXT_SQL::setApp_name(const QString &name)
+{
+    worker->setParameter(worker->app_name, name);
+}
+
+QString VEXT_SQL::driverName() const
+{
+    return worker->driverName;
+}
+
+void VEXT_SQL::setDriverName(const QString &name)
+{
+    worker->setParameter(worker->driverName, name);
+}
+
+QString VEXT_SQL::databaseName() const
+{
+    return worker->databaseName;
+}
+
+void VEXT_SQL::setDatabaseName(const QString &name)
+{
+    worker->setParameter(worker->databaseName, name);
+}
+
+QString VEXT_SQL::userName() const
+{
+    return worker->userName;
+}
+
+void VEXT_SQL::setUserName(const QString &name)
+{
+    worker->setParameter(worker->userName, name);
+}
+
+QString VEXT_SQL::password() const
+{
+    return worker->password;
+}
+
+void VEXT_SQL::setPassword(const QString &password)
+{
+    worker->setParameter(worker->password, password);
+}
+
+QString VEXT_SQL::hostName() const
+{
+    return worker->hostName;
+}
+
+void VEXT_SQL::setHostName(const QString &name)
+{
+    worker->setParameter(worker->hostName, name);
+}
+
+int VEXT_SQL::port() const
+{
+    return worker->port;
+}
+
+void VEXT_SQL::setPort(int port)
+{
+    worker->setParameter(worker->port, port);
+}
+
+QString VEXT_SQL::connectOptions() const
+{
+    return worker->connectOptions;
+}
+
+void VEXT_SQL::setConnectOptions(const QString &options)
+{
+    worker->setParameter(worker->connectOptions, options);
+}
+
+QString VEXT_SQL::connectionName() const
+{
+    return worker->connectionName;
+}
+
+void VEXT_SQL::setConnectionName(const QString &name)
+{
+    worker->setConnectionName(name);
+}
+
+int VEXT_SQL::timeNotUse() const
+{
+    return worker->m_timeNotUse;
+}
+
+void VEXT_SQL::setTimeNotUse(int ms)
+{
+    worker->m_timeNotUse = qMax(ms, MinTimeNotUseMs);
+}
+
+bool VEXT_SQL::enableNull() const
+{
+    return worker->enableNull;
+}
+
+void VEXT_SQL::setEnableNull(bool on)
+{
+    worker->enableNull = on;
+}
+
+// --- State ---
+
+int VEXT_SQL::affectedRows() const
+{
+    return worker->lastAffectedRows();
+}
+
+QStringList VEXT_SQL::drivers() const
+{
+    return QSqlDatabase::drivers();
+}
+
+bool VEXT_SQL::isValid() const
+{
+    return worker->db.isValid();
+}
+
+bool VEXT_SQL::isOpen() const
+{
+    return worker->db.isValid() && worker->db.isOpen();
+}
+
+bool VEXT_SQL::isRunning() const
+{
+    return worker->isRunning();
+}
+
+bool VEXT_SQL::isOpenError() const
+{
+    return worker->db.isOpenError();
+}
+
+QString VEXT_SQL::lastQuery() const
+{
+    return worker->lastQueryText();
+}
+
+QString VEXT_SQL::lastError() const
+{
+    return worker->lastError();
+}
+
+QVariantMap VEXT_SQL::lastErrors() const
+{
+    return worker->lastErrors();
+}
+
+QString VEXT_SQL::notOpenText() const
+{
+    return worker->notOpenText();
+}
+
+bool VEXT_SQL::isDriverAvailable(const QString &name)
+{
+    return worker->db.isValid() && QSqlDatabase::isDriverAvailable(name);
+}
+
+QVariant VEXT_SQL::hasFeature()
+{
+    return worker->hasFeature();
+}
+
+QScriptValue VEXT_SQL::counters(QScriptEngine *eng)
+{
+    return worker->counters(eng);
+}
+
+// --- Notifications ---
+
+bool VEXT_SQL::isSupportEvent()
+{
+    if (!isOpen() && m_traceLog) {
+        emit s_msg(VextSqlModule::Connection, LineIsSupportEvent, "isSupportEvent",
+                   tr("Проверить isSupportEvent можно только после открытия соединения с БД"), 0);
+    }
+    return worker->isSupportEvent();
+}
+
+QStringList VEXT_SQL::events() const
+{
+    return worker->events();
+}
+
+bool VEXT_SQL::add_event(const QString &evnt)
+{
+    return worker->add_event(evnt);
+}
+
+bool VEXT_SQL::rem_event(const QString &evnt)
+{
+    return worker->rem_event(evnt);
+}
+
+void VEXT_SQL::s_event(const QString &name, QSqlDriver::NotificationSource source,
+                       const QVariant &payload)
+{
+    emit event(name, payload, int(source));
+}
+
+// --- Connection, statements and transactions ---
+
+bool VEXT_SQL::open()
+{
+    return worker->open();
+}
+
+bool VEXT_SQL::close()
+{
+    return worker->close(true);
+}
+
+QScriptValue VEXT_SQL::query(const QString &sql)
+{
+    return worker->query(sql);
+}
+
+QScriptValue VEXT_SQL::exec(const QString &sql)
+{
+    return worker->query(sql);
+}
+
+QScriptValue VEXT_SQL::exec(const QString &proc, const QScriptValue &asql)
+{
+    return worker->exec(proc, asql);
+}
+
+bool VEXT_SQL::tables(int ttype)
+{
+    return worker->tables(ttype);
+}
+
+void VEXT_SQL::clear()
+{
+    worker->clearSqlResult();
+}
+
+void VEXT_SQL::clearSqlResult()
+{
+    worker->clearSqlResult();
+}
+
+void VEXT_SQL::setCodec(const QString &codec)
+{
+    worker->setCodec(codec);
+}
+
+bool VEXT_SQL::transaction()
+{
+    return worker->transaction();
+}
+
+bool VEXT_SQL::commit()
+{
+    return worker->commit();
+}
+
+bool VEXT_SQL::rollback()
+{
+    return worker->rollback();
+}
+
+// --- Worker thread ---
+
+int VEXT_SQL::taskSize()
+{
+    return worker->taskSize();
+}
+
+bool VEXT_SQL::start_thread()
+{
+    return worker->start_thread();
+}
+
+void VEXT_SQL::stop_thread(int tout_ms)
+{
+    worker->stop_thread(tout_ms);
+}
+
+bool VEXT_SQL::appendSqlTask(structThrSql *task)
+{
+    return worker->appendSqlTask(task);
+}
+
+QScriptValue VEXT_SQL::js_query_thread(QScriptContext *context, QScriptEngine *engine)
+{
+    return queueTask(SqlCall::Function::Query, "js_query_thread", context, engine);
+}
+
+QScriptValue VEXT_SQL::js_exec_thread(QScriptContext *context, QScriptEngine *engine)
+{
+    return queueTask(SqlCall::Function::Exec, "js_exec_thread", context, engine);
+}
+
+// --- Script constructor ---
+
+void VEXT_SQLWrapper::registerWrapper(QScriptEngine *eng)
+{
+    QScriptValue function = eng->newFunction(&VEXT_SQLWrapper::ctor, 0);
+    QScriptValue global = eng->globalObject();
+    FuncWrapper::createFunc(function, global, "VEXT_SQL", true, 1);
+}
+
+namespace
+{
+
+/// The caller's name, or the class name from its fifth character on, bare and in lower case.
+QString objectNameFor(QScriptContext *ctx)
+{
+    const QScriptValue first = ctx->argument(0);
+    if (first.isString() && !first.toString().isEmpty())
+        return first.toString();
+    QString name = QString::fromLatin1(VEXT_SQL::staticMetaObject.className()).mid(4);
+    name.remove(QRegularExpression(QStringLiteral("_+")));
+    return name.toLower();
+}
+
+/// Calls the class's own setScriptValueThis by name: the base's slot of that name is another one.
+void giveScriptValueThis(QObject *object, const QScriptValue &wrapper)
+{
+    const QMetaObject *meta = object->metaObject();
+    for (int i = meta->methodOffset(); i < meta->methodCount(); ++i) {
+        const QByteArray signature = meta->method(i).methodSignature();
+        if (!signature.startsWith("se")
+            || signature.left(signature.indexOf('(')) != "setScriptValueThis")
+            continue;
+        QMetaObject::invokeMethod(object, "setScriptValueThis", Q_ARG(QScriptValue, wrapper));
+        return;
+    }
+}
+
+} // namespace
+
+QScriptValue VEXT_SQLWrapper::ctor(QScriptContext *ctx, QScriptEngine *eng)
+{
+    auto *object = new VEXT_SQL(eng, eng);
+    object->setObjectName(objectNameFor(ctx));
+    insertObjectToPost(eng, object);
+    const QScriptValue wrapper = eng->newQObject(object, QScriptEngine::QtOwnership,
+                                                 QScriptEngine::ExcludeChildObjects);
+    giveScriptValueThis(object, wrapper);
+    return wrapper;
+}

@@ -1,0 +1,356 @@
+#include "vext_sql_thread.h"
+
+#include "debug_line.h"
+#include "sql_driver_kind.h"
+#include "vext_sql.h"
+#include "vext_sql_module.h"
+
+#include <QDateTime>
+#include <QRegularExpression>
+#include <QTextCodec>
+
+namespace
+{
+
+constexpr int StopOnCloseMs = 90000;
+/// Level of the message about notifications while tracing is off: sent all the same, on purpose at
+/// a level that no host shows by default.
+constexpr int LevelUnasked = 5;
+
+QString singleUnderscores(QString name)
+{
+    return name.replace(QLatin1String("__"), QLatin1String("_"));
+}
+
+/// The closing parenthesis of "ConnectionError)" is part of the text: scripts compare with it.
+QString errorTypeName(QSqlError::ErrorType type)
+{
+    switch (type) {
+    case QSqlError::NoError:
+        return QStringLiteral("NoError");
+    case QSqlError::ConnectionError:
+        return QStringLiteral("ConnectionError)");
+    case QSqlError::StatementError:
+        return QStringLiteral("StatementError");
+    case QSqlError::TransactionError:
+        return QStringLiteral("TransactionError");
+    case QSqlError::UnknownError:
+        return QStringLiteral("UnknownError");
+    }
+    return QStringLiteral("UnknownError (%1)").arg(int(type));
+}
+
+/// The native code as a number: -1 where the driver gives none, 0 where it is no number.
+int nativeNumber(const QSqlError &error)
+{
+    const QString code = error.nativeErrorCode();
+    return code.isEmpty() ? -1 : code.toInt();
+}
+
+/// The first of the names counted from `number` on that nobody registered.
+template <typename MakeName>
+QString firstFreeName(int number, MakeName makeName)
+{
+    for (;; ++number) {
+        const QString name = makeName(QString::number(number));
+        if (!QSqlDatabase::contains(name))
+            return name;
+    }
+}
+
+/// Connect options and ODBC connection strings may carry a password; no message shows it.
+QString withoutPassword(const QString &text)
+{
+    static const QRegularExpression secret(
+        QStringLiteral("\\b(password|passwd|pwd)(\\s*=\\s*)(\\{[^}]*\\}|'[^']*'|[^;]*)"),
+        QRegularExpression::CaseInsensitiveOption);
+    return QString(text).replace(secret, QStringLiteral("\\1\\2****"));
+}
+
+} // namespace
+
+// --- Names ---
+
+void VEXT_sqlThr::setConnectionName(const QString &name)
+{
+    if (db.isValid() && db.isOpen()) {
+        QScriptContext *context = m_engine ? m_engine->currentContext() : nullptr;
+        VEXT_SQL::throwScript(context,
+                              tr("нельзя менять имя соединения если %1")
+                                  .arg(QStringLiteral("isOpen == true")),
+                              QScriptContext::TypeError);
+        return;
+    }
+    const QString base = name.isEmpty() ? QStringLiteral("sql") : name;
+    const QString wanted = singleUnderscores(QStringLiteral("%1_%2").arg(driverName, base));
+    if (!QSqlDatabase::contains(wanted)) {
+        setName(wanted);
+        return;
+    }
+    setName(firstFreeName(m_conNumber, [this, &base](const QString &number) {
+        return singleUnderscores(QStringLiteral("%1_%2_%3").arg(driverName, number, base));
+    }));
+}
+
+void VEXT_sqlThr::setName(const QString &name)
+{
+    setParameter(connectionName, name);
+    setObjectName(name);
+    setParameter(m_shownName, name);
+}
+
+/// Statistics of another engine's thread must not read object names that change in this one.
+void VEXT_sqlThr::watchShownNames()
+{
+    setParameter(m_shownOwnerName, m_owner->objectName());
+    connect(m_owner, &QObject::objectNameChanged, this,
+            [this](const QString &name) { setParameter(m_shownOwnerName, name); });
+    if (QObject *post = m_engine ? m_engine->parent() : nullptr) {
+        setParameter(m_shownPostName, post->objectName());
+        connect(post, &QObject::objectNameChanged, this,
+                [this](const QString &name) { setParameter(m_shownPostName, name); });
+    }
+}
+
+// --- Parameters ---
+
+void VEXT_sqlThr::setParamToDb(QSqlDatabase &database)
+{
+    QMutexLocker locker(&m_mutexParams);
+    const int driverType = SqlDriverKind::driverType(driverName);
+    const int reported = database.driver() ? int(database.driver()->dbmsType()) : 0;
+    m_driverType.storeRelease(driverType);
+    m_dbmsType.storeRelease(SqlDriverKind::dbmsType(driverType, reported));
+    if (!connectOptions.isEmpty())
+        database.setConnectOptions(connectOptions);
+    database.setHostName(hostName);
+    if (port > 0)
+        database.setPort(port);
+    database.setDatabaseName(databaseName);
+    database.setUserName(userName);
+    database.setPassword(password);
+}
+
+bool VEXT_sqlThr::setPostgresAppName(QSqlDatabase &database, const QString &suffix)
+{
+    QString name;
+    {
+        QMutexLocker locker(&m_mutexParams);
+        name = app_name;
+    }
+    if (name.isEmpty())
+        return true;
+    QSqlQuery query(database);
+    if (!query.exec(QStringLiteral("SET client_encoding = 'UTF8'")))
+        return false;
+    if (!query.prepare(QStringLiteral("SELECT set_config('application_name', ?, false)")))
+        return false;
+    query.addBindValue(name + suffix, QSql::In);
+    return query.exec();
+}
+
+void VEXT_sqlThr::setCodec(const QString &name)
+{
+    m_codec = QTextCodec::codecForName(name.toLocal8Bit());
+}
+
+// --- Open ---
+
+bool VEXT_sqlThr::open()
+{
+    if (db.isOpen()) {
+        refuseOpenTwice();
+        return true;
+    }
+    ++cnt_open;
+    // A thread that was told to stop and has not yet must not be told otherwise.
+    if (!isRunning())
+        m_thrStop.storeRelease(0);
+    if (connectionName.isEmpty() || QSqlDatabase::contains(connectionName))
+        setName(firstFreeName(m_conNumber, [this](const QString &number) {
+            return QStringLiteral("con_%1_sql_%2").arg(driverName, number);
+        }));
+    else
+        setName(connectionName);
+    return openMain();
+}
+
+bool VEXT_sqlThr::openMain()
+{
+    db = QSqlDatabase::addDatabase(driverName, connectionName);
+    setParamToDb(db);
+    if (!db.open()) {
+        setLastError(db.lastError());
+        if (traceLog)
+            reportOpenFailure();
+        discardMain();
+        return false;
+    }
+    connectDriver();
+    if (m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql)
+        setPostgresAppName(db, QString());
+    m_shownOpen = true;
+    ++cnt_opened;
+    const QPointer<VEXT_sqlThr> self(this);
+    emit opened();
+    return self && db.isOpen();
+}
+
+void VEXT_sqlThr::refuseOpenTwice()
+{
+    if (!traceLog)
+        return;
+    const QString target = db.port() > 0
+        ? QStringLiteral("%1:%3:%2").arg(db.hostName(), db.databaseName(),
+                                         QString::number(db.port()))
+        : QStringLiteral("%1:%2").arg(db.hostName(), db.databaseName());
+    sendMessage(__LINE__, "open",
+                tr("перед открытием БД, закройте соединение с '%1'").arg(withoutPassword(target)),
+                0);
+}
+
+/// The blanks inside the texts align the values and are part of them.
+void VEXT_sqlThr::reportOpenFailure()
+{
+    const auto parameter = [this](const char *pattern, const QString &value) {
+        sendMessage(__LINE__, "open", QString::fromUtf8(pattern).arg(value), 1);
+    };
+    sendMessage(__LINE__, "open", tr("не смог подключиться к БД '%1'").arg(db.lastError().text()),
+                -1);
+    const QString portText = db.port() > 0 ? QStringLiteral(":%1").arg(db.port()) : QString();
+    parameter("driverName    = '%1'", db.driverName());
+    parameter("hostName      = '%1'", db.hostName() + portText);
+    parameter("databaseName  = '%1'", withoutPassword(db.databaseName()));
+    parameter("userName      = '%1'", db.userName());
+    parameter("password      = '%1'", QStringLiteral("****"));
+    if (!db.connectOptions().isEmpty())
+        parameter("connectOptions= '%1'", withoutPassword(db.connectOptions()));
+    if (!connectionName.isEmpty())
+        parameter("connectionName= '%1'", connectionName);
+}
+
+/// Drops the handle and the registration; nothing stays registered but closed.
+void VEXT_sqlThr::discardMain()
+{
+    const QString name = db.connectionName();
+    db = QSqlDatabase();
+    QSqlDatabase::removeDatabase(name);
+}
+
+void VEXT_sqlThr::connectDriver()
+{
+    QSqlDriver *driver = db.driver();
+    if (driver->hasFeature(QSqlDriver::CancelQuery))
+        connect(this, &VEXT_sqlThr::cancelQuery, driver, &QSqlDriver::cancelQuery);
+    announceEvents();
+    if (isSupportEvent()) {
+        connect(driver,
+                qOverload<const QString &, QSqlDriver::NotificationSource, const QVariant &>(
+                    &QSqlDriver::notification),
+                this, &VEXT_sqlThr::relayNotification, Qt::DirectConnection);
+        subscribeAll();
+    }
+}
+
+void VEXT_sqlThr::announceEvents()
+{
+    const bool supported = isSupportEvent();
+    const bool trace = traceLog;
+    if (trace) {
+        DebugLine::debug(VextSqlModule::Worker, __LINE__, "open")
+            << QDateTime::currentMSecsSinceEpoch() << "subscribeToNotification"
+            << (supported ? "" : "no") << "supported";
+    }
+    const QString who = supported ? driverName : driverName + QLatin1Char(' ') + tr("не");
+    int level = LevelUnasked;
+    if (trace)
+        level = supported ? 2 : 0;
+    sendMessage(__LINE__, "open", tr("драйвер %1 поддерживает события").arg(who), level);
+}
+
+// --- Close ---
+
+bool VEXT_sqlThr::close(bool stopThread)
+{
+    if (stopThread)
+        stop_thread(StopOnCloseMs);
+    clearSqlResult();
+    if (!db.isValid())
+        return false;
+    if (!db.isOpen())
+        return false;
+    emit cancelQuery();
+    QSqlDriver *driver = db.driver();
+    disconnect(this, nullptr, driver, nullptr);
+    disconnect(driver, nullptr, this, nullptr);
+    const QString name = db.connectionName();
+    db = QSqlDatabase();
+    m_shownOpen = false;
+    // A driver must not lose its connection while it is delivering a notification.
+    afterNotification([this, name] { closeRegistered(name); });
+    {
+        QMutexLocker locker(&m_mutexLast);
+        m_lastError = QSqlError();
+        lastQuery.clear();
+    }
+    ++cnt_closed;
+    emit closed();
+    return true;
+}
+
+/// Closes and unregisters a connection that only its registration still holds.
+void VEXT_sqlThr::closeRegistered(const QString &name)
+{
+    {
+        QSqlDatabase closing = QSqlDatabase::database(name, false);
+        if (closing.driver()->hasFeature(QSqlDriver::EventNotifications))
+            unsubscribeAll(closing.driver());
+        closing.close();
+    }
+    QSqlDatabase::removeDatabase(name);
+}
+
+// --- Errors ---
+
+void VEXT_sqlThr::reportNotOpen(const char *function, int line)
+{
+    if (traceLog)
+        sendMessage(line, function, notOpenText(), -1);
+}
+
+QString VEXT_sqlThr::notOpenText() const
+{
+    const QString target = QStringLiteral("%1:%2:%3")
+                               .arg(withoutPassword(databaseName), QString::number(port), hostName);
+    return tr("не открыто соединение с '%1'").arg(target);
+}
+
+void VEXT_sqlThr::setLastError(const QSqlError &error)
+{
+    QMutexLocker locker(&m_mutexLast);
+    m_lastError = error;
+}
+
+QString VEXT_sqlThr::lastError()
+{
+    QMutexLocker locker(&m_mutexLast);
+    return m_lastError.isValid() ? m_lastError.text() : QString();
+}
+
+QVariantMap VEXT_sqlThr::lastErrors()
+{
+    QSqlError error;
+    {
+        QMutexLocker locker(&m_mutexLast);
+        error = m_lastError;
+    }
+    return {
+        {QStringLiteral("driverText"), error.driverText()},
+        {QStringLiteral("databaseText"), error.databaseText()},
+        {QStringLiteral("type"), int(error.type())},
+        {QStringLiteral("typeStr"), errorTypeName(error.type())},
+        {QStringLiteral("number"), nativeNumber(error)},
+        {QStringLiteral("text"), error.text()},
+        {QStringLiteral("isValid"), error.isValid() ? 1 : 0},
+    };
+}

@@ -1,0 +1,142 @@
+#include "vext_sql_thread.h"
+
+#include "debug_line.h"
+#include "vext_sql_module.h"
+#include "vext_static_enums.h"
+
+#include <QDateTime>
+#include <QRegularExpression>
+
+namespace
+{
+
+constexpr int CalleeWidth = 20;
+
+/// Where the script subscribed: the frame that called add_event, two levels above the native one.
+QString subscribingPlace(QScriptEngine *engine)
+{
+    QScriptContext *context = engine ? engine->currentContext() : nullptr;
+    for (int level = 0; context && level < 2; ++level)
+        context = context->parentContext();
+    const QString site = FuncWrapper::getCallee(context, engine);
+    return site.split(QRegularExpression(QStringLiteral("\\s+"))).constFirst();
+}
+
+void traceEvent(const char *function, int line, const char *what, const QString &name)
+{
+    DebugLine::debug(VextSqlModule::Worker, line, function)
+        << QDateTime::currentMSecsSinceEpoch() << what << name;
+}
+
+} // namespace
+
+bool VEXT_sqlThr::isSupportEvent() const
+{
+    return db.driver()->hasFeature(QSqlDriver::EventNotifications);
+}
+
+bool VEXT_sqlThr::add_event(const QString &name)
+{
+    if (m_listEvents.contains(name))
+        return false;
+    const QString place = subscribingPlace(m_engine);
+    {
+        QMutexLocker locker(&m_mutexParams);
+        m_listEvents.append(name);
+        m_listEventsCallee.append(place);
+    }
+    const bool trace = traceLog;
+    if (trace) {
+        DebugLine::debug(VextSqlModule::Worker, __LINE__, "add_event")
+            << place.leftJustified(CalleeWidth) << name;
+    }
+    if (!db.isOpen() || !isSupportEvent()) {
+        if (trace)
+            traceEvent("add_event", __LINE__, "subscribeToNotification offLine", name);
+        return true;
+    }
+    if (trace)
+        traceEvent("add_event", __LINE__, "subscribeToNotification onLine", name);
+    return db.driver()->subscribeToNotification(name);
+}
+
+bool VEXT_sqlThr::rem_event(const QString &name)
+{
+    if (db.isOpen() && isSupportEvent()) {
+        const QPointer<QSqlDriver> driver(db.driver());
+        afterNotification([driver, name] {
+            if (driver && driver->isOpen())
+                driver->unsubscribeFromNotification(name);
+        });
+    }
+    const int index = m_listEvents.indexOf(name);
+    if (index < 0)
+        return false;
+    QMutexLocker locker(&m_mutexParams);
+    if (index < m_listEventsCallee.size())
+        m_listEventsCallee.removeAt(index);
+    m_listEvents.removeAt(index);
+    return true;
+}
+
+QStringList VEXT_sqlThr::events() const
+{
+    return db.isOpen() ? db.driver()->subscribedToNotifications() : m_listEvents;
+}
+
+void VEXT_sqlThr::subscribeAll()
+{
+    const QStringList names = m_listEvents;
+    for (const QString &name : names) {
+        if (traceLog) {
+            DebugLine::debug(VextSqlModule::Worker, __LINE__, "open")
+                << "subscribeToNotification onLine" << name;
+        }
+        db.driver()->subscribeToNotification(name);
+    }
+}
+
+/// The list of names is kept, so that the next open subscribes again.
+void VEXT_sqlThr::unsubscribeAll(QSqlDriver *driver)
+{
+    const QStringList names = m_listEvents;
+    for (const QString &name : names) {
+        if (traceLog)
+            traceEvent("close", __LINE__, "unsubscribeFromNotification", name);
+        driver->unsubscribeFromNotification(name);
+    }
+}
+
+/// Called on the driver's stack: the driver goes on with its own work when the handlers are done,
+/// so nothing that they ask for may take the driver or its connection away before that.
+void VEXT_sqlThr::relayNotification(const QString &name, QSqlDriver::NotificationSource source,
+                                    const QVariant &payload)
+{
+    const QPointer<VEXT_sqlThr> self(this);
+    ++m_notifying;
+    emit event(name, source, payload);
+    if (!self)
+        return;
+    --m_notifying;
+    if (m_notifying == 0 && !m_afterNotification.empty())
+        QMetaObject::invokeMethod(this, &VEXT_sqlThr::runDeferredSteps, Qt::QueuedConnection);
+}
+
+/// Runs a step now, or from the event loop when a notification is being delivered.
+void VEXT_sqlThr::afterNotification(std::function<void()> step)
+{
+    if (m_notifying > 0)
+        m_afterNotification.push_back(std::move(step));
+    else
+        step();
+}
+
+void VEXT_sqlThr::runDeferredSteps()
+{
+    // A nested event loop inside a handler: the handler's end asks again.
+    if (m_notifying > 0)
+        return;
+    const std::vector<std::function<void()>> steps = std::exchange(m_afterNotification, {});
+    for (const auto &step : steps)
+        step();
+}

@@ -1,0 +1,178 @@
+#include "vext_sql_thread.h"
+
+#include "vext_sql.h"
+#include "vext_sql_module.h"
+
+#include <QDateTime>
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr QScriptValue::PropertyFlags Fixed = QScriptValue::ReadOnly | QScriptValue::Undeletable;
+constexpr QScriptValue::PropertyFlags FixedHidden = Fixed | QScriptValue::SkipInEnumeration;
+
+struct Feature {
+    const char *name;
+    QSqlDriver::DriverFeature feature;
+};
+
+constexpr Feature Features[] = {
+    {"Transactions", QSqlDriver::Transactions},
+    {"QuerySize", QSqlDriver::QuerySize},
+    {"BLOB", QSqlDriver::BLOB},
+    {"Unicode", QSqlDriver::Unicode},
+    {"PreparedQueries", QSqlDriver::PreparedQueries},
+    {"NamedPlaceholders", QSqlDriver::NamedPlaceholders},
+    {"PositionalPlaceholders", QSqlDriver::PositionalPlaceholders},
+    {"LastInsertId", QSqlDriver::LastInsertId},
+    {"BatchOperations", QSqlDriver::BatchOperations},
+    {"SimpleLocking", QSqlDriver::SimpleLocking},
+    {"LowPrecisionNumbers", QSqlDriver::LowPrecisionNumbers},
+    {"EventNotifications", QSqlDriver::EventNotifications},
+    {"FinishQuery", QSqlDriver::FinishQuery},
+    {"MultipleResultSets", QSqlDriver::MultipleResultSets},
+    {"CancelQuery", QSqlDriver::CancelQuery},
+};
+
+/// "place name" for each subscription, the places padded to the longest of them.
+QStringList subscriptionTexts(const QStringList &names, const QStringList &places)
+{
+    int width = 0;
+    for (const QString &place : places)
+        width = std::max(width, place.size());
+    QStringList texts;
+    for (int i = 0; i < names.size(); ++i)
+        texts << QStringLiteral("%1 %2").arg(places.value(i).leftJustified(width), names.at(i));
+    return texts;
+}
+
+} // namespace
+
+/// What one statistics object shows, taken under the locks before any script value is made.
+struct VEXT_sqlThr::Statistics {
+    QString postName;
+    QString connectionName;
+    QString ownerName;
+    QString driver;
+    QString database;
+    QString user;
+    QString host;
+    QStringList events;
+    QStringList eventPlaces;
+    bool isOpen = false;
+    bool isRunning = false;
+    double queue = 0;
+    double finished = 0;
+    double idleMs = 0;
+    double currentMs = 0;
+};
+
+bool VEXT_sqlThr::tables(int ttype)
+{
+    if (!db.isOpen()) {
+        reportNotOpen("tables", __LINE__);
+        return false;
+    }
+    QStringList names = db.tables(static_cast<QSql::TableType>(ttype & 0xff));
+    std::sort(names.begin(), names.end());
+    const QSqlError error = db.lastError();
+    setLastError(error);
+    clearSqlResult();
+    if (m_engine) {
+        QScriptValue list = m_engine->newArray(uint(names.size()));
+        // Flags of an array's elements hold only when set by name.
+        for (int i = 0; i < names.size(); ++i)
+            list.setProperty(QString::number(i), QScriptValue(m_engine, names.at(i)), Fixed);
+        QScriptValue result = m_engine->newObject();
+        result.setProperty(QStringLiteral("TABLES"), list, FixedHidden);
+        result.setProperty(QStringLiteral("rows"), QScriptValue(m_engine, names.size()), Fixed);
+        result.setProperty(QStringLiteral("fields"), QScriptValue(m_engine, 1), Fixed);
+        result.setProperty(QStringLiteral("numRowsAffected"), QScriptValue(m_engine, 0), Fixed);
+        m_scriptValueThis.setProperty(QStringLiteral("queryResult"), result,
+                                      QScriptValue::SkipInEnumeration);
+    }
+    return !error.isValid();
+}
+
+QVariant VEXT_sqlThr::hasFeature() const
+{
+    QVariantMap map;
+    for (const Feature &feature : Features) {
+        map.insert(QLatin1String(feature.name), db.driver()->hasFeature(feature.feature));
+    }
+    return map;
+}
+
+/// Also for another engine's thread: only atomics, and what the locks guard.
+VEXT_sqlThr::Statistics VEXT_sqlThr::statistics()
+{
+    Statistics s;
+    const bool own = thread() == QThread::currentThread();
+    {
+        QMutexLocker locker(&m_mutexParams);
+        s.postName = m_shownPostName;
+        s.connectionName = own ? objectName() : m_shownName;
+        s.ownerName = m_shownOwnerName;
+        s.driver = driverName;
+        s.database = databaseName;
+        s.user = userName;
+        s.host = port > 0 ? QStringLiteral("%1:%2").arg(hostName, QString::number(port)) : hostName;
+        s.events = m_listEvents;
+        s.eventPlaces = m_listEventsCallee;
+    }
+    s.isOpen = own ? db.isOpen() : m_shownOpen.load();
+    s.isRunning = isRunning();
+    QMutexLocker locker(&m_mutexSqlTasks);
+    const bool busy = m_thrSqlBusy.loadAcquire() == 1;
+    s.queue = m_thrSqlQueue.loadAcquire();
+    s.finished = m_thrSqlFinish.loadAcquire();
+    s.idleMs = busy ? 0.0 : double(m_timerNotUse.elapsed());
+    s.currentMs = busy ? double(QDateTime::currentMSecsSinceEpoch() - m_thrSqlStartMs) : 0.0;
+    return s;
+}
+
+QScriptValue VEXT_sqlThr::counters(QScriptEngine *eng)
+{
+    QScriptEngine *engine = eng;
+    if (!engine)
+        engine = m_engine;
+    if (!engine)
+        return QScriptValue();
+    const Statistics s = statistics();
+    QScriptValue object = engine->newObject();
+    const auto text = [&](const char *key, const QString &value) {
+        object.setProperty(QLatin1String(key), QScriptValue(engine, value), Fixed);
+    };
+    const auto number = [&](const char *key, double value) {
+        object.setProperty(QLatin1String(key), QScriptValue(engine, value), Fixed);
+    };
+    if (eng)
+        text("postName", s.postName);
+    text("connectionName", s.connectionName);
+    number("is_opened", s.isOpen ? 1 : 0);
+    number("cnt_open", cnt_open);
+    number("cnt_opened", cnt_opened);
+    number("cnt_closed", cnt_closed);
+    number("cnt_sql_ok", cnt_sql_ok);
+    number("cnt_sql_er", cnt_sql_er);
+    text("driver", s.driver);
+    text("database", s.database);
+    text("user", s.user);
+    text("host", s.host);
+    if (eng) {
+        object.setProperty(QStringLiteral("subscribeEvents"),
+                           qScriptValueFromSequence(engine, subscriptionTexts(s.events,
+                                                                              s.eventPlaces)),
+                           Fixed);
+    }
+    text("dbObjectName", s.ownerName);
+    if (s.isRunning) {
+        number("thr_sql_queue", s.queue);
+        number("thr_sql_finish", s.finished);
+        number("thr_notUsedMs", s.idleMs);
+        number("thr_sql_currMs", s.currentMs);
+    }
+    return object;
+}

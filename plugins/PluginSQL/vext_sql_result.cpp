@@ -1,0 +1,383 @@
+#include "vext_sql_thread.h"
+
+#include "debug_line.h"
+#include "result_object.h"
+#include "sql_driver_kind.h"
+#include "vext_sql_module.h"
+
+#include <QScriptValueIterator>
+#include <QSqlRecord>
+
+#include <algorithm>
+#include <memory>
+
+namespace
+{
+
+QString queryResultName()
+{
+    return QStringLiteral("queryResult");
+}
+
+/// Whether the rows of a driver are read without being kept by it. For the drivers below nothing
+/// that a script sees depends on it. The others may choose another kind of cursor on the server;
+/// QMYSQL (5.15) ends a streamed result silently when the connection breaks, so a part of the rows
+/// would pass for all of them.
+bool readsForwardOnly(int driverType)
+{
+    switch (driverType) {
+    case SqlDriverKind::PostgreSql:
+    case SqlDriverKind::SQLite:
+    case SqlDriverKind::Interbase:
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+// --- From query to record: executing thread ---
+
+void VEXT_sqlThr::prepareReading(QSqlQuery &query) const
+{
+    query.setForwardOnly(readsForwardOnly(m_driverType.loadAcquire()));
+}
+
+bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
+{
+    if (!task || !task->sqlQuery)
+        return false;
+    structSqlResult result;
+    QSqlQuery &query = *task->sqlQuery;
+    result.index = task->current;
+    result.error = query.lastError();
+    result.size = query.size();
+    result.executedQuery = query.executedQuery();
+    result.lastQuery = query.lastQuery();
+    const bool executed = result.error.type() == QSqlError::NoError;
+    if (executed && query.driver()) {
+        describeColumns(query, result);
+        // A procedure without output crashes some drivers when rows are asked for.
+        if (!result.fields.isEmpty())
+            readRows(task, result);
+        // Drivers that stream rows report some errors, and count the affected rows, only now.
+        result.error = query.lastError();
+        if (mayReadLastInsertId(query)) {
+            result.lastInsertId = query.lastInsertId();
+            result.hasLastInsertId = true;
+        }
+    }
+    result.numRowsAffected = std::max(0, query.numRowsAffected());
+    if (executed && result.error.type() != QSqlError::NoError)
+        setLast(task);
+    task->releaseQuery();
+    {
+        QMutexLocker locker(&m_mutexLast);
+        affectedRows = result.numRowsAffected;
+    }
+    const bool good = result.error.type() == QSqlError::NoError && !result.canceled;
+    task->rowsAffected += result.numRowsAffected;
+    task->results.append(std::move(result));
+    return good;
+}
+
+void VEXT_sqlThr::describeColumns(const QSqlQuery &query, structSqlResult &result)
+{
+    const QSqlRecord record = query.record();
+    const bool onRow = query.isValid();
+    const int columns = record.count();
+    result.fields.reserve(columns);
+    for (int c = 0; c < columns; ++c) {
+        structSqlFieldResult field;
+        field.name = record.fieldName(c);
+        field.type = onRow ? record.value(c).userType() : 0;
+        result.fields.append(std::move(field));
+    }
+}
+
+void VEXT_sqlThr::readRows(structThrSql *task, structSqlResult &result)
+{
+    QSqlQuery &query = *task->sqlQuery;
+    const int columns = result.fields.size();
+    // One detach here instead of one a cell.
+    std::vector<structSqlFieldResult *> fields;
+    fields.reserve(size_t(columns));
+    for (structSqlFieldResult &field : result.fields)
+        fields.push_back(&field);
+    for (uint row = 0; query.next(); ++row) {
+        if (task->inThread && m_thrStop.loadAcquire() == 1) {
+            result.canceled = true;
+            task->failed = true;
+            return;
+        }
+        for (int c = 0; c < columns; ++c) {
+            structSqlFieldResult &field = *fields[size_t(c)];
+            QVariant value = query.value(c);
+            const int type = value.userType();
+            if (type == QMetaType::UnknownType || value.isNull())
+                field.nulls.append(row);
+            else if (type != field.type)
+                field.type = type;
+            field.values.append(std::move(value));
+        }
+    }
+}
+
+/// PostgreSQL answers with an error where a statement made no id, and would spoil the query.
+bool VEXT_sqlThr::mayReadLastInsertId(const QSqlQuery &query) const
+{
+    const QSqlDriver::DbmsType dbms = query.driver()->dbmsType();
+    if (m_driverType.loadAcquire() != SqlDriverKind::Odbc)
+        return dbms != QSqlDriver::PostgreSQL;
+    switch (dbms) {
+    case QSqlDriver::MSSqlServer:
+    case QSqlDriver::MySqlServer:
+    case QSqlDriver::PostgreSQL:
+    case QSqlDriver::Sybase:
+        return true;
+    default:
+        return false;
+    }
+}
+
+void VEXT_sqlThr::setLast(structThrSql *task)
+{
+    const QString text = task->sqlQuery->lastQuery();
+    const QSqlError error = task->sqlQuery->lastError();
+    if (error.type() != QSqlError::NoError)
+        task->failed = true;
+    QMutexLocker locker(&m_mutexLast);
+    lastQuery = text;
+    m_lastError = error;
+}
+
+QString VEXT_sqlThr::lastQueryText()
+{
+    QMutexLocker locker(&m_mutexLast);
+    return lastQuery;
+}
+
+int VEXT_sqlThr::lastAffectedRows()
+{
+    QMutexLocker locker(&m_mutexLast);
+    return affectedRows;
+}
+
+// --- From record to script: engine's thread ---
+
+void VEXT_sqlThr::clearSqlResult()
+{
+    {
+        QMutexLocker locker(&m_mutexLast);
+        affectedRows = 0;
+    }
+    if (!m_engine)
+        return;
+    const QScriptValue result = m_scriptValueThis.property(queryResultName());
+    if (!result.isObject())
+        return;
+    QScriptValueIterator it(result);
+    while (it.hasNext()) {
+        it.next();
+        it.remove();
+    }
+    m_scriptValueThis.setProperty(queryResultName(), QScriptValue());
+}
+
+void VEXT_sqlThr::publishResult(const QScriptValue &value)
+{
+    if (m_engine)
+        m_scriptValueThis.setProperty(queryResultName(), value);
+}
+
+QScriptValue VEXT_sqlThr::fetchResult(structThrSql *task)
+{
+    if (!task)
+        return QScriptValue(false);
+    if (task->sqlQuery && !detachSqlResult(task)) {
+        ++cnt_sql_er;
+        task->failed = true;
+    }
+    if (!m_engine)
+        return task->result;
+    // Almost always the entries lie at their own index.
+    QList<structSqlResult> &results = task->results;
+    int at = task->current;
+    if (at < 0 || at >= results.size() || results.at(at).index != task->current) {
+        const auto found = std::find_if(results.cbegin(), results.cend(), [task](const auto &r) {
+            return r.index == task->current;
+        });
+        if (found == results.cend())
+            return task->result;
+        at = int(found - results.cbegin());
+    }
+    if (!task->inThread)
+        task->result = m_engine->newObject();
+    convertEntry(task, results[at]);
+    return task->result;
+}
+
+void VEXT_sqlThr::convertEntry(structThrSql *task, structSqlResult &entry)
+{
+    const auto setError = [task](const QScriptValue &value) {
+        if (task->error.isArray())
+            task->error.setProperty(quint32(task->current), value);
+        else
+            task->error = value;
+    };
+    if (entry.canceled || entry.error.type() != QSqlError::NoError) {
+        task->failed = true;
+        setError(QScriptValue(m_engine, entry.canceled ? tr("SQL запрос отменен")
+                                                       : entry.error.databaseText()));
+        return;
+    }
+    setError(QScriptValue(m_engine, false));
+    QScriptValue target = task->result;
+    if (target.isArray()) {
+        target = task->result.property(quint32(task->current));
+        if (!target.isObject()) {
+            target = m_engine->newObject();
+            task->result.setProperty(quint32(task->current), target);
+        }
+    }
+    ResultObject::Options options;
+    options.enableNull = enableNull;
+    options.upperCaseNames = m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql;
+    ResultObject::fill(m_engine, target, entry, options);
+    if (!task->inThread)
+        publishResult(target);
+}
+
+void VEXT_sqlThr::fetchResThr(structThrSql *task)
+{
+    if (!task || !task->sqlQuery) {
+        DebugLine::critical(VextSqlModule::Worker, __LINE__, "fetchResThr")
+            << (task ? "no query" : "no task");
+        delete task;
+        return;
+    }
+    fetchResult(task);
+}
+
+QScriptValue VEXT_sqlThr::fetchResFin(structThrSql *task)
+{
+    fetchResult(task);
+    return queryFinish(task);
+}
+
+// --- Delivery: engine's thread. Nothing is locked; script code may do anything, even delete. ---
+
+QScriptValue VEXT_sqlThr::queryFinish(structThrSql *task)
+{
+    if (!task)
+        return QScriptValue(false);
+    const std::unique_ptr<structThrSql> owned(task);
+    if (!m_engine)
+        return QScriptValue(false);
+    if (!task->inThread)
+        publishResult(task->result);
+    const QScriptValue age(m_engine, qsreal(task->timer.elapsed()));
+    // A synchronous callback gets no error but a leading false on failure, unlike a threaded one.
+    if (task->func.isFunction()) {
+        QScriptValueList args;
+        if (task->failed)
+            args << QScriptValue(m_engine, false);
+        args << task->result << QScriptValue(m_engine, task->current) << age;
+        task->func.call(task->thisObject, args + task->callArgs);
+    } else {
+        emitQueryFinish(task, age);
+    }
+    return task->result;
+}
+
+void VEXT_sqlThr::completeAsyncTask(structThrSql *task)
+{
+    if (!task)
+        return;
+    forgetAccepted(task);
+    if (m_isDestroy || !m_engine) {
+        delete task;
+        return;
+    }
+    prepareContainers(task);
+    for (int i = 0, count = task->results.size(); i < count; ++i) {
+        task->current = task->results.at(i).index;
+        convertEntry(task, task->results[i]);
+    }
+    if (task->results.isEmpty())
+        task->result = QScriptValue(m_engine, task->ok);
+    queryFinThr(task);
+}
+
+/// Deliveries come in the order of acceptance, so the task is the first, or close to it when a
+/// callback runs an event loop of its own.
+void VEXT_sqlThr::forgetAccepted(structThrSql *task)
+{
+    const auto found = std::find(m_accepted.begin(), m_accepted.end(), task);
+    if (found != m_accepted.end())
+        m_accepted.erase(found);
+}
+
+/// A list of statements is answered by arrays as long as the list, a single one by an object; the
+/// statements of exec_thread by arrays as long as their results, as far as there are several.
+void VEXT_sqlThr::prepareContainers(structThrSql *task)
+{
+    const int results = task->results.size();
+    const int statements = task->sqlList.size();
+    const int length = task->isProc ? results : std::max(results, statements);
+    const bool several = task->isProc ? results > 1 : statements > 1 || results > 1;
+    if (several && !task->result.isArray()) {
+        task->result = ResultObject::newObjects(m_engine, length);
+        task->error = m_engine->newArray(uint(length));
+    } else if (!several && results == 1 && !task->result.isObject()) {
+        task->result = m_engine->newObject();
+    }
+}
+
+void VEXT_sqlThr::queryFinThr(structThrSql *task)
+{
+    if (!task) {
+        DebugLine::critical(VextSqlModule::Worker, __LINE__, "queryFinThr") << "no task";
+        return;
+    }
+    const std::unique_ptr<structThrSql> owned(task);
+    if (!m_engine)
+        return;
+    const bool isFunction = task->func.isFunction();
+    if (task->timing) {
+        DebugLine::debug(VextSqlModule::Worker, __LINE__, "queryFinThr")
+            << "isFunc: " << (isFunction ? "true" : "false");
+    }
+    const QScriptValue age(m_engine, qsreal(task->timer.elapsed()));
+    if (isFunction)
+        callBack(task, age);
+    else
+        emitQueryFinish(task, age);
+}
+
+/// An exception of the callback is left to the host: it is neither cleared nor reported here.
+void VEXT_sqlThr::callBack(structThrSql *task, const QScriptValue &age)
+{
+    const QPointer<QScriptEngine> engine = m_engine;
+    const bool timing = task->timing;
+    if (timing)
+        DebugLine::debug(VextSqlModule::Worker, __LINE__, "queryFinThr") << "call";
+    QScriptValueList args{task->result, task->error, age};
+    args += task->callArgs;
+    const QScriptValue returned = task->func.call(task->thisObject, args);
+    if (!timing)
+        return;
+    const bool threw = engine && engine->hasUncaughtException();
+    DebugLine::debug(VextSqlModule::Worker, __LINE__, "queryFinThr")
+        << "return" << returned.toString() << (threw ? ":----- Exception !!!" : "");
+}
+
+/// A failure leads with false, a success ends with true: the two orders differ on purpose.
+void VEXT_sqlThr::emitQueryFinish(structThrSql *task, const QScriptValue &age)
+{
+    if (task->failed)
+        emit query_finish(QScriptValue(m_engine, false), task->result, task->error, age);
+    else
+        emit query_finish(task->result, task->error, age, QScriptValue(m_engine, true));
+}

@@ -1,0 +1,190 @@
+#include "vext_sql_thread.h"
+
+#include "debug_line.h"
+#include "sql_text.h"
+#include "vext_sql_module.h"
+
+#include <QScriptValueIterator>
+
+#include <memory>
+
+/// Traces the stages of a statement that asks for it with a "--" at its end, tracing on or off.
+class VEXT_sqlThr::Stopwatch
+{
+public:
+    Stopwatch(VEXT_sqlThr *worker, bool on) : m_worker(worker), m_on(on) { m_timer.start(); }
+
+    void stage(const QString &name) const
+    {
+        if (!m_on)
+            return;
+        const QString ms = QString::number(double(m_timer.nsecsElapsed()) / 1e6, 'f', 3);
+        m_worker->sendMessage(__LINE__, "query", QStringLiteral("%1 ms %2").arg(ms, name), 0);
+    }
+
+private:
+    VEXT_sqlThr *m_worker;
+    bool m_on;
+    QElapsedTimer m_timer;
+};
+
+QString VEXT_sqlThr::procedureSql(const QString &text, int count) const
+{
+    return SqlText::procedureStatement(text, count, m_dbmsType.loadAcquire());
+}
+
+QScriptValue VEXT_sqlThr::query(const QString &sql)
+{
+    if (!db.isOpen()) {
+        reportNotOpen("query", __LINE__);
+        return QScriptValue(false);
+    }
+    clearSqlResult();
+    if (traceLog)
+        sendMessage(__LINE__, "query", tr("sql='%1'").arg(sql), 2);
+
+    const bool timing = SqlText::asksForTiming(sql);
+    const Stopwatch stopwatch(this, timing);
+    stopwatch.stage(QStringLiteral("create struct"));
+    auto task = std::make_unique<structThrSql>(db);
+    task->timing = timing;
+    stopwatch.stage(QStringLiteral("create finish"));
+    prepareReading(*task->sqlQuery);
+    stopwatch.stage(QStringLiteral("query start"));
+    task->ok = task->sqlQuery->exec(sql);
+    stopwatch.stage(QStringLiteral("query finish"));
+    setLast(task.get());
+
+    const QSqlError error = finishReading(task.get());
+    if (error.type() == QSqlError::NoError && task->ok) {
+        ++cnt_sql_ok;
+        return fetchResFin(task.release());
+    }
+    task.reset();
+    ++cnt_sql_er;
+    reportFailure("query", error);
+    const QString message = traceLog
+        ? tr("ошибка выполнения: '%1'\n%2").arg(sql.trimmed(), error.text().trimmed())
+        : tr("ошибка выполнения: '%1'").arg(error.text().trimmed());
+    sendMessage(__LINE__, "query", message, -1);
+    closeOnConnectionError(error);
+    return QScriptValue(false);
+}
+
+QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
+{
+    if (!db.isOpen()) {
+        reportNotOpen("exec", __LINE__);
+        return QScriptValue(false);
+    }
+    clearSqlResult();
+    // Conversion may run script code, so it comes before anything that this code could take away.
+    QVariantList values;
+    if (!argumentValues(args, values))
+        return QScriptValue(false);
+    const QString statement =
+        SqlText::execStatement(text, values.size(), m_driverType.loadAcquire());
+
+    auto task = std::make_unique<structThrSql>(db);
+    prepareReading(*task->sqlQuery);
+    if (!task->sqlQuery->prepare(statement)) {
+        reportUnprepared(task.get(), text);
+        return QScriptValue(false);
+    }
+    bindArguments(*task->sqlQuery, values);
+    task->ok = task->sqlQuery->exec();
+    setLast(task.get());
+
+    const QSqlError error = finishReading(task.get());
+    // The statement counters stay as they are here, unlike in query().
+    if (error.type() == QSqlError::NoError && task->ok)
+        return fetchResFin(task.release());
+    task.reset();
+    reportFailure("exec", error);
+    QString message = tr("ошибка выполнения: '%1'").arg(error.text());
+    if (traceLog)
+        message += QLatin1Char('\n') + statement;
+    sendMessage(__LINE__, "exec", message, -1);
+    closeOnConnectionError(error);
+    return QScriptValue(false);
+}
+
+/// Reads the rows of an executed statement. Drivers that stream rows report some errors only then.
+/// A failed statement's query is freed here too, so that the connection can be closed.
+QSqlError VEXT_sqlThr::finishReading(structThrSql *task)
+{
+    if (task->ok) {
+        detachSqlResult(task);
+        return task->results.constLast().error;
+    }
+    const QSqlError error = task->sqlQuery->lastError();
+    task->releaseQuery();
+    return error;
+}
+
+void VEXT_sqlThr::reportUnprepared(structThrSql *task, const QString &text)
+{
+    setLast(task);
+    const QSqlError error = task->sqlQuery->lastError();
+    setLastError(error);
+    if (!traceLog)
+        return;
+    sendMessage(__LINE__, "exec",
+                tr("не смог подготовить процедуру '%1' к выполнению\n%2").arg(text, error.text()),
+                -1);
+}
+
+void VEXT_sqlThr::reportFailure(const char *function, const QSqlError &error)
+{
+    DebugLine::critical(VextSqlModule::Worker, __LINE__, function)
+        << qUtf8Printable(type2str(error.type()));
+}
+
+void VEXT_sqlThr::closeOnConnectionError(const QSqlError &error)
+{
+    if (error.type() == QSqlError::ConnectionError)
+        close(true);
+}
+
+/// The numbered properties of `args`, in the iterator's order.
+/// @return false when the script's own code threw on the way; the exception is left to the script.
+bool VEXT_sqlThr::argumentValues(const QScriptValue &args, QVariantList &values) const
+{
+    if (!args.isObject())
+        return true;
+    const auto threw = [this] { return m_engine && m_engine->hasUncaughtException(); };
+    QScriptValueIterator it(args);
+    while (it.hasNext()) {
+        it.next();
+        bool numbered = false;
+        it.name().toInt(&numbered, 10);
+        if (!numbered)
+            continue;
+        const QScriptValue value = it.value();
+        if (threw())
+            return false;
+        const QScriptValue data = value.data();
+        values.append(data.isValid() ? data.toVariant() : value.toVariant());
+        if (threw())
+            return false;
+    }
+    return true;
+}
+
+void VEXT_sqlThr::bindArguments(QSqlQuery &query, const QVariantList &values)
+{
+    const bool trace = traceLog;
+    for (int i = 0; i < values.size(); ++i) {
+        const QVariant &value = values.at(i);
+        QSql::ParamType type = QSql::In;
+        if (value.userType() == QMetaType::QByteArray)
+            type |= QSql::Binary;
+        query.bindValue(QStringLiteral(":a%1").arg(i), value, type);
+        if (trace) {
+            sendMessage(__LINE__, "exec",
+                        tr("sql bind %1 value:  type=%2")
+                            .arg(QString::number(i + 1), QLatin1String(value.typeName())),
+                        2);
+        }
+    }
+}

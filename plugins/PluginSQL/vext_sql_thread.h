@@ -1,0 +1,344 @@
+/// @file
+/// The worker of one connection: its parameters, its main connection, its queue and its thread.
+#pragma once
+
+#include "sql_records.h"
+
+#include <QAtomicInt>
+#include <QElapsedTimer>
+#include <QMetaMethod>
+#include <QMutex>
+#include <QPointer>
+#include <QScriptEngine>
+#include <QSqlDatabase>
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QStringList>
+#include <QThread>
+#include <QWaitCondition>
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <utility>
+#include <vector>
+
+class QTextCodec;
+class VEXT_SQL;
+
+/// Carries the whole state of one script connection and runs its queued tasks.
+///
+/// Two database connections exist: the main one (`db`), used in the engine's thread, and the
+/// thread connection, which run() makes, uses and removes in the worker thread.
+///
+/// Threads: the object lives in the engine's thread, and so does every member that is not marked
+/// "worker" or "any". run() and what it calls execute in the worker thread and never touch a
+/// script value. No two locks of this class are held at once, and none while script code runs or a
+/// signal is emitted.
+///
+/// Ownership: child of its VEXT_SQL, which takes it out of the tree and releases it with
+/// deleteLater(). The engine may be gone by then; it is held weakly and tasks are freed unserved.
+class VEXT_sqlThr : public QThread
+{
+    Q_OBJECT
+    Q_CLASSINFO("Author", "Vext SQL team")
+    Q_CLASSINFO("URL", "https://vext.invalid/")
+
+public:
+    VEXT_sqlThr(VEXT_SQL *owner, QScriptEngine *engine);
+    /// Stops the thread, cancelling what runs, and frees every task that is left.
+    ~VEXT_sqlThr() override;
+
+    /// Cuts the ties to an owner that is being destroyed; the owner frees the worker afterwards.
+    void releaseFromOwner();
+
+    // --- Thread and queue (vext_sql_thread.cpp) ---
+
+    /// Starts the thread if it is not running. @return whether it runs.
+    bool start_thread();
+    /// Waits up to about 300 ms for the thread to come up. @return whether it runs.
+    bool waitStart();
+    /// Asks the thread to stop, cancels its statement, and waits. Tasks that are still queued are
+    /// completed as failed. @param tout_ms limit of the wait in ms; 0 and less do not wait.
+    void stop_thread(int tout_ms);
+    /// Cancels the statement that runs on the thread connection, if the driver can. Any thread.
+    void requestCancelQuery();
+    /// Queues a task and starts the thread when needed. Owns `task` from here on, also when it is
+    /// refused. Never waits for a statement. @return false when the task was refused and freed.
+    bool appendSqlTask(structThrSql *task);
+    /// Queues a bare command task while the thread runs.
+    void appendSqlTaskType(taskSqlType type);
+    /// Number of tasks that wait in the queue.
+    int taskSize();
+    /// Transaction commands: on the main connection at once, and on the thread connection through
+    /// the queue while the thread runs. @return the outcome on the main connection.
+    bool transaction();
+    bool commit();
+    bool rollback();
+
+    // --- Connection (vext_sql_connection.cpp) ---
+
+    /// Chooses a connection name; raises a TypeError in the engine's context while open.
+    void setConnectionName(const QString &name);
+    /// Classifies the driver and copies the parameters into `db`. Engine's and worker thread.
+    void setParamToDb(QSqlDatabase &db);
+    /// Tells a PostgreSQL server the application name. Engine's and worker thread.
+    bool setPostgresAppName(QSqlDatabase &db, const QString &suffix);
+    bool open();
+    /// @param stopThread also ends the worker thread, waiting up to 90 s for its statement.
+    bool close(bool stopThread);
+    void setCodec(const QString &name);
+    /// "не открыто соединение с …" (connection not open) with database, port and host.
+    QString notOpenText() const;
+    /// Text of the last error, empty when there is none.
+    QString lastError();
+    /// The last error as a map with the keys that scripts read.
+    QVariantMap lastErrors();
+    /// Assigns a connection parameter where other engines' statistics may be reading it.
+    template <typename T>
+    void setParameter(T &field, const T &value)
+    {
+        QMutexLocker locker(&m_mutexParams);
+        field = value;
+    }
+
+    // --- Statements in the engine's thread (vext_sql_statement.cpp) ---
+
+    /// Runs one statement as given. @return its result object, or false.
+    QScriptValue query(const QString &sql);
+    /// Runs a procedure or completes a statement head with bound values. @return as query().
+    QScriptValue exec(const QString &text, const QScriptValue &args);
+    /// Text of a procedure call with positional placeholders. Any thread.
+    QString procedureSql(const QString &text, int count) const;
+
+    // --- Results (vext_sql_result.cpp) ---
+
+    /// Moves the outcome of the task's query into a record and frees the query. Executing thread.
+    /// @return whether the statement ended without error and was not cancelled.
+    bool detachSqlResult(structThrSql *task);
+    /// Copies the query's text and error into the last-statement fields. Executing thread.
+    void setLast(structThrSql *task);
+    /// Empties the result object of the last synchronous call, which the script may still hold.
+    void clearSqlResult();
+    QString lastQueryText();
+    int lastAffectedRows();
+
+    // --- Notifications (vext_sql_event.cpp) ---
+
+    bool isSupportEvent() const;
+    bool add_event(const QString &name);
+    bool rem_event(const QString &name);
+    QStringList events() const;
+
+    // --- Introspection (vext_sql_info.cpp) ---
+
+    bool tables(int ttype);
+    QVariant hasFeature() const;
+    /// Statistics, made with `eng`, or with the own engine when it is null. May be called for a
+    /// connection of another engine's thread as long as the registry's lock keeps it alive.
+    QScriptValue counters(QScriptEngine *eng);
+
+signals:
+    void opened();
+    void closed();
+    void cancelQuery();
+    void query_finish(const QScriptValue &, const QScriptValue &, const QScriptValue &,
+                      const QScriptValue &);
+    void event(const QString &name, QSqlDriver::NotificationSource source,
+               const QVariant &payload);
+    /// Messages to the host; emitted from both threads.
+    void s_msg(const char *, int, const char *, const QString &, int);
+
+public slots:
+    /// Accepts only a value that wraps the owner.
+    bool setScriptValueThis(const QScriptValue &scriptValue);
+
+private:
+    Q_INVOKABLE QScriptValue fetchResult(structThrSql *sqlTask);
+    Q_INVOKABLE QScriptValue queryFinish(structThrSql *sqlTask);
+    Q_INVOKABLE QScriptValue fetchResFin(structThrSql *sqlTask);
+    Q_INVOKABLE void fetchResThr(structThrSql *sqlTask);
+    Q_INVOKABLE void queryFinThr(structThrSql *sqlTask);
+    Q_INVOKABLE void completeAsyncTask(structThrSql *sqlTask);
+
+protected:
+    /// The thread body. Worker.
+    void run() override;
+
+public:
+    // State. VEXT_SQL reads and assigns part of it directly, hence public.
+
+    QScriptValue m_scriptValueThis; ///< script value of the owner; engine's thread
+
+    QList<structThrSql *> m_listSqlTasks; ///< the queue, owns its records; m_mutexSqlTasks
+    QAtomicInt m_thrSqlQueue;             ///< copy of the queue's length
+    QAtomicInt m_thrSqlFinish;            ///< tasks taken since the thread was started or stopped
+    QAtomicInt m_thrSqlBusy;              ///< 1 while a task is executed
+    qint64 m_thrSqlStartMs = 0;           ///< epoch ms when it was taken; m_mutexSqlTasks
+    QAtomicInt m_thrStop;                 ///< 1: leave the loop
+    QElapsedTimer m_timerNotUse;          ///< idle time; m_mutexSqlTasks
+    std::atomic<int> m_timeNotUse{720000}; ///< idle limit in ms
+    QWaitCondition m_waitTask;            ///< the worker sleeps on it; with m_mutexSqlTasks
+    QMutex m_mutexSqlTasks;
+    QMutex m_mutexLast;   ///< guards lastQuery, m_lastError, affectedRows
+    QMutex m_mutexDriver; ///< guards m_threadDriver
+    QSqlDriver *m_threadDriver = nullptr; ///< driver of the open thread connection
+    int m_conNumber = 0;                  ///< serial number of this worker, from 1
+
+    QStringList m_listEvents;       ///< subscribed names; written in the engine's thread under
+                                    ///< m_mutexParams
+    QStringList m_listEventsCallee; ///< where each was subscribed; likewise
+
+    bool enableNull = true; ///< NULL is delivered as null; engine's thread
+    std::atomic<bool> traceLog{false};
+    bool m_isDestroy = false; ///< engine's thread
+
+    QSqlDatabase db; ///< main connection; engine's thread only
+    QAtomicInt m_driverType; ///< kind of Qt driver
+    QAtomicInt m_dbmsType;   ///< database system behind it
+
+    // Connection parameters: written in the engine's thread under m_mutexParams, read there freely,
+    // elsewhere under the lock. They take effect at the next open.
+    QMutex m_mutexParams;
+    QString app_name;
+    QString driverName;
+    QString databaseName;
+    QString userName;
+    QString password;
+    QString hostName;
+    int port = -1; ///< used when above 0
+    QString connectOptions;
+    QString connectionName;
+
+    QString lastQuery;     ///< m_mutexLast
+    QSqlError m_lastError; ///< m_mutexLast
+    int affectedRows = 0;  ///< m_mutexLast
+
+    std::atomic<int> cnt_open{0};
+    std::atomic<int> cnt_opened{0};
+    std::atomic<int> cnt_closed{0};
+    std::atomic<int> cnt_sql_ok{0}; ///< both threads
+    std::atomic<int> cnt_sql_er{0}; ///< both threads
+
+    QTextCodec *m_codec = nullptr; ///< Qt's
+    VEXT_SQL *m_owner;             ///< null once the owner is being destroyed
+    QPointer<QScriptEngine> m_engine;
+
+    static QAtomicInt s_conCounter; ///< workers made so far
+    static QAtomicInt s_typeFloat;  ///< meta-type id of "float", 0 until the first construction
+
+    /// Every worker of the process, guarded by s_mutexWorkers.
+    static QList<VEXT_sqlThr *> s_workers;
+    static QMutex s_mutexWorkers;
+    /// Names of the thread connections in use, so that two threads never share one; likewise.
+    static QStringList s_threadNames;
+
+    /// Frees the workers of this thread that wait for an event loop which will not run any more,
+    /// and with `all` every other connection too: for the end of the application and of the
+    /// library. No code of the library may be left running or to be called.
+    static void releaseWorkers(bool all);
+
+    /// Takes the next task, waiting for one; null tells the caller to look at m_thrStop. Worker.
+    structThrSql *getSqlTask();
+
+private:
+    /// The thread connection and what belongs to it while run() works. Worker.
+    struct ThreadConnection {
+        QString name;
+        QSqlDatabase db;
+        bool inTransaction = false;
+        bool appNameSet = false;
+    };
+
+    // Thread body, in the order in which things happen. Worker.
+    enum class Wake { Task, Stop, Idle, TimedOut };
+    Wake waitForTask(bool trace);
+    structThrSql *takeTask();
+    void traceIdle(qint64 idleMs, bool leaving);
+    void createThreadConnection(ThreadConnection &con);
+    bool openThreadConnection(ThreadConnection &con, structThrSql *task);
+    void runTask(ThreadConnection &con, structThrSql *task);
+    void runCommand(ThreadConnection &con, structThrSql *task);
+    void runStatements(ThreadConnection &con, structThrSql *task);
+    bool runTransactionWord(ThreadConnection &con, structThrSql *task, const QString &sql);
+    QSqlError::ErrorType runStatement(ThreadConnection &con, structThrSql *task,
+                                      const QString &sql);
+    bool executeStatement(structThrSql *task, const QString &sql);
+    void leave(ThreadConnection &con);
+
+    /// Hands a finished task to the engine's thread; not touched afterwards. Any thread.
+    void completeTask(structThrSql *task);
+    /// Completes a task that never ran. Any thread.
+    void failTask(structThrSql *task);
+    /// Fails every queued task. Any thread, with m_mutexSqlTasks held.
+    void failQueuedTasks();
+    void failWaitingTasks();
+
+    bool startLocked();
+    bool waitWhileCancelling(int tout_ms);
+    void restartForWaitingTasks();
+    bool transactionCommand(bool (QSqlDatabase::*command)(), taskSqlType type);
+
+    // Connection.
+    void setName(const QString &name);
+    bool openMain();
+    void refuseOpenTwice();
+    void reportOpenFailure();
+    void discardMain();
+    void closeRegistered(const QString &name);
+    void announceEvents();
+    void connectDriver();
+    void setLastError(const QSqlError &error);
+    void reportNotOpen(const char *function, int line);
+    void watchShownNames();
+
+    // Statements.
+    class Stopwatch;
+    QSqlError finishReading(structThrSql *task);
+    void reportFailure(const char *function, const QSqlError &error);
+    void reportUnprepared(structThrSql *task, const QString &text);
+    void closeOnConnectionError(const QSqlError &error);
+    void bindArguments(QSqlQuery &query, const QVariantList &values);
+    bool argumentValues(const QScriptValue &args, QVariantList &values) const;
+
+    // Results.
+    void prepareReading(QSqlQuery &query) const;
+    static void describeColumns(const QSqlQuery &query, structSqlResult &result);
+    void readRows(structThrSql *task, structSqlResult &result);
+    bool mayReadLastInsertId(const QSqlQuery &query) const;
+    void prepareContainers(structThrSql *task);
+    void convertEntry(structThrSql *task, structSqlResult &entry);
+    void forgetAccepted(structThrSql *task);
+    void callBack(structThrSql *task, const QScriptValue &age);
+    void emitQueryFinish(structThrSql *task, const QScriptValue &age);
+    void publishResult(const QScriptValue &value);
+
+    // Notifications.
+    void relayNotification(const QString &name, QSqlDriver::NotificationSource source,
+                           const QVariant &payload);
+    void afterNotification(std::function<void()> step);
+    void runDeferredSteps();
+    void subscribeAll();
+    void unsubscribeAll(QSqlDriver *driver);
+
+    // Introspection.
+    struct Statistics;
+    Statistics statistics();
+
+    void sendMessage(int line, const char *function, const QString &text, int level);
+
+    // Engine's thread.
+    std::deque<structThrSql *> m_accepted; ///< queued, running or undelivered, in order
+    int m_notifying = 0;                   ///< notifications being delivered
+    std::vector<std::function<void()>> m_afterNotification;
+
+    bool m_leaving = true; ///< the thread takes no more tasks; m_mutexSqlTasks
+
+    // What statistics of other engines' threads may show; m_mutexParams.
+    QString m_shownOwnerName;
+    QString m_shownPostName;
+    QString m_shownName;
+    std::atomic<bool> m_shownOpen{false};
+
+    QMetaMethod m_completeMethod; ///< looked up once; read-only afterwards
+};
