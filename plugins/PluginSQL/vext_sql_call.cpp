@@ -187,11 +187,12 @@ private:
     void lookForStatement();
     bool checkCallback();
     bool convertArguments();
+    bool convertArgument(const QScriptValue &argument);
 
     bool refuse(const QString &text);
     bool refuseType(const QString &text, int logLine, int type);
-    bool refuseStatements(const QString &reason, const QString &exampleOfArguments);
     bool stopForException();
+    QString statementsText(const QString &reason, const QString &exampleOfArguments) const;
 
     const SqlCall::Function m_function;
     const LogLines m_lines;
@@ -283,23 +284,24 @@ bool ArgumentSorter::takeStatementsWithArguments(const QScriptValue &array,
     if (m_engine->hasUncaughtException())
         return stopForException();
     if (m_arguments.size() != m_statements.size())
-        return refuseStatements(
+        return refuse(statementsText(
             QStringLiteral("количество аргументов не соответствует количеству запросов"),
-            QStringLiteral("[[arg1], ...]"));
+            QStringLiteral("[[arg1], ...]")));
     return checkArgumentLists();
 }
 
 bool ArgumentSorter::checkArgumentLists()
 {
-    if (!convertArguments())
-        return false;
-    for (const QVariant &list : qAsConst(m_converted)) {
-        const int type = list.userType();
-        if (type == QMetaType::QVariantList && !list.toList().isEmpty())
+    for (const QScriptValue &argument : qAsConst(m_arguments)) {
+        if (!convertArgument(argument))
+            return false;
+        const QVariant &list = qAsConst(m_converted).last();
+        if (list.userType() == QMetaType::QVariantList && !list.toList().isEmpty())
             continue;
-        refuseStatements(QStringLiteral("каждому запросу необходим массив аргументов"),
-                         QStringLiteral("[[arg1, ...], ...]"));
-        return refuseType(m_refusal.text, m_lines.argumentsType, type);
+        return refuseType(
+            statementsText(QStringLiteral("каждому запросу необходим массив аргументов"),
+                           QStringLiteral("[[arg1, ...], ...]")),
+            m_lines.argumentsType, list.userType());
     }
     return true;
 }
@@ -335,17 +337,27 @@ bool ArgumentSorter::checkCallback()
     return refuse(SqlCall::usageText(m_function));
 }
 
-/// Each value is converted once: a getter must not give the check and the worker different ones.
 bool ArgumentSorter::convertArguments()
 {
+    // The lists of several statements were converted when they were checked.
     for (int i = m_converted.size(); i < m_arguments.size(); ++i) {
-        QVariant variant;
-        if (!SqlCall::toVariant(m_arguments.at(i), m_engine, variant))
-            return m_engine->hasUncaughtException() ? stopForException()
-                                                    : refuse(SqlCall::usageText(m_function));
-        m_converted.append(variant);
+        if (!convertArgument(m_arguments.at(i)))
+            return false;
     }
     return true;
+}
+
+/// Once a value: a getter must not give the check and the worker different ones.
+bool ArgumentSorter::convertArgument(const QScriptValue &argument)
+{
+    QVariant variant;
+    if (SqlCall::toVariant(argument, m_engine, variant)) {
+        m_converted.append(variant);
+        return true;
+    }
+    if (m_engine->hasUncaughtException())
+        return stopForException();
+    return refuse(SqlCall::usageText(m_function));
 }
 
 /// `result` and `error` of several statements are made at completion, where no script can tell the
@@ -386,17 +398,18 @@ bool ArgumentSorter::refuseType(const QString &text, int logLine, int type)
     return refuse(text);
 }
 
-bool ArgumentSorter::refuseStatements(const QString &reason, const QString &exampleOfArguments)
-{
-    return refuse(reason + QLatin1String(": db.exec_thread(['") +
-                  m_statements.join(QLatin1String("','")) + QLatin1String("'], ") +
-                  exampleOfArguments + QLatin1Char(')'));
-}
-
 bool ArgumentSorter::stopForException()
 {
     m_refusal.scriptException = true;
     return false;
+}
+
+/// A text that shows the script its own statements in the call form with lists.
+QString ArgumentSorter::statementsText(const QString &reason,
+                                       const QString &exampleOfArguments) const
+{
+    return reason + QLatin1String(": db.exec_thread(['") + m_statements.join(QLatin1String("','")) +
+           QLatin1String("'], ") + exampleOfArguments + QLatin1Char(')');
 }
 
 } // namespace

@@ -12,11 +12,12 @@ namespace
 
 constexpr int CalleeWidth = 20;
 
-/// Where the script subscribed: the frame that called add_event, two levels above the native one.
+/// Where the script subscribed: two levels above the native frame, because scripts reach a
+/// connection through a function of their own. Code without such a function is its own place.
 QString subscribingPlace(QScriptEngine *engine)
 {
     QScriptContext *context = engine ? engine->currentContext() : nullptr;
-    for (int level = 0; context && level < 2; ++level)
+    for (int level = 0; context && context->parentContext() && level < 2; ++level)
         context = context->parentContext();
     const QString site = FuncWrapper::getCallee(context, engine);
     return site.split(QRegularExpression(QStringLiteral("\\s+"))).constFirst();

@@ -40,7 +40,8 @@ public:
                             NativeFunction fn, bool withSetter);
 
     /// Sets an accessor property with all of the Accessor flags, also on a name that is new. What
-    /// `name` held before is gone; if it is a property of a QObject behind `obj`, it is written.
+    /// `name` held before is gone; if it is a property of a QObject behind `obj`, it is written. A
+    /// name that cannot be deleted keeps the flags it has.
     static void setAccessor(QScriptValue &obj, const QString &name, const QScriptValue &func);
 
     /// Spreads the keys of an enumeration over `obj`, with "mapName" and "getFlag".

@@ -1005,10 +1005,10 @@ void TestSupportSelftest::brokenExpectationsFailTheTest()
     process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--failing")});
     QVERIFY(process.waitForFinished(scaledMs(30000)));
     const QString output = QString::fromUtf8(process.readAll());
-    QVERIFY2(process.exitCode() == 4, qPrintable(output));
-    for (const char *expected :
-         {"thrown on purpose", "broken() at test.js:1", "no exception from: 1 + 1",
-          "the plugin object has no install(QObject*)", "QObject::connect"})
+    QVERIFY(process.exitCode() != 0);
+    for (const char *expected : {"2 passed, 4 failed", "thrown on purpose", "broken() at test.js:1",
+                                 "no exception from: 1 + 1",
+                                 "the plugin object has no install(QObject*)", "QObject::connect"})
         QVERIFY2(output.contains(QString::fromLatin1(expected)), qPrintable(output));
 }
 
