@@ -3,6 +3,7 @@
 #include "script_tag.h"
 #include "sql_records.h"
 #include "vext_sql.h"
+#include "vext_sql_call.h"
 #include "vext_sql_module.h"
 #include "vext_sql_thread.h"
 #include "vext_static_enums.h"
@@ -158,7 +159,12 @@ QScriptValue Plugin_SQL::js_tag(QScriptContext *context, QScriptEngine *engine)
     QVariant tag;
     if (context->argumentCount() > 0) {
         // Conversion may run script code: before the lock.
-        tag = ScriptTag::guarded(context->argument(0).toVariant());
+        if (!SqlCall::toVariant(context->argument(0), engine, tag)) {
+            return engine->hasUncaughtException()
+                ? engine->uncaughtException()
+                : context->throwError(QScriptContext::RangeError, QStringLiteral("tag: too large"));
+        }
+        tag = ScriptTag::guarded(tag);
         QMutexLocker locker(&m_mutexTag);
         s_tag = tag;
     } else {

@@ -162,6 +162,7 @@ bool VEXT_sqlThr::open()
         refuseOpenTwice();
         return true;
     }
+    dropMain(Dropped::Lost);
     ++cnt_open;
     // A thread that was told to stop and has not yet must not be told otherwise.
     if (!isRunning())
@@ -183,7 +184,7 @@ bool VEXT_sqlThr::openMain()
         setLastError(db.lastError());
         if (traceLog)
             reportOpenFailure();
-        discardMain();
+        dropMain(Dropped::NeverOpened);
         return false;
     }
     connectDriver();
@@ -229,11 +230,32 @@ void VEXT_sqlThr::reportOpenFailure()
         parameter("connectionName= '%1'", connectionName);
 }
 
-/// Drops the handle and the registration; nothing stays registered but closed.
-void VEXT_sqlThr::discardMain()
+/// Gives the handle, the driver's connection and the registration up. Nothing stays registered but
+/// closed, also after a connection that the driver found to be lost.
+void VEXT_sqlThr::dropMain(Dropped state)
 {
+    if (!db.isValid() && db.connectionName().isEmpty())
+        return;
+    QSqlDriver *driver = db.driver();
+    disconnect(this, nullptr, driver, nullptr);
+    disconnect(driver, nullptr, this, nullptr);
     const QString name = db.connectionName();
     db = QSqlDatabase();
+    m_shownOpen = false;
+    // A driver must not lose its connection while it is delivering a notification.
+    afterNotification([this, name, state] { closeRegistered(name, state); });
+}
+
+/// Closes and unregisters a connection that only its registration still holds.
+void VEXT_sqlThr::closeRegistered(const QString &name, Dropped state)
+{
+    if (state != Dropped::NeverOpened) {
+        QSqlDatabase closing = QSqlDatabase::database(name, false);
+        if (state == Dropped::Open
+            && closing.driver()->hasFeature(QSqlDriver::EventNotifications))
+            unsubscribeAll(closing.driver());
+        closing.close();
+    }
     QSqlDatabase::removeDatabase(name);
 }
 
@@ -277,17 +299,12 @@ bool VEXT_sqlThr::close(bool stopThread)
     clearSqlResult();
     if (!db.isValid())
         return false;
-    if (!db.isOpen())
+    if (!db.isOpen()) {
+        dropMain(Dropped::Lost);
         return false;
+    }
     emit cancelQuery();
-    QSqlDriver *driver = db.driver();
-    disconnect(this, nullptr, driver, nullptr);
-    disconnect(driver, nullptr, this, nullptr);
-    const QString name = db.connectionName();
-    db = QSqlDatabase();
-    m_shownOpen = false;
-    // A driver must not lose its connection while it is delivering a notification.
-    afterNotification([this, name] { closeRegistered(name); });
+    dropMain(Dropped::Open);
     {
         QMutexLocker locker(&m_mutexLast);
         m_lastError = QSqlError();
@@ -296,18 +313,6 @@ bool VEXT_sqlThr::close(bool stopThread)
     ++cnt_closed;
     emit closed();
     return true;
-}
-
-/// Closes and unregisters a connection that only its registration still holds.
-void VEXT_sqlThr::closeRegistered(const QString &name)
-{
-    {
-        QSqlDatabase closing = QSqlDatabase::database(name, false);
-        if (closing.driver()->hasFeature(QSqlDriver::EventNotifications))
-            unsubscribeAll(closing.driver());
-        closing.close();
-    }
-    QSqlDatabase::removeDatabase(name);
 }
 
 // --- Errors ---

@@ -2,6 +2,7 @@
 
 #include "debug_line.h"
 #include "result_object.h"
+#include "script_guard.h"
 #include "sql_driver_kind.h"
 #include "vext_sql_module.h"
 
@@ -174,7 +175,7 @@ void VEXT_sqlThr::clearSqlResult()
     }
     if (!m_engine)
         return;
-    const QScriptValue result = m_scriptValueThis.property(queryResultName());
+    const QScriptValue result = readProperty(m_scriptValueThis, queryResultName());
     if (!result.isObject())
         return;
     QScriptValueIterator it(result);

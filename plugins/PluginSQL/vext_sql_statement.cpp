@@ -2,9 +2,8 @@
 
 #include "debug_line.h"
 #include "sql_text.h"
+#include "vext_sql_call.h"
 #include "vext_sql_module.h"
-
-#include <QScriptValueIterator>
 
 #include <memory>
 
@@ -147,26 +146,22 @@ void VEXT_sqlThr::closeOnConnectionError(const QSqlError &error)
 }
 
 /// The numbered properties of `args`, in the iterator's order.
-/// @return false when the script's own code threw on the way; the exception is left to the script.
+/// @return false when the script's own code threw on the way, which is left to the script, or when
+/// a value is too large.
 bool VEXT_sqlThr::argumentValues(const QScriptValue &args, QVariantList &values) const
 {
-    if (!args.isObject())
+    if (!args.isObject() || !m_engine)
         return true;
-    const auto threw = [this] { return m_engine && m_engine->hasUncaughtException(); };
-    QScriptValueIterator it(args);
-    while (it.hasNext()) {
-        it.next();
-        bool numbered = false;
-        it.name().toInt(&numbered, 10);
-        if (!numbered)
-            continue;
-        const QScriptValue value = it.value();
-        if (threw())
-            return false;
+    QScriptEngine *engine = m_engine;
+    const QScriptValueList given = SqlCall::numberedValues(args, engine);
+    if (engine->hasUncaughtException())
+        return false;
+    for (const QScriptValue &value : given) {
         const QScriptValue data = value.data();
-        values.append(data.isValid() ? data.toVariant() : value.toVariant());
-        if (threw())
+        QVariant variant;
+        if (!SqlCall::toVariant(data.isValid() ? data : value, engine, variant))
             return false;
+        values.append(variant);
     }
     return true;
 }

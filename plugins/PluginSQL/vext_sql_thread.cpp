@@ -473,29 +473,47 @@ void VEXT_sqlThr::traceIdle(qint64 idleMs, bool leaving)
 
 bool VEXT_sqlThr::openThreadConnection(ThreadConnection &con, structThrSql *task)
 {
-    if (!con.db.isOpen()) {
-        if (!con.db.open()) {
-            const QSqlError error = con.db.lastError();
-            setLastError(error);
-            if (traceLog) {
-                sendMessage(__LINE__, "run",
-                            tr("не смог подключиться к БД '%1'").arg(error.text()), -1);
-            }
-            m_thrStop.storeRelease(1);
-            failTask(task);
-            QMutexLocker locker(&m_mutexSqlTasks);
-            failQueuedTasks();
-            return false;
-        }
-        con.appNameSet = false;
-        QMutexLocker locker(&m_mutexDriver);
-        m_threadDriver = con.db.driver();
+    if (!con.db.isOpen() && !reopenThreadConnection(con)) {
+        m_thrStop.storeRelease(1);
+        failTask(task);
+        QMutexLocker locker(&m_mutexSqlTasks);
+        failQueuedTasks();
+        return false;
     }
     if (!con.appNameSet && m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql) {
         setPostgresAppName(con.db, QStringLiteral(" thr"));
         con.appNameSet = true;
     }
     return true;
+}
+
+bool VEXT_sqlThr::reopenThreadConnection(ThreadConnection &con)
+{
+    // What a driver keeps of a connection that it found lost is freed only by close().
+    setThreadDriver(nullptr);
+    if (con.opened)
+        con.db.close();
+    con.transactionLost = con.transactionLost || con.inTransaction;
+    con.inTransaction = false;
+    if (!con.db.open()) {
+        const QSqlError error = con.db.lastError();
+        setLastError(error);
+        if (traceLog) {
+            sendMessage(__LINE__, "run", tr("не смог подключиться к БД '%1'").arg(error.text()),
+                        -1);
+        }
+        return false;
+    }
+    setThreadDriver(con.db.driver());
+    con.opened = true;
+    con.appNameSet = false;
+    return true;
+}
+
+void VEXT_sqlThr::setThreadDriver(QSqlDriver *driver)
+{
+    QMutexLocker locker(&m_mutexDriver);
+    m_threadDriver = driver;
 }
 
 void VEXT_sqlThr::runTask(ThreadConnection &con, structThrSql *task)
@@ -518,18 +536,28 @@ void VEXT_sqlThr::runCommand(ThreadConnection &con, structThrSql *task)
             con.db.rollback();
         task->ok = con.db.transaction();
         con.inTransaction = task->ok;
+        con.transactionLost = false;
         break;
     case taskCommit:
         task->ok = !con.inTransaction || con.db.commit();
-        con.inTransaction = false;
+        endCommit(con, task);
         break;
     case taskRollback:
         task->ok = !con.inTransaction || con.db.rollback();
+        con.transactionLost = false;
         con.inTransaction = false;
         break;
     default:
         break;
     }
+}
+
+/// A commit behind a lost connection is no success: what it was to keep is gone.
+void VEXT_sqlThr::endCommit(ThreadConnection &con, structThrSql *task)
+{
+    task->ok = task->ok && !con.transactionLost;
+    con.transactionLost = false;
+    con.inTransaction = false;
 }
 
 void VEXT_sqlThr::runStatements(ThreadConnection &con, structThrSql *task)
@@ -564,15 +592,17 @@ bool VEXT_sqlThr::runTransactionWord(ThreadConnection &con, structThrSql *task,
     switch (SqlText::transactionWord(sql)) {
     case SqlText::TransactionWord::Commit:
         task->ok = con.db.commit();
-        break;
+        endCommit(con, task);
+        return true;
     case SqlText::TransactionWord::Rollback:
         task->ok = con.db.rollback();
-        break;
+        con.transactionLost = false;
+        con.inTransaction = false;
+        return true;
     case SqlText::TransactionWord::None:
-        return false;
+        break;
     }
-    con.inTransaction = false;
-    return true;
+    return false;
 }
 
 QSqlError::ErrorType VEXT_sqlThr::runStatement(ThreadConnection &con, structThrSql *task,
@@ -629,11 +659,8 @@ void VEXT_sqlThr::leave(ThreadConnection &con)
     if (con.inTransaction)
         con.db.rollback();
     setLastError(con.db.lastError());
-    {
-        QMutexLocker locker(&m_mutexDriver);
-        m_threadDriver = nullptr;
-    }
-    if (con.db.isOpen())
+    setThreadDriver(nullptr);
+    if (con.opened)
         con.db.close();
     con.db = QSqlDatabase();
     {

@@ -247,6 +247,8 @@ private:
         QString name;
         QSqlDatabase db;
         bool inTransaction = false;
+        bool opened = false; ///< at least once: close() has something to free
+        bool transactionLost = false; ///< with the server, before its commit
         bool appNameSet = false;
     };
 
@@ -257,6 +259,9 @@ private:
     void traceIdle(qint64 idleMs, bool leaving);
     void createThreadConnection(ThreadConnection &con);
     bool openThreadConnection(ThreadConnection &con, structThrSql *task);
+    bool reopenThreadConnection(ThreadConnection &con);
+    void setThreadDriver(QSqlDriver *driver);
+    static void endCommit(ThreadConnection &con, structThrSql *task);
     void runTask(ThreadConnection &con, structThrSql *task);
     void runCommand(ThreadConnection &con, structThrSql *task);
     void runStatements(ThreadConnection &con, structThrSql *task);
@@ -284,8 +289,10 @@ private:
     bool openMain();
     void refuseOpenTwice();
     void reportOpenFailure();
-    void discardMain();
-    void closeRegistered(const QString &name);
+    /// In which state the main connection is given up; Lost is what the driver found out itself.
+    enum class Dropped { Open, Lost, NeverOpened };
+    void dropMain(Dropped state);
+    void closeRegistered(const QString &name, Dropped state);
     void announceEvents();
     void connectDriver();
     void setLastError(const QSqlError &error);
