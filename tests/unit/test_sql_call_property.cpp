@@ -70,6 +70,7 @@ private:
     QScriptValue oddArray(int depth);
     QScriptValue object(int depth);
     QScriptValue endless();
+    void markEndless(const QScriptValue &value);
     void put(QScriptValue holder, const QString &name, const QScriptValue &value);
     void addGetter(QScriptValue holder, const QString &name);
     QScriptValueList likelyList();
@@ -78,6 +79,7 @@ private:
     std::mt19937 m_random;
     QVector<QScriptValue> m_pool;
     QSet<qint64> m_endless;
+    QScriptValueList m_kept; ///< endless values, so that their ids are not given to others
     /// Endless values or throwing getters, not both: an exception makes the engine turn the
     /// arguments of every running function into text, which never ends on an endless one.
     bool m_withEndless = false;
@@ -101,6 +103,7 @@ void Generator::renewPool()
 {
     m_pool.clear();
     m_endless.clear();
+    m_kept.clear();
     m_withEndless = oneIn(2);
     for (int i = 0; i < 300; ++i)
         m_pool.append(any(2));
@@ -149,7 +152,7 @@ QScriptValue Generator::oddArray(int depth)
     for (int i = below(3); i > 0; --i)
         put(odd, names.at(below(names.size())), any(0));
     if (oneIn(2))
-        put(odd, QString::number(below(100000)), any(0));
+        put(odd, QString::number(below(oneIn(20) ? 20000 : 50)), any(0));
     if (oneIn(3))
         addGetter(odd, oneIn(2) ? QStringLiteral("-5") : QStringLiteral("20"));
     if (oneIn(4))
@@ -169,12 +172,20 @@ QScriptValue Generator::object(int depth)
     return object;
 }
 
-/// Whoever holds an endless value is endless itself.
+void Generator::markEndless(const QScriptValue &value)
+{
+    m_endless.insert(value.objectId());
+    m_kept.append(value);
+}
+
+/// Whoever holds an endless value is endless itself, so none is replaced later.
 void Generator::put(QScriptValue holder, const QString &name, const QScriptValue &value)
 {
+    if (holder.property(name, QScriptValue::ResolveLocal).isValid())
+        return;
     holder.setProperty(name, value);
     if (isEndless(value))
-        m_endless.insert(holder.objectId());
+        markEndless(holder);
 }
 
 void Generator::addGetter(QScriptValue holder, const QString &name)
@@ -190,7 +201,7 @@ QScriptValue Generator::endless()
     value.setProperty(4294967294u, text());
     if (oneIn(2))
         value.setProperty(0u, text());
-    m_endless.insert(value.objectId());
+    markEndless(value);
     for (int wraps = below(3); wraps > 0; --wraps) {
         QScriptValue outer = oneIn(2) ? m_engine->newArray() : m_engine->newObject();
         put(outer, QStringLiteral("0"), value);
@@ -615,7 +626,7 @@ int listCount()
 {
     if (qEnvironmentVariableIsSet("VEXT_PROPERTY_LISTS"))
         return qEnvironmentVariableIntValue("VEXT_PROPERTY_LISTS");
-    return underSanitizer() ? 30000 : 300000;
+    return underSanitizer() ? 100000 : 500000;
 }
 
 } // namespace
