@@ -1,6 +1,7 @@
 #include "recording_driver.h"
 
 #include <QCoreApplication>
+#include <QEvent>
 #include <QHash>
 #include <QMap>
 #include <QMetaEnum>
@@ -391,6 +392,35 @@ StubCall makeCall(StubCall::What what, int driver, const QString &connection, co
     return call;
 }
 
+/// A notification on its way to a driver of another thread.
+class NotificationEvent : public QEvent
+{
+public:
+    NotificationEvent(const QString &name, QSqlDriver::NotificationSource source,
+                      const QVariant &payload)
+        : QEvent(eventType())
+        , m_name(name)
+        , m_source(source)
+        , m_payload(payload)
+    {
+    }
+
+    static QEvent::Type eventType()
+    {
+        static const int type = QEvent::registerEventType();
+        return static_cast<QEvent::Type>(type);
+    }
+
+    QString name() const { return m_name; }
+    QSqlDriver::NotificationSource source() const { return m_source; }
+    QVariant payload() const { return m_payload; }
+
+private:
+    const QString m_name;
+    const QSqlDriver::NotificationSource m_source;
+    const QVariant m_payload;
+};
+
 class StubDriverPrivate : public QSqlDriverPrivate
 {
 public:
@@ -543,6 +573,15 @@ public:
     void record(StubCall::What what, const QString &text = {}) const
     {
         m_state->add(newCall(what, text));
+    }
+
+protected:
+    void customEvent(QEvent *event) override
+    {
+        if (event->type() != NotificationEvent::eventType())
+            return;
+        const auto *notice = static_cast<NotificationEvent *>(event);
+        emitNotification(notice->name(), notice->source(), notice->payload());
     }
 
 private:
@@ -992,9 +1031,7 @@ int StubServer::notify(const QString &name, QSqlDriver::NotificationSource sourc
                 here.append(driver);
                 continue;
             }
-            QMetaObject::invokeMethod(
-                driver, [=] { driver->emitNotification(name, source, payload); },
-                Qt::QueuedConnection);
+            QCoreApplication::postEvent(driver, new NotificationEvent(name, source, payload));
         }
     }
     for (const QPointer<StubDriver> &driver : qAsConst(here)) {
