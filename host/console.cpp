@@ -1,0 +1,90 @@
+#include "console.h"
+
+#include "result_table.h"
+#include "script_reading.h"
+#include "terminal.h"
+#include "value_text.h"
+
+#include <QScriptContext>
+#include <QScriptEngine>
+#include <QStringList>
+
+namespace
+{
+
+const int kMaxResults = 1000; ///< of a list; an array may claim any length
+
+QString joinedArguments(QScriptContext *context)
+{
+    QStringList texts;
+    for (int i = 0; i < context->argumentCount(); ++i)
+        texts.append(ValueText::plain(context->argument(i)));
+    return texts.join(QLatin1Char(' '));
+}
+
+QScriptValue writeArguments(QScriptContext *context, QScriptEngine *engine, void *terminal,
+                            Terminal::Stream stream)
+{
+    const ExceptionGuard guard(engine);
+    static_cast<Terminal *>(terminal)->writeLine(stream, joinedArguments(context));
+    return engine->undefinedValue();
+}
+
+QScriptValue toOutput(QScriptContext *context, QScriptEngine *engine, void *terminal)
+{
+    return writeArguments(context, engine, terminal, Terminal::Stream::Output);
+}
+
+QScriptValue toError(QScriptContext *context, QScriptEngine *engine, void *terminal)
+{
+    return writeArguments(context, engine, terminal, Terminal::Stream::Error);
+}
+
+QScriptValue table(QScriptContext *context, QScriptEngine *engine, void *terminal)
+{
+    const ExceptionGuard guard(engine);
+    for (int i = 0; i < context->argumentCount(); ++i) {
+        static_cast<Terminal *>(terminal)->write(Terminal::Stream::Output,
+                                                 Console::shown(context->argument(i)));
+    }
+    return engine->undefinedValue();
+}
+
+/// A list of results is what several statements in one call leave.
+bool isListOfResults(const QScriptValue &value)
+{
+    const int length = ScriptReading::arrayLength(value);
+    return length > 0 &&
+           ResultTable::isResult(ScriptReading::plainProperty(value, QStringLiteral("0")));
+}
+
+} // namespace
+
+void Console::install(QScriptEngine *engine, Terminal *terminal)
+{
+    QScriptValue console = engine->newObject();
+    console.setProperty(QStringLiteral("log"), engine->newFunction(toOutput, terminal));
+    console.setProperty(QStringLiteral("info"), engine->newFunction(toOutput, terminal));
+    console.setProperty(QStringLiteral("warn"), engine->newFunction(toError, terminal));
+    console.setProperty(QStringLiteral("error"), engine->newFunction(toError, terminal));
+    console.setProperty(QStringLiteral("table"), engine->newFunction(table, terminal));
+    QScriptValue global = engine->globalObject();
+    global.setProperty(QStringLiteral("console"), console);
+    global.setProperty(QStringLiteral("print"), engine->newFunction(toOutput, terminal));
+}
+
+QString Console::shown(const QScriptValue &value)
+{
+    if (ResultTable::isResult(value))
+        return ResultTable::print(value);
+    if (!isListOfResults(value))
+        return ValueText::quoted(value) + QLatin1Char('\n');
+    QString text;
+    const int length = qMin(ScriptReading::arrayLength(value), kMaxResults);
+    for (int i = 0; i < length; ++i) {
+        const QScriptValue item = ScriptReading::plainProperty(value, QString::number(i));
+        text += ResultTable::isResult(item) ? ResultTable::print(item)
+                                            : ValueText::quoted(item) + QLatin1Char('\n');
+    }
+    return text;
+}

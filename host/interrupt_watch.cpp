@@ -1,0 +1,75 @@
+#include "interrupt_watch.h"
+
+#include <QSocketNotifier>
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+
+const int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+/// Written by the constructor before the handler is set, read by the handler.
+volatile int s_writeEnd = -1;
+
+/// Does only what is allowed in a signal handler.
+void onSignal(int number)
+{
+    const int savedErrno = errno;
+    const unsigned char byte = static_cast<unsigned char>(number);
+    const ssize_t written = ::write(s_writeEnd, &byte, 1);
+    (void)written; // a full pipe holds enough news already
+    errno = savedErrno;
+}
+
+void setAction(int number, void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    sigaction(number, &action, nullptr);
+}
+
+} // namespace
+
+InterruptWatch::InterruptWatch(QObject *parent)
+    : QObject(parent)
+{
+    if (::pipe2(m_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return; // the signals keep their default effect
+    s_writeEnd = m_pipe[1];
+    m_notifier.reset(new QSocketNotifier(m_pipe[0], QSocketNotifier::Read));
+    connect(m_notifier.data(), &QSocketNotifier::activated, this, &InterruptWatch::read);
+    arm();
+}
+
+InterruptWatch::~InterruptWatch()
+{
+    if (!m_notifier)
+        return;
+    for (int number : kSignals)
+        setAction(number, SIG_DFL);
+    s_writeEnd = -1;
+    m_notifier.reset();
+    ::close(m_pipe[0]);
+    ::close(m_pipe[1]);
+}
+
+void InterruptWatch::arm()
+{
+    if (!m_notifier)
+        return;
+    for (int number : kSignals)
+        setAction(number, onSignal);
+}
+
+void InterruptWatch::read()
+{
+    unsigned char byte = 0;
+    while (::read(m_pipe[0], &byte, 1) == 1)
+        emit interrupted(byte);
+}

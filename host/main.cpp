@@ -1,0 +1,94 @@
+/// @file
+/// vext-run: runs a script with the SQL plugin.
+
+#include "options.h"
+#include "program.h"
+#include "terminal.h"
+
+#include <QCoreApplication>
+#include <QTextCodec>
+
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <langinfo.h>
+
+namespace
+{
+
+/// Scripts, messages and file names are UTF-8, also where the environment names no language.
+void useUtf8()
+{
+    std::setlocale(LC_CTYPE, "");
+    if (std::strcmp(::nl_langinfo(CODESET), "UTF-8") == 0)
+        return;
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    ::setenv("LC_ALL", "C.UTF-8", 1); // read again by Qt and by the database drivers
+}
+
+/// A standard stream that the caller has closed would be the next file that anybody opens.
+void openStandardStreams()
+{
+    for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+        if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) != descriptor)
+            std::exit(2);
+    }
+}
+
+/// The message log goes to standard error, wherever the Qt build would send it.
+void writeLog(QtMsgType type, const QMessageLogContext &context, const QString &text)
+{
+    const QByteArray line = qFormatLogMessage(type, context, text).toUtf8() + '\n';
+    std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
+}
+
+QStringList commandLine(int argc, char **argv)
+{
+    QStringList list;
+    for (int i = 0; i < argc; ++i)
+        list.append(QString::fromUtf8(argv[i]));
+    return list;
+}
+
+int runProgram(const QStringList &arguments)
+{
+    Terminal terminal;
+    Options options;
+    QString error;
+    if (!options.parse(arguments, &error)) {
+        terminal.writeLine(Terminal::Stream::Error,
+                           QStringLiteral("vext-run: %1\nTry 'vext-run --help'.").arg(error));
+        return 2;
+    }
+    switch (options.action) {
+    case Options::Action::ShowHelp:
+        terminal.write(Terminal::Stream::Output, Options::helpText());
+        return 0;
+    case Options::Action::ShowVersion:
+        terminal.write(Terminal::Stream::Output, Options::versionText());
+        return 0;
+    case Options::Action::Run:
+        break;
+    }
+    return Program(options).run();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    openStandardStreams();
+    useUtf8();
+    qInstallMessageHandler(writeLog);
+    // Taken first: the application object removes the options that Qt knows, which may be the
+    // script's own.
+    const QStringList arguments = commandLine(argc, argv);
+    int ownArguments = 1;
+    QCoreApplication application(ownArguments, argv);
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    QCoreApplication::setApplicationName(QStringLiteral("vext-run"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VEXT_VERSION));
+    return runProgram(arguments);
+}

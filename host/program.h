@@ -1,0 +1,43 @@
+/// @file
+/// The program vext-run.
+#pragma once
+
+#include "options.h"
+
+#include <QObject>
+#include <QScopedPointer>
+
+class Prompt;
+class ScriptHost;
+class StatementSource;
+
+/// Runs what the options ask for in a script host: a file, code, or statements from standard
+/// input.
+///
+/// Thread: the application's.
+class Program : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Program(const Options &options);
+    ~Program() override;
+
+    /// @return the exit code.
+    int run();
+
+private:
+    bool readScript(QString *code);
+    bool startHost();
+    void runScript(const QString &code);
+    void readStatements();
+    void onStatement(const QString &code);
+    void onInputEnd();
+    void onInterrupt(int number);
+    int fail(const QString &error);
+
+    Options m_options;
+    QScopedPointer<ScriptHost> m_host;
+    QScopedPointer<StatementSource> m_source;
+    Prompt *m_prompt = nullptr; ///< m_source when that is a terminal
+};

@@ -1,0 +1,23 @@
+/// @file
+/// An uncaught script exception, as the operator is told of it.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+class QScriptEngine;
+
+/// What is left of an exception that no script caught.
+struct ScriptFailure {
+    QString text;               ///< the thrown value
+    QString file;               ///< empty when unknown
+    int line = -1;              ///< -1 when unknown
+    QStringList backtrace;      ///< innermost call first
+    bool isSyntaxError = false; ///< the code could not be compiled, nothing of it has run
+
+    /// Takes the uncaught exception out of the engine. Call it only when there is one.
+    static ScriptFailure take(QScriptEngine *engine);
+
+    /// The text for the operator, one or more lines, each with its line break.
+    QString formatted() const;
+};

@@ -1,0 +1,148 @@
+#include "script_host.h"
+
+#include "console.h"
+#include "run_loop.h"
+#include "script_failure.h"
+#include "script_globals.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QScriptEngine>
+
+namespace
+{
+
+const int kExitException = 1;
+const int kExitSyntax = 2;
+
+/// Objects released with deleteLater() go now: the library that holds their code goes next.
+void deliverDeferredDeletes()
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QCoreApplication::sendPostedEvents();
+}
+
+} // namespace
+
+ScriptHost::ScriptHost(const Settings &settings, QObject *parent)
+    : QObject(parent)
+    , m_settings(settings)
+    , m_server(new VextServer(QCoreApplication::instance()))
+    , m_post(new VextPost)
+    , m_engine(new QScriptEngine(m_post.data()))
+{
+    connect(m_server.data(), &VextServer::message, this, &ScriptHost::onMessage);
+    connect(m_post.data(), &VextPost::message, this, &ScriptHost::onMessage);
+    connect(m_post.data(), &VextPost::objectInserted, this, &ScriptHost::onObjectInserted);
+    m_loop.reset(new RunLoop(m_engine, &m_end, PendingWork(m_post.data(), &m_timers)));
+    connect(m_loop.data(), &RunLoop::exceptionFound, this, &ScriptHost::reportException);
+    connect(m_loop.data(), &RunLoop::scriptsMustEnd, this, &ScriptHost::destroyScripts);
+    installGlobals();
+}
+
+ScriptHost::~ScriptHost()
+{
+    shutDown();
+}
+
+void ScriptHost::installGlobals()
+{
+    ScriptGlobals::installObjects(m_engine, m_server.data(), m_post.data());
+    ScriptGlobals::installArguments(m_engine, m_settings.arguments);
+    ScriptGlobals::installQuit(m_engine, &m_end);
+    Console::install(m_engine, &m_terminal);
+    m_timers.install(m_engine);
+    setScriptFile(QStringLiteral("[code]"), QDir::currentPath());
+}
+
+bool ScriptHost::start(QString *error)
+{
+    if (!m_plugin.load(m_settings.pluginFile, error))
+        return false;
+    if (!m_plugin.install(m_engine)) {
+        *error = QStringLiteral("plugin '%1' cannot be installed into the script engine")
+                     .arg(m_settings.pluginFile);
+        return false;
+    }
+    return true;
+}
+
+void ScriptHost::setScriptFile(const QString &name, const QString &directory)
+{
+    m_post->setDirectory(QDir(directory));
+    if (m_engine)
+        ScriptGlobals::setScriptFile(m_engine, name, directory);
+}
+
+QScriptValue ScriptHost::evaluate(const QString &code, const QString &fileName)
+{
+    if (!m_engine || m_end.isRequested())
+        return QScriptValue();
+    const QScriptValue value = m_engine->evaluate(code, fileName);
+    if (m_end.isRequested())
+        return QScriptValue();
+    if (!m_engine->hasUncaughtException())
+        return value;
+    reportException();
+    return QScriptValue();
+}
+
+void ScriptHost::evaluateStatement(const QString &code, const QString &fileName)
+{
+    const QScriptValue value = evaluate(code, fileName);
+    if (value.isValid() && !value.isUndefined())
+        m_terminal.write(Terminal::Stream::Output, Console::shown(value));
+}
+
+int ScriptHost::exec()
+{
+    m_loop->exec();
+    return m_end.code();
+}
+
+void ScriptHost::onMessage(const PluginMessage &received)
+{
+    if (received.level <= m_settings.level)
+        m_terminal.writeLine(Terminal::Stream::Error, received.formatted());
+    emit message(received);
+}
+
+void ScriptHost::onObjectInserted(QObject *object)
+{
+    if (m_settings.trace && object->metaObject()->indexOfMethod("enableTraceLog()") >= 0)
+        QMetaObject::invokeMethod(object, "enableTraceLog", Qt::DirectConnection);
+}
+
+void ScriptHost::reportException()
+{
+    const ScriptFailure failure = ScriptFailure::take(m_engine);
+    // quit() itself ends the running script with an exception.
+    if (m_end.isRequested())
+        return;
+    m_terminal.write(Terminal::Stream::Error, failure.formatted());
+    if (!m_keepGoing)
+        m_end.request(failure.isSyntaxError ? kExitSyntax : kExitException);
+}
+
+void ScriptHost::destroyScripts()
+{
+    if (!m_engine)
+        return;
+    QScriptEngine *engine = m_engine;
+    m_engine = nullptr;
+    m_loop->dropEngine(); // the destruction below sends events, which the loop sees
+    m_timers.clear();
+    delete engine;
+}
+
+void ScriptHost::shutDown()
+{
+    if (!m_post)
+        return;
+    destroyScripts();
+    deliverDeferredDeletes();
+    m_plugin.unload();
+    m_loop.reset();
+    m_post.reset();
+    m_server.reset();
+}

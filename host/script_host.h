@@ -1,0 +1,95 @@
+/// @file
+/// A script engine with everything around it: what a program embeds to run scripts.
+#pragma once
+
+#include "plugin_library.h"
+#include "script_end.h"
+#include "terminal.h"
+#include "timers.h"
+#include "vext_post.h"
+#include "vext_server.h"
+
+#include <QObject>
+#include <QScopedPointer>
+#include <QStringList>
+
+class QScriptEngine;
+class RunLoop;
+
+/// Builds the host objects, the engine, its globals and the plugin in the order in which they need
+/// one another, runs code, and takes all of it down again in the reverse order.
+///
+/// Needs a living QCoreApplication, and one instance at a time: the application has one child
+/// "server". Thread: the application's.
+class ScriptHost : public QObject
+{
+    Q_OBJECT
+
+public:
+    struct Settings {
+        QString pluginFile;    ///< the library to load
+        QStringList arguments; ///< what scripts read as `arguments`
+        int level = 0;         ///< messages up to this level are shown
+        bool trace = false;    ///< new connection objects start with their trace on
+    };
+
+    explicit ScriptHost(const Settings &settings, QObject *parent = nullptr);
+    ~ScriptHost() override;
+
+    /// Loads the plugin and installs it into the engine.
+    /// @return false with `error` set to a text for the user.
+    bool start(QString *error);
+
+    /// Tells scripts and plugins which file runs. For code without a file, `name` is a word in
+    /// brackets and `directory` the current one.
+    void setScriptFile(const QString &name, const QString &directory);
+
+    /// Whether an uncaught exception leaves the program running. Off at first.
+    void setKeepGoing(bool on) { m_keepGoing = on; }
+
+    /// Runs code. An uncaught exception is printed; unless the host keeps going, it requests the
+    /// end with exit code 1, or 2 when the code could not be compiled.
+    /// @return the value of the code, invalid after an exception and after an end was requested.
+    QScriptValue evaluate(const QString &code, const QString &fileName);
+
+    /// Like evaluate(), and shows the value unless it is undefined: a result object as a table.
+    void evaluateStatement(const QString &code, const QString &fileName);
+
+    /// Runs the event loop until nothing is pending or the end is requested.
+    /// @return the program's exit code.
+    int exec();
+
+    /// Ends the engine with everything that scripts made, then the plugin. Called by the
+    /// destructor too.
+    void shutDown();
+
+    /// Null after the end.
+    QScriptEngine *engine() const { return m_engine; }
+    VextServer *server() const { return m_server.data(); }
+    VextPost *post() const { return m_post.data(); }
+    RunLoop *runLoop() const { return m_loop.data(); }
+    ScriptEnd *end() { return &m_end; }
+    Terminal *terminal() { return &m_terminal; }
+
+signals:
+    /// Every message, whatever its level.
+    void message(const PluginMessage &message);
+
+private:
+    void installGlobals();
+    void onMessage(const PluginMessage &message);
+    void onObjectInserted(QObject *object);
+    void reportException();
+    void destroyScripts();
+
+    Settings m_settings;
+    bool m_keepGoing = false;
+    Terminal m_terminal;
+    ScriptEnd m_end;
+    Timers m_timers;
+    QScopedPointer<VextServer> m_server;
+    QScopedPointer<VextPost> m_post;
+    QScriptEngine *m_engine; ///< child of m_post
+    QScopedPointer<RunLoop> m_loop;
+    PluginLibrary m_plugin;
+};

@@ -1,0 +1,35 @@
+#include "vext_post.h"
+
+VextPost::VextPost(QObject *parent)
+    : QObject(parent)
+{
+    setObjectName(QStringLiteral("post"));
+    // Without it a message of a worker thread cannot be queued and is lost.
+    qRegisterMetaType<const char *>("const char*");
+}
+
+QList<QObject *> VextPost::objects() const
+{
+    QList<QObject *> alive;
+    for (const QPointer<QObject> &object : m_objects) {
+        if (object)
+            alive.append(object);
+    }
+    return alive;
+}
+
+void VextPost::insertObject(QObject *object, const QString &name)
+{
+    Q_UNUSED(name)
+    if (!object)
+        return;
+    m_objects.removeAll(QPointer<QObject>()); // those that are gone by now
+    m_objects.append(object);
+    emit objectInserted(object);
+}
+
+void VextPost::plugin_msg(const char *source, int line, const char *operation, const QString &text,
+                          int level)
+{
+    emit message(PluginMessage::from(source, line, operation, text, level));
+}
