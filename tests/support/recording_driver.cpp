@@ -1,8 +1,10 @@
 #include "recording_driver.h"
 
+#include "connection_names.h"
+#include "stub_session.h"
+
 #include <QCoreApplication>
 #include <QEvent>
-#include <QHash>
 #include <QMap>
 #include <QMetaEnum>
 #include <QPointer>
@@ -40,243 +42,6 @@ QSqlError gateTimedOutError()
 {
     return stubError(QSqlError::UnknownError, QStringLiteral("the test never opened the gate"));
 }
-
-/// Finds the name under which a driver's connection is registered. Qt does not tell a driver, and
-/// QSqlDatabase::database() may be asked for connections of the own thread only. What can be seen
-/// is the list of names: the name that is new since the driver was made is the driver's, provided
-/// that one driver is made after the other. So whoever makes the next driver first waits until the
-/// one before, made in another thread, is registered; this is a matter of microseconds.
-///
-/// Drivers are destroyed while Qt holds its lock on the list of names. So the list is never read
-/// under m_mutex, which forget() takes, nor in a driver's destructor.
-class ConnectionNames
-{
-public:
-    static ConnectionNames &instance()
-    {
-        static ConnectionNames names;
-        return names;
-    }
-
-    /// Calls @p make, which returns the new driver, when its predecessors are settled.
-    QSqlDriver *create(const std::function<QSqlDriver *()> &make)
-    {
-        std::lock_guard<std::mutex> creation(m_creation);
-        awaitOtherThreads();
-        const QStringList before = settleAll();
-        QSqlDriver *driver = make();
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_entries.insert(driver, {before, {}, QString(), QThread::currentThread()});
-        return driver;
-    }
-
-    /// The name, looked for when it is not known yet; empty while there is none.
-    QString find(const QSqlDriver *driver)
-    {
-        QString name = known(driver);
-        if (!name.isEmpty())
-            return name;
-        settleAll();
-        name = known(driver);
-        return name.isEmpty() ? findByHandle(driver) : name;
-    }
-
-    /// The name if it was found before.
-    QString known(const QSqlDriver *driver) const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_entries.value(driver).name;
-    }
-
-    /// The driver is being destroyed.
-    void forget(const QSqlDriver *driver)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const QString freed = m_entries.take(driver).name;
-        for (Entry &entry : m_entries) {
-            if (entry.name.isEmpty() && !freed.isEmpty())
-                entry.freed.append(freed); // addDatabase() may have given it to the next driver
-        }
-    }
-
-private:
-    struct Entry {
-        QStringList before; // registered when the driver was made
-        QStringList freed;  // of drivers destroyed since
-        QString name;
-        const QThread *thread = nullptr;
-    };
-
-    static constexpr int settleLimitMs = 1000; // for a driver that is never registered
-
-    void awaitOtherThreads()
-    {
-        const Deadline limit(settleLimitMs);
-        do
-            settleAll();
-        while (otherThreadsUnsettled() && !limit.expired());
-    }
-
-    bool otherThreadsUnsettled() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        for (const Entry &entry : m_entries) {
-            if (entry.name.isEmpty() && entry.thread != QThread::currentThread())
-                return true;
-        }
-        return false;
-    }
-
-    /// Names those drivers for which one name only comes into question.
-    /// @return the registered names.
-    QStringList settleAll()
-    {
-        const QStringList registered = QSqlDatabase::connectionNames();
-        std::lock_guard<std::mutex> lock(m_mutex);
-        for (Entry &entry : m_entries) {
-            if (!entry.name.isEmpty())
-                continue;
-            const QStringList names = candidates(entry, registered);
-            if (names.size() == 1)
-                entry.name = names.first();
-        }
-        return registered;
-    }
-
-    /// Caller holds m_mutex.
-    QStringList candidates(const Entry &wanted, const QStringList &registered) const
-    {
-        QStringList names;
-        for (const QString &name : registered) {
-            if (!wanted.before.contains(name) || wanted.freed.contains(name))
-                names.append(name);
-        }
-        for (const Entry &entry : m_entries)
-            names.removeAll(entry.name);
-        return names;
-    }
-
-    /// Other connections were registered at the same time: the driver's own thread looks which name
-    /// leads to it.
-    QString findByHandle(const QSqlDriver *driver)
-    {
-        if (driver->thread() != QThread::currentThread())
-            return QString();
-        QStringList names;
-        const QStringList registered = QSqlDatabase::connectionNames();
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            names = candidates(m_entries.value(driver), registered);
-        }
-        for (const QString &name : qAsConst(names)) {
-            if (QSqlDatabase::database(name, false).driver() != driver)
-                continue;
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_entries[driver].name = name;
-            return name;
-        }
-        return QString();
-    }
-
-    std::mutex m_creation; // one driver after the other; taken before m_mutex
-    mutable std::mutex m_mutex;
-    QHash<const QSqlDriver *, Entry> m_entries; // guarded by m_mutex
-};
-
-/// One open connection as its driver and its results share it: what runs on it now, and whether
-/// that is to be cancelled. Any thread.
-class Session
-{
-public:
-    enum class Pause { Over, Cancelled, TimedOut };
-
-    explicit Session(int number)
-        : m_number(number)
-    {
-    }
-
-    int number() const { return m_number; }
-
-    /// A statement begins: earlier cancel requests are not for it.
-    void begin()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_cancelled = false;
-        ++m_running;
-    }
-
-    /// The statement has ended and its rows are read or given up.
-    void end()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (--m_running == 0)
-            m_cancelled = false;
-    }
-
-    /// @return whether there was anything to cancel.
-    bool cancel()
-    {
-        ThreadGatePtr gate;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_running == 0)
-                return false;
-            m_cancelled = true;
-            gate = m_gate;
-            m_changed.notify_all();
-        }
-        if (gate)
-            gate->poke();
-        return true;
-    }
-
-    bool isCancelled() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_cancelled;
-    }
-
-    /// Waits as the test has asked for, unless cancelled.
-    Pause pause(int delayMs, const ThreadGatePtr &gate)
-    {
-        if (delayMs > 0)
-            sleep(delayMs);
-        if (gate && !isCancelled() && !standAt(gate))
-            return Pause::TimedOut;
-        return isCancelled() ? Pause::Cancelled : Pause::Over;
-    }
-
-private:
-    void sleep(int ms)
-    {
-        const auto until = std::chrono::system_clock::now() + std::chrono::milliseconds(ms);
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait_until(lock, until, [this] { return m_cancelled; });
-    }
-
-    bool standAt(const ThreadGatePtr &gate)
-    {
-        setGate(gate);
-        const ThreadGate::Passage passage = gate->pass([this] { return isCancelled(); });
-        setGate({});
-        return passage != ThreadGate::Passage::TimedOut;
-    }
-
-    void setGate(const ThreadGatePtr &gate)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_gate = gate;
-    }
-
-    const int m_number;
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    int m_running = 0;        // statements with something left to cancel; guarded by m_mutex
-    bool m_cancelled = false; // guarded by m_mutex
-    ThreadGatePtr m_gate;     // guarded by m_mutex
-};
-
-using SessionPtr = std::shared_ptr<Session>;
 
 } // namespace
 
@@ -439,7 +204,7 @@ public:
     StubDriver(const StatePtr &state, QSqlDriver::DbmsType dbms, int number)
         : QSqlDriver(*new StubDriverPrivate(dbms))
         , m_state(state)
-        , m_session(std::make_shared<Session>(number))
+        , m_session(std::make_shared<StubSession>(number))
     {
         std::lock_guard<std::mutex> lock(m_state->mutex);
         m_state->drivers.append(this);
@@ -608,11 +373,11 @@ private:
     bool suffer(const QVector<StubEffect> &effects)
     {
         for (const StubEffect &effect : effects) {
-            const Session::Pause pause = m_session->pause(effect.delayMs, effect.gate);
+            const StubSession::Pause pause = m_session->pause(effect.delayMs, effect.gate);
             QSqlError error = effect.error;
-            if (pause == Session::Pause::Cancelled)
+            if (pause == StubSession::Pause::Cancelled)
                 error = cancelError();
-            else if (pause == Session::Pause::TimedOut)
+            else if (pause == StubSession::Pause::TimedOut)
                 error = gateTimedOutError();
             if (error.isValid()) {
                 setLastError(error);
@@ -635,7 +400,7 @@ private:
     }
 
     const StatePtr m_state;
-    const SessionPtr m_session;
+    const StubSessionPtr m_session;
     QStringList m_subscribed; // guarded by the state's mutex
 };
 
@@ -646,7 +411,7 @@ namespace
 class StubResult : public QSqlResult
 {
 public:
-    StubResult(const StubDriver *driver, const StatePtr &state, const SessionPtr &session,
+    StubResult(const StubDriver *driver, const StatePtr &state, const StubSessionPtr &session,
                const QString &connection)
         : QSqlResult(driver)
         , m_state(state)
@@ -828,14 +593,14 @@ private:
         return goOn(m_session->pause(m_reply.rowDelayMs, gate));
     }
 
-    bool goOn(Session::Pause pause)
+    bool goOn(StubSession::Pause pause)
     {
         switch (pause) {
-        case Session::Pause::Over:
+        case StubSession::Pause::Over:
             return true;
-        case Session::Pause::TimedOut:
+        case StubSession::Pause::TimedOut:
             return fail(gateTimedOutError());
-        case Session::Pause::Cancelled:
+        case StubSession::Pause::Cancelled:
             break;
         }
         QSqlError error;
@@ -862,7 +627,7 @@ private:
     }
 
     const StatePtr m_state;
-    const SessionPtr m_session;
+    const StubSessionPtr m_session;
     const QString m_connection;
     int m_number = 0;
     QString m_writtenText;
