@@ -50,8 +50,8 @@ int askScript(QScriptEngine *engine)
     // Getters would answer with the pending exception, which is no answer to the question.
     if (guard.pendingBefore())
         return GuiUnknown;
-    const QScriptValue server = engine->globalObject().property(QStringLiteral("server"));
-    if (guard.threw() || !server.isObject())
+    const QScriptValue server = readProperty(engine->globalObject(), QStringLiteral("server"));
+    if (!server.isObject())
         return GuiUnknown;
     const bool gui = server.property(QStringLiteral("gui")).toBool();
     return guard.threw() ? GuiUnknown : int(gui);

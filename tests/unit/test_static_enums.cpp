@@ -607,6 +607,7 @@ void TestStaticEnums::removeRefuses_data()
     row("({remove: remove, fileName: {}}).remove()");
     row("({remove: remove, fileName: function() {}}).remove()");
     row("({remove: remove, fileName: function() { throw 1 }}).remove()");
+    row("({remove: remove, fileName: function() { throw path }}).remove()");
     row("({remove: remove, get filePath() { throw 1 }, fileName: path}).remove()");
 }
 
