@@ -1,0 +1,46 @@
+/// @file
+/// What differs from driver to driver, in one table: how a statement is written, and what a script
+/// receives. The drivers page tells the same to users.
+#pragma once
+
+#include <QSqlError>
+#include <QString>
+
+#include <vector>
+
+/// What a driver does with the statements that every driver runs.
+struct DriverTraits {
+    const char *database;
+    const char *createItem;       ///< %1 the table: id of its own, a unique number, b text
+    const char *selectOne;        ///< behind "SELECT 1", what the dialect wants there
+    const char *lastInsertId;     ///< described, after the first row of a new table
+    const char *mixedCaseColumn;  ///< name of the column written as MixedCase
+    const char *affectedBySelect; ///< for one row
+    bool ownThreadConnection;     ///< the thread connection sees the same database
+    bool transactional;           ///< a transaction of the main connection can be rolled back
+    bool rollsBackTables = false;
+};
+
+/// One value as a driver hands it over.
+struct TypeCase {
+    const char *database;
+    const char *what;
+    const char *sql;
+    const char *script; ///< as the script function `describe` tells it
+    const char *type;   ///< in "fields_typeN"
+};
+
+/// One failing statement.
+struct ErrorCase {
+    const char *database;
+    const char *what;
+    const char *sql;       ///< %1 the table with one row (1, 'x')
+    int type;              ///< in lastErrors: 1 connection, 2 statement, 3 transaction, 4 unknown
+    int number;            ///< in lastErrors: the native code where it is a number, else 0
+    const char *text;      ///< part of lastError
+    bool staysOpen = true; ///< the main connection, after a synchronous statement
+};
+
+const std::vector<DriverTraits> &driverTraits();
+const std::vector<TypeCase> &typeCases();
+const std::vector<ErrorCase> &errorCases();
