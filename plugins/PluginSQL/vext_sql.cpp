@@ -487,9 +487,12 @@ void giveScriptValueThis(QObject *object, const QScriptValue &wrapper)
 
 QScriptValue VEXT_SQLWrapper::ctor(QScriptContext *ctx, QScriptEngine *eng)
 {
-    auto *object = new VEXT_SQL(eng, eng);
+    const QPointer<VEXT_SQL> object = new VEXT_SQL(eng, eng);
     object->setObjectName(objectNameFor(ctx));
     insertObjectToPost(eng, object);
+    // A host may refuse the object by deleting it.
+    if (!object)
+        return QScriptValue(eng, QScriptValue::NullValue);
     const QScriptValue wrapper = eng->newQObject(object, QScriptEngine::QtOwnership,
                                                  QScriptEngine::ExcludeChildObjects);
     giveScriptValueThis(object, wrapper);
