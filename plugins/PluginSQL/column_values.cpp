@@ -281,8 +281,6 @@ bool ColumnValues::startUniform(Storage storage)
     const int nulls = std::exchange(m_size, 0);
     while (m_size < nulls)
         pushDefault();
-    for (int block = 0; block < m_releasedBlocks; ++block)
-        releaseBlock(block);
     return true;
 }
 

@@ -31,11 +31,6 @@ QLatin1String keywordFor(QChar first)
     }
 }
 
-bool startsWithWord(const QString &statement, QLatin1String word)
-{
-    return statement.leftRef(word.size()).trimmed().toString().toLower() == word;
-}
-
 QString namedPlaceholders(int count)
 {
     if (count <= 0)
@@ -96,12 +91,9 @@ QString SqlText::procedureStatement(const QString &text, int count, int dbmsType
 
 SqlText::TransactionWord SqlText::transactionWord(const QString &statement)
 {
-    if (statement.isEmpty())
-        return TransactionWord::None;
-    const QChar first = statement.at(0).toLower();
-    if (first == QLatin1Char('c') && startsWithWord(statement, QLatin1String("commit")))
+    if (statement.startsWith(QLatin1String("commit"), Qt::CaseInsensitive))
         return TransactionWord::Commit;
-    if (first == QLatin1Char('r') && startsWithWord(statement, QLatin1String("rollback")))
+    if (statement.startsWith(QLatin1String("rollback"), Qt::CaseInsensitive))
         return TransactionWord::Rollback;
     return TransactionWord::None;
 }

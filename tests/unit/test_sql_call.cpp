@@ -70,6 +70,8 @@ private slots:
 
     void throwingGetterEndsTheSorting_data();
     void throwingGetterEndsTheSorting();
+    void nothingRunsBehindAThrowingGetter();
+    void nameWithoutAValueIsUndefined();
     void caughtExceptionOfAGetterIsNone();
     void earlierExceptionDoesNotRefuse();
     void getterRunsOnceAValue();
@@ -557,6 +559,26 @@ void TestSqlCall::throwingGetterEndsTheSorting()
     QCOMPARE(error.toString(), QStringLiteral("Error: from the getter"));
 }
 
+void TestSqlCall::nothingRunsBehindAThrowingGetter()
+{
+    run("var later = 0, o = {};"
+        "o.__defineGetter__('a', function() { throw 5 });"
+        "o.__defineGetter__('b', function() { ++later });"
+        "exec('s', [o, o])");
+    QVERIFY(m_refusal.scriptException);
+    QCOMPARE(m_engine->globalObject().property(QStringLiteral("later")).toInt32(), 0);
+}
+
+// The engine lists a getter at an index among an array's names, and never runs it.
+void TestSqlCall::nameWithoutAValueIsUndefined()
+{
+    QVERIFY(queues("var a = [1]; a.__defineGetter__(1, function() { return 2 }); exec('s', a, a)"));
+    QCOMPARE(m_task->argsJs.size(), 2);
+    QVERIFY(m_task->argsJs.last().isUndefined());
+    QVERIFY(m_task->callArgs.last().isUndefined());
+    QCOMPARE(m_task->procArgs, lists({{1, QVariant()}}));
+}
+
 void TestSqlCall::caughtExceptionOfAGetterIsNone()
 {
     QVERIFY(queues("var o = {};"
@@ -599,6 +621,8 @@ void TestSqlCall::hugeSparseArrayIsQuick_data()
     };
     const QVariantList both{QStringLiteral("x"), QStringLiteral("y")};
     row("query(a)", false);
+    row("query(['s', a])", false);
+    row("query(['s', {x: a}])", false);
     row("query('s', a)", true, both);
     row("exec(a, [[1], [2]])", false);
     row("exec('s', [1], a)", true, both);
@@ -636,6 +660,7 @@ void TestSqlCall::hostileArgumentIsRefused_data()
         QTest::newRow(name) << QByteArray(script);
     };
     row("sparse inside", "var a = []; a.length = 4294967295; exec('s', [a])");
+    row("more than fits", "var a = []; a.length = 2000000000; exec('s', [a])");
     row("sparse in a list", "var a = []; a[4294967294] = 1; exec(['s', 't'], [[1], [a]])");
     row("sparse in an object", "var a = []; a[4294967294] = 1; exec('s', [{x: a}])");
     row("deep", "var a = []; for (var i = 0; i < 300000; ++i) a = [a]; exec('s', [a])");
