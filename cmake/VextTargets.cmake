@@ -14,6 +14,18 @@ if(VEXT_SANITIZE)
   target_link_options(vext_options INTERFACE -fsanitize=${VEXT_SANITIZE})
 endif()
 
+# What every test runs with: known reports about libraries that are built without the sanitizer are
+# left out, everything else ends the test, and time limits are stretched.
+set(VEXT_TEST_ENVIRONMENT "")
+if(VEXT_SANITIZE)
+  set(VEXT_SANITIZER_DIR ${CMAKE_SOURCE_DIR}/tests/sanitizers)
+  list(APPEND VEXT_TEST_ENVIRONMENT
+    VEXT_TEST_TIME_FACTOR=5
+    "TSAN_OPTIONS=suppressions=${VEXT_SANITIZER_DIR}/tsan.supp:history_size=7:exitcode=66"
+    "LSAN_OPTIONS=suppressions=${VEXT_SANITIZER_DIR}/lsan.supp:print_suppressions=0"
+    "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1")
+endif()
+
 # vext_add_test(NAME SOURCES... [LIBS libs...] [LABELS labels...] [TIMEOUT seconds])
 # One QtTest program, registered with ctest under its name.
 function(vext_add_test name)

@@ -1,0 +1,19 @@
+# The worker thread: its life, the tasks it must not lose, and what it costs the engine's thread.
+find_package(Threads REQUIRED)
+
+add_library(vext_thread_fixture STATIC
+  ${CMAKE_CURRENT_LIST_DIR}/thread_fixture.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/thread_fixture.h)
+target_include_directories(vext_thread_fixture PUBLIC
+  ${CMAKE_CURRENT_LIST_DIR}
+  $<TARGET_PROPERTY:vext_sql_objects,INTERFACE_INCLUDE_DIRECTORIES>)
+target_link_libraries(vext_thread_fixture PUBLIC vext_test_support Threads::Threads
+                                          PRIVATE vext_options)
+
+foreach(name worker_thread)
+  vext_add_test(test_${name}
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp
+    LIBS vext_thread_fixture vext_sql_objects vext_test_support
+    LABELS threads
+    TIMEOUT 300)
+endforeach()
