@@ -20,6 +20,17 @@ QScriptValue wrapped(QScriptEngine *engine, QObject *object)
                                   QScriptEngine::PreferExistingWrapperObject);
 }
 
+/// Scripts see a folder as its absolute path.
+QScriptValue dirToScript(QScriptEngine *, const QDir &directory)
+{
+    return QScriptValue(directory.absolutePath());
+}
+
+void dirFromScript(const QScriptValue &value, QDir &directory)
+{
+    directory.setPath(value.toString());
+}
+
 QScriptValue quit(QScriptContext *context, QScriptEngine *engine, void *end)
 {
     const QScriptValue code = context->argument(0);
@@ -33,6 +44,7 @@ QScriptValue quit(QScriptContext *context, QScriptEngine *engine, void *end)
 
 void ScriptGlobals::installObjects(QScriptEngine *engine, VextServer *server, VextPost *post)
 {
+    qScriptRegisterMetaType<QDir>(engine, dirToScript, dirFromScript);
     QScriptValue global = engine->globalObject();
     global.setProperty(QStringLiteral("server"), wrapped(engine, server), kConstant);
     global.setProperty(QStringLiteral("post"), wrapped(engine, post), kConstant);

@@ -56,6 +56,11 @@ QString regExpText(const QScriptValue &value)
              flag("multiline", 'm'));
 }
 
+QString dateText(const QDateTime &date)
+{
+    return date.isValid() ? date.toString(Qt::ISODateWithMs) : QStringLiteral("Invalid Date");
+}
+
 QString qobjectText(const QScriptValue &value)
 {
     const QObject *object = value.toQObject();
@@ -104,14 +109,14 @@ QString ValueText::text(const QScriptValue &value)
 
 QString ValueText::objectText(const QScriptValue &value)
 {
+    if (value.isRegExp()) // first: the engine calls regular expressions functions too
+        return regExpText(value);
     if (value.isFunction())
         return functionText(value);
     if (value.isError())
         return errorText(value);
     if (value.isDate())
-        return value.toDateTime().toString(Qt::ISODateWithMs);
-    if (value.isRegExp())
-        return regExpText(value);
+        return dateText(value.toDateTime());
     if (value.isQObject())
         return qobjectText(value);
     if (value.isVariant())

@@ -49,3 +49,5 @@ private:
     QList<QPointer<QObject>> m_objects;
     QDir m_directory;
 };
+
+Q_DECLARE_METATYPE(QDir)
