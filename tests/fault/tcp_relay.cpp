@@ -262,8 +262,7 @@ bool TcpRelay::receive(Stream &stream, qint64 now)
             return true;
         }
         bytes.truncate(int(got));
-        if (stream.fromClient)
-            m_fromClients += got;
+        (stream.fromClient ? m_fromClients : m_fromServer) += got;
         stream.pieces.push_back({bytes, now});
     }
     return true;

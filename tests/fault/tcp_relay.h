@@ -47,6 +47,8 @@ public:
     int open() const { return m_open; }
     /// Bytes taken from clients so far.
     qint64 fromClients() const { return m_fromClients; }
+    /// Bytes taken from the server so far.
+    qint64 fromServer() const { return m_fromServer; }
 
 private:
     enum class Mode { Pass, Refuse, BlackHole };
@@ -75,6 +77,7 @@ private:
     std::atomic<int> m_accepted{0};
     std::atomic<int> m_open{0};
     std::atomic<qint64> m_fromClients{0};
+    std::atomic<qint64> m_fromServer{0};
 
     // Orders that must be carried out when the caller goes on.
     std::mutex m_mutex;
