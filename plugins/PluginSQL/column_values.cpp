@@ -330,19 +330,19 @@ void ColumnValues::releaseBlock(int block)
     const size_t index = size_t(block);
     switch (m_storage) {
     case Storage::Int:
-        std::vector<int>().swap(m_ints[index]);
+        Block<int>().swap(m_ints[index]);
         break;
     case Storage::LongLong:
-        std::vector<qint64>().swap(m_longLongs[index]);
+        Block<qint64>().swap(m_longLongs[index]);
         break;
     case Storage::Double:
-        std::vector<double>().swap(m_doubles[index]);
+        Block<double>().swap(m_doubles[index]);
         break;
     case Storage::Text:
         m_texts[index] = TextBlock();
         break;
     case Storage::Mixed:
-        std::vector<QVariant>().swap(m_variants[index]);
+        Block<QVariant>().swap(m_variants[index]);
         break;
     case Storage::Empty:
         break;

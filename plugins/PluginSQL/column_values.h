@@ -2,6 +2,8 @@
 /// The values of one result column, stored plainly while they are of one kind.
 #pragma once
 
+#include "page_allocator.h"
+
 #include <QString>
 #include <QStringView>
 #include <QVariant>
@@ -125,11 +127,13 @@ public:
 
 private:
     template <typename T>
-    using Blocks = std::vector<std::vector<T>>;
+    using Block = std::vector<T, PageAllocator<T>>;
+    template <typename T>
+    using Blocks = std::vector<Block<T>>;
     /// The texts of a block one behind the other, and where each of them ends.
     struct TextBlock {
-        std::vector<QChar> units;
-        std::vector<quint32> ends;
+        Block<QChar> units;
+        Block<quint32> ends;
     };
 
     static constexpr int NoNulls = -1;

@@ -1,12 +1,12 @@
 #include "plugin_sql.h"
 
+#include "script_property.h"
 #include "script_tag.h"
 #include "sql_records.h"
 #include "vext_sql.h"
 #include "vext_sql_call.h"
 #include "vext_sql_module.h"
 #include "vext_sql_thread.h"
-#include "vext_static_enums.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -138,11 +138,11 @@ QScriptValue Plugin_SQL::install(QObject *obj)
                    Plugin_base::tr("вызвать можно только как install(scriptEngine)  - отмена"), -1);
         return QScriptValue(false);
     }
-    QScriptValue target = engine->currentContext()->thisObject();
-    target.setProperty(QStringLiteral("counters"), engine->newFunction(&Plugin_SQL::counters, 0),
-                       FuncWrapper::Hidden);
-    FuncWrapper::setAccessor(target, QStringLiteral("tag"),
-                             engine->newFunction(&Plugin_SQL::js_tag, 0));
+    const QScriptValue target = engine->currentContext()->thisObject();
+    ScriptProperty::setHidden(engine, target, QStringLiteral("counters"),
+                              engine->newFunction(&Plugin_SQL::counters, 0));
+    ScriptProperty::setHiddenAccessor(engine, target, QStringLiteral("tag"),
+                                      engine->newFunction(&Plugin_SQL::js_tag, 0));
     VEXT_SQLWrapper::registerWrapper(engine);
     return engine->currentContext()->thisObject();
 }

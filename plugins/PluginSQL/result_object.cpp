@@ -1,5 +1,7 @@
 #include "result_object.h"
 
+#include "column_array.h"
+
 #include <QMetaType>
 
 namespace
@@ -10,21 +12,6 @@ constexpr int MarkerValue = 1106;
 QString markerName()
 {
     return QStringLiteral("$ res sql");
-}
-
-QScriptValue valuesArray(QScriptEngine *engine, ColumnValues &values, bool enableNull)
-{
-    const int rows = values.size();
-    QScriptValue array = engine->newArray(uint(rows));
-    for (int row = 0; row < rows; ++row) {
-        const QScriptValue value = ResultObject::toScript(engine, values.at(row), enableNull);
-        if (value.isValid())
-            array.setProperty(quint32(row), value);
-        if (row % ColumnValues::BlockRows == 0)
-            values.releaseBefore(row);
-    }
-    values.clear();
-    return array;
 }
 
 QScriptValue nullsArray(QScriptEngine *engine, const QList<uint> &nulls)
@@ -74,9 +61,9 @@ QScriptValue ResultObject::toScript(QScriptEngine *engine, const QVariant &value
     }
 }
 
-void ResultObject::fill(QScriptEngine *engine, QScriptValue target, structSqlResult &record,
-                        const Options &options)
+void ResultObject::fill(const Context &context, QScriptValue target, structSqlResult &record)
 {
+    QScriptEngine *engine = context.engine;
     target.setProperty(markerName(), QScriptValue(engine, MarkerValue),
                        QScriptValue::ReadOnly | QScriptValue::Undeletable
                            | QScriptValue::SkipInEnumeration);
@@ -90,8 +77,8 @@ void ResultObject::fill(QScriptEngine *engine, QScriptValue target, structSqlRes
     for (int c = 0; c < columns; ++c) {
         structSqlFieldResult &field = record.fields[c];
         const quint32 at = quint32(c);
-        const QString name = options.upperCaseNames ? field.name.toUpper() : field.name;
-        const QScriptValue values = valuesArray(engine, field.values, options.enableNull);
+        const QString name = context.upperCaseNames ? field.name.toUpper() : field.name;
+        const QScriptValue values = ColumnArray(context, field.values).make();
         nulls.setProperty(at, nullsArray(engine, field.nulls));
         field.nulls.clear();
         types.setProperty(at, QScriptValue(engine, field.type));

@@ -10,9 +10,12 @@
 namespace ResultObject
 {
 
-/// How the values of a connection are shown.
-struct Options {
-    bool enableNull = true;  ///< NULL becomes null; otherwise it is converted like its type's zero
+/// With what, and how, the values of a connection are shown.
+struct Context {
+    QScriptEngine *engine = nullptr;
+    /// The engine's own Array.prototype.push as it was at the install, or invalid.
+    QScriptValue push;
+    bool enableNull = true; ///< NULL becomes null; otherwise it is converted like its type's zero
     bool upperCaseNames = false;
 };
 
@@ -20,9 +23,8 @@ struct Options {
 QScriptValue newObjects(QScriptEngine *engine, int count);
 
 /// Fills `target` with the record's columns and figures, column by column. The values of a column
-/// are given up as soon as they are converted; the record is spent afterwards.
-void fill(QScriptEngine *engine, QScriptValue target, structSqlResult &record,
-          const Options &options);
+/// are given up as they are converted; the record is spent afterwards.
+void fill(const Context &context, QScriptValue target, structSqlResult &record);
 
 /// One value as a script sees it.
 QScriptValue toScript(QScriptEngine *engine, const QVariant &value, bool enableNull);

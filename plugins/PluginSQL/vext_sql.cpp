@@ -2,6 +2,7 @@
 
 #include "debug_line.h"
 #include "plugin_sql.h"
+#include "script_property.h"
 #include "vext_sql_call.h"
 #include "vext_sql_module.h"
 #include "vext_sql_thread.h"
@@ -451,8 +452,11 @@ QScriptValue VEXT_SQL::js_exec_thread(QScriptContext *context, QScriptEngine *en
 void VEXT_SQLWrapper::registerWrapper(QScriptEngine *eng)
 {
     QScriptValue function = eng->newFunction(&VEXT_SQLWrapper::ctor, 0);
-    QScriptValue global = eng->globalObject();
-    FuncWrapper::createFunc(function, global, "VEXT_SQL", true, 1);
+    QScriptValue holder = eng->newObject();
+    FuncWrapper::createFunc(function, holder, "VEXT_SQL", true, 1);
+    // Taken now, before a script has had much time to replace it.
+    function.setData(eng->newArray().property(QStringLiteral("push")));
+    ScriptProperty::setHidden(eng, eng->globalObject(), QStringLiteral("VEXT_SQL"), function);
 }
 
 namespace
@@ -496,5 +500,6 @@ QScriptValue VEXT_SQLWrapper::ctor(QScriptContext *ctx, QScriptEngine *eng)
     const QScriptValue wrapper = eng->newQObject(object, QScriptEngine::QtOwnership,
                                                  QScriptEngine::ExcludeChildObjects);
     giveScriptValueThis(object, wrapper);
+    object->worker->m_arrayPush = ctx->callee().data();
     return wrapper;
 }

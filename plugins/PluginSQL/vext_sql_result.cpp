@@ -242,10 +242,12 @@ void VEXT_sqlThr::convertEntry(structThrSql *task, structSqlResult &entry)
             task->result.setProperty(quint32(task->current), target);
         }
     }
-    ResultObject::Options options;
-    options.enableNull = enableNull;
-    options.upperCaseNames = m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql;
-    ResultObject::fill(m_engine, target, entry, options);
+    ResultObject::Context context;
+    context.engine = m_engine;
+    context.push = m_arrayPush;
+    context.enableNull = enableNull;
+    context.upperCaseNames = m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql;
+    ResultObject::fill(context, target, entry);
     if (!task->inThread)
         publishResult(target);
 }

@@ -169,6 +169,7 @@ public:
     // State. VEXT_SQL reads and assigns part of it directly, hence public.
 
     QScriptValue m_scriptValueThis; ///< script value of the owner; engine's thread
+    QScriptValue m_arrayPush;       ///< the engine's own Array.prototype.push; engine's thread
 
     QList<structThrSql *> m_listSqlTasks; ///< the queue, owns its records; m_mutexSqlTasks
     QAtomicInt m_thrSqlQueue;             ///< copy of the queue's length

@@ -1,0 +1,51 @@
+/// @file
+/// The workloads and the ways to do them. Each way runs in a process of its own.
+#pragma once
+
+#include "measurement.h"
+
+#include <QString>
+
+/// Where the data is.
+struct Target {
+    bool postgres = false;
+    QString sqliteFile;
+    QString host;
+    int port = 0;
+    QString database;
+    QString user;
+    QString password;
+};
+
+/// The statements, the same for every way.
+struct Workload {
+    enum class Kind {
+        Read,   ///< one statement with many rows
+        Chain,  ///< statements, each after the result of the one before
+        Queue,  ///< statements, all at once
+        Insert, ///< inserts in one transaction
+        Connections ///< connection objects, each with one statement
+    };
+    Kind kind = Kind::Read;
+    int rows = 0;    ///< of Read
+    int columns = 0; ///< of Read; 0 reads the six columns of the large table
+    int count = 0;   ///< of statements or connections
+
+    QString readStatement() const;
+    /// Statement number i of Chain and Queue: an index range of ten rows.
+    QString smallStatement(int i) const;
+};
+
+// The floor: the C interfaces, reading into typed column vectors.
+Measurement floorSqlite(const Target &target, const Workload &workload);
+Measurement floorPostgres(const Target &target, const Workload &workload);
+
+// Plain Qt: QSqlQuery forward-only with the values discarded; the same in a QThread; and a script's
+// row loop over a wrapped QSqlQuery.
+Measurement qtQuery(const Target &target, const Workload &workload);
+Measurement qtThread(const Target &target, const Workload &workload);
+Measurement scriptLoop(const Target &target, const Workload &workload);
+
+// The plugin, through a script engine.
+Measurement pluginSync(const Target &target, const Workload &workload);
+Measurement pluginAsync(const Target &target, const Workload &workload);

@@ -1,0 +1,224 @@
+#include "column_array.h"
+
+#include <QHash>
+
+#include <algorithm>
+
+namespace
+{
+
+/// Script strings of a column in which few texts come again and again: made once and shared, which
+/// is quicker and takes a fraction of the memory. On other columns looking texts up costs more than
+/// it saves, so the cache watches its hits and gives up.
+class StringCache
+{
+public:
+    explicit StringCache(QScriptEngine *engine) : m_engine(engine) {}
+
+    bool pays() const { return m_pays; }
+
+    QScriptValue value(const QString &text)
+    {
+        const auto found = m_values.constFind(text);
+        if (found != m_values.constEnd()) {
+            ++m_hits;
+            return *found;
+        }
+        const QScriptValue value(m_engine, text);
+        // A copy of its own: the text may lie in a block that is released before the cache is.
+        if (m_values.size() < MostTexts)
+            m_values.insert(QString(text.constData(), text.size()), value);
+        m_pays = ++m_misses < TrialMisses || m_hits >= m_misses;
+        return value;
+    }
+
+private:
+    static constexpr int MostTexts = 256;
+    static constexpr int TrialMisses = 64; ///< before the cache is judged
+
+    QScriptEngine *m_engine;
+    QHash<QString, QScriptValue> m_values;
+    int m_hits = 0;
+    int m_misses = 0;
+    bool m_pays = true;
+};
+
+} // namespace
+
+ColumnArray::ColumnArray(const ResultObject::Context &context, ColumnValues &values)
+    : m_context(context)
+    , m_engine(context.engine)
+    , m_values(values)
+    , m_rows(values.size())
+{
+    // Every null of a column that is stored plainly has the same type.
+    const int type = values.nullType();
+    m_null = ResultObject::toScript(m_engine, type ? QVariant(QVariant::Type(type)) : QVariant(),
+                                    context.enableNull);
+}
+
+QScriptValue ColumnArray::make()
+{
+    m_array = m_engine->newArray(m_rows < FewRows ? uint(m_rows) : 0);
+    switch (m_values.storage()) {
+    case ColumnValues::Storage::Int:
+        takeNumbers([this](int row) { return m_values.intAt(row); });
+        break;
+    case ColumnValues::Storage::LongLong:
+        takeNumbers([this](int row) { return double(m_values.longLongAt(row)); });
+        break;
+    case ColumnValues::Storage::Double:
+        takeNumbers([this](int row) { return m_values.doubleAt(row); });
+        break;
+    case ColumnValues::Storage::Text:
+        takeTexts();
+        break;
+    case ColumnValues::Storage::Mixed:
+        takeVariants();
+        break;
+    case ColumnValues::Storage::Empty:
+        takeNulls();
+        break;
+    }
+    m_values.clear();
+    // Elements that were left out at the end count all the same.
+    if (m_null.isValid() || m_array.property(QStringLiteral("length")).toInt32() == m_rows)
+        return m_array;
+    m_array.setProperty(QStringLiteral("length"), QScriptValue(m_engine, m_rows));
+    return m_array;
+}
+
+template <typename CellOf>
+void ColumnArray::takeNumbers(CellOf cellOf)
+{
+    if (m_rows >= FewRows && m_context.push.isFunction()) {
+        takeNumberChunks(cellOf);
+        return;
+    }
+    for (int row = 0; row < m_rows; ++row) {
+        release(row);
+        if (m_values.isNullAt(row))
+            setNull(row);
+        else
+            m_array.setProperty(quint32(row), QScriptValue(m_engine, cellOf(row)));
+    }
+}
+
+template <typename CellOf>
+void ColumnArray::takeNumberChunks(CellOf cellOf)
+{
+    // One list for all chunks: assigning a number to a variant allocates nothing.
+    QVariantList cells;
+    cells.reserve(ChunkRows);
+    QVector<int> nulls;
+    for (int first = 0; first < m_rows; first += ChunkRows) {
+        const int count = std::min(ChunkRows, m_rows - first);
+        while (cells.size() < count)
+            cells.append(QVariant());
+        while (cells.size() > count)
+            cells.removeLast();
+        nulls.clear();
+        for (int i = 0; i < count; ++i) {
+            if (m_values.isNullAt(first + i))
+                nulls.append(i);
+            else
+                cells[i] = cellOf(first + i);
+        }
+        QScriptValue chunk = m_engine->toScriptValue(cells);
+        const QScriptValue null = m_null.isValid() ? m_null : m_engine->undefinedValue();
+        for (const int i : qAsConst(nulls))
+            chunk.setProperty(quint32(i), null);
+        append(chunk, first, count);
+        release(first + count);
+    }
+}
+
+/// A column starts with the cache and goes on in chunks from where that does not pay.
+void ColumnArray::takeTexts()
+{
+    StringCache cache(m_engine);
+    QString view;
+    for (int row = 0; row < m_rows; ++row) {
+        if (!cache.pays() && m_context.push.isFunction()) {
+            takeTextChunks(row);
+            return;
+        }
+        release(row);
+        if (m_values.isNullAt(row)) {
+            setNull(row);
+            continue;
+        }
+        m_values.textViewAt(row, view);
+        m_array.setProperty(quint32(row),
+                            cache.pays() ? cache.value(view) : QScriptValue(m_engine, view));
+    }
+}
+
+void ColumnArray::takeTextChunks(int start)
+{
+    // Elements left out before the start would shift what is pushed behind them.
+    m_array.setProperty(QStringLiteral("length"), QScriptValue(m_engine, start));
+    QStringList cells;
+    cells.reserve(ChunkRows);
+    QVector<int> nulls;
+    const QScriptValue null = m_null.isValid() ? m_null : m_engine->undefinedValue();
+    for (int first = start; first < m_rows; first += ChunkRows) {
+        const int count = std::min(ChunkRows, m_rows - first);
+        while (cells.size() < count)
+            cells.append(QString());
+        while (cells.size() > count)
+            cells.removeLast();
+        nulls.clear();
+        for (int i = 0; i < count; ++i) {
+            if (m_values.isNullAt(first + i))
+                nulls.append(i);
+            else
+                m_values.textViewAt(first + i, cells[i]);
+        }
+        QScriptValue chunk = m_engine->toScriptValue(cells);
+        for (const int i : qAsConst(nulls))
+            chunk.setProperty(quint32(i), null);
+        append(chunk, first, count);
+        release(first + count);
+    }
+}
+
+void ColumnArray::takeVariants()
+{
+    for (int row = 0; row < m_rows; ++row) {
+        release(row);
+        const QScriptValue value =
+            ResultObject::toScript(m_engine, m_values.variantAt(row), m_context.enableNull);
+        if (value.isValid())
+            m_array.setProperty(quint32(row), value);
+    }
+}
+
+void ColumnArray::takeNulls()
+{
+    for (int row = 0; row < m_rows; ++row)
+        setNull(row);
+}
+
+void ColumnArray::setNull(int row)
+{
+    if (m_null.isValid())
+        m_array.setProperty(quint32(row), m_null);
+}
+
+/// Appends a chunk natively; where the push that was found does not do it, element by element.
+void ColumnArray::append(QScriptValue chunk, int first, int count)
+{
+    QScriptValue push = m_context.push;
+    const QScriptValue length = push.call(m_array, chunk);
+    if (length.isNumber() && length.toInt32() == first + count)
+        return;
+    for (int i = 0; i < count; ++i)
+        m_array.setProperty(quint32(first + i), chunk.property(quint32(i)));
+}
+
+void ColumnArray::release(int row)
+{
+    if (row % ColumnValues::BlockRows == 0)
+        m_values.releaseBefore(row);
+}

@@ -1,0 +1,42 @@
+/// @file
+/// How one column's values become a script array. Engine's thread only.
+#pragma once
+
+#include "result_object.h"
+
+/// Converts one column and gives its values up block by block on the way.
+///
+/// Making a script value costs more than storing it. So long columns are converted by the chunk,
+/// as lists that the engine turns into arrays itself, which push then appends natively.
+class ColumnArray
+{
+public:
+    /// Both outlive the object.
+    ColumnArray(const ResultObject::Context &context, ColumnValues &values);
+
+    /// The array. The column is empty afterwards.
+    QScriptValue make();
+
+private:
+    static constexpr int ChunkRows = 1024;
+    static constexpr int FewRows = 128; ///< below that, chunks do not pay
+
+    template <typename CellOf>
+    void takeNumbers(CellOf cellOf);
+    template <typename CellOf>
+    void takeNumberChunks(CellOf cellOf);
+    void takeTexts();
+    void takeTextChunks(int start);
+    void takeVariants();
+    void takeNulls();
+    void setNull(int row);
+    void append(QScriptValue chunk, int first, int count);
+    void release(int row);
+
+    const ResultObject::Context &m_context;
+    QScriptEngine *m_engine;
+    ColumnValues &m_values;
+    const int m_rows;
+    QScriptValue m_array;
+    QScriptValue m_null; ///< what a null of this column reads as; invalid: its element is left out
+};

@@ -1,0 +1,23 @@
+/// @file
+/// Properties whose flags hold wherever they are set.
+#pragma once
+
+#include <QScriptEngine>
+#include <QScriptValue>
+#include <QString>
+
+/// Qt 5.15 drops every flag of a property that is new on an engine's own global object. There, these
+/// functions define an accessor instead, whose flags hold: scripts see the same.
+/// Thread: that of the engine.
+namespace ScriptProperty
+{
+
+/// Sets a property that scripts can neither change nor delete nor enumerate.
+void setHidden(QScriptEngine *engine, QScriptValue object, const QString &name,
+               const QScriptValue &value);
+
+/// Sets an accessor that scripts can neither delete nor enumerate; `function` reads and writes.
+void setHiddenAccessor(QScriptEngine *engine, QScriptValue object, const QString &name,
+                       const QScriptValue &function);
+
+} // namespace ScriptProperty
