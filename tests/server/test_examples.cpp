@@ -1,0 +1,246 @@
+/// @file
+/// The examples that need a server, run as a user runs them.
+
+#include "mariadb_server.h"
+#include "postgres_server.h"
+
+#include "deadline.h"
+
+#include <QProcess>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QtTest>
+
+namespace
+{
+
+constexpr int ExampleTimeoutMs = 60000;
+
+/// The arguments that set a connection's parameters.
+QStringList connectionArguments(const ConnectionParameters &parameters, const QString &prefix = {})
+{
+    const QString pattern = prefix + QStringLiteral("%1=%2");
+    QStringList result{pattern.arg(QStringLiteral("databaseName"), parameters.databaseName),
+                       pattern.arg(QStringLiteral("userName"), parameters.userName),
+                       pattern.arg(QStringLiteral("password"), parameters.password),
+                       pattern.arg(QStringLiteral("hostName"), parameters.hostName)};
+    if (parameters.port > 0)
+        result << pattern.arg(QStringLiteral("port")).arg(parameters.port);
+    if (!parameters.connectOptions.isEmpty())
+        result << pattern.arg(QStringLiteral("connectOptions"), parameters.connectOptions);
+    return result;
+}
+
+/// One example in the reference host.
+class Example
+{
+public:
+    Example(const QString &script, const QStringList &arguments)
+    {
+        const QString file =
+            QStringLiteral("%1/examples/%2").arg(QString::fromUtf8(VEXT_SOURCE_DIR), script);
+        m_process.setProcessChannelMode(QProcess::MergedChannels);
+        m_process.start(
+            QString::fromUtf8(VEXT_RUN_FILE),
+            QStringList{QStringLiteral("--plugin"), QString::fromUtf8(VEXT_PLUGIN_FILE), file} +
+                arguments);
+    }
+    ~Example()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+
+    /// @return whether it ended by itself; then exitCode() and output() are its own
+    bool finish(int ms = ExampleTimeoutMs)
+    {
+        const bool done = m_process.waitForFinished(scaledMs(ms)) &&
+                          m_process.exitStatus() == QProcess::NormalExit;
+        read();
+        return done;
+    }
+    int exitCode() const { return m_process.exitCode(); }
+    QString output() const { return m_output; }
+    QByteArray told() const { return m_output.toUtf8(); }
+
+    bool waitForOutput(const QString &text)
+    {
+        const Deadline deadline(ExampleTimeoutMs);
+        while (!m_output.contains(text) && !deadline.expired()) {
+            if (m_process.state() == QProcess::NotRunning)
+                break;
+            m_process.waitForReadyRead(100);
+            read();
+        }
+        return m_output.contains(text);
+    }
+    void forget() { m_output.clear(); }
+
+private:
+    void read() { m_output += QString::fromUtf8(m_process.readAll()); }
+
+    QProcess m_process;
+    QString m_output;
+};
+
+} // namespace
+
+class TestExamples : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+
+    void jobQueueDoesEveryJobOnce();
+    void listenerHearsAgainAfterARestart();
+    void importCommitsEveryRow();
+    void brokenImportLeavesTheOldRows();
+    void reportJoinsThreeDrivers();
+
+private:
+    /// The first value of a statement, outside the example.
+    QVariant value(const QString &sql);
+    bool notify(const QString &payload);
+
+    PostgresServer m_postgres;
+    MariaDbServer m_mariadb;
+    QString m_postgresReason;
+    QString m_mariadbReason;
+};
+
+#define NEEDS(reason)                                                                              \
+    do {                                                                                           \
+        if (!(reason).isEmpty())                                                                   \
+            QSKIP(qPrintable(reason));                                                             \
+    } while (false)
+
+void TestExamples::initTestCase()
+{
+    if (m_postgres.available(&m_postgresReason))
+        QVERIFY2(m_postgres.start(), qPrintable(m_postgres.error()));
+    if (m_mariadb.available(&m_mariadbReason))
+        QVERIFY2(m_mariadb.start(), qPrintable(m_mariadb.error()));
+}
+
+void TestExamples::cleanup()
+{
+    if (m_postgresReason.isEmpty() && !m_postgres.isRunning())
+        QVERIFY2(m_postgres.startAgain(), qPrintable(m_postgres.error()));
+}
+
+QVariant TestExamples::value(const QString &sql)
+{
+    QVariant result;
+    {
+        QSqlDatabase db = m_postgres.parameters().database(QStringLiteral("outside"));
+        if (db.open()) {
+            QSqlQuery query(db);
+            if (query.exec(sql) && query.next())
+                result = query.value(0);
+            else
+                qWarning("%s", qPrintable(query.lastError().text()));
+        }
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("outside"));
+    return result;
+}
+
+bool TestExamples::notify(const QString &payload)
+{
+    return value(QStringLiteral("SELECT pg_notify('news', '%1')").arg(payload)).isValid();
+}
+
+void TestExamples::jobQueueDoesEveryJobOnce()
+{
+    NEEDS(m_postgresReason);
+    Example example(QStringLiteral("job_queue.js"), connectionArguments(m_postgres.parameters())
+                                                        << QStringLiteral("jobs=40")
+                                                        << QStringLiteral("workers=3"));
+    QVERIFY2(example.finish(), example.told());
+    QCOMPARE(example.exitCode(), 0);
+    QVERIFY2(example.output().contains(QStringLiteral("jobs done: 40")), example.told());
+    QCOMPARE(
+        value(QStringLiteral("SELECT count(*) FROM jobs WHERE outcome = reverse(task)")).toInt(),
+        40);
+}
+
+void TestExamples::listenerHearsAgainAfterARestart()
+{
+    NEEDS(m_postgresReason);
+    Example example(QStringLiteral("listen_reconnect.js"),
+                    connectionArguments(m_postgres.parameters())
+                        << QStringLiteral("channel=news") << QStringLiteral("every=50"));
+    QVERIFY2(example.waitForOutput(QStringLiteral("looked for what was missed")), example.told());
+    QVERIFY(notify(QStringLiteral("before")));
+    QVERIFY2(example.waitForOutput(QStringLiteral("heard on news: before")), example.told());
+
+    for (const auto how : {PostgresServer::Shutdown::Immediate, PostgresServer::Shutdown::Kill}) {
+        example.forget();
+        QVERIFY(m_postgres.shutDown(how));
+        QVERIFY2(example.waitForOutput(QStringLiteral("connection lost")), example.told());
+        QVERIFY2(m_postgres.startAgain(), qPrintable(m_postgres.error()));
+        QVERIFY2(example.waitForOutput(QStringLiteral("looked for what was missed")),
+                 example.told());
+        QVERIFY2(example.output().contains(QStringLiteral("listening again")), example.told());
+        QVERIFY(notify(QStringLiteral("after")));
+        QVERIFY2(example.waitForOutput(QStringLiteral("heard on news: after")), example.told());
+    }
+    QVERIFY(notify(QStringLiteral("stop")));
+    QVERIFY2(example.finish(), example.told());
+    QCOMPARE(example.exitCode(), 0);
+}
+
+void TestExamples::importCommitsEveryRow()
+{
+    NEEDS(m_postgresReason);
+    Example example(QStringLiteral("csv_import.js"), connectionArguments(m_postgres.parameters())
+                                                         << QStringLiteral("rows=1001"));
+    QVERIFY2(example.finish(), example.told());
+    QCOMPARE(example.exitCode(), 0);
+    QVERIFY2(example.output().contains(QStringLiteral("imported 500 of 1001")), example.told());
+    QVERIFY2(example.output().contains(QStringLiteral("committed: 1001 prices, 100 without")),
+             example.told());
+    QCOMPARE(
+        value(QStringLiteral("SELECT name || price FROM prices WHERE article = 1001")).toString(),
+        QStringLiteral("Bolt \"M1001\", zinc10.01"));
+}
+
+void TestExamples::brokenImportLeavesTheOldRows()
+{
+    NEEDS(m_postgresReason);
+    const QStringList arguments = connectionArguments(m_postgres.parameters());
+    Example good(QStringLiteral("csv_import.js"),
+                 arguments + QStringList{QStringLiteral("rows=7")});
+    QVERIFY2(good.finish(), good.told());
+    QCOMPARE(good.exitCode(), 0);
+
+    Example broken(QStringLiteral("csv_import.js"),
+                   arguments +
+                       QStringList{QStringLiteral("rows=600"), QStringLiteral("broken=301")});
+    QVERIFY2(broken.finish(), broken.told());
+    QCOMPARE(broken.exitCode(), 1);
+    QVERIFY2(broken.output().contains(QStringLiteral("nothing imported, line 302: ")),
+             broken.told());
+    QCOMPARE(value(QStringLiteral("SELECT count(*) FROM prices")).toInt(), 7);
+}
+
+void TestExamples::reportJoinsThreeDrivers()
+{
+    NEEDS(m_postgresReason);
+    NEEDS(m_mariadbReason);
+    Example example(QStringLiteral("three_drivers_report.js"),
+                    connectionArguments(m_postgres.parameters(), QStringLiteral("pg.")) +
+                        connectionArguments(m_mariadb.parameters(), QStringLiteral("my.")));
+    QVERIFY2(example.finish(), example.told());
+    QCOMPARE(example.exitCode(), 0);
+    for (const char *line :
+         {"part    ordered   in stock  note", "bolt    15.5      12        -",
+          "nut     7         100       -", "washer  -         3         stainless only"})
+        QVERIFY2(example.output().contains(QString::fromUtf8(line)), example.told());
+}
+
+QTEST_GUILESS_MAIN(TestExamples)
+#include "test_examples.moc"
