@@ -18,7 +18,7 @@ struct DriverTraits {
     const char *affectedBySelect; ///< for one row
     bool ownThreadConnection;     ///< the thread connection sees the same database
     bool transactional;           ///< a transaction of the main connection can be rolled back
-    bool rollsBackTables = false;
+    bool returningHasRows = true; ///< INSERT ... RETURNING delivers its row
 };
 
 /// One value as a driver hands it over.

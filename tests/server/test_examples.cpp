@@ -99,6 +99,8 @@ private Q_SLOTS:
     void importCommitsEveryRow();
     void brokenImportLeavesTheOldRows();
     void reportJoinsThreeDrivers();
+    void quotedValuesAreKept_data();
+    void quotedValuesAreKept();
 
 private:
     /// The first value of a statement, outside the example.
@@ -240,6 +242,28 @@ void TestExamples::reportJoinsThreeDrivers()
          {"part    ordered   in stock  note", "bolt    15.5      12        -",
           "nut     7         100       -", "washer  -         3         stainless only"})
         QVERIFY2(example.output().contains(QString::fromUtf8(line)), example.told());
+}
+
+void TestExamples::quotedValuesAreKept_data()
+{
+    QTest::addColumn<QString>("driver");
+    QTest::newRow("SQLite") << QStringLiteral("QSQLITE");
+    QTest::newRow("MariaDB") << QStringLiteral("QMYSQL");
+}
+
+void TestExamples::quotedValuesAreKept()
+{
+    QFETCH(QString, driver);
+    QStringList arguments;
+    if (driver == QLatin1String("QMYSQL")) {
+        NEEDS(m_mariadbReason);
+        arguments = connectionArguments(m_mariadb.parameters())
+                    << QStringLiteral("driverName=") + driver;
+    }
+    Example example(QStringLiteral("quoted_values.js"), arguments);
+    QVERIFY2(example.finish(), example.told());
+    QCOMPARE(example.exitCode(), 0);
+    QVERIFY2(example.output().contains(QStringLiteral("7 of 7 texts kept")), example.told());
 }
 
 QTEST_GUILESS_MAIN(TestExamples)

@@ -124,6 +124,8 @@ private Q_SLOTS:
     void nullsAreToldApartFromEmptyTexts();
     void nullNumbersReadAsZeroWithoutEnableNull_data() { everyDriverBothWays(); }
     void nullNumbersReadAsZeroWithoutEnableNull();
+    void insertReturningDeliversItsRowOnce_data() { everyDriverBothWays(); }
+    void insertReturningDeliversItsRowOnce();
     void manyRowsArriveInOrder_data() { everyDriverBothWays(); }
     void manyRowsArriveInOrder();
     void emptyResultHasColumnsAndNoRows_data() { everyDriverBothWays(); }
@@ -417,6 +419,23 @@ void TestServerDrivers::nullNumbersReadAsZeroWithoutEnableNull()
                                  ? QStringLiteral("string:")
                                  : QStringLiteral("number:0");
     QCOMPARE(value, expected);
+}
+
+void TestServerDrivers::insertReturningDeliversItsRowOnce()
+{
+    QFETCH(QString, database);
+    QFETCH(Way, way);
+    USE_DATABASE(database);
+    QVERIFY(connectTo(database));
+    const QString table = makeItems(way);
+    QVERIFY(!table.isEmpty());
+    QCOMPARE(m_script->rows(
+                 way, QStringLiteral("db"),
+                 QStringLiteral("INSERT INTO %1 (a, b) VALUES (5, 'r') RETURNING a").arg(table)),
+             QStringLiteral("number:5"));
+    QCOMPARE(
+        m_script->rows(way, QStringLiteral("db"), QStringLiteral("SELECT COUNT(*) FROM ") + table),
+        QStringLiteral("number:2"));
 }
 
 void TestServerDrivers::manyRowsArriveInOrder()
