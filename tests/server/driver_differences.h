@@ -17,7 +17,6 @@ struct DriverTraits {
     const char *mixedCaseColumn;  ///< name of the column written as MixedCase
     const char *affectedBySelect; ///< for one row
     bool ownThreadConnection;     ///< the thread connection sees the same database
-    bool transactional;           ///< a transaction of the main connection can be rolled back
     bool returningHasRows = true; ///< INSERT ... RETURNING delivers its row
 };
 

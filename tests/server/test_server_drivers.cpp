@@ -432,7 +432,7 @@ void TestServerDrivers::insertReturningDeliversItsRowOnce()
     QCOMPARE(m_script->rows(
                  way, QStringLiteral("db"),
                  QStringLiteral("INSERT INTO %1 (a, b) VALUES (5, 'r') RETURNING a").arg(table)),
-             QStringLiteral("number:5"));
+             m_traits.returningHasRows ? QStringLiteral("number:5") : QString());
     QCOMPARE(
         m_script->rows(way, QStringLiteral("db"), QStringLiteral("SELECT COUNT(*) FROM ") + table),
         QStringLiteral("number:2"));

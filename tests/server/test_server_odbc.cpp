@@ -26,7 +26,8 @@ private Q_SLOTS:
     void functionIsCalledInAPlainQuery();
     void notificationsAreNotSupported_data() { sources(); }
     void notificationsAreNotSupported();
-    void typedColumnsOfSqliteKeepTheirSize();
+    void noApplicationNameIsSent();
+    void typedColumnsOfSqliteHaveTypes();
 
 private:
     static void sources();
@@ -147,16 +148,32 @@ void TestServerOdbc::notificationsAreNotSupported()
     QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('jobs')")));
 }
 
-void TestServerOdbc::typedColumnsOfSqliteKeepTheirSize()
+void TestServerOdbc::noApplicationNameIsSent()
+{
+    OPEN_SOURCE(QStringLiteral("PostgreSQL"));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.close(); db.app_name = 'night shift'; db.open()")));
+    for (const Way way : {Way::Here, Way::Thread}) {
+        const QString name =
+            m_script->rows(way, QStringLiteral("db"), QStringLiteral("SHOW application_name"));
+        QVERIFY2(!name.contains(QLatin1String("night shift")), qPrintable(name));
+    }
+}
+
+void TestServerOdbc::typedColumnsOfSqliteHaveTypes()
 {
     OPEN_SOURCE(QStringLiteral("SQLite"));
-    QVERIFY(m_script->mustRun(Way::Here, QStringLiteral("db"),
-                              QStringLiteral("CREATE TABLE typed (small INTEGER, big BIGINT)")));
-    QVERIFY(m_script->mustRun(Way::Here, QStringLiteral("db"),
-                              QStringLiteral("INSERT INTO typed VALUES (7, 9007199254740992)")));
-    QCOMPARE(m_script->rows(Way::Here, QStringLiteral("db"),
-                            QStringLiteral("SELECT small, big FROM typed")),
-             QStringLiteral("number:7|number:9007199254740992"));
+    QVERIFY(m_script->mustRun(
+        Way::Here, QStringLiteral("db"),
+        QStringLiteral("CREATE TABLE typed (small INTEGER, big BIGINT, price DECIMAL(10,2), "
+                       "yes BOOLEAN, day DATE, moment TIMESTAMP, clock TIME)")));
+    QVERIFY(m_script->mustRun(
+        Way::Here, QStringLiteral("db"),
+        QStringLiteral("INSERT INTO typed VALUES (7, 9007199254740992, 12.50, 1, '2024-02-29', "
+                       "'2024-02-29 12:34:56', '12:34:56')")));
+    QCOMPARE(m_script->rows(Way::Here, QStringLiteral("db"), QStringLiteral("SELECT * FROM typed")),
+             QStringLiteral("number:7|number:9007199254740992|string:12.5|number:1|"
+                            "date:2024-02-29T00:00:00|date:2024-02-29T12:34:56|"
+                            "variant:12:34:56.000"));
 }
 
 QTEST_GUILESS_MAIN(TestServerOdbc)
