@@ -70,10 +70,10 @@ for (var feature in features) {
 }
 
 heading("What the connection has done");
-var counters = db.counters();
-print("statements that succeeded:", counters.cnt_sql_ok);
-print("statements that failed:   ", counters.cnt_sql_er);
-print("opened:", counters.is_opened, "- driver:", counters.driver);
+var done = db.counters();
+print("statements that succeeded:", done.cnt_sql_ok);
+print("statements that failed:   ", done.cnt_sql_er);
+print("opened:", done.is_opened, "- driver:", done.driver);
 
 heading("The same without waiting");
 // Runs on the connection's own thread. (That thread has a connection of its own, which for

@@ -35,6 +35,9 @@ bool PluginLibrary::load(const QString &file, QString *error)
         return false;
     }
     m_loader.setFileName(file);
+    // By default Qt keeps a plugin's code loaded for ever, and the next load would make no global
+    // object, which a library does once when its code arrives.
+    m_loader.setLoadHints(QLibrary::LoadHints());
     if (!checkMetaData(file, error))
         return false;
     QObject *root = m_loader.instance();

@@ -62,13 +62,15 @@ TableColumn columnOf(const QString &heading, const QScriptValue &values)
     column.heading = heading;
     const int rows = std::min(arrayLength(values), ResultTable::maxRows);
     column.cells.reserve(rows);
-    bool numbersOnly = true;
+    bool hasNumbers = false;
+    bool hasOthers = false;
     for (int row = 0; row < rows; ++row) {
         const QScriptValue value = element(values, row);
         column.cells.append(cellOf(value));
-        numbersOnly = numbersOnly && (value.isNumber() || column.cells.last().isNull);
+        hasNumbers = hasNumbers || value.isNumber();
+        hasOthers = hasOthers || !(value.isNumber() || column.cells.last().isNull);
     }
-    column.alignRight = numbersOnly && rows > 0;
+    column.alignRight = hasNumbers && !hasOthers;
     return column;
 }
 

@@ -10,7 +10,28 @@
 namespace
 {
 
-const QScriptValue::PropertyFlags kConstant = QScriptValue::ReadOnly | QScriptValue::Undeletable;
+/// Reads what the function was made for, and takes no notice of a value to set.
+QScriptValue constant(QScriptContext *context, QScriptEngine *)
+{
+    return context->callee().data();
+}
+
+/// Defines a global that scripts can neither replace nor delete: plugins look it up later. As an
+/// accessor, because the engine drops the flags of plain properties of its global object.
+void defineConstant(QScriptEngine *engine, const QString &name, const QScriptValue &value)
+{
+    QScriptValue accessor = engine->newFunction(constant);
+    accessor.setData(value);
+    QScriptValue descriptor = engine->newObject();
+    descriptor.setProperty(QStringLiteral("get"), accessor);
+    descriptor.setProperty(QStringLiteral("set"), accessor);
+    descriptor.setProperty(QStringLiteral("enumerable"), true);
+    descriptor.setProperty(QStringLiteral("configurable"), false);
+    QScriptValue global = engine->globalObject();
+    const QScriptValue object = global.property(QStringLiteral("Object"));
+    object.property(QStringLiteral("defineProperty"))
+        .call(object, {global, QScriptValue(name), descriptor});
+}
 
 QScriptValue wrapped(QScriptEngine *engine, QObject *object)
 {
@@ -45,10 +66,9 @@ QScriptValue quit(QScriptContext *context, QScriptEngine *engine, void *end)
 void ScriptGlobals::installObjects(QScriptEngine *engine, VextServer *server, VextPost *post)
 {
     qScriptRegisterMetaType<QDir>(engine, dirToScript, dirFromScript);
-    QScriptValue global = engine->globalObject();
-    global.setProperty(QStringLiteral("server"), wrapped(engine, server), kConstant);
-    global.setProperty(QStringLiteral("post"), wrapped(engine, post), kConstant);
-    global.setProperty(QStringLiteral("scriptEngine"), wrapped(engine, engine), kConstant);
+    defineConstant(engine, QStringLiteral("server"), wrapped(engine, server));
+    defineConstant(engine, QStringLiteral("post"), wrapped(engine, post));
+    defineConstant(engine, QStringLiteral("scriptEngine"), wrapped(engine, engine));
 }
 
 void ScriptGlobals::installArguments(QScriptEngine *engine, const QStringList &arguments)
@@ -59,8 +79,7 @@ void ScriptGlobals::installArguments(QScriptEngine *engine, const QStringList &a
 
 void ScriptGlobals::installQuit(QScriptEngine *engine, ScriptEnd *end)
 {
-    engine->globalObject().setProperty(QStringLiteral("quit"), engine->newFunction(quit, end),
-                                       kConstant);
+    engine->globalObject().setProperty(QStringLiteral("quit"), engine->newFunction(quit, end));
 }
 
 void ScriptGlobals::setScriptFile(QScriptEngine *engine, const QString &name,
@@ -70,5 +89,6 @@ void ScriptGlobals::setScriptFile(QScriptEngine *engine, const QString &name,
     file.setProperty(QStringLiteral("name"), name);
     file.setProperty(QStringLiteral("dir"), directory);
     QScriptValue wrapper = engine->globalObject().property(QStringLiteral("scriptEngine"));
-    wrapper.setProperty(QStringLiteral("file"), file, kConstant);
+    wrapper.setProperty(QStringLiteral("file"), file,
+                        QScriptValue::ReadOnly | QScriptValue::Undeletable);
 }

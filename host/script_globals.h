@@ -12,7 +12,8 @@ class VextServer;
 /// Defines `server`, `post`, `scriptEngine`, `arguments` and `quit`. The console and the timers
 /// define theirs themselves.
 ///
-/// Thread: the engine's. The objects are not owned; scripts cannot delete them.
+/// Thread: the engine's. The objects are not owned; scripts can neither delete nor
+/// replace them.
 namespace ScriptGlobals
 {
 

@@ -1,0 +1,105 @@
+#include "terminal_session.h"
+
+#include <QDeadlineTimer>
+#include <QRegularExpression>
+
+#include <csignal>
+#include <cstdlib>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+const int kLimitMs = 30000;
+
+QByteArray withoutControlSequences(const QByteArray &raw)
+{
+    static const QRegularExpression sequence(QStringLiteral("\x1b\\[[0-9;?]*[A-Za-z]"));
+    QString text = QString::fromUtf8(raw);
+    text.remove(sequence);
+    text.remove(QLatin1Char('\r'));
+    return text.toUtf8();
+}
+
+} // namespace
+
+TerminalSession::TerminalSession(const QString &dataFolder)
+{
+    const QByteArray folder = dataFolder.toLocal8Bit();
+    m_process = ::forkpty(&m_terminal, nullptr, nullptr, nullptr);
+    if (m_process != 0)
+        return;
+    ::setenv("XDG_DATA_HOME", folder.constData(), 1);
+    ::setenv("TERM", "xterm", 1);
+    ::setenv("INPUTRC", "/dev/null", 1);
+    ::execl(VEXT_RUN_FILE, VEXT_RUN_FILE, static_cast<char *>(nullptr));
+    ::_exit(127);
+}
+
+TerminalSession::~TerminalSession()
+{
+    if (m_process > 0) {
+        ::kill(m_process, SIGKILL);
+        ::waitpid(m_process, nullptr, 0);
+    }
+    if (m_terminal >= 0)
+        ::close(m_terminal);
+}
+
+void TerminalSession::type(const QByteArray &keys)
+{
+    const ssize_t written = ::write(m_terminal, keys.constData(), static_cast<size_t>(keys.size()));
+    Q_ASSERT(written == keys.size());
+    Q_UNUSED(written)
+}
+
+bool TerminalSession::readMore(int milliseconds)
+{
+    pollfd waiting = {m_terminal, POLLIN, 0};
+    if (::poll(&waiting, 1, milliseconds) <= 0)
+        return true;
+    char chunk[4096];
+    const ssize_t count = ::read(m_terminal, chunk, sizeof chunk);
+    if (count <= 0)
+        return false; // the other end is closed
+    m_raw.append(chunk, static_cast<int>(count));
+    m_screen = withoutControlSequences(m_raw);
+    return true;
+}
+
+bool TerminalSession::waitFor(const QByteArray &text)
+{
+    const QDeadlineTimer deadline(kLimitMs);
+    for (;;) {
+        const int found = m_screen.indexOf(text, m_seen);
+        if (found >= 0) {
+            m_seen = found + text.size();
+            return true;
+        }
+        if (deadline.hasExpired() || !readMore(100))
+            return false;
+    }
+}
+
+bool TerminalSession::enter(const QByteArray &line, const QByteArray &answer)
+{
+    type(line + '\r');
+    return waitFor(line) && waitFor(answer) && waitFor("vext> ");
+}
+
+int TerminalSession::finish()
+{
+    const QDeadlineTimer deadline(kLimitMs);
+    while (!deadline.hasExpired()) {
+        const bool open = readMore(20);
+        int status = 0;
+        if (::waitpid(m_process, &status, open ? WNOHANG : 0) != m_process)
+            continue;
+        m_process = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    return -1;
+}
