@@ -1,6 +1,12 @@
 # How the plugin meets a host and its scripts: the library, its installation, the constructor and the
 # connection object with everything that needs no queued statement.
 
+# Loads the library as a host does; must not contain its code itself.
+vext_add_test(test_plugin_entry
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_plugin_entry.cpp ${CMAKE_CURRENT_LIST_DIR}/meta_table.h
+  LIBS vext_test_support
+  LABELS frame)
+
 foreach(name connection_object install constructor connection introspection notifications)
   vext_add_test(test_${name}
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp ${CMAKE_CURRENT_LIST_DIR}/frame_host.h
