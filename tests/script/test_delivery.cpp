@@ -31,6 +31,13 @@ QScriptValue runEvents(QScriptContext *, QScriptEngine *engine)
         [engine] { return engine->globalObject().property(QStringLiteral("goOn")).toBool(); });
 }
 
+/// Script function: handles all events that wait, deferred deletions too.
+QScriptValue drain(QScriptContext *, QScriptEngine *)
+{
+    drainEvents();
+    return QScriptValue();
+}
+
 /// Script function: the call runs in the application's thread.
 QScriptValue inMainThread(QScriptContext *, QScriptEngine *)
 {
@@ -74,6 +81,9 @@ private Q_SLOTS:
     void commandOfAnUnknownKindRunsNothing();
     void lastStateMarksTheTask();
     void rowsAffectedAreSummed();
+    void recordHoldsTheOutcome();
+    void recordOfAFailureHasNoColumns();
+    void failedSynchronousDeliveryPublishesAnEmptyResult();
 
     // timing
     void timingTracesTheCallback();
@@ -97,6 +107,11 @@ private Q_SLOTS:
     void handlerClosesWithinASynchronousCall();
     void handlerDeletesWithinASynchronousCall();
     void handlerDeletesWithinADelivery();
+    void connectionDeletedInANestedLoop();
+    void connectionGoneBeforeTheHandlerReturns();
+    void connectionClosedInANestedLoop();
+    void argumentsMayCloseTheConnection_data();
+    void argumentsMayCloseTheConnection();
 
     // lives
     void callbackSurvivesGarbageCollection();
@@ -151,6 +166,7 @@ void TestDelivery::addFunctions()
     QScriptValue global = host().engine()->globalObject();
     global.setProperty("destroyNow"_qs, host().engine()->newFunction(&destroyNow));
     global.setProperty("runEvents"_qs, host().engine()->newFunction(&runEvents));
+    global.setProperty("drain"_qs, host().engine()->newFunction(&drain));
     global.setProperty("inMainThread"_qs, host().engine()->newFunction(&inMainThread));
 }
 
@@ -484,6 +500,62 @@ void TestDelivery::rowsAffectedAreSummed()
     QCOMPARE(task->results.at(2).executedQuery, "three"_qs);
 }
 
+void TestDelivery::recordHoldsTheOutcome()
+{
+    openStub("STUB"_qs).setDefaultReply(
+        StubReply::table({{"a"_qs, QVariant::Int}, {"B"_qs, QVariant::Int}},
+                         {{1, "x"_qs}, {QVariant(QVariant::Int), "y"_qs}, {3, QVariant()}})
+            .withSize(9)
+            .withAffected(4)
+            .withLastInsertId(5));
+    const std::unique_ptr<structThrSql> task(executed(" q "_qs));
+    task->current = 2;
+    QVERIFY(worker()->detachSqlResult(task.get()));
+    QVERIFY(!task->sqlQuery);
+    QCOMPARE(stub().liveResults(), 0);
+    const structSqlResult &result = task->results.first();
+    QCOMPARE(result.error.type(), QSqlError::NoError);
+    QCOMPARE(result.index, 2);
+    QCOMPARE(result.size, 9);
+    QCOMPARE(result.numRowsAffected, 4);
+    QCOMPARE(result.executedQuery, "q"_qs);
+    QCOMPARE(result.lastQuery, "q"_qs);
+    QVERIFY(result.hasLastInsertId && !result.canceled);
+    QCOMPARE(result.lastInsertId, QVariant(5));
+    QCOMPARE(result.fields.size(), 2);
+    QCOMPARE(result.fields.at(0).name, "a"_qs);
+    QCOMPARE(result.fields.at(0).type, int(QMetaType::Int));
+    QCOMPARE(result.fields.at(0).nulls, QList<uint>{1});
+    QCOMPARE(result.fields.at(0).values.size(), 3);
+    QCOMPARE(result.fields.at(1).name, "B"_qs);
+    QCOMPARE(result.fields.at(1).type, int(QMetaType::QString));
+    QCOMPARE(result.fields.at(1).nulls, QList<uint>{2});
+}
+
+void TestDelivery::recordOfAFailureHasNoColumns()
+{
+    openStub("STUB"_qs).setDefaultReply(
+        StubReply::failure(statementError("no table"_qs)).withAffected(-1));
+    const std::unique_ptr<structThrSql> task(executed("bad"_qs));
+    QVERIFY(!worker()->detachSqlResult(task.get()));
+    QCOMPARE(task->results.size(), 1);
+    const structSqlResult &result = task->results.first();
+    QCOMPARE(result.error.databaseText(), "no table"_qs);
+    QVERIFY(result.fields.isEmpty() && !result.hasLastInsertId && !result.canceled);
+    QCOMPARE(result.numRowsAffected, 0);
+    QCOMPARE(task->rowsAffected, 0);
+    QCOMPARE(stub().liveResults(), 0);
+}
+
+void TestDelivery::failedSynchronousDeliveryPublishesAnEmptyResult()
+{
+    openStub("STUB"_qs).setDefaultReply(oneRow(7).failingAtRow(0, statementError("cut"_qs)));
+    const QScriptValue returned = invoke("fetchResFin", executed("cut"_qs));
+    QVERIFY(returned.strictlyEquals(eval("db.queryResult"_qs)));
+    QCOMPARE(json("db.queryResult"_qs), "{}"_qs);
+    QVERIFY(truth("db.queryResult['$ res sql'] === undefined"_qs));
+}
+
 // --- timing ---
 
 void TestDelivery::timingTracesTheCallback()
@@ -718,6 +790,75 @@ void TestDelivery::handlerDeletesWithinADelivery()
     QVERIFY(host().waitFor([&] { return stub().liveDrivers() == 0; }));
     drainEvents();
     QVERIFY(truth("finished.length === 1"_qs));
+}
+
+void TestDelivery::connectionDeletedInANestedLoop()
+{
+    openStub("STUB"_qs);
+    addFunctions();
+    recordAnswers();
+    eval("var goOn = false;"
+         "db.query_thread(function() { record(runEvents()); drain(); record('end'); }, 'q1');"
+         "db.query_thread(function() { destroyNow(db); goOn = true; }, 'q2');"
+         "db.query_thread(record, 'q3');"_qs);
+    QVERIFY(waitForAnswers(2));
+    QCOMPARE(json("answers"_qs), "[[true],[\"end\"]]"_qs);
+    QVERIFY(host().waitFor([&] { return stub().liveDrivers() == 0; }));
+}
+
+void TestDelivery::connectionGoneBeforeTheHandlerReturns()
+{
+    openStub("STUB"_qs).setDefaultReply(oneRow(7));
+    addFunctions();
+    eval("db.query_finish.connect(function() { destroyNow(db); drain(); });"_qs);
+    QVERIFY(truth("typeof db.query('q') === 'object'"_qs));
+    QCOMPARE(stub().liveDrivers(), 0);
+    openDb("STUB"_qs);
+    eval("var calls = 0; db.query_finish.connect(function() { destroyNow(db); drain(); ++calls; });"
+         "db.query_thread('q1'); db.query_thread('q2');"_qs);
+    QVERIFY(host().waitForScript("calls === 1"_qs));
+    QCOMPARE(stub().liveDrivers(), 0);
+}
+
+void TestDelivery::connectionClosedInANestedLoop()
+{
+    openStub("STUB"_qs).setDefaultReply(oneRow(7));
+    addFunctions();
+    recordAnswers();
+    eval("var goOn = false;"
+         "db.query_thread(function(r) { runEvents(); record(r.a[0], db.isOpen); }, 'q1');"
+         "db.query_thread(function() { db.close(); goOn = true; }, 'q2');"_qs);
+    QVERIFY(waitForAnswers(1));
+    QCOMPARE(json("answers[0]"_qs), "[7,false]"_qs);
+    QCOMPARE(stub().liveDrivers(), 0);
+}
+
+void TestDelivery::argumentsMayCloseTheConnection_data()
+{
+    QTest::addColumn<QString>("call");
+    QTest::addColumn<QString>("action");
+    const QVector<std::pair<QString, QString>> actions{{"closes"_qs, "db.close()"_qs},
+                                                       {"deletes"_qs, "destroyNow(db)"_qs}};
+    for (const auto &[name, action] : actions) {
+        QTest::newRow(qPrintable("exec "_qs + name)) << "db.exec('p', [o])"_qs << action;
+        QTest::newRow(qPrintable("exec_thread "_qs + name))
+            << "db.exec_thread('p', [o])"_qs << action;
+        QTest::newRow(qPrintable("exec_thread with a list "_qs + name))
+            << "db.exec_thread(['p'], [[o]])"_qs << action;
+    }
+}
+
+void TestDelivery::argumentsMayCloseTheConnection()
+{
+    QFETCH(QString, call);
+    QFETCH(QString, action);
+    expectComplaints("^QSqlQuery::prepare: database not open$"_qs);
+    openStub("STUB"_qs);
+    addFunctions();
+    eval("var o = {}; o.__defineGetter__('k', function() { %1; return 1; });"_qs.arg(action));
+    QVERIFY(truth(call + " === false"_qs));
+    QCOMPARE(stub().executed(), QStringList());
+    QVERIFY(host().waitFor([&] { return stub().liveDrivers() == 0; }));
 }
 
 // --- lives ---

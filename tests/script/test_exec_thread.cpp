@@ -78,6 +78,8 @@ private Q_SLOTS:
     void failedPreparationIsReportedWhileTracing();
     void errorInTheMiddleGoesOn();
     void transactionWordInAListActsOnTheConnection();
+    void wordAtTheBeginningShiftsNoResult();
+    void listThatEndsAtItsFirstStatementDeliversAnObject();
     void withoutStatementTheOutcomeIsDelivered();
     void sqliteCannotCallProcedures();
 
@@ -530,6 +532,29 @@ void TestExecThread::transactionWordInAListActsOnTheConnection()
     QCOMPARE(stub().count(StubCall::Commit, "_thr"_qs), 1);
     QCOMPARE(stub().count(StubCall::Rollback, "_thr"_qs), 1);
     QVERIFY(truth("answers[0][0].fields === 0 && answers[1][0] === true"_qs));
+}
+
+void TestExecThread::wordAtTheBeginningShiftsNoResult()
+{
+    openStub("STUB"_qs).setDefaultReply(oneRow(7));
+    recordAnswers();
+    eval("db.exec_thread(record, ['commit', 'p', 'q'], [[1], [2], [3]])"_qs);
+    QVERIFY(waitForAnswers(1));
+    eval("var r = answers[0][0], e = answers[0][1];"_qs);
+    QCOMPARE(json("[r[0], r[1].executedQuery, r[2].executedQuery, e[1], e[2]]"_qs),
+             "[{},\"EXECUTE PROCEDURE p(?)\",\"EXECUTE PROCEDURE q(?)\",false,false]"_qs);
+    QVERIFY(truth("e[0] === undefined"_qs));
+}
+
+void TestExecThread::listThatEndsAtItsFirstStatementDeliversAnObject()
+{
+    openStub("STUB"_qs).setDefaultReply(
+        StubReply::failure(stubError(QSqlError::ConnectionError, "gone"_qs)));
+    recordAnswers();
+    eval("db.exec_thread(['p', 'q'], [[1], [2]])"_qs);
+    QVERIFY(waitForAnswers(1));
+    QCOMPARE(json("finished[0].slice(0, 3)"_qs), "[false,{},\"gone\"]"_qs);
+    QCOMPARE(stub().count(StubCall::ExecPrepared), 1);
 }
 
 void TestExecThread::withoutStatementTheOutcomeIsDelivered()

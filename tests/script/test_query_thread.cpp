@@ -73,6 +73,7 @@ private Q_SLOTS:
     void lastStateFollowsTheWorker();
     void connectionErrorEndsTheThread();
     void connectionErrorSkipsTheRest();
+    void stopEndsTheListAfterItsStatement();
     void threadConnectionThatCannotBeOpenedFailsTheTasks();
     void threadConnectionThatCannotBeOpenedIsReportedWhileTracing();
     void postgresLearnsTheNameOnce();
@@ -677,6 +678,27 @@ void TestQueryThread::connectionErrorSkipsTheRest()
     QCOMPARE(json("[finished[0][0], r.length, r[0].a, r[1], r[2], e.length, e[0], e[1]]"_qs),
              "[false,3,[7],{},{},3,false,\"gone\"]"_qs);
     QVERIFY(truth("e[2] === undefined"_qs));
+}
+
+void TestQueryThread::stopEndsTheListAfterItsStatement()
+{
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
+    openStub("STUB"_qs).onExact("s1"_qs, StubReply::affected(3).withGate(gate));
+    recordAnswers();
+    eval("db.query_thread(['s1', 's2']);"_qs);
+    QVERIFY(gate->waitReached());
+    eval("db.stop_thread(0);"_qs);
+    gate->release();
+    QVERIFY(waitForAnswers(1));
+    QCOMPARE(stub().executed("_thr"_qs), QStringList{"s1"_qs});
+    eval("var failed = finished[0][0] === false, r = finished[0][failed ? 1 : 0],"
+         "    e = finished[0][failed ? 2 : 1];"_qs);
+    QCOMPARE(json("[r.length, r[0].numRowsAffected, r[1], e.length, e[0]]"_qs),
+             "[2,3,{},2,false]"_qs);
+    QVERIFY(truth("e[1] === undefined"_qs));
+    // The statement that ran was no failure, and the one that did not run left no error.
+    QVERIFY(truth("finished[0][3] === true"_qs));
 }
 
 void TestQueryThread::threadConnectionThatCannotBeOpenedFailsTheTasks()
