@@ -106,33 +106,34 @@ void Bench::readRows(const Target &target, const QString &db, double async, doub
 
 void Bench::smallStatements(const Target &target, const QString &db, double chain, double queue)
 {
-    for (const bool pinned : {true, false}) {
-        const QString where =
-            pinned ? QStringLiteral(" one core") : QStringLiteral(" all cores");
+    const auto run = [&](Workload::Kind kind, bool point, bool pinned, double limit) {
+        const bool chained = kind == Workload::Kind::Chain;
         Workload workload;
-        workload.kind = Workload::Kind::Chain;
-        workload.count = 5000;
-        Comparison chained(db + QStringLiteral(" 5k chained") + where, target, workload,
-                           {QStringLiteral("floor"), QStringLiteral("query"),
-                            QStringLiteral("async")},
-                           pinned);
-        if (measure(chained)) {
-            add(chained.title() + QStringLiteral(" / C floor"),
-                chained.ratio(QStringLiteral("async"), QStringLiteral("floor")),
-                pinned ? chain : 0);
+        workload.kind = kind;
+        workload.pointQuery = point;
+        workload.count = chained ? 5000 : 20000;
+        const QString title = QStringLiteral("%1 %2 %3, %4")
+                                  .arg(db,
+                                       chained ? QStringLiteral("5k chained")
+                                               : QStringLiteral("20k queued"),
+                                       point ? QStringLiteral("key look-ups")
+                                             : QStringLiteral("reports"),
+                                       pinned ? QStringLiteral("one core")
+                                              : QStringLiteral("all cores"));
+        Comparison c(title, target, workload,
+                     {QStringLiteral("floor"), QStringLiteral("query"), QStringLiteral("async")},
+                     pinned);
+        if (measure(c)) {
+            add(c.title() + QStringLiteral(" / C floor"),
+                c.ratio(QStringLiteral("async"), QStringLiteral("floor")), limit);
         }
-        workload.kind = Workload::Kind::Queue;
-        workload.count = 20000;
-        Comparison queued(db + QStringLiteral(" 20k queued") + where, target, workload,
-                          {QStringLiteral("floor"), QStringLiteral("query"),
-                           QStringLiteral("async")},
-                          pinned);
-        if (measure(queued)) {
-            add(queued.title() + QStringLiteral(" / C floor"),
-                queued.ratio(QStringLiteral("async"), QStringLiteral("floor")),
-                pinned ? queue : 0);
-        }
-    }
+    };
+    run(Workload::Kind::Chain, false, true, chain);
+    run(Workload::Kind::Queue, false, true, queue);
+    run(Workload::Kind::Chain, false, false, 0);
+    run(Workload::Kind::Queue, false, false, 0);
+    run(Workload::Kind::Chain, true, true, 0);
+    run(Workload::Kind::Queue, true, true, 0);
 }
 
 void Bench::inserts(const Target &target, const QString &db)

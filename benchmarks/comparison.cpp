@@ -51,6 +51,7 @@ QStringList wayArguments(const QString &way, const Target &target, const Workloa
             QString::number(workload.rows),
             QString::number(workload.columns),
             QString::number(workload.count),
+            QString::number(workload.pointQuery),
             QString::number(pinned)};
 }
 
@@ -70,7 +71,8 @@ int runFromArguments(const QStringList &a)
     workload.rows = a.value(11).toInt();
     workload.columns = a.value(12).toInt();
     workload.count = a.value(13).toInt();
-    if (a.value(14).toInt())
+    workload.pointQuery = a.value(14).toInt();
+    if (a.value(15).toInt())
         pinToOneCore();
     const Measurement m = runWay(way, target, workload);
     QTextStream(stdout) << "measured " << m.ms << ' ' << m.gapMs << ' ' << m.peakMb << ' '

@@ -9,8 +9,6 @@
 #include <QSqlRecord>
 #include <QThread>
 
-#include <atomic>
-
 namespace
 {
 
@@ -28,6 +26,20 @@ void readAway(const QSqlDatabase &db, const QString &sql)
             Q_UNUSED(value)
         }
     }
+}
+
+QVector<QVector<QVariant>> readColumns(const QSqlDatabase &db, const QString &sql)
+{
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    if (!query.exec(sql))
+        qFatal("%s", qPrintable(query.lastError().text()));
+    QVector<QVector<QVariant>> columns(query.record().count());
+    while (query.next()) {
+        for (int c = 0; c < columns.size(); ++c)
+            columns[c].append(query.value(c));
+    }
+    return columns;
 }
 
 void work(QSqlDatabase &db, const Target &target, const Workload &workload)
@@ -73,6 +85,7 @@ public:
     Q_INVOKABLE bool exec(const QString &sql) { return m_query.exec(sql); }
     Q_INVOKABLE bool next() { return m_query.next(); }
     Q_INVOKABLE QVariant value(int column) { return m_query.value(column); }
+    Q_INVOKABLE bool isNull(int column) { return m_query.isNull(column); }
     Q_INVOKABLE int columns() { return m_query.record().count(); }
 
 private:
@@ -94,6 +107,8 @@ Measurement qtQuery(const Target &target, const Workload &workload)
     return m;
 }
 
+/// The thread keeps what it read, column by column, and hands it over, as a program would that wants
+/// the result in its main thread.
 Measurement qtThread(const Target &target, const Workload &workload)
 {
     Measurement m;
@@ -101,16 +116,21 @@ Measurement qtThread(const Target &target, const Workload &workload)
     GapTimer gap;
     QEventLoop loop;
     QElapsedTimer timer;
-    std::atomic<bool> opened{false};
+    QVector<QVector<QVariant>> result;
     // The clock starts when the connection is there, as it does for the plugin.
     QThread *thread = QThread::create([&] {
         QSqlDatabase db = openTarget(target, QStringLiteral("thread"));
         timer.start();
-        opened = true;
-        work(db, target, workload);
-        m.ms = double(timer.nsecsElapsed()) / 1e6;
+        QVector<QVector<QVariant>> columns = readColumns(db, workload.readStatement());
+        QMetaObject::invokeMethod(
+            &loop,
+            [&m, &timer, &loop, &result, columns = std::move(columns)]() mutable {
+                result = std::move(columns);
+                m.ms = double(timer.nsecsElapsed()) / 1e6;
+                loop.quit();
+            },
+            Qt::QueuedConnection);
     });
-    QObject::connect(thread, &QThread::finished, &loop, &QEventLoop::quit);
     gap.start();
     thread->start();
     loop.exec();
@@ -136,7 +156,8 @@ Measurement scriptLoop(const Target &target, const Workload &workload)
     engine.evaluate(QStringLiteral("query.exec(sql); var n = query.columns(); var cols = [];"
                                    "for (var c = 0; c < n; ++c) cols.push([]);"
                                    "while (query.next())"
-                                   "  for (var c = 0; c < n; ++c) cols[c].push(query.value(c));"));
+                                   "  for (var c = 0; c < n; ++c)"
+                                   "    cols[c].push(query.isNull(c) ? null : query.value(c));"));
     m.ms = double(timer.nsecsElapsed()) / 1e6;
     if (engine.hasUncaughtException())
         qFatal("%s", qPrintable(engine.uncaughtException().toString()));

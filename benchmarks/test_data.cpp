@@ -20,10 +20,13 @@ QString Workload::readStatement() const
 QString Workload::smallStatement(int i) const
 {
     const int first = (i * 37) % 400000 + 1;
-    return QStringLiteral(
-               "select id, part, weight, label, kind, total from big where id between %1 and %2")
+    if (pointQuery)
+        return QStringLiteral("select id, part, weight, label, kind, total from big where id = %1")
+            .arg(first);
+    return QStringLiteral("select count(*), sum(total), avg(weight), min(label), max(kind) from big "
+                          "where id between %1 and %2")
         .arg(first)
-        .arg(first + 9);
+        .arg(first + 499);
 }
 
 QSqlDatabase openTarget(const Target &target, const QString &name)

@@ -32,7 +32,8 @@ struct Workload {
     int count = 0;   ///< of statements or connections
 
     QString readStatement() const;
-    /// Statement number i of Chain and Queue: an index range of ten rows.
+    bool pointQuery = false; ///< Chain and Queue read one row by its key instead of a report
+    /// Statement number i of Chain and Queue: a report over 500 rows, or one row by its key.
     QString smallStatement(int i) const;
 };
 
@@ -40,8 +41,8 @@ struct Workload {
 Measurement floorSqlite(const Target &target, const Workload &workload);
 Measurement floorPostgres(const Target &target, const Workload &workload);
 
-// Plain Qt: QSqlQuery forward-only with the values discarded; the same in a QThread; and a script's
-// row loop over a wrapped QSqlQuery.
+// Plain Qt: QSqlQuery forward-only with the values discarded; a QThread that reads into columns of
+// QVariant and hands them over; and a script's row loop over a wrapped QSqlQuery, NULL told apart.
 Measurement qtQuery(const Target &target, const Workload &workload);
 Measurement qtThread(const Target &target, const Workload &workload);
 Measurement scriptLoop(const Target &target, const Workload &workload);

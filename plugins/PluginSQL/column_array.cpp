@@ -51,15 +51,14 @@ ColumnArray::ColumnArray(const ResultObject::Context &context, ColumnValues &val
     , m_values(values)
     , m_rows(values.size())
 {
-    // Every null of a column that is stored plainly has the same type.
-    const int type = values.nullType();
-    m_null = ResultObject::toScript(m_engine, type ? QVariant(QVariant::Type(type)) : QVariant(),
-                                    context.enableNull);
 }
 
 QScriptValue ColumnArray::make()
 {
-    m_array = m_engine->newArray(m_rows < FewRows ? uint(m_rows) : 0);
+    // Every null of a column that is stored plainly has the same type.
+    const int type = m_values.nullType();
+    m_null = ResultObject::toScript(m_engine, type ? QVariant(QVariant::Type(type)) : QVariant(),
+                                    m_context.enableNull);
     switch (m_values.storage()) {
     case ColumnValues::Storage::Int:
         takeNumbers([this](int row) { return m_values.intAt(row); });
@@ -81,110 +80,81 @@ QScriptValue ColumnArray::make()
         break;
     }
     m_values.clear();
-    // Elements that were left out at the end count all the same.
-    if (m_null.isValid() || m_array.property(QStringLiteral("length")).toInt32() == m_rows)
-        return m_array;
-    m_array.setProperty(QStringLiteral("length"), QScriptValue(m_engine, m_rows));
     return m_array;
+}
+
+/// Takes the rows from `start` on by the chunk, in one list that is used again: assigning a cell to
+/// it allocates next to nothing. `takeCell` puts a row that is not null into its place.
+template <typename Cells, typename TakeCell>
+void ColumnArray::takeChunks(int start, TakeCell takeCell)
+{
+    Cells cells;
+    QVector<int> nulls;
+    for (int first = start; first < m_rows; first += ChunkRows) {
+        const int count = std::min(ChunkRows, m_rows - first);
+        cells.reserve(count);
+        while (cells.size() < count)
+            cells.append(typename Cells::value_type());
+        while (cells.size() > count)
+            cells.removeLast();
+        nulls.clear();
+        for (int i = 0; i < count; ++i) {
+            if (m_values.isNullAt(first + i))
+                nulls.append(i);
+            else
+                takeCell(cells[i], first + i);
+        }
+        QScriptValue chunk = m_engine->toScriptValue(cells);
+        if (!nulls.isEmpty()) {
+            const QScriptValue null = m_null.isValid() ? m_null : m_engine->undefinedValue();
+            for (const int i : qAsConst(nulls))
+                chunk.setProperty(quint32(i), null);
+        }
+        append(chunk, first, count);
+        release(first + count);
+    }
 }
 
 template <typename CellOf>
 void ColumnArray::takeNumbers(CellOf cellOf)
 {
-    if (m_rows >= FewRows && m_context.push.isFunction()) {
-        takeNumberChunks(cellOf);
-        return;
-    }
-    for (int row = 0; row < m_rows; ++row) {
-        release(row);
-        if (m_values.isNullAt(row))
-            setNull(row);
-        else
-            m_array.setProperty(quint32(row), QScriptValue(m_engine, cellOf(row)));
-    }
-}
-
-template <typename CellOf>
-void ColumnArray::takeNumberChunks(CellOf cellOf)
-{
-    // One list for all chunks: assigning a number to a variant allocates nothing.
-    QVariantList cells;
-    cells.reserve(ChunkRows);
-    QVector<int> nulls;
-    for (int first = 0; first < m_rows; first += ChunkRows) {
-        const int count = std::min(ChunkRows, m_rows - first);
-        while (cells.size() < count)
-            cells.append(QVariant());
-        while (cells.size() > count)
-            cells.removeLast();
-        nulls.clear();
-        for (int i = 0; i < count; ++i) {
-            if (m_values.isNullAt(first + i))
-                nulls.append(i);
-            else
-                cells[i] = cellOf(first + i);
-        }
-        QScriptValue chunk = m_engine->toScriptValue(cells);
-        const QScriptValue null = m_null.isValid() ? m_null : m_engine->undefinedValue();
-        for (const int i : qAsConst(nulls))
-            chunk.setProperty(quint32(i), null);
-        append(chunk, first, count);
-        release(first + count);
-    }
-}
-
-/// A column starts with the cache and goes on in chunks from where that does not pay.
-void ColumnArray::takeTexts()
-{
-    StringCache cache(m_engine);
-    QString view;
-    for (int row = 0; row < m_rows; ++row) {
-        if (!cache.pays() && m_context.push.isFunction()) {
-            takeTextChunks(row);
-            return;
-        }
-        release(row);
-        if (m_values.isNullAt(row)) {
-            setNull(row);
-            continue;
-        }
-        m_values.textViewAt(row, view);
-        m_array.setProperty(quint32(row),
-                            cache.pays() ? cache.value(view) : QScriptValue(m_engine, view));
-    }
+    takeChunks<QVariantList>(0, [&](QVariant &cell, int row) { cell = cellOf(row); });
 }
 
 void ColumnArray::takeTextChunks(int start)
 {
-    // Elements left out before the start would shift what is pushed behind them.
-    m_array.setProperty(QStringLiteral("length"), QScriptValue(m_engine, start));
-    QStringList cells;
-    cells.reserve(ChunkRows);
-    QVector<int> nulls;
-    const QScriptValue null = m_null.isValid() ? m_null : m_engine->undefinedValue();
-    for (int first = start; first < m_rows; first += ChunkRows) {
-        const int count = std::min(ChunkRows, m_rows - first);
-        while (cells.size() < count)
-            cells.append(QString());
-        while (cells.size() > count)
-            cells.removeLast();
-        nulls.clear();
-        for (int i = 0; i < count; ++i) {
-            if (m_values.isNullAt(first + i))
-                nulls.append(i);
-            else
-                m_values.textViewAt(first + i, cells[i]);
-        }
-        QScriptValue chunk = m_engine->toScriptValue(cells);
-        for (const int i : qAsConst(nulls))
-            chunk.setProperty(quint32(i), null);
-        append(chunk, first, count);
-        release(first + count);
+    takeChunks<QStringList>(start,
+                            [this](QString &cell, int row) { m_values.textViewAt(row, cell); });
+}
+
+/// A long column starts with the cache and goes on in chunks from where that does not pay.
+void ColumnArray::takeTexts()
+{
+    if (m_rows < TrialRows) {
+        takeTextChunks(0);
+        return;
     }
+    m_array = m_engine->newArray();
+    StringCache cache(m_engine);
+    QString view;
+    int row = 0;
+    for (; row < m_rows && cache.pays(); ++row) {
+        release(row);
+        if (m_values.isNullAt(row)) {
+            setNull(row);
+        } else {
+            m_values.textViewAt(row, view);
+            m_array.setProperty(quint32(row), cache.value(view));
+        }
+    }
+    // Also where elements were left out at the end, which count all the same.
+    m_array.setProperty(QStringLiteral("length"), QScriptValue(m_engine, row));
+    takeTextChunks(row);
 }
 
 void ColumnArray::takeVariants()
 {
+    m_array = m_engine->newArray(uint(m_rows));
     for (int row = 0; row < m_rows; ++row) {
         release(row);
         const QScriptValue value =
@@ -196,6 +166,7 @@ void ColumnArray::takeVariants()
 
 void ColumnArray::takeNulls()
 {
+    m_array = m_engine->newArray(uint(m_rows));
     for (int row = 0; row < m_rows; ++row)
         setNull(row);
 }
@@ -206,9 +177,14 @@ void ColumnArray::setNull(int row)
         m_array.setProperty(quint32(row), m_null);
 }
 
-/// Appends a chunk natively; where the push that was found does not do it, element by element.
+/// The first chunk is the array; the others are appended to it natively, or element by element
+/// where the push that was found does not do it.
 void ColumnArray::append(QScriptValue chunk, int first, int count)
 {
+    if (first == 0) {
+        m_array = chunk;
+        return;
+    }
     QScriptValue push = m_context.push;
     const QScriptValue length = push.call(m_array, chunk);
     if (length.isNumber() && length.toInt32() == first + count)

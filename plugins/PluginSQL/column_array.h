@@ -19,17 +19,17 @@ public:
 
 private:
     static constexpr int ChunkRows = 1024;
-    static constexpr int FewRows = 128; ///< below that, chunks do not pay
+    static constexpr int TrialRows = 64; ///< shorter columns of texts do without a cache
 
     template <typename CellOf>
     void takeNumbers(CellOf cellOf);
-    template <typename CellOf>
-    void takeNumberChunks(CellOf cellOf);
     void takeTexts();
     void takeTextChunks(int start);
     void takeVariants();
     void takeNulls();
     void setNull(int row);
+    template <typename Cells, typename TakeCell>
+    void takeChunks(int start, TakeCell takeCell);
     void append(QScriptValue chunk, int first, int count);
     void release(int row);
 

@@ -3,6 +3,7 @@
 #include <QByteArray>
 
 #include <algorithm>
+#include <cstring>
 
 namespace
 {
@@ -126,7 +127,7 @@ void ColumnValues::textViewAt(int row, QString &view) const
 
 void ColumnValues::append(const QVariant &value)
 {
-    if (appendUniform(value))
+    if (appendUniform(value) != NotTaken)
         return;
     becomeMixed();
     push(m_variants, QVariant(value));
@@ -134,10 +135,19 @@ void ColumnValues::append(const QVariant &value)
 
 void ColumnValues::append(QVariant &&value)
 {
-    if (appendUniform(value))
-        return;
+    appendCell(std::move(value));
+}
+
+int ColumnValues::appendCell(QVariant &&value)
+{
+    const int taken = appendUniform(value);
+    if (taken != NotTaken)
+        return taken;
     becomeMixed();
+    const int type = value.userType();
+    const bool null = type == QMetaType::UnknownType || value.isNull();
     push(m_variants, std::move(value));
+    return null ? 0 : type;
 }
 
 ColumnValues &ColumnValues::operator<<(const QVariant &value)
@@ -172,29 +182,50 @@ void ColumnValues::releaseBefore(int row)
         releaseBlock(m_releasedBlocks);
 }
 
-/// Takes the cell into the column's plain storage. False: it does not fit there.
-bool ColumnValues::appendUniform(const QVariant &value)
+/// Whether a value of one of the plainly stored numbers is null, asked without a call into Qt.
+bool ColumnValues::isNull(const QVariant &value, int type)
+{
+    switch (type) {
+    case QMetaType::Int:
+    case QMetaType::LongLong:
+    case QMetaType::Double:
+        return value.data_ptr().is_null;
+    default:
+        return value.isNull();
+    }
+}
+
+/// Takes the cell into the column's plain storage.
+/// @return its type id, 0 for a null; NotTaken when it does not fit there.
+int ColumnValues::appendUniform(const QVariant &value)
 {
     if (m_storage == Storage::Mixed)
-        return false;
+        return NotTaken;
     const int type = value.userType();
     // The text alone says whether a text is null, which is quicker to ask.
     if (type == QMetaType::QString) {
         const QString &text = valueIn<QString>(value);
-        return text.isNull() ? appendNull(value, type) : appendText(text);
+        if (text.isNull())
+            return appendNull(value, type) ? 0 : NotTaken;
+        return appendText(text) ? type : NotTaken;
     }
-    if (value.isNull())
-        return appendNull(value, type);
+    if (isNull(value, type))
+        return appendNull(value, type) ? 0 : NotTaken;
+    bool taken = false;
     switch (type) {
     case QMetaType::Int:
-        return appendNumber(m_ints, Storage::Int, valueIn<int>(value));
+        taken = appendNumber(m_ints, Storage::Int, valueIn<int>(value));
+        break;
     case QMetaType::LongLong:
-        return appendNumber(m_longLongs, Storage::LongLong, valueIn<qint64>(value));
+        taken = appendNumber(m_longLongs, Storage::LongLong, valueIn<qint64>(value));
+        break;
     case QMetaType::Double:
-        return appendNumber(m_doubles, Storage::Double, valueIn<double>(value));
+        taken = appendNumber(m_doubles, Storage::Double, valueIn<double>(value));
+        break;
     default:
-        return false;
+        break;
     }
+    return taken ? type : NotTaken;
 }
 
 bool ColumnValues::appendNull(const QVariant &value, int type)
@@ -241,14 +272,19 @@ bool ColumnValues::pushText(const QChar *units, int length)
         TextBlock block;
         block.ends.reserve(m_size == 0 ? FirstCapacity : BlockRows);
         if (m_size > 0) // the next block will hold about as much as this one, and a little more
-            block.units.reserve(m_texts.back().units.size() * 17 / 16);
+            block.units.resize(size_t(m_texts.back().used) * 17 / 16);
         m_texts.push_back(std::move(block));
     }
     TextBlock &block = m_texts.back();
-    if (block.units.size() + size_t(length) > size_t(MaxBlockUnits))
+    const size_t needed = size_t(block.used) + size_t(length);
+    if (needed > size_t(MaxBlockUnits))
         return false;
-    block.units.insert(block.units.end(), units, units + length);
-    block.ends.push_back(quint32(block.units.size()));
+    if (needed > block.units.size())
+        block.units.resize(std::max({needed, block.units.size() * 3 / 2, size_t(FirstUnits)}));
+    if (length > 0)
+        memcpy(static_cast<void *>(block.units.data() + block.used), units, size_t(length) * sizeof(QChar));
+    block.used = quint32(needed);
+    block.ends.push_back(block.used);
     ++m_size;
     return true;
 }

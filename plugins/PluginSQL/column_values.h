@@ -90,6 +90,8 @@ public:
 
     void append(const QVariant &value);
     void append(QVariant &&value);
+    /// Appends a cell and tells of it what its column wants to know: its type id, 0 for a null.
+    int appendCell(QVariant &&value);
     ColumnValues &operator<<(const QVariant &value);
     void clear();
 
@@ -126,18 +128,28 @@ public:
     void releaseBefore(int row);
 
 private:
+    /// A UTF-16 unit that is not initialised by the vector that holds it.
+    struct RawUnit {
+        RawUnit() {} // NOLINT: leaves the unit as it is
+        ushort unit;
+    };
+
     template <typename T>
     using Block = std::vector<T, PageAllocator<T>>;
     template <typename T>
     using Blocks = std::vector<Block<T>>;
     /// The texts of a block one behind the other, and where each of them ends.
     struct TextBlock {
-        Block<QChar> units;
+        /// Room for the texts; the vector's size is the capacity, so that nothing is filled twice.
+        Block<RawUnit> units;
+        quint32 used = 0;
         Block<quint32> ends;
     };
 
     static constexpr int NoNulls = -1;
-    static constexpr int FirstCapacity = 8; ///< cells that a small result gets room for at once
+    static constexpr int NotTaken = -1;
+    static constexpr int FirstUnits = 128;
+    static constexpr int FirstCapacity = 16; ///< cells that a small result gets room for at once
 
     static int blockOf(int row) { return row / BlockRows; }
     static int withinBlock(int row) { return row % BlockRows; }
@@ -147,8 +159,9 @@ private:
         return blocks[size_t(row) / BlockRows][size_t(row) % BlockRows];
     }
 
-    bool appendUniform(const QVariant &value);
+    int appendUniform(const QVariant &value);
     bool appendNull(const QVariant &value, int type);
+    static bool isNull(const QVariant &value, int type);
     bool appendText(const QString &text);
     template <typename T>
     bool appendNumber(Blocks<T> &blocks, Storage storage, T value);
@@ -181,7 +194,8 @@ inline QStringView ColumnValues::textAt(int row) const
     const TextBlock &block = m_texts[size_t(row) / BlockRows];
     const size_t within = size_t(row) % BlockRows;
     const quint32 start = within == 0 ? 0 : block.ends[within - 1];
-    return QStringView(block.units.data() + start, int(block.ends[within] - start));
+    return QStringView(reinterpret_cast<const QChar *>(block.units.data()) + start,
+                       int(block.ends[within] - start));
 }
 
 inline bool ColumnValues::isNullAt(int row) const

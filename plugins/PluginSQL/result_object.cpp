@@ -16,10 +16,13 @@ QString markerName()
 
 QScriptValue nullsArray(QScriptEngine *engine, const QList<uint> &nulls)
 {
-    QScriptValue array = engine->newArray(uint(nulls.size()));
-    for (int i = 0; i < nulls.size(); ++i)
-        array.setProperty(quint32(i), QScriptValue(engine, nulls.at(i)));
-    return array;
+    if (nulls.isEmpty())
+        return engine->newArray();
+    QVariantList rows;
+    rows.reserve(nulls.size());
+    for (const uint row : nulls)
+        rows.append(row);
+    return engine->toScriptValue(rows);
 }
 
 } // namespace
@@ -69,23 +72,21 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
                            | QScriptValue::SkipInEnumeration);
     const int columns = record.fields.size();
     const int rows = columns > 0 ? record.fields.constFirst().values.size() : 0;
-    QScriptValue names = engine->newArray(uint(columns));
     QScriptValue index = engine->newArray(uint(columns));
     QScriptValue nulls = engine->newArray(uint(columns));
-    QScriptValue types = engine->newArray(uint(columns));
-    QScriptValue typeNames = engine->newArray(uint(columns));
+    QStringList names;
+    QVariantList types;
+    QStringList typeNames;
     for (int c = 0; c < columns; ++c) {
         structSqlFieldResult &field = record.fields[c];
-        const quint32 at = quint32(c);
         const QString name = context.upperCaseNames ? field.name.toUpper() : field.name;
         const QScriptValue values = ColumnArray(context, field.values).make();
-        nulls.setProperty(at, nullsArray(engine, field.nulls));
+        index.setProperty(quint32(c), values);
+        nulls.setProperty(quint32(c), nullsArray(engine, field.nulls));
         field.nulls.clear();
-        types.setProperty(at, QScriptValue(engine, field.type));
-        typeNames.setProperty(
-            at, QScriptValue(engine, QString::fromLatin1(QMetaType::typeName(field.type))));
-        names.setProperty(at, QScriptValue(engine, name));
-        index.setProperty(at, values);
+        names.append(name);
+        types.append(field.type);
+        typeNames.append(QString::fromLatin1(QMetaType::typeName(field.type)));
         target.setProperty(name, values);
     }
     const QScriptValue lastInsertId = record.hasLastInsertId
@@ -98,9 +99,9 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
     target.setProperty(QStringLiteral("executedQuery"), QScriptValue(engine, record.executedQuery));
     target.setProperty(QStringLiteral("rows"), QScriptValue(engine, rows));
     target.setProperty(QStringLiteral("length"), QScriptValue(engine, rows));
-    target.setProperty(QStringLiteral("fields_names"), names);
+    target.setProperty(QStringLiteral("fields_names"), engine->toScriptValue(names));
     target.setProperty(QStringLiteral("fields_index"), index);
     target.setProperty(QStringLiteral("fields_nulls"), nulls);
-    target.setProperty(QStringLiteral("fields_types"), types);
-    target.setProperty(QStringLiteral("fields_typeN"), typeNames);
+    target.setProperty(QStringLiteral("fields_types"), engine->toScriptValue(types));
+    target.setProperty(QStringLiteral("fields_typeN"), engine->toScriptValue(typeNames));
 }

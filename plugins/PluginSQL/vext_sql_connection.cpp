@@ -61,8 +61,10 @@ QString firstFreeName(int number, MakeName makeName)
 /// Connect options and ODBC connection strings may carry a password; no message shows it.
 QString withoutPassword(const QString &text)
 {
+    // Quoted values may hold the separator, and their own quote escaped.
     static const QRegularExpression secret(
-        QStringLiteral("\\b(password|passwd|pwd)(\\s*=\\s*)(\\{[^}]*\\}|'[^']*'|[^;]*)"),
+        QStringLiteral(R"((password|passwd|pwd)(\s*=\s*))"
+                       R"((?:'(?:\\.|''|[^'\\])*'|"(?:""|[^"])*"|\{(?:\}\}|[^}])*\}|[^;])*)"),
         QRegularExpression::CaseInsensitiveOption);
     return QString(text).replace(secret, QStringLiteral("\\1\\2****"));
 }

@@ -36,6 +36,21 @@ bool readsForwardOnly(int driverType)
     }
 }
 
+/// What the script itself may have put there goes too, without running its code.
+void removeProperties(QScriptValue object)
+{
+    QScriptValueIterator it(object);
+    while (it.hasNext()) {
+        it.next();
+        const QScriptValue::PropertyFlags accessor =
+            it.flags() & (QScriptValue::PropertyGetter | QScriptValue::PropertySetter);
+        if (accessor)
+            object.setProperty(it.name(), QScriptValue(), accessor);
+        else
+            it.remove();
+    }
+}
+
 } // namespace
 
 // --- From query to record: executing thread ---
@@ -114,13 +129,11 @@ void VEXT_sqlThr::readRows(structThrSql *task, structSqlResult &result)
         }
         for (int c = 0; c < columns; ++c) {
             structSqlFieldResult &field = *fields[size_t(c)];
-            QVariant value = query.value(c);
-            const int type = value.userType();
-            if (type == QMetaType::UnknownType || value.isNull())
+            const int type = field.values.appendCell(query.value(c));
+            if (type == QMetaType::UnknownType)
                 field.nulls.append(row);
             else if (type != field.type)
                 field.type = type;
-            field.values.append(std::move(value));
         }
     }
 }
@@ -178,11 +191,7 @@ void VEXT_sqlThr::clearSqlResult()
     const QScriptValue result = readProperty(m_scriptValueThis, queryResultName());
     if (!result.isObject())
         return;
-    QScriptValueIterator it(result);
-    while (it.hasNext()) {
-        it.next();
-        it.remove();
-    }
+    removeProperties(result);
     m_scriptValueThis.setProperty(queryResultName(), QScriptValue());
 }
 
@@ -299,7 +308,7 @@ void VEXT_sqlThr::completeAsyncTask(structThrSql *task)
     if (!task)
         return;
     forgetAccepted(task);
-    if (m_isDestroy || !m_engine) {
+    if (m_isDestroy || !m_engine || !m_owner) {
         delete task;
         return;
     }

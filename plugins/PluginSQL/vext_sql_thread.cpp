@@ -90,6 +90,11 @@ void VEXT_sqlThr::releaseFromOwner()
 {
     m_owner = nullptr;
     setParent(nullptr);
+    // Nobody is left to be told: what is queued need not run until the event loop comes round.
+    m_thrStop.storeRelease(1);
+    requestCancelQuery();
+    QMutexLocker locker(&m_mutexSqlTasks);
+    m_waitTask.wakeAll();
 }
 
 void VEXT_sqlThr::releaseWorkers(bool all)
@@ -227,7 +232,7 @@ void VEXT_sqlThr::restartForWaitingTasks()
     QMutexLocker locker(&m_mutexSqlTasks);
     if (m_isDestroy || isRunning() || m_listSqlTasks.isEmpty())
         return;
-    if (!startLocked())
+    if (!m_owner || !startLocked())
         failQueuedTasks();
 }
 
