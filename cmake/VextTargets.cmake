@@ -13,6 +13,10 @@ if(VEXT_SANITIZE)
                                                 -fno-omit-frame-pointer)
   target_link_options(vext_options INTERFACE -fsanitize=${VEXT_SANITIZE})
 endif()
+if(VEXT_SANITIZE MATCHES "thread")
+  target_compile_options(vext_options INTERFACE
+    "SHELL:-include ${CMAKE_SOURCE_DIR}/tests/sanitizers/qt_atomics.h")
+endif()
 
 # What every test runs with: known reports about libraries that are built without the sanitizer are
 # left out, everything else ends the test, and time limits are stretched.

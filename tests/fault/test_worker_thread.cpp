@@ -1267,7 +1267,9 @@ void WorkerThread::callbackMayDeleteItsConnection()
     drainEvents();
     const QStringList delivered = m_script->delivered();
     QCOMPARE(delivered.mid(0, 2), QStringList({QStringLiteral("one"), QStringLiteral("two")}));
-    // With deleteLater() some more may come first, each once and in order.
+    // Until deleteLater() takes effect some more may come, each once and in order.
+    const bool later = deletion.contains(QLatin1String("deleteLater"));
+    QVERIFY2(later || delivered.size() == 2, qPrintable(delivered.join(QLatin1Char(' '))));
     for (int i = 2; i < delivered.size(); ++i)
         QCOMPARE(delivered.at(i), QStringLiteral("later%1").arg(i - 2));
 }

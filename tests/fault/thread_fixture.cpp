@@ -7,8 +7,8 @@
 namespace
 {
 
-constexpr int threadSanitizerDivisor = 10;
-constexpr int addressSanitizerDivisor = 4;
+constexpr int threadSanitizerDivisor = 4;
+constexpr int addressSanitizerDivisor = 3;
 
 const char prelude[] = R"JS(
 var delivered = [];
@@ -30,8 +30,9 @@ QScriptValue destroyNow(QScriptContext *context, QScriptEngine *)
 
 } // namespace
 
-ThreadFixture::ThreadFixture(const QString &driverName)
-    : m_driverName(driverName)
+ThreadFixture::ThreadFixture(const QString &driverName, const ScriptHostOptions &options)
+    : host(options)
+    , m_driverName(driverName)
 {
     host.install(m_plugin.globalObject());
     host.engine()->globalObject().setProperty(QStringLiteral("destroy"),

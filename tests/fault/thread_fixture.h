@@ -24,7 +24,8 @@
 class ThreadFixture
 {
 public:
-    explicit ThreadFixture(const QString &driverName = QStringLiteral("STUB"));
+    explicit ThreadFixture(const QString &driverName = QStringLiteral("STUB"),
+                           const ScriptHostOptions &options = ScriptHostOptions());
 
     /// Makes the script global @p name, a connection object, and opens it.
     /// @return the object, which belongs to the engine.

@@ -7,13 +7,24 @@ add_library(vext_thread_fixture STATIC
 target_include_directories(vext_thread_fixture PUBLIC
   ${CMAKE_CURRENT_LIST_DIR}
   $<TARGET_PROPERTY:vext_sql_objects,INTERFACE_INCLUDE_DIRECTORIES>)
+# What ThreadSanitizer must know has to be in the program itself.
+target_sources(vext_thread_fixture INTERFACE
+  ${CMAKE_CURRENT_LIST_DIR}/../sanitizers/qt_method_hook.cpp)
 target_link_libraries(vext_thread_fixture PUBLIC vext_test_support Threads::Threads
                                           PRIVATE vext_options)
 
-foreach(name worker_thread)
+foreach(name worker_thread exactly_once responsiveness cancellation volume)
   vext_add_test(test_${name}
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp
     LIBS vext_thread_fixture vext_sql_objects vext_test_support
     LABELS threads
     TIMEOUT 300)
 endforeach()
+
+# Knows the library only as a host does, so that it can be unloaded.
+vext_add_test(test_library_unload
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_library_unload.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/../sanitizers/qt_method_hook.cpp
+  LIBS vext_test_support
+  LABELS threads
+  TIMEOUT 120)
