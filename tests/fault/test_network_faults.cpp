@@ -6,6 +6,7 @@
 #include "postgres_server.h"
 #include "tcp_relay.h"
 
+#include <QRandomGenerator>
 #include <QTimer>
 #include <QtTest>
 
@@ -67,6 +68,8 @@ private Q_SLOTS:
     void listeningConnectionTurnsClosedByItself_data();
     void listeningConnectionTurnsClosedByItself();
     void connectionThatDoesNotListenIsFoundDeadByAStatement();
+    void faultsAtRandomNeverLoseOrRepeatATask_data() { servers(); }
+    void faultsAtRandomNeverLoseOrRepeatATask();
 
 private:
     static void servers();
@@ -316,6 +319,57 @@ void TestNetworkFaults::connectionThatDoesNotListenIsFoundDeadByAStatement()
     QVERIFY(m_script->isTrue(QStringLiteral("db.isOpen")));
     QVERIFY(m_script->isTrue(QStringLiteral("db.query('SELECT 1') === false && !db.isOpen")));
     QVERIFY(m_script->isTrue(QStringLiteral("db.open() && db.query('SELECT 1') !== false")));
+}
+
+void TestNetworkFaults::faultsAtRandomNeverLoseOrRepeatATask()
+{
+    QFETCH(QString, server);
+    USE_SERVER(server);
+    constexpr quint32 Seed = 20240229;
+    QRandomGenerator random(Seed);
+    int queued = 0;
+    for (int round = 0; round < 60; ++round) {
+        for (int n = random.bounded(1, 8); n > 0; --n) {
+            const QString sql = random.bounded(3) == 0 ? sleeping(QStringLiteral("0.01"))
+                                                       : QStringLiteral("SELECT 1");
+            if (m_script->isTrue(
+                    QStringLiteral("db.query_thread(keep(%1), '%2')").arg(queued).arg(sql)))
+                ++queued;
+        }
+        const int deliver = random.bounded(3);
+        m_script->waitFor(QStringLiteral("delivered.length >= %1").arg(queued - deliver), 300);
+        switch (random.bounded(6)) {
+        case 0:
+            m_relay->cut();
+            break;
+        case 1:
+            m_relay->halfClose();
+            break;
+        case 2:
+            m_relay->delay(random.bounded(20));
+            break;
+        case 3:
+            m_script->eval(QStringLiteral("db.stop_thread(%1)").arg(random.bounded(50)));
+            break;
+        case 4:
+            m_script->eval(QStringLiteral("db.close(); db.open()"));
+            break;
+        default:
+            m_relay->heal();
+        }
+        m_script->eval(QStringLiteral("if (!db.isOpen) db.open()"));
+    }
+    m_relay->heal();
+    QVERIFY(queued > 60);
+    QVERIFY2(m_script->waitFor(QStringLiteral("delivered.length >= %1").arg(queued), 30000),
+             qPrintable(m_script->eval(QStringLiteral("delivered.length")).toString()));
+    recover();
+    drainEvents();
+    QCOMPARE(m_script->eval(QStringLiteral("delivered.length")).toInt32(), queued);
+    QVERIFY(m_script->isTrue(
+        QStringLiteral("delivered.every(function (d, i) { return d.tag === i; })")));
+    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 9")),
+             QStringLiteral("number:9"));
 }
 
 QTEST_GUILESS_MAIN(TestNetworkFaults)

@@ -39,6 +39,10 @@ private Q_SLOTS:
     void isSupportEventIsFalseBeforeOpenAndTrueAfter();
     void hundredNotificationsArriveInOrder();
     void rolledBackNotificationDoesNotArrive();
+    void eventHandlerMayCloseItsConnection();
+    void eventHandlerMayQuery();
+    void eventHandlerMayRenewItsSubscription();
+    void callbackMayCloseItsConnection();
 
     void transactionSpansBothConnections();
     void transactionWithoutWorkerTouchesTheMainConnectionOnly();
@@ -360,6 +364,67 @@ void TestServerPostgres::rolledBackNotificationDoesNotArrive()
     QVERIFY(notify(QStringLiteral("jobs"), QStringLiteral("done")));
     QVERIFY(m_script->waitFor(QStringLiteral("heard.length > 0")));
     QCOMPARE(m_script->text(QStringLiteral("heard")), QStringLiteral("array:string:jobs=done/2"));
+}
+
+void TestServerPostgres::eventHandlerMayCloseItsConnection()
+{
+    m_script->eval(QStringLiteral("db.event.connect(function (name, payload) { "
+                                  "heard.push(payload); db.close(); })"));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('jobs')")));
+    QVERIFY(open(QStringLiteral("other")));
+    // Two in one piece: the second one comes from a driver that is about to go.
+    QVERIFY(m_script->mustRun(Way::Here, QStringLiteral("other"),
+                              QStringLiteral("SELECT pg_notify('jobs', n::text) "
+                                             "FROM generate_series(1, 2) n")));
+    QVERIFY(m_script->waitFor(QStringLiteral("heard.length > 0 && !db.isOpen")));
+    drainEvents();
+    QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
+    m_script->eval(QStringLiteral("heard = []"));
+    QVERIFY(notify(QStringLiteral("jobs"), QStringLiteral("later")));
+    QVERIFY(m_script->waitFor(QStringLiteral("heard.length === 1 && !db.isOpen")));
+}
+
+void TestServerPostgres::eventHandlerMayQuery()
+{
+    // The statement causes the next notification of the same connection.
+    m_script->eval(QStringLiteral(
+        "db.event.connect(function (name, payload) { heard.push(payload); if (heard.length < 5) "
+        "db.query(\"SELECT pg_notify('jobs', '\" + heard.length + \"')\"); })"));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('jobs')")));
+    QVERIFY(notify(QStringLiteral("jobs"), QStringLiteral("0")));
+    for (int n = 2; n <= 5; ++n) {
+        // Bytes from the server make Qt's driver look for the connection's own notifications.
+        QVERIFY(notify(QStringLiteral("jobs"), QStringLiteral("more")));
+    }
+    QVERIFY(m_script->waitFor(QStringLiteral("heard.length >= 5")));
+    QVERIFY(m_script->isTrue(QStringLiteral("heard[0] === '0' && heard.indexOf('1') > 0")));
+}
+
+void TestServerPostgres::eventHandlerMayRenewItsSubscription()
+{
+    m_script->eval(QStringLiteral(
+        "var answers = []; db.event.connect(function (name, payload) { heard.push(payload); "
+        "answers.push(db.rem_event('jobs') && db.add_event('jobs')); })"));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('jobs')")));
+    for (int n = 1; n <= 3; ++n) {
+        QVERIFY(notify(QStringLiteral("jobs"), QString::number(n)));
+        QVERIFY(m_script->waitFor(QStringLiteral("heard.length === %1").arg(n), 3000));
+        drainEvents();
+    }
+    QCOMPARE(m_script->text(QStringLiteral("answers")),
+             QStringLiteral("array:boolean:true,boolean:true,boolean:true"));
+}
+
+void TestServerPostgres::callbackMayCloseItsConnection()
+{
+    m_script->eval(QStringLiteral(
+        "db.query_thread(function () { delivered.push('first'); db.close(); }, 'SELECT 1'); "
+        "db.query_thread(function (result) { delivered.push(result); }, 'SELECT pg_sleep(0.3)')"));
+    QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 2")));
+    QVERIFY(!m_script->isTrue(QStringLiteral("db.isOpen || db.isRunning")));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
+    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 1")),
+             QStringLiteral("number:1"));
 }
 
 // --- Transactions ---
