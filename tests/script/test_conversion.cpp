@@ -14,6 +14,49 @@ QVariant nullOf(T type)
     return QVariant(QVariant::Type(type));
 }
 
+using CellOf = std::function<QVariant(int row)>;
+
+/// Columns of every kind that a driver may deliver, by the row.
+const QVector<std::pair<const char *, CellOf>> columnKinds{
+    {"int", [](int row) { return QVariant(row * 3 - 1000); }},
+    {"longlong", [](int row) { return QVariant(Q_INT64_C(5000000000) + row); }},
+    {"double", [](int row) { return QVariant(row * 0.25); }},
+    {"few texts", [](int row) { return QVariant(QStringLiteral("text %1").arg(row % 7)); }},
+    {"many texts", [](int row) { return QVariant(QStringLiteral("text %1").arg(row)); }},
+    {"few texts, then many",
+     [](int row) { return QVariant(QStringLiteral("text %1").arg(row < 500 ? row % 3 : row)); }},
+    {"empty texts",
+     [](int row) { return QVariant(row % 2 ? QStringLiteral("x") : QString(QLatin1String(""))); }},
+    {"bool", [](int row) { return QVariant(row % 2 == 0); }},
+    {"mixed", [](int row) { return row % 2 ? QVariant(row) : QVariant(QString::number(row)); }},
+    {"int, then text",
+     [](int row) { return row < 1500 ? QVariant(row) : QVariant(QString::number(row)); }},
+};
+
+using IsNull = bool (*)(int row);
+const QVector<std::pair<const char *, IsNull>> nullPatterns{
+    {"no nulls", [](int) { return false; }},
+    {"every third", [](int row) { return row % 3 == 0; }},
+    {"around blocks", [](int row) { return row % 1024 <= 1 || row % 1024 == 1023; }},
+    {"first rows", [](int row) { return row < 70; }},
+    {"all", [](int) { return true; }},
+};
+
+/// What the table of conversions says about a cell of these columns.
+bool isConverted(const QScriptValue &seen, const QVariant &cell, bool enableNull)
+{
+    if (cell.isNull() && (enableNull || !cell.isValid()))
+        return enableNull ? seen.isNull() : seen.isUndefined() || !seen.isValid();
+    switch (cell.userType()) {
+    case QMetaType::Bool:
+        return seen.isBool() && seen.toBool() == cell.toBool();
+    case QMetaType::QString:
+        return seen.isString() && seen.toString() == cell.toString();
+    default:
+        return seen.isNumber() && seen.toNumber() == cell.toDouble();
+    }
+}
+
 } // namespace
 
 class TestConversion : public ScriptTest
@@ -37,6 +80,10 @@ private Q_SLOTS:
     void sqliteNullsFollowEnableNull();
     void largeNumbersLoseOnlyWhatDoublesLose();
     void textsKeepEveryCharacter();
+    void everyCellOfAColumnIsConverted_data();
+    void everyCellOfAColumnIsConverted();
+    void scriptsOwnPushIsNotUsed();
+    void columnsOfOneResultAreArraysOfTheirOwn();
 
 private:
     /// Asks for the one value, synchronously and through the worker, and compares both.
@@ -279,6 +326,92 @@ void TestConversion::textsKeepEveryCharacter()
     QCOMPARE(number("r.a[0].length"_qs), double(odd.size()));
     QVERIFY(eval("r.a[1]"_qs).toString() == huge);
     QVERIFY(truth("r.a[2] === ''"_qs));
+}
+
+void TestConversion::everyCellOfAColumnIsConverted_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<int>("rows");
+    for (int kind = 0; kind < columnKinds.size(); ++kind) {
+        for (const int rows : {1, 63, 64, 65, 1023, 1024, 1025, 2049, 5000}) {
+            QTest::newRow(qPrintable(
+                QStringLiteral("%1 %2").arg(QLatin1String(columnKinds.at(kind).first)).arg(rows)))
+                << kind << rows;
+        }
+    }
+}
+
+void TestConversion::everyCellOfAColumnIsConverted()
+{
+    QFETCH(int, kind);
+    QFETCH(int, rows);
+    const CellOf plain = columnKinds.at(kind).second;
+    // One column for each pattern of nulls, with nulls of the column's type and without a type.
+    QVector<CellOf> columns;
+    QVector<StubReply::Column> names;
+    for (const auto &[name, isNull] : nullPatterns) {
+        const IsNull pattern = isNull;
+        columns.append([plain, pattern](int row) {
+            const QVariant cell = plain(row);
+            return pattern(row) ? nullOf(cell.userType()) : cell;
+        });
+        columns.append(
+            [plain, pattern](int row) { return pattern(row) ? QVariant() : plain(row); });
+        names.append({QLatin1String(name) + ", typed"_qs, QVariant::Int});
+        names.append({QLatin1String(name) + ", untyped"_qs, QVariant::Int});
+    }
+    const auto source = [&columns](int row) {
+        QVariantList cells;
+        for (const CellOf &cell : columns)
+            cells.append(cell(row));
+        return cells;
+    };
+    openStub("STUB"_qs).setDefaultReply(StubReply::generated(names, rows, source));
+    for (const bool enableNull : {true, false}) {
+        eval("db.enableNull = %1;"_qs.arg(enableNull ? "true"_qs : "false"_qs));
+        const QScriptValue index = eval("db.query('q').fields_index"_qs);
+        const QScriptValue nulls = eval("db.queryResult.fields_nulls"_qs);
+        for (int c = 0; c < columns.size(); ++c) {
+            const QScriptValue values = index.property(quint32(c));
+            QVERIFY(values.isArray());
+            QCOMPARE(values.property("length"_qs).toInt32(), rows);
+            quint32 nullCount = 0;
+            for (int row = 0; row < rows; ++row) {
+                const QVariant cell = columns.at(c)(row);
+                const QString where = "%1 row %2"_qs.arg(names.at(c).first).arg(row);
+                QVERIFY2(isConverted(values.property(quint32(row)), cell, enableNull),
+                         qPrintable(where));
+                if (cell.isNull()) {
+                    QVERIFY2(nulls.property(quint32(c)).property(nullCount).toInt32() == row,
+                             qPrintable(where));
+                    ++nullCount;
+                }
+            }
+            QCOMPARE(nulls.property(quint32(c)).property("length"_qs).toUInt32(), nullCount);
+        }
+    }
+}
+
+void TestConversion::scriptsOwnPushIsNotUsed()
+{
+    openStub("STUB"_qs).setDefaultReply(StubReply::generated(
+        {{"a"_qs, QVariant::Int}}, 5000, [](int row) { return QVariantList{row}; }));
+    eval("var pushes = 0; Array.prototype.push = function() { ++pushes; throw new Error('mine'); };"
+         "var r = db.query('q'), good = r.a.length === 5000;"
+         "for (var i = 0; i < 5000; ++i) good = good && r.a[i] === i;"
+         "delete Array.prototype.push; var s = db.query('q'), n = s.a.length;"_qs);
+    QVERIFY(truth("good && pushes === 0 && n === 5000 && s.a[4999] === 4999"_qs));
+}
+
+void TestConversion::columnsOfOneResultAreArraysOfTheirOwn()
+{
+    openStub("STUB"_qs).setDefaultReply(
+        StubReply::table({{"a"_qs, QVariant::String}, {"b"_qs, QVariant::String}},
+                         {{"x"_qs, "x"_qs}, {"x"_qs, "x"_qs}}));
+    eval(
+        "var r = db.query('q'); r.a[0] = 'changed'; r.a.push('more'); r.fields_nulls[0].push(7);"_qs);
+    QCOMPARE(json("[r.a, r.b, r.fields_nulls, r.rows]"_qs),
+             "[[\"changed\",\"x\",\"more\"],[\"x\",\"x\"],[[7],[]],2]"_qs);
 }
 
 QTEST_GUILESS_MAIN(TestConversion)

@@ -32,6 +32,8 @@ private Q_SLOTS:
     void wrongNumberOfArgumentsIsATypeError();
     void statementThatIsNoStringIsATypeError_data();
     void statementThatIsNoStringIsATypeError();
+    void throwingArgumentIsTheScriptsException_data();
+    void throwingArgumentIsTheScriptsException();
     void contextWithoutCallbackIsATypeError_data();
     void contextWithoutCallbackIsATypeError();
 
@@ -208,6 +210,29 @@ void TestQueryThread::statementThatIsNoStringIsATypeError()
     openStub("STUB"_qs);
     checkTypeError("db.query_thread(%1)"_qs.arg(arguments), usage,
                    {"vext_sql:247 ~~~~ js_query_thread \t type %1"_qs.arg(type)});
+}
+
+void TestQueryThread::throwingArgumentIsTheScriptsException_data()
+{
+    QTest::addColumn<QString>("call");
+    QTest::newRow("value of exec_thread") << "db.exec_thread('p', [evil])"_qs;
+    QTest::newRow("value in a list of exec_thread") << "db.exec_thread(['p'], [[evil]])"_qs;
+    QTest::newRow("value of exec") << "db.exec('p', [evil])"_qs;
+}
+
+void TestQueryThread::throwingArgumentIsTheScriptsException()
+{
+    QFETCH(QString, call);
+    openStub("STUB"_qs);
+    eval("var evil = {}; evil.__defineGetter__('k', function() { throw new RangeError('evil'); });"
+         "var thrown; try { %1; } catch (e) { thrown = e; }"_qs.arg(call));
+    QVERIFY(truth("thrown instanceof RangeError && thrown.message === 'evil'"_qs));
+    QCOMPARE(stub().executed(), QStringList());
+    QVERIFY(truth("db.taskSize() === 0 && !db.isRunning"_qs));
+    recordAnswers();
+    // A getter of the context or the callback is nobody's business.
+    QVERIFY(truth("db.query_thread(evil, record, 's1')"_qs));
+    QVERIFY(waitForAnswers(1));
 }
 
 void TestQueryThread::contextWithoutCallbackIsATypeError_data()

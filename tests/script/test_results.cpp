@@ -100,6 +100,9 @@ private Q_SLOTS:
     void stopCancelsTheReading_data();
     void stopCancelsTheReading();
     void stopRequestDoesNotTouchASynchronousRead();
+    void sqliteReadIsCancelled_data();
+    void sqliteReadIsCancelled();
+    void driverThatCancelsTellsItsOwnError();
 
     // how long a result lasts
     void queryResultIsTheLastResult();
@@ -630,6 +633,45 @@ void TestResults::stopRequestDoesNotTouchASynchronousRead()
     eval("db.start_thread(); db.stop_thread();"_qs);
     QVERIFY(truth("!db.isRunning"_qs));
     QCOMPARE(number("db.query('q').rows"_qs), 2.0);
+}
+
+void TestResults::sqliteReadIsCancelled_data()
+{
+    QTest::addColumn<QString>("stop");
+    QTest::newRow("stop_thread") << "db.stop_thread(20000)"_qs;
+    QTest::newRow("close") << "db.close()"_qs;
+}
+
+void TestResults::sqliteReadIsCancelled()
+{
+    QFETCH(QString, stop);
+    openSqlite();
+    recordAnswers();
+    eval("db.query_thread(record, 'with recursive c(x) as (select 1 union all select x + 1 from c '"
+         "    + 'limit 1000000000) select x from c');"_qs);
+    QVERIFY(host().waitForScript("db.counters().thr_sql_finish === 1"_qs));
+    eval(stop);
+    QVERIFY(truth("!db.isRunning"_qs));
+    QVERIFY(waitForAnswers(1));
+    // A stop that came before the first row of the statement is a task that never ran.
+    const QString answer = json("answers[0].slice(0, 2)"_qs);
+    QVERIFY2(answer == "[{},\"SQL запрос отменен\"]"_qs || answer == "[false,false]"_qs,
+             qPrintable(answer));
+}
+
+void TestResults::driverThatCancelsTellsItsOwnError()
+{
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
+    openStub("STUB"_qs).setFeature(QSqlDriver::CancelQuery);
+    stub().setDefaultReply(twoRows().withGateAtRow(1, gate));
+    recordAnswers();
+    eval("db.query_thread('q');"_qs);
+    QVERIFY(gate->waitReached());
+    eval("db.stop_thread(20000)"_qs);
+    QVERIFY(truth("!db.isRunning"_qs));
+    QVERIFY(waitForAnswers(1));
+    QCOMPARE(json("finished[0].slice(0, 3)"_qs), "[false,{},\"canceling statement\"]"_qs);
 }
 
 // --- how long a result lasts ---

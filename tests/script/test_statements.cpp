@@ -101,6 +101,8 @@ private Q_SLOTS:
     void execHasNoTimingMode();
     void execDoesNotTraceItsStatement();
     void execStopsAtAThrowingGetter();
+    void execBindsHostileValues_data();
+    void execBindsHostileValues();
     void execReturnsAResultObject();
     void execOnSqliteCannotCall();
 };
@@ -712,6 +714,34 @@ void TestStatements::execStopsAtAThrowingGetter()
     QVERIFY2(exception.contains("no value"_qs), qPrintable(exception));
     QCOMPARE(stub().executed(), QStringList());
     QVERIFY(truth("db.query('select 1') !== false"_qs));
+}
+
+void TestStatements::execBindsHostileValues_data()
+{
+    QTest::addColumn<QString>("value");
+    QTest::newRow("object of the host") << "post"_qs;
+    QTest::newRow("the connection itself") << "db"_qs;
+    QTest::newRow("function") << "(function() {})"_qs;
+    QTest::newRow("regular expression") << "/a/g"_qs;
+    QTest::newRow("not a number") << "NaN"_qs;
+    QTest::newRow("infinity") << "-Infinity"_qs;
+    QTest::newRow("invalid date") << "new Date(NaN)"_qs;
+    QTest::newRow("global object") << "({g: this.nothing})"_qs;
+    QTest::newRow("array within itself") << "(function() { var a = []; a[0] = a; return a; })()"_qs;
+    QTest::newRow("object within itself") << "(function() { var o = {}; o.o = o; return o; })()"_qs;
+    QTest::newRow("deep array")
+        << "(function() { var a = []; for (var i = 0; i < 100000; ++i) a = [a]; return a; })()"_qs;
+}
+
+void TestStatements::execBindsHostileValues()
+{
+    QFETCH(QString, value);
+    openStub("STUB"_qs);
+    eval(
+        "var value = %1, r; try { r = db.exec('p', [value]); } catch (e) { r = e; }"_qs.arg(value));
+    QVERIFY(truth("r === false || r.fields === 0 || r instanceof Error"_qs));
+    QVERIFY(truth("db.query('select 1').fields === 0"_qs));
+    eval("value = undefined;"_qs);
 }
 
 void TestStatements::execReturnsAResultObject()
