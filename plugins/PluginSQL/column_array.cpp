@@ -59,6 +59,12 @@ QScriptValue ColumnArray::make()
     const int type = m_values.nullType();
     m_null = ResultObject::toScript(m_engine, type ? QVariant(QVariant::Type(type)) : QVariant(),
                                     m_context.enableNull);
+    if (!m_null.isValid() && m_values.hasNulls()) {
+        // Elements are left out: only setting one by one does that.
+        takeVariants();
+        m_values.clear();
+        return m_array;
+    }
     switch (m_values.storage()) {
     case ColumnValues::Storage::Int:
         takeNumbers([this](int row) { return m_values.intAt(row); });
@@ -105,11 +111,8 @@ void ColumnArray::takeChunks(int start, TakeCell takeCell)
                 takeCell(cells[i], first + i);
         }
         QScriptValue chunk = m_engine->toScriptValue(cells);
-        if (!nulls.isEmpty()) {
-            const QScriptValue null = m_null.isValid() ? m_null : m_engine->undefinedValue();
-            for (const int i : qAsConst(nulls))
-                chunk.setProperty(quint32(i), null);
-        }
+        for (const int i : qAsConst(nulls))
+            chunk.setProperty(quint32(i), m_null);
         append(chunk, first, count);
         release(first + count);
     }
@@ -141,14 +144,12 @@ void ColumnArray::takeTexts()
     for (; row < m_rows && cache.pays(); ++row) {
         release(row);
         if (m_values.isNullAt(row)) {
-            setNull(row);
+            m_array.setProperty(quint32(row), m_null);
         } else {
             m_values.textViewAt(row, view);
             m_array.setProperty(quint32(row), cache.value(view));
         }
     }
-    // Also where elements were left out at the end, which count all the same.
-    m_array.setProperty(QStringLiteral("length"), QScriptValue(m_engine, row));
     takeTextChunks(row);
 }
 
@@ -158,7 +159,7 @@ void ColumnArray::takeVariants()
     for (int row = 0; row < m_rows; ++row) {
         release(row);
         const QScriptValue value =
-            ResultObject::toScript(m_engine, m_values.variantAt(row), m_context.enableNull);
+            ResultObject::toScript(m_engine, m_values.at(row), m_context.enableNull);
         if (value.isValid())
             m_array.setProperty(quint32(row), value);
     }
@@ -168,12 +169,6 @@ void ColumnArray::takeNulls()
 {
     m_array = m_engine->newArray(uint(m_rows));
     for (int row = 0; row < m_rows; ++row)
-        setNull(row);
-}
-
-void ColumnArray::setNull(int row)
-{
-    if (m_null.isValid())
         m_array.setProperty(quint32(row), m_null);
 }
 

@@ -27,7 +27,6 @@ private:
     void takeTextChunks(int start);
     void takeVariants();
     void takeNulls();
-    void setNull(int row);
     template <typename Cells, typename TakeCell>
     void takeChunks(int start, TakeCell takeCell);
     void append(QScriptValue chunk, int first, int count);

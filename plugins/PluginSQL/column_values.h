@@ -108,6 +108,8 @@ public:
     Storage storage() const { return m_storage; }
     /// Type id of the nulls of a column that is not Mixed; 0 when it has none or they are untyped.
     int nullType() const { return m_nullType == NoNulls ? 0 : m_nullType; }
+    /// Whether a column that is not Mixed has a null at all.
+    bool hasNulls() const { return m_nullType != NoNulls; }
     bool isNullAt(int row) const;
 
     // Direct access for conversion: only for the storage named, only where the cell is not null and

@@ -1,5 +1,6 @@
 #include "plugin_sql.h"
 
+#include "own_meta_types.h"
 #include "script_property.h"
 #include "script_tag.h"
 #include "sql_records.h"
@@ -38,6 +39,7 @@ namespace
 {
 
 QPointer<QObject> s_globalObject;
+ScriptTag s_guardedTag; ///< s_tag with its objects held weakly; m_mutexTag
 
 void releaseWorkersOfApplication()
 {
@@ -65,6 +67,8 @@ public:
         qRemovePostRoutine(releaseWorkersOfApplication);
         VEXT_sqlThr::releaseWorkers(true);
         delete s_globalObject.data();
+        Plugin_SQL::s_tag.clear();
+        OwnMetaTypes::removeAll();
     }
 };
 
@@ -113,11 +117,13 @@ Plugin_SQL::Plugin_SQL(QObject *parent, QScriptEngine *engine)
         m_classNames.append(className);
     m_classNames.sort(Qt::CaseSensitive);
     // Names under which these travel in queued calls between a connection and its worker thread.
-    qRegisterMetaType<QSqlQuery *>("QSqlQuery*");
-    qRegisterMetaType<QSqlQuery>("QSqlQuery&");
+    OwnMetaTypes::add<QSqlQuery *>("QSqlQuery*");
+    OwnMetaTypes::add<QSqlQuery>("QSqlQuery&");
     qRegisterMetaType<QString>("QString&");
     qRegisterMetaType<QString>("const QString&");
-    qRegisterMetaType<structThrSql *>("structThrSql*");
+    OwnMetaTypes::add<structThrSql *>("structThrSql*");
+    // Otherwise registered for good at the first call of counters().
+    OwnMetaTypes::add<QScriptEngine *>("QScriptEngine*");
 }
 
 /// The connections themselves belong to their engines and live on.
@@ -156,22 +162,25 @@ QScriptValue Plugin_SQL::js_tag(QScriptContext *context, QScriptEngine *engine)
 {
     if (!context || !engine)
         return QScriptValue(false);
-    QVariant tag;
     if (context->argumentCount() > 0) {
         // Conversion may run script code: before the lock.
-        if (!SqlCall::toVariant(context->argument(0), engine, tag)) {
+        QVariant value;
+        if (!SqlCall::toVariant(context->argument(0), engine, value)) {
             return engine->hasUncaughtException()
                 ? engine->uncaughtException()
                 : context->throwError(QScriptContext::RangeError, QStringLiteral("tag: too large"));
         }
-        tag = ScriptTag::guarded(tag);
+        const ScriptTag tag(value);
         QMutexLocker locker(&m_mutexTag);
-        s_tag = tag;
-    } else {
-        QMutexLocker locker(&m_mutexTag);
-        tag = s_tag;
+        s_tag = value;
+        s_guardedTag = tag;
     }
-    const QVariant shown = ScriptTag::resolved(tag);
+    ScriptTag tag;
+    {
+        QMutexLocker locker(&m_mutexTag);
+        tag = s_guardedTag;
+    }
+    const QVariant shown = tag.value();
     return qScriptValueFromValue_helper(engine, shown.userType(), shown.constData());
 }
 

