@@ -2,6 +2,8 @@
 
 #include "host_process.h"
 
+#include <QFile>
+#include <QRegularExpression>
 #include <QtTest>
 
 class TestQuickstart : public QObject
@@ -10,6 +12,7 @@ class TestQuickstart : public QObject
 
 private slots:
     void showsEachStep();
+    void scriptOfTheHostGuideRuns();
 };
 
 void TestQuickstart::showsEachStep()
@@ -37,6 +40,23 @@ void TestQuickstart::showsEachStep()
     }
     QVERIFY2(outcome.errors.contains(QStringLiteral("[-1 error] ")),
              outcome.described().constData());
+}
+
+void TestQuickstart::scriptOfTheHostGuideRuns()
+{
+    QFile guide(QStringLiteral(VEXT_SOURCE_DIR "/docs/hosts.md"));
+    QVERIFY(guide.open(QIODevice::ReadOnly));
+    const QRegularExpression block(QStringLiteral("```js\n(.*?)```"),
+                                   QRegularExpression::DotMatchesEverythingOption);
+    const QRegularExpressionMatch match = block.match(QString::fromUtf8(guide.readAll()));
+    QVERIFY(match.hasMatch());
+    qputenv("TZ", "UTC");
+    const HostOutcome outcome = runCode(match.captured(1));
+    QVERIFY2(outcome.endedByItself && outcome.exitCode == 0, outcome.described().constData());
+    QCOMPARE(outcome.output,
+             QStringLiteral("id | note\n---+-----\n 1 |\n 2 | NULL\n(2 rows)\n"
+                            "{ list: [ 1, 2 ], when: 1970-01-01T00:00:00.000, host: 'server' }\n"
+                            "later\n"));
 }
 
 QTEST_GUILESS_MAIN(TestQuickstart)
