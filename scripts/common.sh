@@ -1,5 +1,5 @@
 # shellcheck shell=bash disable=SC2034,SC2154
-# What ./run and ./test share: the packages they need and the build. Sourced, not run.
+# What ./run, ./test and ./bench share: the packages they need and the build. Sourced, not run.
 #
 # Everything that is said goes to standard error: standard output belongs to the script that
 # ./run runs and to the test results.
@@ -106,6 +106,15 @@ configure() {
   fi
   say "preparing $build_dir"
   (cd "$root" && cmake --preset "$preset" -DVEXT_BUILD_TESTS="$tests" </dev/null >&2) ||
+    die "the build could not be prepared"
+}
+
+# Adds the benchmarks to the build folder, and leaves its tests as they are.
+configure_benchmarks() {
+  configure OFF
+  [ "$(cached VEXT_BUILD_BENCHMARKS)" = ON ] && return 0
+  say "adding the benchmarks to $build_dir"
+  (cd "$root" && cmake -DVEXT_BUILD_BENCHMARKS=ON "$build_dir" </dev/null >&2) ||
     die "the build could not be prepared"
 }
 
