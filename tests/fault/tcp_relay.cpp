@@ -98,6 +98,8 @@ void TcpRelay::wake()
 
 void TcpRelay::cut()
 {
+    if (!m_thread.joinable())
+        return;
     std::unique_lock<std::mutex> lock(m_mutex);
     m_cutAsked = true;
     wake();
@@ -124,6 +126,8 @@ void TcpRelay::delay(int milliseconds)
 
 void TcpRelay::halfClose()
 {
+    if (!m_thread.joinable())
+        return;
     std::unique_lock<std::mutex> lock(m_mutex);
     m_halfCloseAsked = true;
     wake();
