@@ -188,7 +188,6 @@ void TestBadInput::init()
 {
     m_log = std::make_unique<MessageLog>(MessageLog::Forward::No);
     m_expectedComplaints.clear();
-    Plugin_SQL::s_tag = QVariant();
     m_stub = std::make_unique<StubServer>(QStringLiteral("QSTUB"));
     m_stub->setFeatures({QSqlDriver::Transactions, QSqlDriver::QuerySize, QSqlDriver::Unicode,
                          QSqlDriver::PreparedQueries, QSqlDriver::PositionalPlaceholders,
@@ -216,8 +215,9 @@ void TestBadInput::makeDb()
 
 void TestBadInput::cleanup()
 {
+    if (h().engine())
+        h().engine()->evaluate(QStringLiteral("tag = undefined"));
     m_host.reset();
-    Plugin_SQL::s_tag = QVariant();
     drainEvents();
     QVERIFY(VEXT_SQL::m_listSqlConns.isEmpty());
     QVERIFY(VEXT_sqlThr::s_workers.isEmpty());

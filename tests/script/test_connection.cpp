@@ -341,7 +341,6 @@ void TestConnection::odbcSystemIsWhatTheDriverReports_data()
         QTest::newRow(qPrintable(QString::number(reported))) << reported << reported;
     QTest::newRow("9") << 9 << 0;
     QTest::newRow("11") << 11 << 0;
-    QTest::newRow("-1") << -1 << 0;
 }
 
 void TestConnection::odbcSystemIsWhatTheDriverReports()

@@ -460,7 +460,7 @@ void TestConnectionObject::tagIsAnAccessorOnEveryConnection()
     QCOMPARE(h().shown("other.tag"), QStringLiteral("shared"));
     QVERIFY(h().holds("(function() { for (var p in db) if (p === 'tag') return false;"
                       "return true })()"));
-    Plugin_SQL::s_tag = QVariant();
+    h().eval("db.tag = undefined");
 }
 
 void TestConnectionObject::setScriptValueThisRefusesOtherValues_data()

@@ -3,8 +3,6 @@
 #include "message_log.h"
 #include "message_sink.h"
 #include "meta_table.h"
-#include "recording_driver.h"
-#include "thread_gate.h"
 
 #include <QThread>
 #include <QtTest>
@@ -19,6 +17,9 @@ class TestInstall : public QObject
 private slots:
     void init();
     void cleanup();
+
+    // First, before any test writes it.
+    void tagIsUndefinedBeforeAnyWrite();
 
     void pluginObjectsMethodTableIsLiteral();
     void baseMethodTableIsLiteral();
@@ -42,7 +43,6 @@ private slots:
     void installingTwiceSetsTheSameAgain();
     void installServesSeveralEngines();
 
-    void tagIsUndefinedBeforeAnyWrite();
     void tagIsSharedByEnginesAndConnections();
     void tagKeepsValues_data();
     void tagKeepsValues();
@@ -87,14 +87,13 @@ bool propertyListed(ScriptHost &host, const char *object, const char *name)
 void TestInstall::init()
 {
     m_log = std::make_unique<MessageLog>();
-    Plugin_SQL::s_tag = QVariant();
     m_host = std::make_unique<FrameHost>();
 }
 
 void TestInstall::cleanup()
 {
+    h().eval("tag = undefined");
     m_host.reset();
-    Plugin_SQL::s_tag = QVariant();
     QVERIFY(VEXT_SQL::m_listSqlConns.isEmpty());
     VERIFY_NO_QT_COMPLAINTS(*m_log);
     m_log.reset();

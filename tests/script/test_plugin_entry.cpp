@@ -21,7 +21,7 @@
 #include <memory>
 
 /// The interface as hosts declare it: the order of the operations is what they were built with.
-class HostsViewOfThePlugin
+class VextPluginInterface
 {
 public:
     virtual QObject *globalObject() = 0;
@@ -30,7 +30,7 @@ public:
     virtual const char *vext_plugin_version() = 0;
 
 protected:
-    ~HostsViewOfThePlugin() = default;
+    ~VextPluginInterface() = default;
 };
 
 namespace
@@ -55,9 +55,9 @@ public:
     QString errorString() const { return m_loader.errorString(); }
     QJsonObject metaData() const { return m_loader.metaData(); }
     QObject *root() { return m_loader.instance(); }
-    HostsViewOfThePlugin *plugin()
+    VextPluginInterface *plugin()
     {
-        return static_cast<HostsViewOfThePlugin *>(root()->qt_metacast(interfaceId));
+        return static_cast<VextPluginInterface *>(root()->qt_metacast(interfaceId));
     }
     QObject *globalObject() { return plugin()->globalObject(); }
     void deleteGlobalObject() { plugin()->globalObjectDelete(); }
@@ -446,14 +446,14 @@ int keptInMemoryAndLoadedAgain(Arguments args)
         QPluginLoader loader(pluginFile);
         HOLDS(loader.load());
         auto *entry =
-            static_cast<HostsViewOfThePlugin *>(loader.instance()->qt_metacast(interfaceId));
+            static_cast<VextPluginInterface *>(loader.instance()->qt_metacast(interfaceId));
         plugin = entry->globalObject();
         HOLDS(plugin && plugin->parent() == &server);
         HOLDS(loader.unload());
     }
     QPluginLoader loader(pluginFile);
     HOLDS(loader.load());
-    auto *entry = static_cast<HostsViewOfThePlugin *>(loader.instance()->qt_metacast(interfaceId));
+    auto *entry = static_cast<VextPluginInterface *>(loader.instance()->qt_metacast(interfaceId));
     HOLDS(entry->globalObject() == plugin);
     QScriptEngine engine;
     HOLDS(installedEval(engine, plugin, openAndQuery()).toInt32() == 7);
@@ -594,7 +594,7 @@ void TestPluginEntry::interfaceOperationsAreInOrder()
 {
     PluginLibrary library;
     QVERIFY(library.load());
-    HostsViewOfThePlugin *plugin = library.plugin();
+    VextPluginInterface *plugin = library.plugin();
     QCOMPARE(plugin->globalObject()->objectName(), QStringLiteral("plugin_SQL"));
     QCOMPARE(QByteArray(plugin->vext_plugin_interface()), QByteArray(interfaceId));
     QCOMPARE(QByteArray(plugin->vext_plugin_version()), QByteArray("Vext.v.2.9.1.1110"));
