@@ -429,9 +429,12 @@ void ExactlyOnce::connectionDeletedInItsCallbackDeliversEachTaskAtMostOnce()
     m_server->setFeature(QSqlDriver::CancelQuery);
     addStubRules();
     makeScript();
-    const QStringList ways{QStringLiteral("destroy(db)"), QStringLiteral("db.deleteLater()"),
+    const QStringList ways{QStringLiteral("destroy(db)"),
+                           QStringLiteral("db.deleteLater()"),
                            QStringLiteral("db.close(); destroy(db)"),
-                           QStringLiteral("db.stop_thread(0); destroy(db)")};
+                           QStringLiteral("db.stop_thread(0); destroy(db)"),
+                           QStringLiteral("destroy(db); handleEvents()"),
+                           QStringLiteral("db.deleteLater(); handleEvents()")};
     for (int round = 0, rounds = Stress::rounds(400); round < rounds; ++round) {
         const QPointer<VEXT_SQL> db = m_script->connection();
         const int tasks = pick(1, 15);

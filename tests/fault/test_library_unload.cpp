@@ -25,12 +25,19 @@ constexpr char endArgument[] = "--end-of-application";
 
 const QString pluginFile = QStringLiteral(VEXT_PLUGIN_FILE);
 
-/// Whether the library's code is in this process's memory.
+/// Whether the library's code is in this process's memory. A sanitizer may have mapped other parts
+/// of the file, to read names from.
 bool inMemory()
 {
     QFile maps(QStringLiteral("/proc/self/maps"));
-    return maps.open(QIODevice::ReadOnly) &&
-           maps.readAll().contains(QFileInfo(pluginFile).fileName().toUtf8());
+    if (!maps.open(QIODevice::ReadOnly))
+        return true;
+    const QByteArray name = QFileInfo(pluginFile).fileName().toUtf8();
+    for (const QByteArray &line : maps.readAll().split('\n')) {
+        if (line.contains(" r-x") && line.endsWith(name))
+            return true;
+    }
+    return false;
 }
 
 /// Scripts with the loaded library's object, a stub driver and running threads.

@@ -5,11 +5,14 @@
 #include "sql_records.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QSqlDatabase>
 #include <QtTest>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <memory>
-#include <thread>
 
 namespace
 {
@@ -18,6 +21,37 @@ const QString thr = QStringLiteral("_thr");
 const QString heldSql = QStringLiteral("held");
 constexpr int promptMs = 1000; // what does not wait is over well before this
 constexpr char workerFile[] = "plugins/PluginSQL/vext_sql_thread";
+
+/// While it lives, the thread cannot be started: its stack does not fit into the address space.
+class ThreadCreationBlock
+{
+public:
+    explicit ThreadCreationBlock(QThread *thread)
+        : m_thread(thread)
+    {
+        constexpr rlim_t room = 1024L * 1024 * 1024;
+        constexpr uint tooLarge = 3U * 1024 * 1024 * 1024;
+        getrlimit(RLIMIT_AS, &m_before);
+        QFile statistics(QStringLiteral("/proc/self/statm"));
+        statistics.open(QIODevice::ReadOnly);
+        const rlim_t pages = statistics.readAll().split(' ').constFirst().toULongLong();
+        rlimit limit = m_before;
+        limit.rlim_cur = pages * rlim_t(sysconf(_SC_PAGESIZE)) + room;
+        setrlimit(RLIMIT_AS, &limit);
+        m_thread->setStackSize(tooLarge);
+    }
+    ~ThreadCreationBlock()
+    {
+        m_thread->setStackSize(0);
+        setrlimit(RLIMIT_AS, &m_before);
+    }
+    ThreadCreationBlock(const ThreadCreationBlock &) = delete;
+    ThreadCreationBlock &operator=(const ThreadCreationBlock &) = delete;
+
+private:
+    QThread *m_thread;
+    rlimit m_before;
+};
 
 QSqlError connectionError()
 {
@@ -48,6 +82,9 @@ private slots:
     void threadConnectionHasTheParametersOfTheMainOne();
     void leftoverConnectionOfTheNameIsReplaced();
     void startingAgainCountsTheTakenTasksAnew();
+    void waitForAThreadThatWasNotStartedIsShort();
+    void taskIsRefusedWhenTheThreadCannotBeStarted();
+    void threadsOfUnopenedConnectionsDoNotShareAName();
 
     // Stop.
     void stopOfAStoppedThreadDoesNothing();
@@ -288,6 +325,57 @@ void WorkerThread::startingAgainCountsTheTakenTasksAnew()
     m_script->queue(QStringLiteral("two"));
     QVERIFY(m_script->waitDelivered(4));
     QCOMPARE(scriptInt(QStringLiteral("db.counters().thr_sql_finish")), 1);
+}
+
+void WorkerThread::waitForAThreadThatWasNotStartedIsShort()
+{
+    VEXT_SQL *db = m_script->connection();
+    db->worker->m_thrStop.storeRelease(1);
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!db->worker->waitStart());
+    QVERIFY2(timer.elapsed() >= 299, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(timer.elapsed() < scaledMs(promptMs), qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(db->worker->m_thrStop.loadAcquire(), 0);
+    QVERIFY(db->start_thread());
+    QVERIFY(db->worker->waitStart());
+}
+
+void WorkerThread::taskIsRefusedWhenTheThreadCannotBeStarted()
+{
+    VEXT_SQL *db = m_script->connection();
+    m_allowedComplaint = QStringLiteral("QThread::start: Thread creation error");
+    {
+        const ThreadCreationBlock block(db->worker);
+        QVERIFY(!m_script->queue(QStringLiteral("refused")));
+        QVERIFY(!db->start_thread());
+        QVERIFY(!db->isRunning());
+        QCOMPARE(db->taskSize(), 0);
+    }
+    QVERIFY(m_log->contains(m_allowedComplaint));
+    QVERIFY(m_script->queue(QStringLiteral("accepted")));
+    QVERIFY(m_script->waitDelivered(1));
+    drainEvents();
+    QCOMPARE(m_script->delivered(), QStringList(QStringLiteral("accepted")));
+    QCOMPARE(m_server->executed(thr), QStringList(QStringLiteral("accepted")));
+}
+
+/// Only open() makes the name certain, but a thread may be started before it.
+void WorkerThread::threadsOfUnopenedConnectionsDoNotShareAName()
+{
+    VEXT_SQL *first = m_script->closedConnection(QStringLiteral("first"));
+    VEXT_SQL *second = m_script->closedConnection(QStringLiteral("second"));
+    QCOMPARE(first->connectionName(), second->connectionName());
+    QVERIFY(first->start_thread());
+    QVERIFY(second->start_thread());
+    QVERIFY(waitUntil([&] { return QSqlDatabase::connectionNames().size() == 2; }));
+    QVERIFY(first->open());
+    QVERIFY(second->open());
+    m_script->eval(QStringLiteral("first.query_thread(deliver('first'), 'one');"
+                                  "second.query_thread(deliver('second'), 'two')"));
+    QVERIFY(m_script->waitDelivered(2));
+    QCOMPARE(m_script->json(QStringLiteral("[outcomes.first.error, outcomes.second.error]")),
+             QStringLiteral("[false,false]"));
 }
 
 // --- Stop ---
@@ -1251,6 +1339,8 @@ void WorkerThread::callbackMayDeleteItsConnection_data()
     QTest::newRow("on the spot") << QStringLiteral("destroy(db)");
     QTest::newRow("later") << QStringLiteral("db.deleteLater()");
     QTest::newRow("with a close before") << QStringLiteral("db.close(); destroy(db)");
+    QTest::newRow("with its worker") << QStringLiteral("destroy(db); handleEvents()");
+    QTest::newRow("later, with events") << QStringLiteral("db.deleteLater(); handleEvents()");
 }
 
 void WorkerThread::callbackMayDeleteItsConnection()

@@ -22,6 +22,12 @@ function deliver(tag) {
 }
 )JS";
 
+QScriptValue handleEvents(QScriptContext *, QScriptEngine *)
+{
+    drainEvents();
+    return QScriptValue();
+}
+
 QScriptValue destroyNow(QScriptContext *context, QScriptEngine *)
 {
     delete context->argument(0).toQObject();
@@ -35,8 +41,10 @@ ThreadFixture::ThreadFixture(const QString &driverName, const ScriptHostOptions 
     , m_driverName(driverName)
 {
     host.install(m_plugin.globalObject());
-    host.engine()->globalObject().setProperty(QStringLiteral("destroy"),
-                                              host.engine()->newFunction(destroyNow, 1));
+    QScriptEngine *engine = host.engine();
+    QScriptValue global = engine->globalObject();
+    global.setProperty(QStringLiteral("destroy"), engine->newFunction(destroyNow, 1));
+    global.setProperty(QStringLiteral("handleEvents"), engine->newFunction(handleEvents));
     host.eval(QString::fromLatin1(prelude));
 }
 

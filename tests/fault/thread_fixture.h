@@ -20,7 +20,8 @@
 /// - `delivered`, the tags of the deliveries in order, and `outcomes`, by tag, with the members
 ///   `result`, `error`, `age` and `count`;
 /// - `deliver(tag)`, a callback that enters its call there;
-/// - `destroy(object)`, which deletes a host object on the spot.
+/// - `destroy(object)`, which deletes a host object on the spot;
+/// - `handleEvents()`, which handles all events that wait, deferred deletions included.
 class ThreadFixture
 {
 public:
