@@ -105,16 +105,19 @@ void ColumnArray::takeChunks(int start, TakeCell takeCell)
             cells.removeLast();
         nulls.clear();
         for (int i = 0; i < count; ++i) {
-            if (m_values.isNullAt(first + i))
+            if (m_values.isNullAt(first + i)) {
+                // Not the cell of the chunk before, whose text may be released by now.
+                cells[i] = typename Cells::value_type();
                 nulls.append(i);
-            else
+            } else {
                 takeCell(cells[i], first + i);
+            }
         }
         QScriptValue chunk = m_engine->toScriptValue(cells);
         for (const int i : qAsConst(nulls))
             chunk.setProperty(quint32(i), m_null);
         append(chunk, first, count);
-        release(first + count);
+        m_values.releaseBefore(first + count);
     }
 }
 

@@ -58,6 +58,9 @@ bool VEXT_sqlThr::add_event(const QString &name)
     }
     if (trace)
         traceEvent("add_event", __LINE__, "subscribeToNotification onLine", name);
+    // Removed by the handler that adds it again: the driver still has it.
+    if (m_pendingRemovals.removeOne(name))
+        return true;
     return db.driver()->subscribeToNotification(name);
 }
 
@@ -65,8 +68,9 @@ bool VEXT_sqlThr::rem_event(const QString &name)
 {
     if (db.isOpen() && isSupportEvent()) {
         const QPointer<QSqlDriver> driver(db.driver());
-        afterNotification([driver, name] {
-            if (driver && driver->isOpen())
+        m_pendingRemovals.append(name);
+        afterNotification([this, driver, name] {
+            if (m_pendingRemovals.removeOne(name) && driver && driver->isOpen())
                 driver->unsubscribeFromNotification(name);
         });
     }

@@ -23,17 +23,24 @@ QString queryResultName()
 /// Whether the rows of a driver are read without being kept by it. For the drivers below nothing
 /// that a script sees depends on it. The others may choose another kind of cursor on the server;
 /// QMYSQL (5.15) ends a streamed result silently when the connection breaks, so a part of the rows
-/// would pass for all of them.
+/// would pass for all of them; QIBASE (5.15) repeats the one row of a procedure for ever.
 bool readsForwardOnly(int driverType)
 {
-    switch (driverType) {
-    case SqlDriverKind::PostgreSql:
-    case SqlDriverKind::SQLite:
-    case SqlDriverKind::Interbase:
-        return true;
-    default:
-        return false;
-    }
+    return driverType == SqlDriverKind::PostgreSql || driverType == SqlDriverKind::SQLite;
+}
+
+/// QMYSQL (5.15) reports success and no columns when the connection breaks while it takes a result
+/// over; only the affected rows are unknown then, which they are for no statement that worked.
+/// @return the error that the connection gives when it is asked again.
+QSqlError silentLoss(QSqlQuery &query)
+{
+    if (query.isSelect() || query.numRowsAffected() != -1)
+        return QSqlError();
+    QSqlQuery probe(query.driver()->createResult());
+    if (!probe.exec(QStringLiteral("DO 0")))
+        return probe.lastError();
+    return QSqlError(QStringLiteral("QMYSQL"), QStringLiteral("the result was lost"),
+                     QSqlError::StatementError);
 }
 
 /// What the script itself may have put there goes too, without running its code.
@@ -79,14 +86,19 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
             readRows(task, result);
         // Drivers that stream rows report some errors, and count the affected rows, only now.
         result.error = query.lastError();
+        if (m_driverType.loadAcquire() == SqlDriverKind::MySql && !result.error.isValid()
+            && result.fields.isEmpty())
+            result.error = silentLoss(query);
         if (mayReadLastInsertId(query)) {
             result.lastInsertId = query.lastInsertId();
             result.hasLastInsertId = true;
         }
     }
     result.numRowsAffected = std::max(0, query.numRowsAffected());
-    if (executed && result.error.type() != QSqlError::NoError)
-        setLast(task);
+    if (executed && result.error.type() != QSqlError::NoError) {
+        task->failed = true;
+        setLastError(result.error);
+    }
     task->releaseQuery();
     {
         QMutexLocker locker(&m_mutexLast);
@@ -188,6 +200,8 @@ void VEXT_sqlThr::clearSqlResult()
     }
     if (!m_engine)
         return;
+    // The script may have put anything there; what reading it throws is nobody's error.
+    const ScriptGuard guard(m_engine);
     const QScriptValue result = readProperty(m_scriptValueThis, queryResultName());
     if (!result.isObject())
         return;

@@ -339,6 +339,7 @@ private:
     std::deque<structThrSql *> m_accepted; ///< queued, running or undelivered, in order
     int m_notifying = 0;                   ///< notifications being delivered
     std::vector<std::function<void()>> m_afterNotification;
+    QStringList m_pendingRemovals; ///< names that the driver still has to forget
 
     bool m_leaving = true; ///< the thread takes no more tasks; m_mutexSqlTasks
 
