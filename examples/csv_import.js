@@ -127,11 +127,23 @@ function importFrom(first) {
 }
 
 function finish() {
-    db.commit();
-    // Runs on the same connection after the commit.
+    // The word alone, as a statement, commits the worker's transaction and tells how that went: a
+    // session that the server has ended meanwhile has nothing left to commit.
+    db.query_thread(function (result) {
+        if (result === true) {
+            count();
+        } else {
+            fail("the commit failed");
+        }
+    }, "commit");
+}
+
+function count() {
+    db.commit(); // the main connection's, in which nothing was done
     db.query_thread(function (result, error) {
         if (error || result === false) {
-            fail(error || "the prices cannot be counted");
+            console.error("the prices cannot be counted:", error);
+            end(1);
             return;
         }
         print("committed: " + result.N[0] + " prices, " + result.FREE[0] + " without a price");

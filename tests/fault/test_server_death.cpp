@@ -70,6 +70,7 @@ private Q_SLOTS:
     void sessionEndedInMidStatementFailsTheQuery();
     void sessionEndedWhileIdleFailsTheNextStatementOnly();
     void sessionEndedInATransactionLosesIt();
+    void commitTellsThatTheTransactionWasLost();
     void shutdownFailsEveryTaskOnceInOrder_data();
     void shutdownFailsEveryTaskOnceInOrder();
     void shutdownInASynchronousQueryReturnsFalse();
@@ -180,6 +181,8 @@ void TestServerDeath::sessionEndedInMidStatementFailsTheQuery()
     // Qt's driver calls it a statement error; the connection is what tells.
     QCOMPARE(m_script->eval(QStringLiteral("db.lastErrors.type")).toInt32(), 2);
     QVERIFY(m_script->isTrue(QStringLiteral("/57P01/.test(db.lastError) && !db.isOpen")));
+    QVERIFY(m_script->isTrue(QStringLiteral("!db.transaction() && !db.commit() && !db.tables()")));
+    QVERIFY(m_script->isTrue(QStringLiteral("!db.query_thread(keep(0), 'SELECT 1')")));
     QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
     QCOMPARE(m_script->rows(Way::Here, QStringLiteral("db"), QStringLiteral("SELECT 1")),
              QStringLiteral("number:1"));
@@ -218,6 +221,32 @@ void TestServerDeath::sessionEndedInATransactionLosesIt()
     untilAnswered(m_postgres.parameters(), QString::fromUtf8(TerminateSleeper), true);
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1")));
     m_script->eval(QStringLiteral("db.commit()")); // of what is left: nothing
+    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"),
+                            QStringLiteral("SELECT count(*) FROM work")),
+             QStringLiteral("number:0"));
+}
+
+void TestServerDeath::commitTellsThatTheTransactionWasLost()
+{
+    NEEDS(m_postgresReason);
+    QVERIFY(open());
+    QVERIFY(m_script->mustRun(Way::Here, QStringLiteral("db"),
+                              QStringLiteral("CREATE TABLE IF NOT EXISTS work (id integer)")));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.start_thread() && db.transaction()")));
+    QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"),
+                              QStringLiteral("INSERT INTO work VALUES (1)")));
+    const QString pid =
+        m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT pg_backend_pid()"))
+            .mid(7);
+    untilAnswered(m_postgres.parameters(),
+                  QStringLiteral("SELECT pg_terminate_backend(%1)").arg(pid), true);
+    untilAnswered(m_postgres.parameters(),
+                  QStringLiteral("SELECT count(*) FROM pg_stat_activity WHERE pid = ") + pid, 0);
+    m_script->eval(QStringLiteral("db.query_thread(keep(0), 'commit')"));
+    QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1")));
+    QCOMPARE(m_script->text(QStringLiteral("delivered[0].result")),
+             QStringLiteral("boolean:false"));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.rollback()")));
     QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"),
                             QStringLiteral("SELECT count(*) FROM work")),
              QStringLiteral("number:0"));

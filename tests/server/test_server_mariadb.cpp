@@ -138,14 +138,14 @@ void TestServerMariaDb::notificationsAreNotSupportedAndNamesAreKept()
 void TestServerMariaDb::statementThatCannotBeCancelledIsDeliveredOnceAfterAll()
 {
     QVERIFY(!m_script->isTrue(QStringLiteral("db.hasFeature().CancelQuery")));
-    m_script->eval(QStringLiteral("db.query_thread(keep('sleep'), 'SELECT SLEEP(1.5)')"));
+    m_script->eval(QStringLiteral("db.query_thread(keep('sleep'), 'SELECT SLEEP(3)')"));
     QVERIFY(m_script->waitFor(
         QStringLiteral("rows(db.query(\"SELECT COUNT(*) FROM information_schema.processlist "
-                       "WHERE info = 'SELECT SLEEP(1.5)'\")) === 'number:1'")));
+                       "WHERE info = 'SELECT SLEEP(3)'\")) === 'number:1'")));
     QElapsedTimer timer;
     timer.start();
     m_script->eval(QStringLiteral("db.stop_thread(100)"));
-    QVERIFY(timer.elapsed() < 1200);
+    QVERIFY(timer.elapsed() < 2500);
     QVERIFY(m_script->isTrue(QStringLiteral("db.isRunning")));
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1 && !db.isRunning")));
     QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 1")),

@@ -643,15 +643,15 @@ void TestServerPostgres::stoppingTheThreadDoesNotInterruptTheStatement()
     // Qt 5.15's driver cannot cancel.
     QVERIFY(!m_script->isTrue(QStringLiteral("db.hasFeature().CancelQuery")));
     QVERIFY(open(QStringLiteral("other")));
-    m_script->eval(QStringLiteral("db.query_thread(keep('sleep'), 'SELECT pg_sleep(1.5)'); "
+    m_script->eval(QStringLiteral("db.query_thread(keep('sleep'), 'SELECT pg_sleep(3)'); "
                                   "db.query_thread(keep('queued'), 'SELECT 1')"));
     QVERIFY(m_script->waitFor(
         QStringLiteral("rows(other.query(\"SELECT count(*) FROM pg_stat_activity WHERE query = "
-                       "'SELECT pg_sleep(1.5)' AND state = 'active'\")) === 'number:1'")));
+                       "'SELECT pg_sleep(3)' AND state = 'active'\")) === 'number:1'")));
     QElapsedTimer timer;
     timer.start();
     m_script->eval(QStringLiteral("db.stop_thread(50)"));
-    QVERIFY(timer.elapsed() < 1200);
+    QVERIFY(timer.elapsed() < 2500);
     QVERIFY(m_script->isTrue(QStringLiteral("db.isRunning")));
     QVERIFY(m_script->isTrue(QStringLiteral("db.close()"))); // waits for it
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 2")));
