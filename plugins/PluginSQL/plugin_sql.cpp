@@ -34,12 +34,13 @@ QAtomicInt VEXT_sqlThr::s_typeFloat;
 QList<VEXT_sqlThr *> VEXT_sqlThr::s_workers;
 QMutex VEXT_sqlThr::s_mutexWorkers;
 QStringList VEXT_sqlThr::s_threadNames;
+QStringList VEXT_sqlThr::s_mainNames;
 
 namespace
 {
 
 QPointer<QObject> s_globalObject;
-ScriptTag s_guardedTag; ///< s_tag with its objects held weakly; m_mutexTag
+ScriptTag s_tagObjects; ///< the objects in Plugin_SQL::s_tag; m_mutexTag
 
 void releaseWorkersOfApplication()
 {
@@ -173,14 +174,16 @@ QScriptValue Plugin_SQL::js_tag(QScriptContext *context, QScriptEngine *engine)
         const ScriptTag tag(value);
         QMutexLocker locker(&m_mutexTag);
         s_tag = value;
-        s_guardedTag = tag;
+        s_tagObjects = tag;
     }
-    ScriptTag tag;
+    QVariant tag;
+    ScriptTag objects;
     {
         QMutexLocker locker(&m_mutexTag);
-        tag = s_guardedTag;
+        tag = s_tag;
+        objects = s_tagObjects;
     }
-    const QVariant shown = tag.value();
+    const QVariant shown = objects.resolved(tag);
     return qScriptValueFromValue_helper(engine, shown.userType(), shown.constData());
 }
 

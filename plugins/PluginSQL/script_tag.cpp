@@ -15,14 +15,8 @@ bool isObject(const QVariant &value)
 } // namespace
 
 ScriptTag::ScriptTag(const QVariant &value)
-    : m_value(value)
 {
     findObjects(value);
-}
-
-QVariant ScriptTag::value() const
-{
-    return m_objects.isEmpty() ? m_value : resolved(m_value);
 }
 
 void ScriptTag::findObjects(const QVariant &value)

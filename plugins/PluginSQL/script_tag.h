@@ -7,22 +7,20 @@
 #include <QVariant>
 #include <QVector>
 
-/// A value that scripts of any engine share. Objects in it are held weakly: whoever reads it later
-/// may find them gone. A plain value without a lock.
+/// The objects in a value that scripts of any engine share, held weakly: whoever reads the value
+/// later may find them gone. A plain value without a lock.
 class ScriptTag
 {
 public:
     ScriptTag() = default;
     explicit ScriptTag(const QVariant &value);
 
-    /// The value as the calling thread may use it: objects that are gone, or that belong to another
-    /// thread, read as null.
-    QVariant value() const;
+    /// The value as the calling thread may use it: objects that are gone, that belong to another
+    /// thread, or that are not known here read as null.
+    QVariant resolved(const QVariant &value) const;
 
 private:
-    QVariant resolved(const QVariant &value) const;
     void findObjects(const QVariant &value);
 
-    QVariant m_value;
     QVector<QPointer<QObject>> m_objects;
 };

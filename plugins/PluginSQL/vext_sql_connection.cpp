@@ -47,13 +47,13 @@ int nativeNumber(const QSqlError &error)
     return code.isEmpty() ? -1 : code.toInt();
 }
 
-/// The first of the names counted from `number` on that nobody registered.
-template <typename MakeName>
-QString firstFreeName(int number, MakeName makeName)
+/// The first of the names counted from `number` on that is free.
+template <typename MakeName, typename IsFree>
+QString firstFreeName(int number, MakeName makeName, IsFree isFree)
 {
     for (;; ++number) {
         const QString name = makeName(QString::number(number));
-        if (!QSqlDatabase::contains(name))
+        if (isFree(name))
             return name;
     }
 }
@@ -89,9 +89,40 @@ void VEXT_sqlThr::setConnectionName(const QString &name)
         setName(wanted);
         return;
     }
-    setName(firstFreeName(m_conNumber, [this, &base](const QString &number) {
-        return singleUnderscores(QStringLiteral("%1_%2_%3").arg(driverName, number, base));
-    }));
+    setName(firstFreeName(
+        m_conNumber,
+        [this, &base](const QString &number) {
+            return singleUnderscores(QStringLiteral("%1_%2_%3").arg(driverName, number, base));
+        },
+        [](const QString &free) { return !QSqlDatabase::contains(free); }));
+}
+
+/// Takes a name for a main connection. @return false when the process uses it already.
+bool VEXT_sqlThr::claimMainName(const QString &name)
+{
+    QMutexLocker locker(&s_mutexWorkers);
+    if (s_threadNames.contains(name) || s_mainNames.contains(name) || QSqlDatabase::contains(name))
+        return false;
+    s_mainNames.append(name);
+    return true;
+}
+
+/// Takes a name for the thread connection: the wanted one, unless another object of this library
+/// uses it. What anybody else has left behind under the name does not count.
+QString VEXT_sqlThr::claimThreadName(const QString &wanted) const
+{
+    QMutexLocker locker(&s_mutexWorkers);
+    const auto isFree = [](const QString &name) {
+        return !s_threadNames.contains(name) && !s_mainNames.contains(name);
+    };
+    const QString name = isFree(wanted)
+        ? wanted
+        : firstFreeName(
+              m_conNumber,
+              [&wanted](const QString &number) { return wanted + QLatin1Char('_') + number; },
+              isFree);
+    s_threadNames.append(name);
+    return name;
 }
 
 void VEXT_sqlThr::setName(const QString &name)
@@ -169,12 +200,15 @@ bool VEXT_sqlThr::open()
     // A thread that was told to stop and has not yet must not be told otherwise.
     if (!isRunning())
         m_thrStop.storeRelease(0);
-    if (connectionName.isEmpty() || QSqlDatabase::contains(connectionName))
-        setName(firstFreeName(m_conNumber, [this](const QString &number) {
-            return QStringLiteral("con_%1_sql_%2").arg(driverName, number);
-        }));
-    else
+    if (!connectionName.isEmpty() && claimMainName(connectionName))
         setName(connectionName);
+    else
+        setName(firstFreeName(
+            m_conNumber,
+            [this](const QString &number) {
+                return QStringLiteral("con_%1_sql_%2").arg(driverName, number);
+            },
+            &VEXT_sqlThr::claimMainName));
     return openMain();
 }
 
@@ -259,6 +293,8 @@ void VEXT_sqlThr::closeRegistered(const QString &name, Dropped state)
         closing.close();
     }
     QSqlDatabase::removeDatabase(name);
+    QMutexLocker locker(&s_mutexWorkers);
+    s_mainNames.removeOne(name);
 }
 
 void VEXT_sqlThr::connectDriver()

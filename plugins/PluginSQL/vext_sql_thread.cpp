@@ -378,13 +378,7 @@ void VEXT_sqlThr::createThreadConnection(ThreadConnection &con)
         con.name = connectionName + QStringLiteral("_thr");
         driver = driverName;
     }
-    {
-        // Two objects that were never opened may carry the same name; their threads may not.
-        QMutexLocker locker(&s_mutexWorkers);
-        if (s_threadNames.contains(con.name))
-            con.name += QStringLiteral("_%1").arg(m_conNumber);
-        s_threadNames.append(con.name);
-    }
+    con.name = claimThreadName(con.name);
     if (QSqlDatabase::contains(con.name)) {
         {
             QSqlDatabase leftover = QSqlDatabase::database(con.name, false);

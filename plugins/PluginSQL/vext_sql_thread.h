@@ -231,8 +231,10 @@ public:
     /// Every worker of the process, guarded by s_mutexWorkers.
     static QList<VEXT_sqlThr *> s_workers;
     static QMutex s_mutexWorkers;
-    /// Names of the thread connections in use, so that two threads never share one; likewise.
+    /// Names of the thread and of the main connections in use, so that no two connections of the
+    /// process ever share one; likewise.
     static QStringList s_threadNames;
+    static QStringList s_mainNames;
 
     /// Frees the workers of this thread that wait for an event loop which will not run any more,
     /// and with `all` every other connection too: for the end of the application and of the
@@ -287,6 +289,8 @@ private:
 
     // Connection.
     void setName(const QString &name);
+    static bool claimMainName(const QString &name);
+    QString claimThreadName(const QString &wanted) const;
     bool openMain();
     void refuseOpenTwice();
     void reportOpenFailure();
