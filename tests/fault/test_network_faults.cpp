@@ -63,6 +63,7 @@ private Q_SLOTS:
     void engineStaysResponsiveWhileTheNetworkIsDead();
     void openThroughADeadNetworkEndsInTime_data() { servers(); }
     void openThroughADeadNetworkEndsInTime();
+    void mariaDbReadTimeoutEndsAHungStatement();
     void cutSynchronousQueryReturnsFalse_data() { servers(); }
     void cutSynchronousQueryReturnsFalse();
     void listeningConnectionTurnsClosedByItself_data();
@@ -262,6 +263,22 @@ void TestNetworkFaults::openThroughADeadNetworkEndsInTime()
     QCOMPARE(m_script->eval(QStringLiteral("db.lastErrors.type")).toInt32(), 1);
     m_relay->heal();
     QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
+}
+
+void TestNetworkFaults::mariaDbReadTimeoutEndsAHungStatement()
+{
+    if (!m_reasons[m_mariadb.name()].isEmpty())
+        QSKIP(qPrintable(m_reasons[m_mariadb.name()]));
+    QVERIFY(connectThroughRelay(m_mariadb.name(), QStringLiteral("MYSQL_OPT_READ_TIMEOUT=1")));
+    QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 1")));
+    m_relay->blackHole();
+    m_script->eval(QStringLiteral("db.query_thread(keep(0), 'SELECT 1')"));
+    QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1"), 20000));
+    QVERIFY(m_script->isTrue(QStringLiteral("/Lost connection/.test(delivered[0].error)")));
+    m_relay->heal();
+    recover();
+    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 2")),
+             QStringLiteral("number:2"));
 }
 
 void TestNetworkFaults::cutSynchronousQueryReturnsFalse()
