@@ -46,8 +46,7 @@ QString emptyText()
 
 ColumnValues::ColumnValues(const QVariantList &values)
 {
-    for (const QVariant &value : values)
-        append(value);
+    append(values);
 }
 
 ColumnValues::ColumnValues(std::initializer_list<QVariant> values)
@@ -106,7 +105,7 @@ QVariant ColumnValues::at(int row) const
 
 QVariant ColumnValues::value(int row) const
 {
-    return row >= 0 && row < m_size ? at(row) : QVariant();
+    return hasRow(row) ? at(row) : QVariant();
 }
 
 QString ColumnValues::textViewAt(int row) const
@@ -148,6 +147,21 @@ int ColumnValues::appendCell(QVariant &&value)
     const bool null = type == QMetaType::UnknownType || value.isNull();
     push(m_variants, std::move(value));
     return null ? 0 : type;
+}
+
+void ColumnValues::append(const QVariantList &values)
+{
+    for (const QVariant &value : values)
+        append(value);
+}
+
+int ColumnValues::indexOf(const QVariant &value) const
+{
+    for (int row = 0; row < m_size; ++row) {
+        if (at(row) == value)
+            return row;
+    }
+    return -1;
 }
 
 ColumnValues &ColumnValues::operator<<(const QVariant &value)

@@ -55,6 +55,7 @@ public:
             ++m_row;
             return *this;
         }
+        const_iterator operator++(int) { return const_iterator(m_column, m_row++); }
         bool operator==(const const_iterator &other) const { return m_row == other.m_row; }
         bool operator!=(const const_iterator &other) const { return m_row != other.m_row; }
 
@@ -82,23 +83,34 @@ public:
     /// The cell of a row. A row whose block was released reads as an invalid variant.
     /// @pre 0 <= row < size()
     QVariant at(int row) const;
-    QVariant operator[](int row) const { return at(row); }
+    const QVariant operator[](int row) const { return at(row); } // NOLINT: not to be assigned to
     /// The cell of a row, an invalid variant outside the column.
     QVariant value(int row) const;
+    QVariant value(int row, const QVariant &other) const { return hasRow(row) ? at(row) : other; }
     QVariant first() const { return at(0); }
     QVariant last() const { return at(m_size - 1); }
+    QVariant constFirst() const { return first(); }
+    QVariant constLast() const { return last(); }
+    int indexOf(const QVariant &value) const;
+    bool contains(const QVariant &value) const { return indexOf(value) >= 0; }
+    bool hasRow(int row) const { return row >= 0 && row < m_size; }
 
     void append(const QVariant &value);
     void append(QVariant &&value);
     /// Appends a cell and tells of it what its column wants to know: its type id, 0 for a null.
     int appendCell(QVariant &&value);
+    void append(const QVariantList &values);
+    void push_back(const QVariant &value) { append(value); }
     ColumnValues &operator<<(const QVariant &value);
+    ColumnValues &operator+=(const QVariant &value) { return *this << value; }
     void clear();
 
     const_iterator begin() const { return const_iterator(this, 0); }
     const_iterator end() const { return const_iterator(this, m_size); }
     const_iterator cbegin() const { return begin(); }
     const_iterator cend() const { return end(); }
+    const_iterator constBegin() const { return begin(); }
+    const_iterator constEnd() const { return end(); }
 
     QVariantList toList() const;
     operator QVariantList() const { return toList(); } // NOLINT: stands in for the list

@@ -84,11 +84,7 @@ VEXT_SQL::~VEXT_SQL()
         QMutexLocker locker(&m_mutexSqlConns);
         m_listSqlConns.removeOne(this);
     }
-    worker->releaseFromOwner();
-    if (m_releaseAtOnce || !QCoreApplication::instance())
-        delete worker;
-    else
-        worker->deleteLater();
+    worker->releaseFromOwner(m_releaseAtOnce || !QCoreApplication::instance());
 }
 
 void VEXT_SQL::releaseWorkerAtOnce()
@@ -325,11 +321,12 @@ QScriptValue VEXT_SQL::counters(QScriptEngine *eng)
 
 bool VEXT_SQL::isSupportEvent()
 {
+    const QPointer<VEXT_SQL> self(this);
     if (!isOpen() && m_traceLog) {
         emit s_msg(VextSqlModule::Connection, LineIsSupportEvent, "isSupportEvent",
                    tr("Проверить isSupportEvent можно только после открытия соединения с БД"), 0);
     }
-    return worker->isSupportEvent();
+    return self && worker->isSupportEvent();
 }
 
 QStringList VEXT_SQL::events() const
@@ -499,7 +496,7 @@ QScriptValue VEXT_SQLWrapper::ctor(QScriptContext *ctx, QScriptEngine *eng)
         return QScriptValue(eng, QScriptValue::NullValue);
     const QScriptValue wrapper = eng->newQObject(object, QScriptEngine::QtOwnership,
                                                  QScriptEngine::ExcludeChildObjects);
-    giveScriptValueThis(object, wrapper);
     object->worker->m_arrayPush = ctx->callee().data();
+    giveScriptValueThis(object, wrapper);
     return wrapper;
 }

@@ -191,6 +191,7 @@ void VEXT_sqlThr::setCodec(const QString &name)
 
 bool VEXT_sqlThr::open()
 {
+    const Entry entry(this);
     if (db.isOpen()) {
         refuseOpenTwice();
         return true;
@@ -228,9 +229,8 @@ bool VEXT_sqlThr::openMain()
         setPostgresAppName(db, QString());
     m_shownOpen = true;
     ++cnt_opened;
-    const QPointer<VEXT_sqlThr> self(this);
     emit opened();
-    return self && db.isOpen();
+    return db.isOpen();
 }
 
 void VEXT_sqlThr::refuseOpenTwice()
@@ -332,6 +332,7 @@ void VEXT_sqlThr::announceEvents()
 
 bool VEXT_sqlThr::close(bool stopThread)
 {
+    const Entry entry(this);
     if (stopThread)
         stop_thread(StopOnCloseMs);
     clearSqlResult();

@@ -38,6 +38,7 @@ bool VEXT_sqlThr::isSupportEvent() const
 
 bool VEXT_sqlThr::add_event(const QString &name)
 {
+    const Entry entry(this);
     if (m_listEvents.contains(name))
         return false;
     const QString place = subscribingPlace(m_engine);
@@ -117,11 +118,9 @@ void VEXT_sqlThr::unsubscribeAll(QSqlDriver *driver)
 void VEXT_sqlThr::relayNotification(const QString &name, QSqlDriver::NotificationSource source,
                                     const QVariant &payload)
 {
-    const QPointer<VEXT_sqlThr> self(this);
+    const Entry entry(this);
     ++m_notifying;
     emit event(name, source, payload);
-    if (!self)
-        return;
     --m_notifying;
     if (m_notifying == 0 && !m_afterNotification.empty())
         QMetaObject::invokeMethod(this, &VEXT_sqlThr::runDeferredSteps, Qt::QueuedConnection);

@@ -71,6 +71,7 @@ struct VEXT_sqlThr::Statistics {
 
 bool VEXT_sqlThr::tables(int ttype)
 {
+    const Entry entry(this);
     if (!db.isOpen()) {
         reportNotOpen("tables", __LINE__);
         return false;
@@ -80,7 +81,7 @@ bool VEXT_sqlThr::tables(int ttype)
     const QSqlError error = db.lastError();
     setLastError(error);
     clearSqlResult();
-    if (m_engine) {
+    if (m_engine && m_owner) {
         QScriptValue list = m_engine->newArray(uint(names.size()));
         // Flags of an array's elements hold only when set by name.
         for (int i = 0; i < names.size(); ++i)

@@ -194,6 +194,7 @@ int VEXT_sqlThr::lastAffectedRows()
 
 void VEXT_sqlThr::clearSqlResult()
 {
+    const Entry entry(this);
     {
         QMutexLocker locker(&m_mutexLast);
         affectedRows = 0;
@@ -211,12 +212,13 @@ void VEXT_sqlThr::clearSqlResult()
 
 void VEXT_sqlThr::publishResult(const QScriptValue &value)
 {
-    if (m_engine)
+    if (m_engine && m_owner)
         m_scriptValueThis.setProperty(queryResultName(), value);
 }
 
 QScriptValue VEXT_sqlThr::fetchResult(structThrSql *task)
 {
+    const Entry entry(this);
     if (!task)
         return QScriptValue(false);
     if (task->sqlQuery && !detachSqlResult(task)) {
@@ -288,6 +290,7 @@ void VEXT_sqlThr::fetchResThr(structThrSql *task)
 
 QScriptValue VEXT_sqlThr::fetchResFin(structThrSql *task)
 {
+    const Entry entry(this);
     fetchResult(task);
     return queryFinish(task);
 }
@@ -296,6 +299,7 @@ QScriptValue VEXT_sqlThr::fetchResFin(structThrSql *task)
 
 QScriptValue VEXT_sqlThr::queryFinish(structThrSql *task)
 {
+    const Entry entry(this);
     if (!task)
         return QScriptValue(false);
     const std::unique_ptr<structThrSql> owned(task);
@@ -319,6 +323,7 @@ QScriptValue VEXT_sqlThr::queryFinish(structThrSql *task)
 
 void VEXT_sqlThr::completeAsyncTask(structThrSql *task)
 {
+    const Entry entry(this);
     if (!task)
         return;
     forgetAccepted(task);
@@ -363,6 +368,7 @@ void VEXT_sqlThr::prepareContainers(structThrSql *task)
 
 void VEXT_sqlThr::queryFinThr(structThrSql *task)
 {
+    const Entry entry(this);
     if (!task) {
         DebugLine::critical(VextSqlModule::Worker, __LINE__, "queryFinThr") << "no task";
         return;

@@ -34,11 +34,15 @@ QString VEXT_sqlThr::procedureSql(const QString &text, int count) const
 
 QScriptValue VEXT_sqlThr::query(const QString &sql)
 {
+    const Entry entry(this);
     if (!db.isOpen()) {
         reportNotOpen("query", __LINE__);
         return QScriptValue(false);
     }
     clearSqlResult();
+    // The script may have put code of its own where the result was.
+    if (!m_owner || !db.isOpen())
+        return QScriptValue(false);
     if (traceLog)
         sendMessage(__LINE__, "query", tr("sql='%1'").arg(sql), 2);
 
@@ -72,6 +76,7 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
 
 QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
 {
+    const Entry entry(this);
     if (!db.isOpen()) {
         reportNotOpen("exec", __LINE__);
         return QScriptValue(false);

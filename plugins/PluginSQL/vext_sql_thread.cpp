@@ -67,6 +67,7 @@ VEXT_sqlThr::VEXT_sqlThr(VEXT_SQL *owner, QScriptEngine *engine)
 VEXT_sqlThr::~VEXT_sqlThr()
 {
     m_isDestroy = true;
+    ++m_depth; // what the steps below call must not ask for another deletion
     if (isRunning())
         stop_thread(StopOnDestroyMs);
     while (isRunning()) {
@@ -87,15 +88,34 @@ VEXT_sqlThr::~VEXT_sqlThr()
     s_workers.removeOne(this);
 }
 
-void VEXT_sqlThr::releaseFromOwner()
+void VEXT_sqlThr::releaseFromOwner(bool atOnce)
 {
     m_owner = nullptr;
     setParent(nullptr);
     // Nobody is left to be told: what is queued need not run until the event loop comes round.
     m_thrStop.storeRelease(1);
     requestCancelQuery();
-    QMutexLocker locker(&m_mutexSqlTasks);
-    m_waitTask.wakeAll();
+    {
+        QMutexLocker locker(&m_mutexSqlTasks);
+        m_waitTask.wakeAll();
+    }
+    if (m_depth > 0)
+        m_ending = atOnce ? Ending::AtOnce : Ending::Later;
+    else if (atOnce)
+        delete this;
+    else
+        deleteLater();
+}
+
+void VEXT_sqlThr::leaveEntry()
+{
+    if (--m_depth > 0)
+        return;
+    const Ending ending = std::exchange(m_ending, Ending::None);
+    if (ending == Ending::AtOnce)
+        delete this;
+    else if (ending == Ending::Later)
+        deleteLater();
 }
 
 void VEXT_sqlThr::releaseWorkers(bool all)
@@ -173,6 +193,7 @@ bool VEXT_sqlThr::waitStart()
 
 void VEXT_sqlThr::stop_thread(int tout_ms)
 {
+    const Entry entry(this);
     if (!isRunning()) {
         failWaitingTasks();
         return;
@@ -247,6 +268,7 @@ int VEXT_sqlThr::taskSize()
 
 bool VEXT_sqlThr::appendSqlTask(structThrSql *task)
 {
+    const Entry entry(this);
     if (!task)
         return false;
     if (!db.isValid() || !db.isOpen()) {

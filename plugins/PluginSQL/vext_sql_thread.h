@@ -49,8 +49,10 @@ public:
     /// Stops the thread, cancelling what runs, and frees every task that is left.
     ~VEXT_sqlThr() override;
 
-    /// Cuts the ties to an owner that is being destroyed; the owner frees the worker afterwards.
-    void releaseFromOwner();
+    /// Cuts the ties to an owner that is being destroyed and ends the worker: through the event
+    /// loop, or `atOnce` where none will run any more. While one of its functions is on the stack,
+    /// because script code called from there deleted the owner, it lives on until that returns.
+    void releaseFromOwner(bool atOnce);
 
     // --- Thread and queue (vext_sql_thread.cpp) ---
 
@@ -178,7 +180,7 @@ public:
     qint64 m_thrSqlStartMs = 0;           ///< epoch ms when it was taken; m_mutexSqlTasks
     QAtomicInt m_thrStop;                 ///< 1: leave the loop
     QElapsedTimer m_timerNotUse;          ///< idle time; m_mutexSqlTasks
-    std::atomic<int> m_timeNotUse{720000}; ///< idle limit in ms
+    QAtomicInt m_timeNotUse{720000}; ///< idle limit in ms
     QWaitCondition m_waitTask;            ///< the worker sleeps on it; with m_mutexSqlTasks
     QMutex m_mutexSqlTasks;
     QMutex m_mutexLast;   ///< guards lastQuery, m_lastError, affectedRows
@@ -215,11 +217,12 @@ public:
     QSqlError m_lastError; ///< m_mutexLast
     int affectedRows = 0;  ///< m_mutexLast
 
-    std::atomic<int> cnt_open{0};
-    std::atomic<int> cnt_opened{0};
-    std::atomic<int> cnt_closed{0};
-    std::atomic<int> cnt_sql_ok{0}; ///< both threads
-    std::atomic<int> cnt_sql_er{0}; ///< both threads
+    // Statistics; read by other engines' threads too.
+    QAtomicInt cnt_open;
+    QAtomicInt cnt_opened;
+    QAtomicInt cnt_closed;
+    QAtomicInt cnt_sql_ok; ///< counted by both threads
+    QAtomicInt cnt_sql_er; ///< counted by both threads
 
     QTextCodec *m_codec = nullptr; ///< Qt's
     VEXT_SQL *m_owner;             ///< null once the owner is being destroyed
@@ -339,7 +342,23 @@ private:
 
     void sendMessage(int line, const char *function, const QString &text, int level);
 
+    /// Stands in every function of the engine's thread that may run script code.
+    class Entry
+    {
+    public:
+        explicit Entry(VEXT_sqlThr *worker) : m_worker(worker) { ++m_worker->m_depth; }
+        ~Entry() { m_worker->leaveEntry(); }
+        Q_DISABLE_COPY(Entry)
+
+    private:
+        VEXT_sqlThr *m_worker;
+    };
+    enum class Ending { None, Later, AtOnce };
+    void leaveEntry();
+
     // Engine's thread.
+    int m_depth = 0;                 ///< entries on the stack
+    Ending m_ending = Ending::None;  ///< asked for while there were some
     std::deque<structThrSql *> m_accepted; ///< queued, running or undelivered, in order
     int m_notifying = 0;                   ///< notifications being delivered
     std::vector<std::function<void()>> m_afterNotification;
