@@ -101,6 +101,7 @@ private slots:
     void closeRightAfterATaskDoesNotWaitForTheLimit();
     void stoppedThreadStartsAgainWithTheNextTask();
     void taskQueuedWhileTheThreadLeavesIsCompleted();
+    void taskQueuedDuringTheIdleEndIsRun();
     void wakeUpWithoutATaskEndsTheThreadAndLosesNothing();
 
     // Waits and idleness.
@@ -582,6 +583,32 @@ void WorkerThread::taskQueuedWhileTheThreadLeavesIsCompleted()
     QVERIFY(m_script->waitDelivered(1));
     QCOMPARE(scriptInt(QStringLiteral("outcomes.late.count")), 1);
     QVERIFY(waitUntil([&] { return db->taskSize() == 0; }));
+}
+
+/// An idle end is nobody's wish: a task that comes while it is under way is run by the next start,
+/// and nothing but that task asks for it.
+void WorkerThread::taskQueuedDuringTheIdleEndIsRun()
+{
+    VEXT_SQL *db = m_script->connection();
+    const ThreadGatePtr gate = ThreadGate::create();
+    m_gates.append(gate);
+    db->worker->m_timeNotUse = 1;
+    m_server->effect(StubCall::Rollback, StubEffect::held(gate),
+                     StubWhere::connection(thr).andNth(1));
+    db->start_thread();
+    db->transaction();
+    QVERIFY2(gate->waitReached(), qPrintable(m_server->record()));
+    QVERIFY(db->isRunning());
+    QVERIFY(m_script->queue(QStringLiteral("late")));
+    QVERIFY(m_script->queue(QStringLiteral("later")));
+    gate->release();
+    QVERIFY(m_script->waitDelivered(2));
+    QCOMPARE(m_script->delivered(), QStringList({QStringLiteral("late"), QStringLiteral("later")}));
+    QCOMPARE(m_script->json(QStringLiteral("[outcomes.late.error, outcomes.late.result.fields]")),
+             QStringLiteral("[false,0]"));
+    QCOMPARE(m_server->executed(thr),
+             QStringList({QStringLiteral("late"), QStringLiteral("later")}));
+    QCOMPARE(m_server->count(StubCall::Open, thr), 2);
 }
 
 void WorkerThread::wakeUpWithoutATaskEndsTheThreadAndLosesNothing()
