@@ -27,6 +27,7 @@ private Q_SLOTS:
     void plainStatementThroughExecIsAProcedureCall();
     void eventOfAnotherConnectionArrives();
     void eventArrivesAgainAfterCloseAndOpen();
+    void subscribingAndClosingAtOnceIsSafe();
     void removedEventArrivesNoMore();
     void eventIsPostedAtCommitOnly();
 
@@ -217,6 +218,21 @@ void TestServerFirebird::eventArrivesAgainAfterCloseAndOpen()
     m_script->eval(QStringLiteral("db.event.connect(hear)"));
     QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('stock')")));
     QVERIFY(m_script->isTrue(QStringLiteral("db.close() && db.open()")));
+    QVERIFY(post(QStringLiteral("stock")));
+    QVERIFY(m_script->waitFor(QStringLiteral("heard.length === 1")));
+}
+
+void TestServerFirebird::subscribingAndClosingAtOnceIsSafe()
+{
+    // Every subscription fires once of its own accord, from a thread of the engine's.
+    for (int round = 0; round < 200; ++round) {
+        QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('stock')")));
+        QVERIFY(m_script->isTrue(round % 2 == 0 ? QStringLiteral("db.close() && db.open() && "
+                                                                 "db.rem_event('stock')")
+                                                : QStringLiteral("db.rem_event('stock')")));
+    }
+    m_script->eval(QStringLiteral("db.event.connect(hear)"));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('stock')")));
     QVERIFY(post(QStringLiteral("stock")));
     QVERIFY(m_script->waitFor(QStringLiteral("heard.length === 1")));
 }
