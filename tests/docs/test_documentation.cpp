@@ -1,0 +1,293 @@
+// What the documentation shows works, and what a script can see is documented.
+
+#include "host_process.h"
+#include "page.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace
+{
+
+const QStringList &pages()
+{
+    static const QStringList files{QStringLiteral("README.md"), QStringLiteral("docs/api.md"),
+                                   QStringLiteral("docs/threads.md")};
+    return files;
+}
+
+QString fileText(const QString &file)
+{
+    QFile source(QStringLiteral(VEXT_SOURCE_DIR "/") + file);
+    return source.open(QIODevice::ReadOnly) ? QString::fromUtf8(source.readAll()) : QString();
+}
+
+/// What the pattern's first group matches in each line, in order.
+QStringList captured(const QStringList &lines, const QString &pattern)
+{
+    const QRegularExpression expression(pattern);
+    QStringList found;
+    for (const QString &line : lines) {
+        const QRegularExpressionMatch match = expression.match(line);
+        if (match.hasMatch() && !found.contains(match.captured(1)))
+            found.append(match.captured(1));
+    }
+    return found;
+}
+
+/// The lines of a declaration in the type file, from its head to the bracket that ends it.
+QStringList declaration(const QString &head)
+{
+    const QStringList lines =
+        fileText(QStringLiteral("types/vext_sql.d.ts")).split(QLatin1Char('\n'));
+    const int first = lines.indexOf(head);
+    const int end = lines.indexOf(QStringLiteral("}"), first);
+    return first < 0 ? QStringList() : lines.mid(first + 1, end - first - 1);
+}
+
+QStringList declaredMembers(const QString &head)
+{
+    return captured(declaration(head),
+                    QStringLiteral(R"re(^    (?:readonly )?"?([\w$][\w$ ]*?)"?[?(:])re"));
+}
+
+/// The names in the first column of the tables of a section of the reference.
+QStringList describedMembers(const QString &heading)
+{
+    return captured(Page(QStringLiteral("docs/api.md")).section(heading),
+                    QStringLiteral(R"(^\| `([\w$ ]+))"));
+}
+
+QStringList sorted(QStringList names)
+{
+    names.sort();
+    return names;
+}
+
+/// The lines that a piece of code prints.
+QStringList printed(const QString &code)
+{
+    const HostOutcome outcome = runCode(code);
+    return outcome.exitCode == 0 ? outcome.output.split(QLatin1Char('\n'), Qt::SkipEmptyParts)
+                                 : QStringList{QString::fromUtf8(outcome.described())};
+}
+
+} // namespace
+
+class TestDocumentation : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+
+    void exampleDoesWhatItSays_data();
+    void exampleDoesWhatItSays();
+    void everyExampleIsRunBySomeTest();
+    void scriptOfAPageRuns_data();
+    void scriptOfAPageRuns();
+    void linksLeadToFiles_data();
+    void linksLeadToFiles();
+
+    void everyMemberOfAConnectionIsDescribed();
+    void everyPropertyIsDescribed_data();
+    void everyPropertyIsDescribed();
+    void everyRussianTextIsDescribed();
+
+private:
+    QTemporaryDir m_folder;
+};
+
+void TestDocumentation::initTestCase()
+{
+    QVERIFY2(m_folder.isValid(), qPrintable(m_folder.errorString()));
+    // Scripts of the pages name their database files without a folder.
+    QVERIFY(QDir::setCurrent(m_folder.path()));
+    qputenv("TZ", "UTC");
+}
+
+/// A script must work where no other one was before it.
+void TestDocumentation::init()
+{
+    for (const QString &file : QDir(m_folder.path()).entryList(QDir::Files))
+        QVERIFY(QFile::remove(m_folder.filePath(file)));
+}
+
+void TestDocumentation::exampleDoesWhatItSays_data()
+{
+    QTest::addColumn<QString>("name");
+    for (const char *name :
+         {"callback_chain", "batch_transaction", "progress", "stop_long_statement"})
+        QTest::newRow(name) << QString::fromUtf8(name);
+}
+
+void TestDocumentation::exampleDoesWhatItSays()
+{
+    QFETCH(QString, name);
+    const QString expected = fileText(QStringLiteral("tests/docs/expected/%1.txt").arg(name));
+    QVERIFY(!expected.isEmpty());
+    const QString script = QStringLiteral(VEXT_SOURCE_DIR "/examples/%1.js").arg(name);
+    // The second time on what the first one left.
+    for (int run = 0; run < 2; ++run) {
+        const HostOutcome outcome =
+            runHost({script, m_folder.filePath(QStringLiteral("example.db"))});
+        QVERIFY2(outcome.endedByItself && outcome.exitCode == 0, outcome.described().constData());
+        QCOMPARE(outcome.output, expected);
+    }
+}
+
+void TestDocumentation::everyExampleIsRunBySomeTest()
+{
+    const QString tests = fileText(QStringLiteral("tests/docs/test_documentation.cpp")) +
+                          fileText(QStringLiteral("tests/host/test_quickstart.cpp")) +
+                          fileText(QStringLiteral("tests/server/test_examples.cpp"));
+    const QStringList examples = QDir(QStringLiteral(VEXT_SOURCE_DIR "/examples"))
+                                     .entryList({QStringLiteral("*.js")}, QDir::Files);
+    QVERIFY(!examples.isEmpty());
+    for (const QString &example : examples)
+        QVERIFY2(tests.contains(example.section(QLatin1Char('.'), 0, 0)), qPrintable(example));
+}
+
+void TestDocumentation::scriptOfAPageRuns_data()
+{
+    QTest::addColumn<QString>("code");
+    QTest::addColumn<QString>("output");
+    QTest::addColumn<bool>("needsServer");
+    for (const QString &file : pages()) {
+        const Page page(file);
+        QVERIFY2(page.isRead(), qPrintable(file));
+        const QVector<PageBlock> &blocks = page.blocks();
+        for (int i = 0; i < blocks.size(); ++i) {
+            const PageBlock &block = blocks.at(i);
+            if (block.language != QLatin1String("js"))
+                continue;
+            const bool isComplete = block.text.contains(QLatin1String("var db = new VEXT_SQL"));
+            const bool hasOutput =
+                i + 1 < blocks.size() && blocks.at(i + 1).language == QLatin1String("output");
+            QTest::newRow(qPrintable(QStringLiteral("%1:%2").arg(file).arg(block.line)))
+                << (isComplete ? block.text : page.opening() + block.text)
+                << (hasOutput ? blocks.at(i + 1).text : QString())
+                << (block.remark == QLatin1String("server"));
+        }
+    }
+}
+
+void TestDocumentation::scriptOfAPageRuns()
+{
+    QFETCH(QString, code);
+    QFETCH(QString, output);
+    QFETCH(bool, needsServer);
+    if (needsServer)
+        code = QStringLiteral("function unused() {\n%1}\n").arg(code);
+    const HostOutcome outcome = runCode(code);
+    QVERIFY2(outcome.endedByItself && outcome.exitCode == 0, outcome.described().constData());
+    if (!output.isEmpty())
+        QCOMPARE(outcome.output, output);
+}
+
+void TestDocumentation::linksLeadToFiles_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("target");
+    const QRegularExpression link(QStringLiteral(R"(\]\(([^)#]+)(?:#[^)]*)?\))"));
+    QStringList files =
+        QDir(QStringLiteral(VEXT_SOURCE_DIR "/docs")).entryList({QStringLiteral("*.md")});
+    for (QString &file : files)
+        file.prepend(QStringLiteral("docs/"));
+    files.prepend(QStringLiteral("README.md"));
+    for (const QString &file : qAsConst(files)) {
+        QRegularExpressionMatchIterator links = link.globalMatch(fileText(file));
+        while (links.hasNext()) {
+            const QString target = links.next().captured(1);
+            if (!target.contains(QLatin1String("://")))
+                QTest::newRow(qPrintable(file + QLatin1String(" ") + target)) << file << target;
+        }
+    }
+}
+
+void TestDocumentation::linksLeadToFiles()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, target);
+    const QString folder = QFileInfo(QStringLiteral(VEXT_SOURCE_DIR "/") + file).path();
+    QVERIFY(QFileInfo::exists(folder + QLatin1Char('/') + target));
+}
+
+void TestDocumentation::everyMemberOfAConnectionIsDescribed()
+{
+    const QStringList described = describedMembers(QStringLiteral("## The connection object"));
+    QCOMPARE(described, declaredMembers(QStringLiteral("interface VEXT_SQL {")));
+
+    QStringList seen = printed(
+        QStringLiteral("var db = new VEXT_SQL; for (var name in db) print(name.split('(')[0]);"
+                       "print('query_thread'); print('exec_thread'); print('countersAll');"
+                       "print('tag'); print('queryResult');"));
+    seen.removeDuplicates();
+    // Of every QObject, or for the host alone.
+    for (const char *name :
+         {"destroyed", "objectNameChanged", "deleteLater", "s_msg", "msg", "setScriptValueThis"})
+        QVERIFY2(seen.removeOne(QLatin1String(name)), name);
+    QCOMPARE(sorted(described), sorted(seen));
+}
+
+void TestDocumentation::everyPropertyIsDescribed_data()
+{
+    QTest::addColumn<QString>("heading");
+    QTest::addColumn<QString>("head");
+    QTest::addColumn<QString>("code");
+    const QString open = openSqlite();
+    const QString show = QStringLiteral("for (var name in shown) print(name);");
+    QTest::newRow("result")
+        << QStringLiteral("## Result objects") << QStringLiteral("interface VextSqlResult {")
+        << open + QStringLiteral("var shown = db.query('begin'); print('$ res sql');") + show;
+    QTest::newRow("error record") << QStringLiteral("## The error record")
+                                  << QStringLiteral("interface VextSqlError {")
+                                  << open + QStringLiteral("var shown = db.lastErrors;") + show;
+    QTest::newRow("statistics")
+        << QStringLiteral("## Statistics") << QStringLiteral("interface VextSqlCounters {")
+        << open + QStringLiteral("db.start_thread(); var shown = counters()[0];") + show;
+    QTest::newRow("features") << QStringLiteral("## Features")
+                              << QStringLiteral("interface VextSqlFeatures {")
+                              << open + QStringLiteral("var shown = db.hasFeature();") + show;
+}
+
+void TestDocumentation::everyPropertyIsDescribed()
+{
+    QFETCH(QString, heading);
+    QFETCH(QString, head);
+    QFETCH(QString, code);
+    const QStringList described = describedMembers(heading);
+    QCOMPARE(described, declaredMembers(head));
+    QCOMPARE(described, printed(code));
+}
+
+void TestDocumentation::everyRussianTextIsDescribed()
+{
+    const QString page = fileText(QStringLiteral("docs/api.md"));
+    const QRegularExpression text(QStringLiteral(R"("([^"\n]*[\x{0410}-\x{044F}][^"\n]*)\")"));
+    const QRegularExpression placeholder(QStringLiteral(R"(%\d|\\n)"));
+    int found = 0;
+    for (const char *folder : {"plugins/base", "plugins/PluginSQL"}) {
+        const QDir sources(QStringLiteral(VEXT_SOURCE_DIR "/") + QLatin1String(folder));
+        for (const QString &file : sources.entryList({QStringLiteral("*.cpp")}, QDir::Files)) {
+            QRegularExpressionMatchIterator matches =
+                text.globalMatch(fileText(QLatin1String(folder) + QLatin1Char('/') + file));
+            while (matches.hasNext()) {
+                const QString russian = matches.next().captured(1);
+                // The page has names where the code has placeholders.
+                for (const QString &piece : russian.split(placeholder))
+                    QVERIFY2(page.contains(piece),
+                             qPrintable(file + QLatin1String(": ") + russian));
+                ++found;
+            }
+        }
+    }
+    QVERIFY(found > 20);
+}
+
+QTEST_GUILESS_MAIN(TestDocumentation)
+#include "test_documentation.moc"
