@@ -1,6 +1,7 @@
 #include "page.h"
 
 #include <QFile>
+#include <QRegularExpression>
 
 namespace
 {
@@ -71,4 +72,18 @@ QStringList Page::section(const QString &heading) const
             break;
     }
     return m_lines.mid(first, end - first);
+}
+
+QStringList Page::anchors() const
+{
+    static const QRegularExpression dropped(QStringLiteral(R"([^\w\- ])"));
+    QStringList names;
+    for (const QString &line : m_lines) {
+        const int level = headingLevel(line);
+        if (level == 0)
+            continue;
+        QString name = line.mid(level + 1).toLower().remove(dropped);
+        names.append(name.replace(QLatin1Char(' '), QLatin1Char('-')));
+    }
+    return names;
 }

@@ -34,6 +34,8 @@ public:
     QString opening() const;
     /// The lines from the heading to the next one of the same or a higher level.
     QStringList section(const QString &heading) const;
+    /// The names under which links find its headings.
+    QStringList anchors() const;
 
 private:
     void findBlocks();
