@@ -103,6 +103,11 @@ public:
     void push_back(const QVariant &value) { append(value); }
     ColumnValues &operator<<(const QVariant &value);
     ColumnValues &operator+=(const QVariant &value) { return *this << value; }
+    ColumnValues &operator+=(const QVariantList &values)
+    {
+        append(values);
+        return *this;
+    }
     void clear();
 
     const_iterator begin() const { return const_iterator(this, 0); }

@@ -28,7 +28,9 @@ void ScriptTag::findObjects(const QVariant &value)
         const QVariantMap map = value.toMap();
         std::for_each(map.begin(), map.end(), [this](const QVariant &v) { findObjects(v); });
     } else if (isObject(value)) {
-        m_objects.append(value.value<QObject *>());
+        QObject *object = value.value<QObject *>();
+        if (object)
+            m_objects.append({object, object->thread()});
     }
 }
 
@@ -50,9 +52,10 @@ QVariant ScriptTag::resolved(const QVariant &value) const
         return value;
     // Only compared: the object may be gone.
     const void *address = *static_cast<void *const *>(value.constData());
-    for (const QPointer<QObject> &object : m_objects) {
-        if (object && object.data() == address && object->thread() == QThread::currentThread())
-            return QVariant::fromValue(object.data());
+    for (const Held &held : m_objects) {
+        if (held.thread == QThread::currentThread() && held.object
+            && held.object.data() == address)
+            return QVariant::fromValue(held.object.data());
     }
     return QVariant::fromValue<QObject *>(nullptr);
 }

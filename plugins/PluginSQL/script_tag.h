@@ -7,6 +7,8 @@
 #include <QVariant>
 #include <QVector>
 
+class QThread;
+
 /// The objects in a value that scripts of any engine share, held weakly: whoever reads the value
 /// later may find them gone. A plain value without a lock.
 class ScriptTag
@@ -22,5 +24,9 @@ public:
 private:
     void findObjects(const QVariant &value);
 
-    QVector<QPointer<QObject>> m_objects;
+    struct Held {
+        QPointer<QObject> object;
+        QThread *thread; ///< only there may the object be looked at
+    };
+    QVector<Held> m_objects;
 };

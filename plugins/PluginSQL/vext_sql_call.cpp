@@ -1,5 +1,7 @@
 #include "vext_sql_call.h"
 
+#include "script_guard.h"
+
 #include <QScriptValueIterator>
 #include <QSet>
 
@@ -48,6 +50,7 @@ enum class OtherNames { Skip, EndTheWalk };
 QScriptValueList numbered(const QScriptValue &array, QScriptEngine *engine, OtherNames otherNames)
 {
     QScriptValueList values;
+    const ThrowWatch watch(engine);
     QScriptValueIterator property(array);
     while (property.hasNext()) {
         property.next();
@@ -57,7 +60,7 @@ QScriptValueList numbered(const QScriptValue &array, QScriptEngine *engine, Othe
             continue;
         }
         const QScriptValue value = property.value();
-        if (engine->hasUncaughtException())
+        if (watch.threw())
             break;
         // A name without a readable value: the engine lists getters at indexes and ignores them.
         values.append(value.isValid() ? value : engine->undefinedValue());
@@ -77,10 +80,11 @@ class Converter
 {
 public:
     explicit Converter(QScriptEngine *engine)
-        : m_engine(engine)
+        : m_watch(engine)
     {
     }
 
+    bool threw() const { return m_watch.threw(); }
     bool convert(const QScriptValue &value, QVariant &variant);
 
 private:
@@ -88,7 +92,7 @@ private:
     bool convertMap(const QScriptValue &object, QVariantMap &map);
     bool convertProperty(const QScriptValue &value, QVariant &variant);
 
-    QScriptEngine *m_engine;
+    ThrowWatch m_watch;
     QSet<qint64> m_parents; ///< ids of the objects that are being converted
     int m_left = SqlCall::MaxConvertedValues;
 };
@@ -143,7 +147,7 @@ bool Converter::convertMap(const QScriptValue &object, QVariantMap &map)
 
 bool Converter::convertProperty(const QScriptValue &value, QVariant &variant)
 {
-    if (m_engine->hasUncaughtException() || --m_left < 0)
+    if (threw() || --m_left < 0)
         return false;
     return convert(value, variant);
 }
@@ -166,6 +170,7 @@ public:
         , m_lines(function == SqlCall::Function::Query ? QueryLines : ExecLines)
         , m_context(context)
         , m_engine(engine)
+        , m_watch(engine)
         , m_refusal(refusal)
     {
     }
@@ -198,6 +203,7 @@ private:
     const LogLines m_lines;
     QScriptContext *const m_context;
     QScriptEngine *const m_engine;
+    const ThrowWatch m_watch;
     SqlCall::Refusal &m_refusal;
 
     QStringList m_statements;
@@ -263,7 +269,7 @@ bool ArgumentSorter::takeStatements(const QScriptValue &array)
     const quint32 length = array.property(QStringLiteral("length")).toUInt32();
     for (quint32 i = 0; i < length; ++i) {
         const QScriptValue element = array.property(i);
-        if (m_engine->hasUncaughtException())
+        if (m_watch.threw())
             return stopForException();
         const int type = element.isString() ? int(QMetaType::QString) : variantType(element);
         if (type != QMetaType::QString)
@@ -281,7 +287,7 @@ bool ArgumentSorter::takeStatementsWithArguments(const QScriptValue &array,
     if (!arguments.isArray())
         return refuse(SqlCall::usageText(m_function));
     m_arguments = SqlCall::numberedValues(arguments, m_engine);
-    if (m_engine->hasUncaughtException())
+    if (m_watch.threw())
         return stopForException();
     if (m_arguments.size() != m_statements.size())
         return refuse(statementsText(
@@ -312,7 +318,7 @@ bool ArgumentSorter::takeArray(const QScriptValue &array)
         m_arguments = SqlCall::numberedValues(array, m_engine);
     else if (m_extra.isEmpty())
         m_extra = numbered(array, m_engine, isExec() ? OtherNames::Skip : OtherNames::EndTheWalk);
-    return m_engine->hasUncaughtException() ? stopForException() : true;
+    return m_watch.threw() ? stopForException() : true;
 }
 
 /// Finds nothing that the sorting missed; kept as a safeguard.
@@ -355,7 +361,7 @@ bool ArgumentSorter::convertArgument(const QScriptValue &argument)
         m_converted.append(variant);
         return true;
     }
-    if (m_engine->hasUncaughtException())
+    if (m_watch.threw())
         return stopForException();
     return refuse(SqlCall::usageText(m_function));
 }
@@ -434,5 +440,6 @@ QScriptValueList SqlCall::numberedValues(const QScriptValue &array, QScriptEngin
 
 bool SqlCall::toVariant(const QScriptValue &value, QScriptEngine *engine, QVariant &variant)
 {
-    return Converter(engine).convert(value, variant) && !engine->hasUncaughtException();
+    Converter converter(engine);
+    return converter.convert(value, variant) && !converter.threw();
 }

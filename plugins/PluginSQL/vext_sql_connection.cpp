@@ -128,6 +128,9 @@ QString VEXT_sqlThr::claimThreadName(const QString &wanted) const
 void VEXT_sqlThr::setName(const QString &name)
 {
     setParameter(connectionName, name);
+    // A starting thread takes its name from the object (Qt 5.15) before it enters run().
+    while (isRunning() && !m_entered)
+        QThread::msleep(1);
     setObjectName(name);
     setParameter(m_shownName, name);
 }
@@ -225,6 +228,8 @@ bool VEXT_sqlThr::openMain()
         return false;
     }
     connectDriver();
+    if (!db.isOpen())
+        return false;
     if (m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql)
         setPostgresAppName(db, QString());
     m_shownOpen = true;
@@ -303,6 +308,10 @@ void VEXT_sqlThr::connectDriver()
     if (driver->hasFeature(QSqlDriver::CancelQuery))
         connect(this, &VEXT_sqlThr::cancelQuery, driver, &QSqlDriver::cancelQuery);
     announceEvents();
+    // Whoever shows the message may have closed the connection.
+    if (!db.isOpen())
+        return;
+    driver = db.driver();
     if (isSupportEvent()) {
         connect(driver,
                 qOverload<const QString &, QSqlDriver::NotificationSource, const QVariant &>(

@@ -4,7 +4,9 @@
 #include "vext_sql_module.h"
 #include "vext_static_enums.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QRegularExpression>
 
 namespace
@@ -27,6 +29,41 @@ void traceEvent(const char *function, int line, const char *what, const QString 
 {
     DebugLine::debug(VextSqlModule::Worker, line, function)
         << QDateTime::currentMSecsSinceEpoch() << what << name;
+}
+
+/// Counts the queued calls that reach an object.
+class CallCounter : public QObject
+{
+public:
+    int calls = 0;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::MetaCall)
+            ++calls;
+        return false;
+    }
+};
+
+constexpr int FirstEventMs = 200;
+constexpr int FirstEventStepUs = 100;
+
+/// Firebird fires each new subscription once from a thread of its own, and QIBASE (5.15) crashes in
+/// isc_cancel_events when the subscription ends before that was handled: so it is handled at once.
+bool subscribe(QSqlDriver *driver, const QString &name)
+{
+    if (driver->dbmsType() != QSqlDriver::Interbase)
+        return driver->subscribeToNotification(name);
+    CallCounter counter;
+    driver->installEventFilter(&counter);
+    const bool done = driver->subscribeToNotification(name);
+    QElapsedTimer timer;
+    timer.start();
+    while (done && counter.calls == 0 && !timer.hasExpired(FirstEventMs)) {
+        QCoreApplication::sendPostedEvents(driver, QEvent::MetaCall);
+        if (counter.calls == 0)
+            QThread::usleep(FirstEventStepUs);
+    }
+    return done;
 }
 
 } // namespace
@@ -62,7 +99,7 @@ bool VEXT_sqlThr::add_event(const QString &name)
     // Removed by the handler that adds it again: the driver still has it.
     if (m_pendingRemovals.removeOne(name))
         return true;
-    return db.driver()->subscribeToNotification(name);
+    return subscribe(db.driver(), name);
 }
 
 bool VEXT_sqlThr::rem_event(const QString &name)
@@ -98,7 +135,7 @@ void VEXT_sqlThr::subscribeAll()
             DebugLine::debug(VextSqlModule::Worker, __LINE__, "open")
                 << "subscribeToNotification onLine" << name;
         }
-        db.driver()->subscribeToNotification(name);
+        subscribe(db.driver(), name);
     }
 }
 

@@ -111,11 +111,12 @@ VEXT_sqlThr::Statistics VEXT_sqlThr::statistics()
 {
     Statistics s;
     const bool own = thread() == QThread::currentThread();
+    const QObject *post = own && m_engine ? m_engine->parent() : nullptr;
     {
         QMutexLocker locker(&m_mutexParams);
-        s.postName = m_shownPostName;
+        s.postName = post ? post->objectName() : m_shownPostName;
         s.connectionName = own ? objectName() : m_shownName;
-        s.ownerName = m_shownOwnerName;
+        s.ownerName = own && m_owner ? m_owner->objectName() : m_shownOwnerName;
         s.driver = driverName;
         s.database = databaseName;
         s.user = userName;

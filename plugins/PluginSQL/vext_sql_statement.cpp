@@ -1,6 +1,7 @@
 #include "vext_sql_thread.h"
 
 #include "debug_line.h"
+#include "script_guard.h"
 #include "sql_text.h"
 #include "vext_sql_call.h"
 #include "vext_sql_module.h"
@@ -153,19 +154,23 @@ void VEXT_sqlThr::closeOnConnectionError(const QSqlError &error)
 /// The numbered properties of `args`, in the iterator's order.
 /// @return false when the script's own code threw on the way, which is left to the script, or when
 /// a value is too large.
-bool VEXT_sqlThr::argumentValues(const QScriptValue &args, QVariantList &values) const
+bool VEXT_sqlThr::argumentValues(const QScriptValue &args, QVariantList &values)
 {
     if (!args.isObject() || !m_engine)
         return true;
     QScriptEngine *engine = m_engine;
+    const ThrowWatch watch(engine);
     const QScriptValueList given = SqlCall::numberedValues(args, engine);
-    if (engine->hasUncaughtException())
+    if (watch.threw())
         return false;
     for (const QScriptValue &value : given) {
         const QScriptValue data = value.data();
         QVariant variant;
-        if (!SqlCall::toVariant(data.isValid() ? data : value, engine, variant))
+        if (!SqlCall::toVariant(data.isValid() ? data : value, engine, variant)) {
+            if (!watch.threw())
+                sendMessage(__LINE__, "exec", tr("слишком большой аргумент"), -1);
             return false;
+        }
         values.append(variant);
     }
     return true;

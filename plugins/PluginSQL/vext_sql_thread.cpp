@@ -169,6 +169,7 @@ bool VEXT_sqlThr::startLocked()
     m_thrSqlFinish.storeRelease(0);
     m_thrSqlBusy.storeRelease(0);
     m_leaving = false;
+    m_entered = false;
     start(QThread::InheritPriority);
     if (waitStart())
         return true;
@@ -373,6 +374,7 @@ void VEXT_sqlThr::failQueuedTasks()
 
 void VEXT_sqlThr::run()
 {
+    m_entered = true;
     ThreadConnection con;
     createThreadConnection(con);
     while (m_thrStop.loadAcquire() != 1) {

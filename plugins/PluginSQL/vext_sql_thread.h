@@ -314,7 +314,7 @@ private:
     void reportUnprepared(structThrSql *task, const QString &text);
     void closeOnConnectionError(const QSqlError &error);
     void bindArguments(QSqlQuery &query, const QVariantList &values);
-    bool argumentValues(const QScriptValue &args, QVariantList &values) const;
+    bool argumentValues(const QScriptValue &args, QVariantList &values);
 
     // Results.
     void prepareReading(QSqlQuery &query) const;
@@ -364,6 +364,7 @@ private:
     std::vector<std::function<void()>> m_afterNotification;
     QStringList m_pendingRemovals; ///< names that the driver still has to forget
 
+    std::atomic<bool> m_entered{false}; ///< run() has begun; Qt reads the object's name before
     bool m_leaving = true; ///< the thread takes no more tasks; m_mutexSqlTasks
 
     // What statistics of other engines' threads may show; m_mutexParams.

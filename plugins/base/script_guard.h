@@ -39,6 +39,23 @@ private:
     bool m_pendingBefore;
 };
 
+/// Tells whether script code threw since the object was made, and leaves the exception where it is.
+class ThrowWatch
+{
+public:
+    explicit ThrowWatch(const QScriptEngine *engine)
+        : m_engine(engine)
+        , m_pendingBefore(engine->hasUncaughtException())
+    {
+    }
+
+    bool threw() const { return !m_pendingBefore && m_engine->hasUncaughtException(); }
+
+private:
+    const QScriptEngine *m_engine;
+    bool m_pendingBefore;
+};
+
 /// Reads a property.
 /// @return an invalid value when there is none, its getter throws, or a pending exception was
 /// answered in its place.
