@@ -112,14 +112,11 @@ void Bench::smallStatements(const Target &target, const QString &db, double chai
         workload.kind = kind;
         workload.pointQuery = point;
         workload.count = chained ? 5000 : 20000;
-        const QString title = QStringLiteral("%1 %2 %3, %4")
-                                  .arg(db,
-                                       chained ? QStringLiteral("5k chained")
-                                               : QStringLiteral("20k queued"),
-                                       point ? QStringLiteral("key look-ups")
-                                             : QStringLiteral("reports"),
-                                       pinned ? QStringLiteral("one core")
-                                              : QStringLiteral("all cores"));
+        const QString title =
+            QStringLiteral("%1 %2 %3, %4")
+                .arg(db, chained ? QStringLiteral("5k chained") : QStringLiteral("20k queued"),
+                     point ? QStringLiteral("key look-ups") : QStringLiteral("reports"),
+                     pinned ? QStringLiteral("one core") : QStringLiteral("all cores"));
         Comparison c(title, target, workload,
                      {QStringLiteral("floor"), QStringLiteral("query"), QStringLiteral("async")},
                      pinned);
@@ -198,8 +195,10 @@ void Bench::growth(const Target &target)
 int Bench::print()
 {
     int missed = 0;
-    m_out << QStringLiteral("%1 %2 %3").arg(QStringLiteral("measure"), -58)
-                 .arg(QStringLiteral("value"), 12).arg(QStringLiteral("at most"), 12)
+    m_out << QStringLiteral("%1 %2 %3")
+                 .arg(QStringLiteral("measure"), -58)
+                 .arg(QStringLiteral("value"), 12)
+                 .arg(QStringLiteral("at most"), 12)
           << Qt::endl;
     for (const Line &line : qAsConst(m_lines)) {
         const bool over = line.limit > 0 && line.value > line.limit;

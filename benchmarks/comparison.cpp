@@ -101,8 +101,8 @@ bool Comparison::runRound()
         const QStringList words = QString::fromUtf8(process.readAllStandardOutput())
                                       .section(QStringLiteral("measured "), -1)
                                       .split(QLatin1Char(' '));
-        if (process.exitCode() != 0 || process.exitStatus() != QProcess::NormalExit
-            || words.size() < 5)
+        if (process.exitCode() != 0 || process.exitStatus() != QProcess::NormalExit ||
+            words.size() < 5)
             return false;
         Measurement m;
         m.ms = words.at(0).toDouble();
@@ -157,7 +157,8 @@ QString Comparison::times() const
 {
     QString text;
     for (const QString &way : m_ways)
-        text += QStringLiteral("  %1 %2 (gap %3)")
-                    .arg(way, QString::number(ms(way), 'f', 1), QString::number(gapMs(way), 'f', 1));
+        text +=
+            QStringLiteral("  %1 %2 (gap %3)")
+                .arg(way, QString::number(ms(way), 'f', 1), QString::number(gapMs(way), 'f', 1));
     return text;
 }

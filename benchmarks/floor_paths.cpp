@@ -81,7 +81,7 @@ void readPostgres(PGconn *db, const QByteArray &sql, Columns &columns)
     for (int c = 0; c < count; ++c) {
         const Oid type = PQftype(result, c);
         columns[size_t(c)].type = type == 20 || type == 23 ? Column::Type::Integer
-            : type == 701                                  ? Column::Type::Real
+                                  : type == 701            ? Column::Type::Real
                                                            : Column::Type::Text;
     }
     for (int r = 0; r < rows; ++r) {
@@ -118,8 +118,8 @@ void insertSqlite(sqlite3 *db, int count)
     sqlite3_exec(db, "begin", nullptr, nullptr, nullptr);
     for (int i = 0; i < count; ++i) {
         // The plugin's way for SQLite has no bound values, so neither has its floor.
-        const QByteArray sql = "insert into inserts values(" + QByteArray::number(i) + ", 'text "
-            + QByteArray::number(i) + "', " + QByteArray::number(i * 0.5) + ")";
+        const QByteArray sql = "insert into inserts values(" + QByteArray::number(i) + ", 'text " +
+                               QByteArray::number(i) + "', " + QByteArray::number(i * 0.5) + ")";
         if (sqlite3_exec(db, sql.constData(), nullptr, nullptr, nullptr) != SQLITE_OK)
             fail(sqlite3_errmsg(db));
     }
@@ -175,10 +175,10 @@ Measurement floorSqlite(const Target &target, const Workload &workload)
 Measurement floorPostgres(const Target &target, const Workload &workload)
 {
     const QByteArray port = QByteArray::number(target.port);
-    PGconn *db = PQsetdbLogin(target.host.toUtf8().constData(), port.constData(), nullptr, nullptr,
-                              target.database.toUtf8().constData(),
-                              target.user.toUtf8().constData(),
-                              target.password.toUtf8().constData());
+    PGconn *db =
+        PQsetdbLogin(target.host.toUtf8().constData(), port.constData(), nullptr, nullptr,
+                     target.database.toUtf8().constData(), target.user.toUtf8().constData(),
+                     target.password.toUtf8().constData());
     if (PQstatus(db) != CONNECTION_OK)
         fail(PQerrorMessage(db));
     const double startMb = memoryMb();

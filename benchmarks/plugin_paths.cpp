@@ -14,7 +14,8 @@ namespace
 class PluginEngine
 {
 public:
-    explicit PluginEngine(const Target &target) : m_target(target)
+    explicit PluginEngine(const Target &target)
+        : m_target(target)
     {
         m_loader.setFileName(QStringLiteral(VEXT_PLUGIN_FILE));
         // The plugin object is a child of the application's "server", where there is one.
@@ -52,8 +53,8 @@ public:
 private:
     static QScriptValue finishedFunction(QScriptContext *context, QScriptEngine *)
     {
-        auto *self = static_cast<PluginEngine *>(
-            context->callee().data().toVariant().value<void *>());
+        auto *self =
+            static_cast<PluginEngine *>(context->callee().data().toVariant().value<void *>());
         self->ms = double(self->timer.nsecsElapsed()) / 1e6;
         // Leaves the loop only after what the delivery frees behind the callback.
         QMetaObject::invokeMethod(&self->m_loop, "quit", Qt::QueuedConnection);
@@ -105,27 +106,29 @@ QString workCode(const Target &target, const Workload &workload)
                               "  else db.query_thread(step, sql[i++]); }"
                               "step();");
     case Workload::Kind::Queue:
-        return QStringLiteral("var left = sql.length;"
-                              "function done(r, e) { if (e) throw e; if (--left == 0) finished(); }"
-                              "for (var i = 0; i < sql.length; ++i) db.query_thread(done, sql[i]);");
+        return QStringLiteral(
+            "var left = sql.length;"
+            "function done(r, e) { if (e) throw e; if (--left == 0) finished(); }"
+            "for (var i = 0; i < sql.length; ++i) db.query_thread(done, sql[i]);");
     case Workload::Kind::Insert:
         return target.postgres
-            ? QStringLiteral("var left = %1;"
-                             "function done(r, e) { if (e) throw e; if (--left == 0)"
-                             "  db.query_thread(finished, 'commit'); }"
-                             "db.start_thread(); db.transaction();"
-                             "for (var i = 0; i < %1; ++i)"
-                             "  db.exec_thread(done, 'insert into inserts values',"
-                             "                 [i, 'text ' + i, i * 0.5]);")
-                  .arg(workload.count)
-            : QStringLiteral("var left = %1;"
-                             "function done(r, e) { if (e) throw e; if (--left == 0)"
-                             "  db.query_thread(finished, 'commit'); }"
-                             "db.query_thread('begin');"
-                             "for (var i = 0; i < %1; ++i)"
-                             "  db.query_thread(done, \"insert into inserts values(\" + i +"
-                             "                  \", 'text \" + i + \"', \" + i * 0.5 + \")\");")
-                  .arg(workload.count);
+                   ? QStringLiteral("var left = %1;"
+                                    "function done(r, e) { if (e) throw e; if (--left == 0)"
+                                    "  db.query_thread(finished, 'commit'); }"
+                                    "db.start_thread(); db.transaction();"
+                                    "for (var i = 0; i < %1; ++i)"
+                                    "  db.exec_thread(done, 'insert into inserts values',"
+                                    "                 [i, 'text ' + i, i * 0.5]);")
+                         .arg(workload.count)
+                   : QStringLiteral(
+                         "var left = %1;"
+                         "function done(r, e) { if (e) throw e; if (--left == 0)"
+                         "  db.query_thread(finished, 'commit'); }"
+                         "db.query_thread('begin');"
+                         "for (var i = 0; i < %1; ++i)"
+                         "  db.query_thread(done, \"insert into inserts values(\" + i +"
+                         "                  \", 'text \" + i + \"', \" + i * 0.5 + \")\");")
+                         .arg(workload.count);
     case Workload::Kind::Connections:
         return QStringLiteral("var all = []; var left = %1;"
                               "for (var i = 0; i < %1; ++i) { var c = connect(); all.push(c);"

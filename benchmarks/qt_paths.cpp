@@ -81,7 +81,11 @@ class WrappedQuery : public QObject
 {
     Q_OBJECT
 public:
-    explicit WrappedQuery(const QSqlDatabase &db) : m_query(db) { m_query.setForwardOnly(true); }
+    explicit WrappedQuery(const QSqlDatabase &db)
+        : m_query(db)
+    {
+        m_query.setForwardOnly(true);
+    }
     Q_INVOKABLE bool exec(const QString &sql) { return m_query.exec(sql); }
     Q_INVOKABLE bool next() { return m_query.next(); }
     Q_INVOKABLE QVariant value(int column) { return m_query.value(column); }
@@ -107,8 +111,8 @@ Measurement qtQuery(const Target &target, const Workload &workload)
     return m;
 }
 
-/// The thread keeps what it read, column by column, and hands it over, as a program would that wants
-/// the result in its main thread.
+/// The thread keeps what it read, column by column, and hands it over, as a program would that
+/// wants the result in its main thread.
 Measurement qtThread(const Target &target, const Workload &workload)
 {
     Measurement m;

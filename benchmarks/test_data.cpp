@@ -13,7 +13,8 @@ QString Workload::readStatement() const
     QStringList names;
     for (int i = 0; i < columns; ++i)
         names << QStringLiteral("id + %1 as c%1").arg(i);
-    return QStringLiteral("select %1 from big where id <= %2").arg(names.join(QStringLiteral(", ")))
+    return QStringLiteral("select %1 from big where id <= %2")
+        .arg(names.join(QStringLiteral(", ")))
         .arg(rows);
 }
 
@@ -23,8 +24,9 @@ QString Workload::smallStatement(int i) const
     if (pointQuery)
         return QStringLiteral("select id, part, weight, label, kind, total from big where id = %1")
             .arg(first);
-    return QStringLiteral("select count(*), sum(total), avg(weight), min(label), max(kind) from big "
-                          "where id between %1 and %2")
+    return QStringLiteral(
+               "select count(*), sum(total), avg(weight), min(label), max(kind) from big "
+               "where id between %1 and %2")
         .arg(first)
         .arg(first + 499);
 }
@@ -57,10 +59,10 @@ QString fillStatement(bool postgres, int rows)
         "'label number ' || i, 'kind ' || (i % 20), i * 10000000000 from ");
     if (postgres)
         return columns + QStringLiteral("generate_series(1::bigint, %1) as s(i)").arg(rows);
-    return columns
-        + QStringLiteral("(with recursive s(i) as (select 1 union all select i + 1 from s where i "
-                         "< %1) select i from s)")
-              .arg(rows);
+    return columns +
+           QStringLiteral("(with recursive s(i) as (select 1 union all select i + 1 from s where i "
+                          "< %1) select i from s)")
+               .arg(rows);
 }
 
 } // namespace

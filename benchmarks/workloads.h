@@ -20,10 +20,10 @@ struct Target {
 /// The statements, the same for every way.
 struct Workload {
     enum class Kind {
-        Read,   ///< one statement with many rows
-        Chain,  ///< statements, each after the result of the one before
-        Queue,  ///< statements, all at once
-        Insert, ///< inserts in one transaction
+        Read,       ///< one statement with many rows
+        Chain,      ///< statements, each after the result of the one before
+        Queue,      ///< statements, all at once
+        Insert,     ///< inserts in one transaction
         Connections ///< connection objects, each with one statement
     };
     Kind kind = Kind::Read;

@@ -13,7 +13,10 @@ namespace
 class StringCache
 {
 public:
-    explicit StringCache(QScriptEngine *engine) : m_engine(engine) {}
+    explicit StringCache(QScriptEngine *engine)
+        : m_engine(engine)
+    {
+    }
 
     bool pays() const { return m_pays; }
 

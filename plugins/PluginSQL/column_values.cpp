@@ -296,7 +296,8 @@ bool ColumnValues::pushText(const QChar *units, int length)
     if (needed > block.units.size())
         block.units.resize(std::max({needed, block.units.size() * 3 / 2, size_t(FirstUnits)}));
     if (length > 0)
-        memcpy(static_cast<void *>(block.units.data() + block.used), units, size_t(length) * sizeof(QChar));
+        memcpy(static_cast<void *>(block.units.data() + block.used), units,
+               size_t(length) * sizeof(QChar));
     block.used = quint32(needed);
     block.ends.push_back(block.used);
     ++m_size;

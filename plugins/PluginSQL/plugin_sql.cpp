@@ -168,8 +168,9 @@ QScriptValue Plugin_SQL::js_tag(QScriptContext *context, QScriptEngine *engine)
         QVariant value;
         if (!SqlCall::toVariant(context->argument(0), engine, value)) {
             return engine->hasUncaughtException()
-                ? engine->uncaughtException()
-                : context->throwError(QScriptContext::RangeError, QStringLiteral("tag: too large"));
+                       ? engine->uncaughtException()
+                       : context->throwError(QScriptContext::RangeError,
+                                             QStringLiteral("tag: too large"));
         }
         const ScriptTag tag(value);
         QMutexLocker locker(&m_mutexTag);

@@ -68,8 +68,8 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
 {
     QScriptEngine *engine = context.engine;
     target.setProperty(markerName(), QScriptValue(engine, MarkerValue),
-                       QScriptValue::ReadOnly | QScriptValue::Undeletable
-                           | QScriptValue::SkipInEnumeration);
+                       QScriptValue::ReadOnly | QScriptValue::Undeletable |
+                           QScriptValue::SkipInEnumeration);
     const int columns = record.fields.size();
     const int rows = columns > 0 ? record.fields.constFirst().values.size() : 0;
     QScriptValue index = engine->newArray(uint(columns));
@@ -90,8 +90,8 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
         target.setProperty(name, values);
     }
     const QScriptValue lastInsertId = record.hasLastInsertId
-        ? engine->toScriptValue(record.lastInsertId)
-        : QScriptValue(engine, QScriptValue::NullValue);
+                                          ? engine->toScriptValue(record.lastInsertId)
+                                          : QScriptValue(engine, QScriptValue::NullValue);
     target.setProperty(QStringLiteral("fields"), QScriptValue(engine, columns));
     target.setProperty(QStringLiteral("numRowsAffected"),
                        QScriptValue(engine, record.numRowsAffected));

@@ -53,8 +53,7 @@ QVariant ScriptTag::resolved(const QVariant &value) const
     // Only compared: the object may be gone.
     const void *address = *static_cast<void *const *>(value.constData());
     for (const Held &held : m_objects) {
-        if (held.thread == QThread::currentThread() && held.object
-            && held.object.data() == address)
+        if (held.thread == QThread::currentThread() && held.object && held.object.data() == address)
             return QVariant::fromValue(held.object.data());
     }
     return QVariant::fromValue<QObject *>(nullptr);

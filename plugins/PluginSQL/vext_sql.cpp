@@ -32,8 +32,8 @@ QScriptValue queueTask(SqlCall::Function function, const char *name, QScriptCont
     };
     QPointer<VEXT_SQL> connection = qobject_cast<VEXT_SQL *>(context->thisObject().toQObject());
     if (!connection) {
-        return raise(VEXT_SQL::tr("потерян объект %1").arg(QStringLiteral("VEXT_SQL"))
-                     + QLatin1Char('\n') + SqlCall::usageText(function));
+        return raise(VEXT_SQL::tr("потерян объект %1").arg(QStringLiteral("VEXT_SQL")) +
+                     QLatin1Char('\n') + SqlCall::usageText(function));
     }
     if (!connection->isOpen()) {
         if (!connection->traceLog())
@@ -476,8 +476,8 @@ void giveScriptValueThis(QObject *object, const QScriptValue &wrapper)
     const QMetaObject *meta = object->metaObject();
     for (int i = meta->methodOffset(); i < meta->methodCount(); ++i) {
         const QByteArray signature = meta->method(i).methodSignature();
-        if (!signature.startsWith("se")
-            || signature.left(signature.indexOf('(')) != "setScriptValueThis")
+        if (!signature.startsWith("se") ||
+            signature.left(signature.indexOf('(')) != "setScriptValueThis")
             continue;
         QMetaObject::invokeMethod(object, "setScriptValueThis", Q_ARG(QScriptValue, wrapper));
         return;
@@ -494,8 +494,8 @@ QScriptValue VEXT_SQLWrapper::ctor(QScriptContext *ctx, QScriptEngine *eng)
     // A host may refuse the object by deleting it.
     if (!object)
         return QScriptValue(eng, QScriptValue::NullValue);
-    const QScriptValue wrapper = eng->newQObject(object, QScriptEngine::QtOwnership,
-                                                 QScriptEngine::ExcludeChildObjects);
+    const QScriptValue wrapper =
+        eng->newQObject(object, QScriptEngine::QtOwnership, QScriptEngine::ExcludeChildObjects);
     object->worker->m_arrayPush = ctx->callee().data();
     giveScriptValueThis(object, wrapper);
     return wrapper;

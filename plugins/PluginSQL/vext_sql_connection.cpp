@@ -77,10 +77,10 @@ void VEXT_sqlThr::setConnectionName(const QString &name)
 {
     if (db.isValid() && db.isOpen()) {
         QScriptContext *context = m_engine ? m_engine->currentContext() : nullptr;
-        VEXT_SQL::throwScript(context,
-                              tr("нельзя менять имя соединения если %1")
-                                  .arg(QStringLiteral("isOpen == true")),
-                              QScriptContext::TypeError);
+        VEXT_SQL::throwScript(
+            context,
+            tr("нельзя менять имя соединения если %1").arg(QStringLiteral("isOpen == true")),
+            QScriptContext::TypeError);
         return;
     }
     const QString base = name.isEmpty() ? QStringLiteral("sql") : name;
@@ -115,12 +115,13 @@ QString VEXT_sqlThr::claimThreadName(const QString &wanted) const
     const auto isFree = [](const QString &name) {
         return !s_threadNames.contains(name) && !s_mainNames.contains(name);
     };
-    const QString name = isFree(wanted)
-        ? wanted
-        : firstFreeName(
-              m_conNumber,
-              [&wanted](const QString &number) { return wanted + QLatin1Char('_') + number; },
-              isFree);
+    const QString name =
+        isFree(wanted)
+            ? wanted
+            : firstFreeName(
+                  m_conNumber,
+                  [&wanted](const QString &number) { return wanted + QLatin1Char('_') + number; },
+                  isFree);
     s_threadNames.append(name);
     return name;
 }
@@ -242,10 +243,10 @@ void VEXT_sqlThr::refuseOpenTwice()
 {
     if (!traceLog)
         return;
-    const QString target = db.port() > 0
-        ? QStringLiteral("%1:%3:%2").arg(db.hostName(), db.databaseName(),
-                                         QString::number(db.port()))
-        : QStringLiteral("%1:%2").arg(db.hostName(), db.databaseName());
+    const QString target =
+        db.port() > 0 ? QStringLiteral("%1:%3:%2")
+                            .arg(db.hostName(), db.databaseName(), QString::number(db.port()))
+                      : QStringLiteral("%1:%2").arg(db.hostName(), db.databaseName());
     sendMessage(__LINE__, "open",
                 tr("перед открытием БД, закройте соединение с '%1'").arg(withoutPassword(target)),
                 0);
@@ -292,8 +293,7 @@ void VEXT_sqlThr::closeRegistered(const QString &name, Dropped state)
 {
     if (state != Dropped::NeverOpened) {
         QSqlDatabase closing = QSqlDatabase::database(name, false);
-        if (state == Dropped::Open
-            && closing.driver()->hasFeature(QSqlDriver::EventNotifications))
+        if (state == Dropped::Open && closing.driver()->hasFeature(QSqlDriver::EventNotifications))
             unsubscribeAll(closing.driver());
         closing.close();
     }

@@ -164,10 +164,9 @@ QScriptValue VEXT_sqlThr::counters(QScriptEngine *eng)
     text("user", s.user);
     text("host", s.host);
     if (eng) {
-        object.setProperty(QStringLiteral("subscribeEvents"),
-                           qScriptValueFromSequence(engine, subscriptionTexts(s.events,
-                                                                              s.eventPlaces)),
-                           Fixed);
+        object.setProperty(
+            QStringLiteral("subscribeEvents"),
+            qScriptValueFromSequence(engine, subscriptionTexts(s.events, s.eventPlaces)), Fixed);
     }
     text("dbObjectName", s.ownerName);
     if (s.isRunning) {

@@ -86,8 +86,8 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
             readRows(task, result);
         // Drivers that stream rows report some errors, and count the affected rows, only now.
         result.error = query.lastError();
-        if (m_driverType.loadAcquire() == SqlDriverKind::MySql && !result.error.isValid()
-            && result.fields.isEmpty())
+        if (m_driverType.loadAcquire() == SqlDriverKind::MySql && !result.error.isValid() &&
+            result.fields.isEmpty())
             result.error = silentLoss(query);
         if (mayReadLastInsertId(query)) {
             result.lastInsertId = query.lastInsertId();
@@ -231,9 +231,8 @@ QScriptValue VEXT_sqlThr::fetchResult(structThrSql *task)
     QList<structSqlResult> &results = task->results;
     int at = task->current;
     if (at < 0 || at >= results.size() || results.at(at).index != task->current) {
-        const auto found = std::find_if(results.cbegin(), results.cend(), [task](const auto &r) {
-            return r.index == task->current;
-        });
+        const auto found = std::find_if(results.cbegin(), results.cend(),
+                                        [task](const auto &r) { return r.index == task->current; });
         if (found == results.cend())
             return task->result;
         at = int(found - results.cbegin());

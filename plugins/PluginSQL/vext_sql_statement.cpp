@@ -12,7 +12,12 @@
 class VEXT_sqlThr::Stopwatch
 {
 public:
-    Stopwatch(VEXT_sqlThr *worker, bool on) : m_worker(worker), m_on(on) { m_timer.start(); }
+    Stopwatch(VEXT_sqlThr *worker, bool on)
+        : m_worker(worker)
+        , m_on(on)
+    {
+        m_timer.start();
+    }
 
     void stage(const QString &name) const
     {
@@ -67,9 +72,9 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
     task.reset();
     ++cnt_sql_er;
     reportFailure("query", error);
-    const QString message = traceLog
-        ? tr("ошибка выполнения: '%1'\n%2").arg(sql.trimmed(), error.text().trimmed())
-        : tr("ошибка выполнения: '%1'").arg(error.text().trimmed());
+    const QString message =
+        traceLog ? tr("ошибка выполнения: '%1'\n%2").arg(sql.trimmed(), error.text().trimmed())
+                 : tr("ошибка выполнения: '%1'").arg(error.text().trimmed());
     sendMessage(__LINE__, "query", message, -1);
     closeOnConnectionError(error);
     return QScriptValue(false);

@@ -51,8 +51,8 @@ VEXT_sqlThr::VEXT_sqlThr(VEXT_SQL *owner, QScriptEngine *engine)
     owner->setTraceLog(false);
     m_timerNotUse.start();
     m_conNumber = s_conCounter.fetchAndAddOrdered(1) + 1;
-    m_completeMethod = staticMetaObject.method(
-        staticMetaObject.indexOfMethod("completeAsyncTask(structThrSql*)"));
+    m_completeMethod =
+        staticMetaObject.method(staticMetaObject.indexOfMethod("completeAsyncTask(structThrSql*)"));
     // Emitted by the ending thread, so it arrives in the engine's thread when the thread is over.
     connect(this, &QThread::finished, this, &VEXT_sqlThr::restartForWaitingTasks,
             Qt::QueuedConnection);
@@ -215,10 +215,10 @@ void VEXT_sqlThr::stop_thread(int tout_ms)
     }
     const bool stopped = waitWhileCancelling(qMax(tout_ms, 0));
     if (!stopped && traceLog) {
-        sendMessage(__LINE__, "stop_thread",
-                    tr("SQL поток не остановился за %1 мс; запрос мог не поддержать отмену")
-                        .arg(tout_ms),
-                    0);
+        sendMessage(
+            __LINE__, "stop_thread",
+            tr("SQL поток не остановился за %1 мс; запрос мог не поддержать отмену").arg(tout_ms),
+            0);
     }
     traceStep("step 2: all count ", __LINE__);
     m_thrStop.storeRelease(1);
@@ -323,8 +323,8 @@ void VEXT_sqlThr::failWaitingTasks()
 
 bool VEXT_sqlThr::transactionCommand(bool (QSqlDatabase::*command)(), taskSqlType type)
 {
-    if (!db.isValid() || !db.isOpen() || !db.driver()
-        || !db.driver()->hasFeature(QSqlDriver::Transactions))
+    if (!db.isValid() || !db.isOpen() || !db.driver() ||
+        !db.driver()->hasFeature(QSqlDriver::Transactions))
         return false;
     if (!(db.*command)())
         return false;
@@ -608,8 +608,7 @@ void VEXT_sqlThr::runStatements(ThreadConnection &con, structThrSql *task)
     }
 }
 
-bool VEXT_sqlThr::runTransactionWord(ThreadConnection &con, structThrSql *task,
-                                     const QString &sql)
+bool VEXT_sqlThr::runTransactionWord(ThreadConnection &con, structThrSql *task, const QString &sql)
 {
     switch (SqlText::transactionWord(sql)) {
     case SqlText::TransactionWord::Commit:
@@ -639,7 +638,8 @@ QSqlError::ErrorType VEXT_sqlThr::runStatement(ThreadConnection &con, structThrS
 
     structSqlResult &result = task->results.last();
     if (!task->ok && result.error.type() == QSqlError::NoError)
-        result.error = QSqlError(QString(), QStringLiteral("unknown error"), QSqlError::UnknownError);
+        result.error =
+            QSqlError(QString(), QStringLiteral("unknown error"), QSqlError::UnknownError);
     // Drivers that stream rows report some errors only while these are read.
     const QSqlError::ErrorType error = result.error.type();
     if (error != QSqlError::NoError)
@@ -663,10 +663,9 @@ bool VEXT_sqlThr::executeStatement(structThrSql *task, const QString &sql)
     if (!query.prepare(procedure)) {
         setLast(task);
         if (traceLog) {
-            sendMessage(__LINE__, "run",
-                        tr("не смог подготовить процедуру '%1' к выполнению\n%2")
-                            .arg(sql, procedure),
-                        -1);
+            sendMessage(
+                __LINE__, "run",
+                tr("не смог подготовить процедуру '%1' к выполнению\n%2").arg(sql, procedure), -1);
         }
         return false;
     }

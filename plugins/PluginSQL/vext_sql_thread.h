@@ -146,8 +146,7 @@ signals:
     void cancelQuery();
     void query_finish(const QScriptValue &, const QScriptValue &, const QScriptValue &,
                       const QScriptValue &);
-    void event(const QString &name, QSqlDriver::NotificationSource source,
-               const QVariant &payload);
+    void event(const QString &name, QSqlDriver::NotificationSource source, const QVariant &payload);
     /// Messages to the host; emitted from both threads.
     void s_msg(const char *, int, const char *, const QString &, int);
 
@@ -180,11 +179,11 @@ public:
     qint64 m_thrSqlStartMs = 0;           ///< epoch ms when it was taken; m_mutexSqlTasks
     QAtomicInt m_thrStop;                 ///< 1: leave the loop
     QElapsedTimer m_timerNotUse;          ///< idle time; m_mutexSqlTasks
-    QAtomicInt m_timeNotUse{720000}; ///< idle limit in ms
+    QAtomicInt m_timeNotUse{720000};      ///< idle limit in ms
     QWaitCondition m_waitTask;            ///< the worker sleeps on it; with m_mutexSqlTasks
     QMutex m_mutexSqlTasks;
-    QMutex m_mutexLast;   ///< guards lastQuery, m_lastError, affectedRows
-    QMutex m_mutexDriver; ///< guards m_threadDriver
+    QMutex m_mutexLast;                   ///< guards lastQuery, m_lastError, affectedRows
+    QMutex m_mutexDriver;                 ///< guards m_threadDriver
     QSqlDriver *m_threadDriver = nullptr; ///< driver of the open thread connection
     int m_conNumber = 0;                  ///< serial number of this worker, from 1
 
@@ -196,7 +195,7 @@ public:
     std::atomic<bool> traceLog{false};
     bool m_isDestroy = false; ///< engine's thread
 
-    QSqlDatabase db; ///< main connection; engine's thread only
+    QSqlDatabase db;         ///< main connection; engine's thread only
     QAtomicInt m_driverType; ///< kind of Qt driver
     QAtomicInt m_dbmsType;   ///< database system behind it
 
@@ -253,7 +252,7 @@ private:
         QString name;
         QSqlDatabase db;
         bool inTransaction = false;
-        bool opened = false; ///< at least once: close() has something to free
+        bool opened = false;          ///< at least once: close() has something to free
         bool transactionLost = false; ///< with the server, before its commit
         bool appNameSet = false;
     };
@@ -346,7 +345,11 @@ private:
     class Entry
     {
     public:
-        explicit Entry(VEXT_sqlThr *worker) : m_worker(worker) { ++m_worker->m_depth; }
+        explicit Entry(VEXT_sqlThr *worker)
+            : m_worker(worker)
+        {
+            ++m_worker->m_depth;
+        }
         ~Entry() { m_worker->leaveEntry(); }
         Q_DISABLE_COPY(Entry)
 
@@ -357,15 +360,15 @@ private:
     void leaveEntry();
 
     // Engine's thread.
-    int m_depth = 0;                 ///< entries on the stack
-    Ending m_ending = Ending::None;  ///< asked for while there were some
+    int m_depth = 0;                       ///< entries on the stack
+    Ending m_ending = Ending::None;        ///< asked for while there were some
     std::deque<structThrSql *> m_accepted; ///< queued, running or undelivered, in order
     int m_notifying = 0;                   ///< notifications being delivered
     std::vector<std::function<void()>> m_afterNotification;
     QStringList m_pendingRemovals; ///< names that the driver still has to forget
 
     std::atomic<bool> m_entered{false}; ///< run() has begun; Qt reads the object's name before
-    bool m_leaving = true; ///< the thread takes no more tasks; m_mutexSqlTasks
+    bool m_leaving = true;              ///< the thread takes no more tasks; m_mutexSqlTasks
 
     // What statistics of other engines' threads may show; m_mutexParams.
     QString m_shownOwnerName;

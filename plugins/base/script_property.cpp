@@ -20,8 +20,7 @@ bool defineAccessor(QScriptEngine *engine, const QScriptValue &object, const QSt
                     const QScriptValue &function)
 {
     const ScriptGuard guard(engine);
-    const QScriptValue objectClass =
-        readProperty(engine->globalObject(), QStringLiteral("Object"));
+    const QScriptValue objectClass = readProperty(engine->globalObject(), QStringLiteral("Object"));
     QScriptValue define = readProperty(objectClass, QStringLiteral("defineProperty"));
     if (!define.isFunction())
         return false;

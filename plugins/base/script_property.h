@@ -6,9 +6,9 @@
 #include <QScriptValue>
 #include <QString>
 
-/// Qt 5.15 drops every flag of a property that is new on an engine's own global object. There, these
-/// functions define an accessor instead, whose flags hold: scripts see the same.
-/// Thread: that of the engine.
+/// Qt 5.15 drops every flag of a property that is new on an engine's own global object. There,
+/// these functions define an accessor instead, whose flags hold: scripts see the same. Thread: that
+/// of the engine.
 namespace ScriptProperty
 {
 
