@@ -322,7 +322,7 @@ void ExactlyOnce::stubTasksSurviveStopsClosesAndFailures()
         call(QStringLiteral("watch(db)"));
     int round = 0;
     run(
-        Stress::rounds(3000),
+        Stress::rounds(2000),
         [&] {
             submitSome(QStringLiteral("db"));
             if (++round % 100 == 0)
@@ -403,7 +403,7 @@ void ExactlyOnce::stopLosesNoTaskThatRacesWithIt()
     constexpr int longestPauseUs = 300; // leaving takes less
     makeScript();
     VEXT_SQL *db = m_script->connection();
-    for (int round = 0, rounds = Stress::rounds(3000); round < rounds; ++round) {
+    for (int round = 0, rounds = Stress::rounds(2000); round < rounds; ++round) {
         QVERIFY(call(QStringLiteral("submit(db, 'db', 0, 'one')")).toBool());
         QVERIFY(m_script->host.waitForScript(QStringLiteral("openCount() == 0")));
         db->stop_thread(0);

@@ -759,7 +759,7 @@ void WorkerThread::timeNotUseIsAtLeastAMinute()
     QCOMPARE(db->timeNotUse(), 720000);
     m_script->eval(QStringLiteral("db.timeNotUse = %1").arg(written));
     QCOMPARE(scriptInt(QStringLiteral("db.timeNotUse")), stored);
-    QCOMPARE(db->worker->m_timeNotUse.load(), stored);
+    QCOMPARE(int(db->worker->m_timeNotUse), stored);
 }
 
 // --- Queue ---
