@@ -2,7 +2,6 @@
 
 #include "debug_line.h"
 #include "script_guard.h"
-#include "sql_text.h"
 #include "vext_sql_call.h"
 #include "vext_sql_module.h"
 

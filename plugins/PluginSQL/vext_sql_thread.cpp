@@ -3,7 +3,6 @@
 #include "debug_line.h"
 #include "own_meta_types.h"
 #include "sql_driver_kind.h"
-#include "sql_text.h"
 #include "vext_sql.h"
 #include "vext_sql_module.h"
 #include "vextplugin_base.h"

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "sql_records.h"
+#include "sql_text.h"
 
 #include <QAtomicInt>
 #include <QElapsedTimer>
