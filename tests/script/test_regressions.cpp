@@ -448,7 +448,7 @@ void TestRegressions::renamingWhileTheThreadStartsIsSafe()
 {
     makeStub(stubName).setDefaultReply(StubReply::affected(1));
     eval("var db = new VEXT_SQL(), done = 0; db.driverName = 'QSTUB';"
-         "for (var round = 0; round < 20; ++round) {"
+         "for (var round = 0; round < 1500; ++round) {"
          "    db.start_thread();"
          "    for (var i = 0; i < 100; ++i) db.connectionName = 'name number ' + i;"
          "    db.stop_thread(10000);"
