@@ -284,6 +284,7 @@ void VEXT_sqlThr::dropMain(Dropped state)
     const QString name = db.connectionName();
     db = QSqlDatabase();
     m_shownOpen = false;
+    m_pendingRemovals.clear(); // the driver that was to forget them goes
     // A driver must not lose its connection while it is delivering a notification.
     afterNotification([this, name, state] { closeRegistered(name, state); });
 }

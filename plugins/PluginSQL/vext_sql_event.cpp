@@ -106,7 +106,8 @@ bool VEXT_sqlThr::rem_event(const QString &name)
 {
     if (db.isOpen() && isSupportEvent()) {
         const QPointer<QSqlDriver> driver(db.driver());
-        m_pendingRemovals.append(name);
+        if (!m_pendingRemovals.contains(name))
+            m_pendingRemovals.append(name);
         afterNotification([this, driver, name] {
             if (m_pendingRemovals.removeOne(name) && driver && driver->isOpen())
                 driver->unsubscribeFromNotification(name);

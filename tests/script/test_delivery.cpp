@@ -812,12 +812,14 @@ void TestDelivery::connectionGoneBeforeTheHandlerReturns()
     addFunctions();
     eval("db.query_finish.connect(function() { destroyNow(db); drain(); });"_qs);
     QVERIFY(truth("typeof db.query('q') === 'object'"_qs));
-    QCOMPARE(stub().liveDrivers(), 0);
+    // The worker itself goes when its functions have returned.
+    QTRY_COMPARE(stub().liveDrivers(), 0);
     openDb("STUB"_qs);
     eval("var calls = 0; db.query_finish.connect(function() { destroyNow(db); drain(); ++calls; });"
          "db.query_thread('q1'); db.query_thread('q2');"_qs);
     QVERIFY(host().waitForScript("calls === 1"_qs));
-    QCOMPARE(stub().liveDrivers(), 0);
+    // The worker itself goes when its functions have returned.
+    QTRY_COMPARE(stub().liveDrivers(), 0);
 }
 
 void TestDelivery::connectionClosedInANestedLoop()

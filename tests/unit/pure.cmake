@@ -2,7 +2,7 @@
 foreach(room column_values records sql_text driver_kind sql_call sql_call_property)
   vext_add_test(test_${room}
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${room}.cpp
-    LIBS vext_sql_objects
+    LIBS vext_sql_objects vext_test_support
     LABELS unit
     TIMEOUT 300)
 endforeach()
