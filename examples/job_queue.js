@@ -43,8 +43,12 @@ function Worker(name, allDone) {
     var db = connect(name);
     var busy = false;
     var again = false;
+    var closing = false;
 
     function take() {
+        if (closing) {
+            return;
+        }
         if (busy) {
             again = true; // look once more before going to sleep: the wake-up came in between
             return;
@@ -52,6 +56,9 @@ function Worker(name, allDone) {
         busy = true;
         again = false;
         db.query_thread(function (result, error) {
+            if (closing) {
+                return; // a task that was still waiting when the connection was closed
+            }
             if (error || result === false) {
                 busy = false;
                 console.error(name + ":", error || "the job was not taken");
@@ -84,6 +91,7 @@ function Worker(name, allDone) {
     db.add_event("jobs");
     take(); // jobs that were there before us
     this.close = function () {
+        closing = true;
         db.close();
     };
 }
