@@ -498,9 +498,9 @@ bool VEXT_sqlThr::openThreadConnection(ThreadConnection &con, structThrSql *task
 {
     if (!con.db.isOpen() && !reopenThreadConnection(con)) {
         m_thrStop.storeRelease(1);
-        failTask(task);
         QMutexLocker locker(&m_mutexSqlTasks);
-        failQueuedTasks();
+        failTask(task);
+        takeNoMore();
         return false;
     }
     if (!con.appNameSet && m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql) {
@@ -548,7 +548,20 @@ void VEXT_sqlThr::runTask(ThreadConnection &con, structThrSql *task)
         // The busy mark stays until the next task is asked for, as for every command.
         runCommand(con, task);
     }
+    QMutexLocker locker(&m_mutexSqlTasks);
     completeTask(task);
+    // Together: what the task's callback queues next belongs to the next start of the thread.
+    if (m_thrStop.loadAcquire() == 1)
+        takeNoMore();
+}
+
+/// Fails what is queued; later tasks wait for the next start. With m_mutexSqlTasks held.
+void VEXT_sqlThr::takeNoMore()
+{
+    if (m_leaving)
+        return;
+    m_leaving = true;
+    failQueuedTasks();
 }
 
 void VEXT_sqlThr::runCommand(ThreadConnection &con, structThrSql *task)
@@ -685,10 +698,7 @@ void VEXT_sqlThr::leave(ThreadConnection &con)
     con.db = QSqlDatabase();
     {
         QMutexLocker locker(&m_mutexSqlTasks);
-        if (!m_leaving) {
-            m_leaving = true;
-            failQueuedTasks();
-        }
+        takeNoMore();
     }
     if (QSqlDatabase::contains(con.name))
         QSqlDatabase::removeDatabase(con.name);

@@ -284,6 +284,7 @@ private:
     /// Fails every queued task. Any thread, with m_mutexSqlTasks held.
     void failQueuedTasks();
     void failWaitingTasks();
+    void takeNoMore();
 
     bool startLocked();
     bool waitWhileCancelling(int tout_ms);
