@@ -3,7 +3,7 @@
 namespace
 {
 
-const int kTraceLevel = 2;
+const int TraceLevel = 2;
 
 /// Walks along a command line and takes options and their values off its front.
 class Arguments
@@ -111,7 +111,7 @@ bool Options::parse(const QStringList &commandLine, QString *error)
         scriptFile = rest.takeFirst();
     arguments = rest.rest();
     if (trace)
-        level = qMax(level, kTraceLevel);
+        level = qMax(level, TraceLevel);
     return true;
 }
 

@@ -17,12 +17,12 @@
 namespace
 {
 
-const int kExitUsage = 2;
-const int kSignalBase = 128; ///< the shell's way to tell a signal from an exit code
+const int ExitUsage = 2;
+const int SignalBase = 128; ///< the shell's way to tell a signal from an exit code
 
 /// The name of a script without a file, in messages and backtraces.
-const char kCodeName[] = "[code]";
-const char kInputName[] = "[input]";
+const char CodeName[] = "[code]";
+const char InputName[] = "[input]";
 
 /// The code of a script file: UTF-8, with or without byte order mark, with or without a first line
 /// that names an interpreter. Line numbers stay as they are in the file.
@@ -52,7 +52,7 @@ int Program::run()
     QString code = m_options.code;
     const bool hasFile = !m_options.scriptFile.isEmpty();
     if (hasFile && !readScript(&code))
-        return kExitUsage;
+        return ExitUsage;
     InterruptWatch interrupts;
     connect(&interrupts, &InterruptWatch::interrupted, this, [&interrupts, this](int number) {
         if (number == SIGINT && m_prompt && m_prompt->discardInput())
@@ -61,7 +61,7 @@ int Program::run()
             onInterrupt(number);
     });
     if (!startHost())
-        return kExitUsage;
+        return ExitUsage;
     if (hasFile || m_options.hasCode)
         runScript(code);
     else
@@ -76,7 +76,7 @@ int Program::run()
 int Program::fail(const QString &error)
 {
     Terminal().writeLine(Terminal::Stream::Error, QStringLiteral("vext-run: %1").arg(error));
-    return kExitUsage;
+    return ExitUsage;
 }
 
 bool Program::readScript(QString *code)
@@ -114,7 +114,7 @@ void Program::runScript(const QString &code)
 {
     const QString file = m_options.scriptFile;
     if (file.isEmpty()) {
-        m_host->evaluate(code, QLatin1String(kCodeName));
+        m_host->evaluate(code, QLatin1String(CodeName));
         return;
     }
     const QFileInfo info(file);
@@ -131,7 +131,7 @@ void Program::readStatements()
     } else {
         m_source.reset(new PlainInput(STDIN_FILENO));
     }
-    m_host->setScriptFile(QLatin1String(kInputName), QDir::currentPath());
+    m_host->setScriptFile(QLatin1String(InputName), QDir::currentPath());
     m_host->runLoop()->hold();
     connect(m_source.data(), &StatementSource::statement, this, &Program::onStatement);
     connect(m_source.data(), &StatementSource::finished, this, &Program::onInputEnd);
@@ -141,7 +141,7 @@ void Program::readStatements()
 
 void Program::onStatement(const QString &code)
 {
-    m_host->evaluateStatement(code, QLatin1String(kInputName));
+    m_host->evaluateStatement(code, QLatin1String(InputName));
 }
 
 void Program::onInputEnd()
@@ -156,5 +156,5 @@ void Program::onInputEnd()
 void Program::onInterrupt(int number)
 {
     if (m_host)
-        m_host->end()->request(kSignalBase + number);
+        m_host->end()->request(SignalBase + number);
 }

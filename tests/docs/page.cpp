@@ -6,7 +6,7 @@
 namespace
 {
 
-const QLatin1String kFence("```");
+const QLatin1String Fence("```");
 
 int headingLevel(const QString &line)
 {
@@ -33,14 +33,14 @@ void Page::findBlocks()
     PageBlock block;
     for (int i = 0; i < m_lines.size(); ++i) {
         const QString &line = m_lines.at(i);
-        if (!line.startsWith(kFence)) {
+        if (!line.startsWith(Fence)) {
             if (inside)
                 block.text += line + QLatin1Char('\n');
         } else if (inside) {
             m_blocks.append(block);
             inside = false;
         } else {
-            const QString words = line.mid(kFence.size()).trimmed();
+            const QString words = line.mid(Fence.size()).trimmed();
             block = PageBlock();
             block.language = words.section(QLatin1Char(' '), 0, 0);
             block.remark = words.section(QLatin1Char(' '), 1);

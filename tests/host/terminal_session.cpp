@@ -13,7 +13,7 @@
 namespace
 {
 
-const int kLimitMs = 30000;
+const int LimitMs = 30000;
 
 QByteArray withoutControlSequences(const QByteArray &raw)
 {
@@ -72,7 +72,7 @@ bool TerminalSession::readMore(int milliseconds)
 
 bool TerminalSession::waitFor(const QByteArray &text)
 {
-    const QDeadlineTimer deadline(kLimitMs);
+    const QDeadlineTimer deadline(LimitMs);
     for (;;) {
         const int found = m_screen.indexOf(text, m_seen);
         if (found >= 0) {
@@ -92,7 +92,7 @@ bool TerminalSession::enter(const QByteArray &line, const QByteArray &answer)
 
 int TerminalSession::finish()
 {
-    const QDeadlineTimer deadline(kLimitMs);
+    const QDeadlineTimer deadline(LimitMs);
     while (!deadline.hasExpired()) {
         const bool open = readMore(20);
         int status = 0;

@@ -10,7 +10,7 @@
 namespace
 {
 
-const int kLimitMs = 60000;
+const int LimitMs = 60000;
 
 struct Outcome {
     int exitCode = -1;
@@ -21,14 +21,14 @@ struct Outcome {
 
 /// The tools. Each knows the folder `$STATE`, where `log` holds the calls, `installed` the packages
 /// that are installed, and `unavailable` those that cannot be.
-const char kDpkgQuery[] = R"sh(
+const char DpkgQuery[] = R"sh(
 shift 3
 for package; do
   grep -qxF "$package" "$STATE/installed" && echo "$package=installed"
 done
 true)sh";
 
-const char kAptGet[] = R"sh(
+const char AptGet[] = R"sh(
 echo "apt-get $*" >>"$STATE/log"
 [ "$1" = install ] || exit 0
 [ -e "$STATE/offline" ] && exit 100
@@ -40,13 +40,13 @@ for package in "${packages[@]}"; do
 done
 printf '%s\n' "${packages[@]}" >>"$STATE/installed")sh";
 
-const char kSudo[] = R"sh(
+const char Sudo[] = R"sh(
 echo "sudo" >>"$STATE/log"
 exec "$@")sh";
 
-const char kId[] = "cat \"$STATE/user\"";
+const char Id[] = "cat \"$STATE/user\"";
 
-const char kCmake[] = R"sh(
+const char Cmake[] = R"sh(
 echo "cmake $*" >>"$STATE/log"
 [ -e "$STATE/broken-configure" ] && exit 1
 mkdir -p build/release
@@ -57,7 +57,7 @@ for word; do
   esac
 done)sh";
 
-const char kNinja[] = R"sh(
+const char Ninja[] = R"sh(
 folder=$2; shift 2
 if [ "$1" = -n ]; then
   [ -e "$STATE/built" ] && echo 'ninja: no work to do.'
@@ -70,7 +70,7 @@ mkdir -p "$folder/bin"
 printf '#!/bin/sh\nprintf "<%%s>" "$@"; printf " in %%s\\n" "$PWD"; cat; exit 3\n' >"$folder/bin/vext-run"
 chmod +x "$folder/bin/vext-run")sh";
 
-const char kCtest[] = R"sh(
+const char Ctest[] = R"sh(
 echo "ctest $*" >>"$STATE/log"
 echo "input: $(cat)"
 echo '100% tests passed'
@@ -151,13 +151,13 @@ void TestCommands::init()
         const QString name = QLatin1String(file);
         QVERIFY2(QFile::copy(source.filePath(name), path(QStringLiteral("project/") + name)), file);
     }
-    addTool("dpkg-query", kDpkgQuery);
-    addTool("apt-get", kAptGet);
-    addTool("sudo", kSudo);
-    addTool("id", kId);
-    addTool("cmake", kCmake);
-    addTool("ninja", kNinja);
-    addTool("ctest", kCtest);
+    addTool("dpkg-query", DpkgQuery);
+    addTool("apt-get", AptGet);
+    addTool("sudo", Sudo);
+    addTool("id", Id);
+    addTool("cmake", Cmake);
+    addTool("ninja", Ninja);
+    addTool("ctest", Ctest);
     write(QStringLiteral("state/installed"), QByteArray());
     write(QStringLiteral("state/unavailable"), QByteArray());
     write(QStringLiteral("state/user"), "0");
@@ -213,7 +213,7 @@ Outcome TestCommands::call(const QString &command, const QStringList &arguments,
     process.write(input);
     process.closeWriteChannel();
     Outcome outcome;
-    if (process.waitForFinished(kLimitMs) && process.exitStatus() == QProcess::NormalExit)
+    if (process.waitForFinished(LimitMs) && process.exitStatus() == QProcess::NormalExit)
         outcome.exitCode = process.exitCode();
     outcome.output = QString::fromUtf8(process.readAllStandardOutput());
     outcome.errors = QString::fromUtf8(process.readAllStandardError());
@@ -324,7 +324,7 @@ void TestCommands::missingPackageListsDoNotStopAnInstallation()
 {
     const QByteArray failing =
         QByteArray("[ \"$1\" = update ] && { echo \"apt-get $*\" >>\"$STATE/log\"; exit 100; }") +
-        kAptGet;
+        AptGet;
     addTool("apt-get", failing.constData());
     const Outcome outcome = call(QStringLiteral("project/run"));
     QCOMPARE(outcome.exitCode, 3);

@@ -14,7 +14,7 @@ namespace
 {
 
 /// A statement that runs for a while; the driver cannot cancel it.
-const char kLongSelect[] = "with recursive c(x) as (select 1 union all select x + 1 from c"
+const char LongSelect[] = "with recursive c(x) as (select 1 union all select x + 1 from c"
                            " limit 3000000) select count(*) as n from c";
 
 } // namespace
@@ -366,7 +366,7 @@ void TestVextRun::quitDropsARunningStatement()
         openSqlite() +
         QStringLiteral(
             "db.query_thread(function() { print('never'); }, \"%1\");\nsetTimeout(quit, 20, 6);")
-            .arg(QLatin1String(kLongSelect)));
+            .arg(QLatin1String(LongSelect)));
     VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 6, outcome);
     VERIFY_OUTCOME(outcome.output.isEmpty(), outcome);
 }
@@ -406,7 +406,7 @@ void TestVextRun::aLongStatementKeepsTheProgramRunning()
     const HostOutcome outcome =
         runCode(openSqlite() + QStringLiteral("db.query_thread(function(r, e, ms) {"
                                               " print(r.n[0], ms > 100); }, \"%1\")")
-                                   .arg(QLatin1String(kLongSelect)));
+                                   .arg(QLatin1String(LongSelect)));
     VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
     QCOMPARE(outcome.output, QStringLiteral("3000000 true\n"));
 }
@@ -479,7 +479,7 @@ void TestVextRun::interruptDropsARunningStatement()
          openSqlite() +
              QStringLiteral(
                  "db.query_thread(function() { print('never'); }, \"%1\"); print('queued');")
-                 .arg(QLatin1String(kLongSelect))}));
+                 .arg(QLatin1String(LongSelect))}));
     QVERIFY(host.waitForOutput(QStringLiteral("queued\n")));
     QVERIFY(host.send(SIGINT));
     const HostOutcome outcome = host.finish();

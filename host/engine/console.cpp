@@ -12,7 +12,7 @@
 namespace
 {
 
-const int kMaxResults = 1000; ///< of a list; an array may claim any length
+const int MaxResults = 1000; ///< of a list; an array may claim any length
 
 QString joinedArguments(QScriptContext *context)
 {
@@ -80,7 +80,7 @@ QString Console::shown(const QScriptValue &value)
     if (!isListOfResults(value))
         return ValueText::quoted(value) + QLatin1Char('\n');
     QString text;
-    const int length = qMin(ScriptReading::arrayLength(value), kMaxResults);
+    const int length = qMin(ScriptReading::arrayLength(value), MaxResults);
     for (int i = 0; i < length; ++i) {
         const QScriptValue item = ScriptReading::plainProperty(value, QString::number(i));
         text += ResultTable::isResult(item) ? ResultTable::print(item)

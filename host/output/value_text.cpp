@@ -12,9 +12,9 @@
 namespace
 {
 
-const int kMaxDepth = 4;
-const int kMaxItems = 100;
-const int kOneLine = 72; ///< longest text of members that is kept on one line
+const int MaxDepth = 4;
+const int MaxItems = 100;
+const int OneLine = 72; ///< longest text of members that is kept on one line
 
 QString inQuotes(const QString &text)
 {
@@ -77,7 +77,7 @@ QString braced(const QStringList &items, const QString &open, const QString &clo
     if (items.isEmpty())
         return open + close;
     const QString joined = items.join(QLatin1String(", "));
-    if (joined.size() <= kOneLine && !joined.contains(QLatin1Char('\n')))
+    if (joined.size() <= OneLine && !joined.contains(QLatin1Char('\n')))
         return QStringLiteral("%1 %2 %3").arg(open, joined, close);
     QString inner = items.join(QLatin1String(",\n"));
     inner.replace(QLatin1Char('\n'), QLatin1String("\n  "));
@@ -128,7 +128,7 @@ QString ValueText::membersText(const QScriptValue &value)
 {
     if (isOpen(value))
         return QStringLiteral("[Circular]");
-    if (m_openObjects.size() >= kMaxDepth)
+    if (m_openObjects.size() >= MaxDepth)
         return value.isArray() ? QStringLiteral("[Array]") : QStringLiteral("[Object]");
     m_openObjects.append(value.objectId());
     const QString result =
@@ -142,10 +142,10 @@ QStringList ValueText::arrayItems(const QScriptValue &array)
 {
     QStringList items;
     const int length = ScriptReading::arrayLength(array);
-    for (int i = 0; i < qMin(length, kMaxItems); ++i)
+    for (int i = 0; i < qMin(length, MaxItems); ++i)
         items.append(text(ScriptReading::plainProperty(array, QString::number(i))));
-    if (length > kMaxItems)
-        items.append(QStringLiteral("... %1 more").arg(length - kMaxItems));
+    if (length > MaxItems)
+        items.append(QStringLiteral("... %1 more").arg(length - MaxItems));
     return items;
 }
 
@@ -157,7 +157,7 @@ QStringList ValueText::memberItems(const QScriptValue &object)
         member.next();
         if (member.flags().testFlag(QScriptValue::SkipInEnumeration))
             continue;
-        if (items.size() == kMaxItems) {
+        if (items.size() == MaxItems) {
             items.append(QStringLiteral("..."));
             break;
         }

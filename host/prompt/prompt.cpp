@@ -16,14 +16,14 @@
 namespace
 {
 
-const char kFirstPrompt[] = "vext> ";
-const char kNextPrompt[] = "  ... ";
-const int kHistoryLines = 1000;
+const char FirstPrompt[] = "vext> ";
+const char NextPrompt[] = "  ... ";
+const int HistoryLines = 1000;
 
 void readHistory()
 {
     using_history();
-    stifle_history(kHistoryLines);
+    stifle_history(HistoryLines);
     read_history(QFile::encodeName(Prompt::historyFile()).constData());
 }
 
@@ -88,7 +88,7 @@ void Prompt::installHandler()
         return;
     m_installed = true;
     m_waiting = true;
-    rl_callback_handler_install(m_buffer.isOpen() ? kNextPrompt : kFirstPrompt, &Prompt::onLine);
+    rl_callback_handler_install(m_buffer.isOpen() ? NextPrompt : FirstPrompt, &Prompt::onLine);
 }
 
 void Prompt::removeHandler()

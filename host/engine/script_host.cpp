@@ -12,8 +12,8 @@
 namespace
 {
 
-const int kExitException = 1;
-const int kExitSyntax = 2;
+const int ExitException = 1;
+const int ExitSyntax = 2;
 
 /// Objects released with deleteLater() go now: the library that holds their code goes next.
 void deliverDeferredDeletes()
@@ -121,7 +121,7 @@ void ScriptHost::reportException()
         return;
     m_terminal.write(Terminal::Stream::Error, failure.formatted());
     if (!m_keepGoing)
-        m_end.request(failure.isSyntaxError ? kExitSyntax : kExitException);
+        m_end.request(failure.isSyntaxError ? ExitSyntax : ExitException);
 }
 
 void ScriptHost::destroyScripts()

@@ -9,8 +9,8 @@
 namespace
 {
 
-const int kPollMs = 25;
-const int kQuietPolls = 2; ///< a worker reads as idle a moment before its task is handed back
+const int PollMs = 25;
+const int QuietPolls = 2; ///< a worker reads as idle a moment before its task is handed back
 
 } // namespace
 
@@ -41,7 +41,7 @@ void RunLoop::exec()
     if (m_end->isRequested())
         return;
     m_quietPolls = 0;
-    m_poll.start(kPollMs);
+    m_poll.start(PollMs);
     m_loop.exec();
     m_poll.stop();
 }
@@ -74,7 +74,7 @@ void RunLoop::poll()
         m_quietPolls = 0;
         return;
     }
-    if (++m_quietPolls < kQuietPolls)
+    if (++m_quietPolls < QuietPolls)
         return;
     if (!m_work.isAnyWorkerRunning()) {
         m_loop.quit();

@@ -7,7 +7,7 @@
 namespace
 {
 
-const QLatin1Char kBlank(' ');
+const QLatin1Char Blank(' ');
 
 bool isWide(uint code)
 {
@@ -70,14 +70,14 @@ QString shortened(const QString &text)
 
 QString padded(const QString &text, int width, bool alignRight)
 {
-    const QString filling(std::max(0, width - TablePrinter::width(text)), kBlank);
+    const QString filling(std::max(0, width - TablePrinter::width(text)), Blank);
     return alignRight ? filling + text : text + filling;
 }
 
 QString line(const QStringList &cells, const QLatin1String &separator)
 {
     QString text = cells.join(separator);
-    while (text.endsWith(kBlank))
+    while (text.endsWith(Blank))
         text.chop(1);
     return text + QLatin1Char('\n');
 }

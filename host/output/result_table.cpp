@@ -11,12 +11,12 @@ using ScriptReading::plainProperty;
 namespace
 {
 
-const int kResultMarker = 1106;
+const int ResultMarker = 1106;
 
 bool hasMarker(const QScriptValue &value)
 {
     const QScriptValue marker = plainProperty(value, QStringLiteral("$ res sql"));
-    return marker.isNumber() && marker.toInt32() == kResultMarker;
+    return marker.isNumber() && marker.toInt32() == ResultMarker;
 }
 
 bool hasColumns(const QScriptValue &value)

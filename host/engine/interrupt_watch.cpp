@@ -10,7 +10,7 @@
 namespace
 {
 
-const int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+const int Signals[] = {SIGINT, SIGTERM, SIGHUP};
 
 /// Written by the constructor before the handler is set, read by the handler.
 volatile int s_writeEnd = -1;
@@ -51,7 +51,7 @@ InterruptWatch::~InterruptWatch()
 {
     if (!m_notifier)
         return;
-    for (int number : kSignals)
+    for (int number : Signals)
         setAction(number, SIG_DFL);
     s_writeEnd = -1;
     m_notifier.reset();
@@ -63,7 +63,7 @@ void InterruptWatch::arm()
 {
     if (!m_notifier)
         return;
-    for (int number : kSignals)
+    for (int number : Signals)
         setAction(number, onSignal);
 }
 
