@@ -103,11 +103,6 @@ QVariant ColumnValues::at(int row) const
     return QVariant();
 }
 
-QVariant ColumnValues::value(int row) const
-{
-    return hasRow(row) ? at(row) : QVariant();
-}
-
 QString ColumnValues::textViewAt(int row) const
 {
     const QStringView text = textAt(row);
@@ -153,15 +148,6 @@ void ColumnValues::append(const QVariantList &values)
 {
     for (const QVariant &value : values)
         append(value);
-}
-
-int ColumnValues::indexOf(const QVariant &value) const
-{
-    for (int row = 0; row < m_size; ++row) {
-        if (at(row) == value)
-            return row;
-    }
-    return -1;
 }
 
 ColumnValues &ColumnValues::operator<<(const QVariant &value)

@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-/// A column's cells. For whoever reads it, a list of QVariant: size, at, iteration, append, made
-/// from a list. Inside, numbers and texts of a uniform column are kept as such in blocks of rows,
+/// A column's cells. For whoever reads it, a list of QVariant: size, at, iteration, append,
+/// comparison, made from and turned into a list. Inside, numbers and texts of a uniform column are kept as such in blocks of rows,
 /// at a few bytes a cell; the first value that does not fit turns the column into plain variants.
 /// Every cell comes back as it was put in: type id, null state and value.
 ///
@@ -76,46 +76,25 @@ public:
     void swap(ColumnValues &other) noexcept;
 
     int size() const { return m_size; }
-    int count() const { return m_size; }
-    int length() const { return m_size; }
     bool isEmpty() const { return m_size == 0; }
 
     /// The cell of a row. A row whose block was released reads as an invalid variant.
     /// @pre 0 <= row < size()
     QVariant at(int row) const;
     const QVariant operator[](int row) const { return at(row); } // NOLINT: not to be assigned to
-    /// The cell of a row, an invalid variant outside the column.
-    QVariant value(int row) const;
-    QVariant value(int row, const QVariant &other) const { return hasRow(row) ? at(row) : other; }
-    QVariant first() const { return at(0); }
-    QVariant last() const { return at(m_size - 1); }
-    QVariant constFirst() const { return first(); }
-    QVariant constLast() const { return last(); }
-    int indexOf(const QVariant &value) const;
-    bool contains(const QVariant &value) const { return indexOf(value) >= 0; }
-    bool hasRow(int row) const { return row >= 0 && row < m_size; }
 
     void append(const QVariant &value);
     void append(QVariant &&value);
     /// Appends a cell and tells of it what its column wants to know: its type id, 0 for a null.
     int appendCell(QVariant &&value);
     void append(const QVariantList &values);
-    void push_back(const QVariant &value) { append(value); }
     ColumnValues &operator<<(const QVariant &value);
-    ColumnValues &operator+=(const QVariant &value) { return *this << value; }
-    ColumnValues &operator+=(const QVariantList &values)
-    {
-        append(values);
-        return *this;
-    }
     void clear();
 
     const_iterator begin() const { return const_iterator(this, 0); }
     const_iterator end() const { return const_iterator(this, m_size); }
     const_iterator cbegin() const { return begin(); }
     const_iterator cend() const { return end(); }
-    const_iterator constBegin() const { return begin(); }
-    const_iterator constEnd() const { return end(); }
 
     QVariantList toList() const;
     operator QVariantList() const { return toList(); } // NOLINT: stands in for the list

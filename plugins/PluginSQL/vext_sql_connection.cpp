@@ -22,22 +22,14 @@ QString singleUnderscores(QString name)
     return name.replace(QLatin1String("__"), QLatin1String("_"));
 }
 
-/// The closing parenthesis of "ConnectionError)" is part of the text: scripts compare with it.
+/// The name that scripts read. They compare with it, the parenthesis behind one of them included.
 QString errorTypeName(QSqlError::ErrorType type)
 {
-    switch (type) {
-    case QSqlError::NoError:
-        return QStringLiteral("NoError");
-    case QSqlError::ConnectionError:
-        return QStringLiteral("ConnectionError)");
-    case QSqlError::StatementError:
-        return QStringLiteral("StatementError");
-    case QSqlError::TransactionError:
-        return QStringLiteral("TransactionError");
-    case QSqlError::UnknownError:
-        return QStringLiteral("UnknownError");
-    }
-    return QStringLiteral("UnknownError (%1)").arg(int(type));
+    if (type == QSqlError::ConnectionError)
+        return type2str(type) + QLatin1Char(')');
+    if (type < QSqlError::NoError || type > QSqlError::UnknownError)
+        return QStringLiteral("%1 (%2)").arg(type2str(QSqlError::UnknownError)).arg(int(type));
+    return type2str(type);
 }
 
 /// The native code as a number: -1 where the driver gives none, 0 where it is no number.
