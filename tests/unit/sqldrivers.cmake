@@ -1,0 +1,10 @@
+# What the decorated drivers read in a statement's text: pure, so it needs none of their library.
+foreach(name sql_scanner statement_plan)
+  vext_add_test(test_${name}
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp
+            ${CMAKE_SOURCE_DIR}/sqldrivers/sql_scanner.cpp
+            ${CMAKE_SOURCE_DIR}/sqldrivers/statement_head.cpp
+            ${CMAKE_SOURCE_DIR}/sqldrivers/statement_plan.cpp
+    LABELS unit drivers)
+  target_include_directories(test_${name} PRIVATE ${CMAKE_SOURCE_DIR}/sqldrivers)
+endforeach()
