@@ -1,7 +1,7 @@
-// What scripts see of the SQL plugin, for editors. The scripts themselves are plain ECMAScript 5.
-// Names and order are those of docs/api.md, which says what they mean.
+// What scripts see of the SQL plugin, for editors and compilers. docs/api.md says what the members
+// mean, in the same order, and which options make a compiler write code that the engine takes.
 
-/** A signal of a connection object. */
+/** A signal of an object. */
 interface VextSignal<Handler> {
     connect(handler: Handler): void;
     connect(thisObject: object, handler: Handler | string): void;
@@ -9,8 +9,16 @@ interface VextSignal<Handler> {
     disconnect(thisObject: object, handler: Handler | string): void;
 }
 
-/** One result, column by column. Each column is also a property of its own: `result.name[row]`. */
-interface VextSqlResult {
+/** What every object of the framework has. */
+interface VextObject {
+    objectName: string;
+    /** The object is about to go. */
+    readonly destroyed: VextSignal<() => void>;
+    readonly objectNameChanged: VextSignal<(name: string) => void>;
+}
+
+/** What every result object has, whatever its columns are. */
+interface VextSqlResultProperties {
     /** The mark of a result object: 1106. Hidden. */
     readonly "$ res sql": number;
     /** Number of columns; 0 for a statement without rows. */
@@ -30,8 +38,20 @@ interface VextSqlResult {
     /** Qt's type numbers. */
     fields_types: number[];
     fields_typeN: string[];
-    [column: string]: any;
 }
+
+/**
+ * One result, column by column. Each column is also a property of its own, `result.name[row]`, which
+ * the compiler takes from the columns that it was told: `VextSqlResult<{id: number; note: string |
+ * null}>`. Without them only `fields_index` has values; `VextSqlResult<any>` lets every name pass,
+ * mistyped ones too.
+ */
+type VextSqlResult<Columns = {}> = VextSqlResultProperties & VextSqlColumns<Columns>;
+
+/** The columns of a result; one that is called like a property of the result is overwritten by it. */
+type VextSqlColumns<Columns> = {
+    [Name in Exclude<keyof Columns, keyof VextSqlResultProperties>]: Columns[Name][];
+};
 
 /** What tables() leaves in queryResult. */
 interface VextSqlTables {
@@ -96,17 +116,49 @@ interface VextSqlFeatures {
     Unicode: boolean;
 }
 
+/** What an asynchronous statement says of its failure: false when there was none. */
+type VextSqlFailure = string | false;
+
 /**
- * The callback of a task. For one statement `result` is its result object (empty when it failed) and
- * `error` false or the text; for a list both are arrays. `result` is a boolean when there was nothing
- * but transaction words, and false when the task was never run.
+ * The callback of a task of one statement. `result` is empty of everything when `error` is a text,
+ * true or false when there was nothing but transaction words, and false when the task was never run.
+ * A callback may name what it expects: `function (result: VextSqlResult<{n: number}>, error) {...}`.
  */
-type VextSqlCallback = (result: any, error: any, milliseconds: number, ...extra: any[]) => void;
+type VextSqlCallback = {
+    call(result: VextSqlResult | boolean, error: VextSqlFailure, milliseconds: number,
+        ...extra: any[]): void;
+}["call"];
 
-/** (result, error, milliseconds, true), or after a failure (false, result, error, milliseconds). */
-type VextSqlFinishHandler = (first: any, second: any, third: any, fourth: number | true) => void;
+/** The callback of a list: the same for each statement; `undefined` is the error of one not run. */
+type VextSqlListCallback = {
+    call(results: VextSqlResult[] | boolean, errors: (VextSqlFailure | undefined)[] | false,
+        milliseconds: number, ...extra: any[]): void;
+}["call"];
 
-interface VEXT_SQL {
+/** What query_finish tells of one statement or of a list. */
+type VextSqlOutcome = VextSqlResult | VextSqlResult[];
+type VextSqlFailures = VextSqlFailure | (VextSqlFailure | undefined)[];
+
+/**
+ * The handler of query_finish. Look at the last argument first: true means that nothing failed, and
+ * tells the compiler which of the two orders it is.
+ */
+type VextSqlFinishHandler = (...told:
+    [result: VextSqlOutcome | boolean, error: VextSqlFailures, milliseconds: number, ok: true] |
+    [failed: false, result: VextSqlOutcome, error: VextSqlFailures, milliseconds: number]) => void;
+
+/** The same for a handler that names what it expects. */
+type VextSqlFinishListener = {
+    call(first: VextSqlOutcome | boolean, second: VextSqlOutcome | VextSqlFailures,
+        third: number | VextSqlFailures, fourth: number | true): void;
+}["call"];
+
+interface VextDeletableObject extends VextObject {
+    /** Deletes the object at the next event; its members raise errors from then on. */
+    deleteLater(): void;
+}
+
+interface VEXT_SQL extends VextDeletableObject {
     objectName: string;
     traceLog: boolean;
     readonly affectedRows: number;
@@ -142,7 +194,7 @@ interface VEXT_SQL {
     readonly finished: VextSignal<() => void>;
     readonly opened: VextSignal<() => void>;
     readonly closed: VextSignal<() => void>;
-    readonly query_finish: VextSignal<VextSqlFinishHandler>;
+    readonly query_finish: VextSignal<VextSqlFinishHandler> & VextSignal<VextSqlFinishListener>;
     readonly event: VextSignal<(name: string, payload: any, source: number) => void>;
 
     taskSize(): number;
@@ -155,11 +207,11 @@ interface VEXT_SQL {
     rollback(): boolean;
     open(): boolean;
     close(): boolean;
-    query(sql: string): VextSqlResult | false;
+    query<Columns = {}>(sql: string): VextSqlResult<Columns> | false;
     /** The same as query(sql). */
-    exec(sql: string): VextSqlResult | false;
+    exec<Columns = {}>(sql: string): VextSqlResult<Columns> | false;
     /** A procedure, or on PostgreSQL a statement head, with bound values. */
-    exec(text: string, values: any[]): VextSqlResult | false;
+    exec<Columns = {}>(text: string, values: any[]): VextSqlResult<Columns> | false;
     start_thread(): boolean;
     /** Waits up to `ms` milliseconds, 1000 by default. */
     stop_thread(ms?: number): void;
@@ -171,27 +223,66 @@ interface VEXT_SQL {
     counters(engine?: object): VextSqlCounters;
     setCodec(name: string): void;
 
-    /** Arguments are told apart by their types; these are the usual orders. */
-    query_thread(sql: string | string[], extra?: any[]): boolean;
-    query_thread(callback: VextSqlCallback, sql: string | string[], extra?: any[]): boolean;
-    query_thread(sql: string | string[], callback: VextSqlCallback, extra?: any[]): boolean;
-    query_thread(thisObject: object, callback: VextSqlCallback, sql: string | string[],
+    /**
+     * Arguments are told apart by their types. `extra` are further arguments for the callback; they
+     * come behind the statements.
+     */
+    query_thread(sql: string, extra?: any[]): boolean;
+    query_thread(callback: VextSqlCallback, sql: string, extra?: any[]): boolean;
+    query_thread(sql: string, callback: VextSqlCallback, extra?: any[]): boolean;
+    query_thread(thisObject: object, callback: VextSqlCallback, sql: string,
         extra?: any[]): boolean;
-    /** A list of statements takes a list of argument lists, none of them empty. */
+    query_thread(callback: VextSqlCallback, thisObject: object, sql: string,
+        extra?: any[]): boolean;
+    query_thread(sql: string, callback: VextSqlCallback, thisObject: object,
+        extra?: any[]): boolean;
+    query_thread(sql: string, extra: any[], callback: VextSqlCallback,
+        thisObject?: object): boolean;
+    query_thread(sql: string[], extra?: any[]): boolean;
+    query_thread(callback: VextSqlListCallback, sql: string[], extra?: any[]): boolean;
+    query_thread(sql: string[], callback: VextSqlListCallback, extra?: any[]): boolean;
+    query_thread(thisObject: object, callback: VextSqlListCallback, sql: string[],
+        extra?: any[]): boolean;
+    query_thread(callback: VextSqlListCallback, thisObject: object, sql: string[],
+        extra?: any[]): boolean;
+    query_thread(sql: string[], callback: VextSqlListCallback, thisObject: object,
+        extra?: any[]): boolean;
+    query_thread(sql: string[], extra: any[], callback: VextSqlListCallback,
+        thisObject?: object): boolean;
+    /** A list of statements takes a list of argument lists, none empty, directly behind it. */
     exec_thread(sql: string, values?: any[], extra?: any[]): boolean;
-    exec_thread(sql: string[], values: any[][], extra?: any[]): boolean;
     exec_thread(callback: VextSqlCallback, sql: string, values?: any[], extra?: any[]): boolean;
-    exec_thread(callback: VextSqlCallback, sql: string[], values: any[][], extra?: any[]): boolean;
     exec_thread(thisObject: object, callback: VextSqlCallback, sql: string, values?: any[],
         extra?: any[]): boolean;
-    exec_thread(thisObject: object, callback: VextSqlCallback, sql: string[], values: any[][],
+    exec_thread(callback: VextSqlCallback, thisObject: object, sql: string, values?: any[],
         extra?: any[]): boolean;
+    exec_thread(sql: string, values: any[], callback: VextSqlCallback, extra?: any[]): boolean;
+    exec_thread(sql: string, values: any[], callback: VextSqlCallback, thisObject: object,
+        extra?: any[]): boolean;
+    exec_thread(sql: string, values: any[], extra: any[], callback: VextSqlCallback,
+        thisObject?: object): boolean;
+    exec_thread(sql: string, callback: VextSqlCallback, values?: any[], extra?: any[]): boolean;
+    exec_thread(sql: string, callback: VextSqlCallback, thisObject: object, values?: any[],
+        extra?: any[]): boolean;
+    exec_thread(sql: string[], values: any[][], extra?: any[]): boolean;
+    exec_thread(callback: VextSqlListCallback, sql: string[], values: any[][],
+        extra?: any[]): boolean;
+    exec_thread(thisObject: object, callback: VextSqlListCallback, sql: string[],
+        values: any[][], extra?: any[]): boolean;
+    exec_thread(callback: VextSqlListCallback, thisObject: object, sql: string[],
+        values: any[][], extra?: any[]): boolean;
+    exec_thread(sql: string[], values: any[][], callback: VextSqlListCallback,
+        extra?: any[]): boolean;
+    exec_thread(sql: string[], values: any[][], callback: VextSqlListCallback,
+        thisObject: object, extra?: any[]): boolean;
+    exec_thread(sql: string[], values: any[][], extra: any[], callback: VextSqlListCallback,
+        thisObject?: object): boolean;
     /** The same as the global counters(). */
     countersAll(): VextSqlCounters[];
     /** The same value as the global tag. */
     tag: any;
     /** The last synchronous result; undefined when there is none. */
-    queryResult: VextSqlResult | VextSqlTables | undefined;
+    queryResult: (VextSqlResult & { TABLES?: undefined }) | VextSqlTables | undefined;
 }
 
 interface VEXT_SQLConstructor {

@@ -51,7 +51,7 @@ QStringList declaration(const QString &head)
 QStringList declaredMembers(const QString &head)
 {
     return captured(declaration(head),
-                    QStringLiteral(R"re(^    (?:readonly )?"?([\w$][\w$ ]*?)"?[?(:])re"));
+                    QStringLiteral(R"re(^    (?:readonly )?"?([\w$][\w$ ]*?)"?[?(:<])re"));
 }
 
 /// The names in the first column of the tables of a section of the reference.
@@ -65,6 +65,15 @@ QStringList sorted(QStringList names)
 {
     names.sort();
     return names;
+}
+
+/// The names that the type files declare for the whole script.
+QStringList declaredGlobals()
+{
+    QStringList lines;
+    for (const char *file : {"types/vext_sql.d.ts", "types/vext_run.d.ts"})
+        lines += fileText(QLatin1String(file)).split(QLatin1Char('\n'));
+    return captured(lines, QStringLiteral(R"(^declare (?:var|const|function) (\w+))"));
 }
 
 /// The lines that a piece of code prints.
@@ -94,6 +103,7 @@ private slots:
     void linksLeadSomewhere();
 
     void everyMemberOfAConnectionIsDescribed();
+    void everyGlobalIsDeclared();
     void everyPropertyIsDescribed_data();
     void everyPropertyIsDescribed();
     void everyRussianTextIsDescribed();
@@ -226,18 +236,34 @@ void TestDocumentation::linksLeadSomewhere()
 void TestDocumentation::everyMemberOfAConnectionIsDescribed()
 {
     const QStringList described = describedMembers(QStringLiteral("## The connection object"));
-    QCOMPARE(described, declaredMembers(QStringLiteral("interface VEXT_SQL {")));
+    QCOMPARE(described,
+             declaredMembers(QStringLiteral("interface VEXT_SQL extends VextDeletableObject {")));
 
     QStringList seen = printed(
         QStringLiteral("var db = new VEXT_SQL; for (var name in db) print(name.split('(')[0]);"
                        "print('query_thread'); print('exec_thread'); print('countersAll');"
                        "print('tag'); print('queryResult');"));
     seen.removeDuplicates();
-    // Of every QObject, or for the host alone.
-    for (const char *name :
-         {"destroyed", "objectNameChanged", "deleteLater", "s_msg", "msg", "setScriptValueThis"})
-        QVERIFY2(seen.removeOne(QLatin1String(name)), name);
+    const QStringList ofEveryObject =
+        declaredMembers(QStringLiteral("interface VextObject {")) +
+        declaredMembers(QStringLiteral("interface VextDeletableObject extends VextObject {"));
+    for (const QString &name : ofEveryObject)
+        QVERIFY2(described.contains(name) || seen.removeOne(name), qPrintable(name));
+    for (const char *forTheHost : {"s_msg", "msg", "setScriptValueThis"})
+        QVERIFY2(seen.removeOne(QLatin1String(forTheHost)), forTheHost);
     QCOMPARE(sorted(described), sorted(seen));
+}
+
+void TestDocumentation::everyGlobalIsDeclared()
+{
+    QStringList globals = printed(QStringLiteral(
+        "Object.getOwnPropertyNames(this).forEach(function (name) { print(name) })"));
+    // Those of the language come first, and compilers know them.
+    const int last = globals.indexOf(QStringLiteral("encodeURIComponent"));
+    QVERIFY2(last > 20, qPrintable(globals.join(QLatin1Char(' '))));
+    globals = globals.mid(last + 1);
+    globals.removeDuplicates();
+    QCOMPARE(sorted(declaredGlobals()), sorted(globals));
 }
 
 void TestDocumentation::everyPropertyIsDescribed_data()
@@ -248,7 +274,8 @@ void TestDocumentation::everyPropertyIsDescribed_data()
     const QString open = openSqlite();
     const QString show = QStringLiteral("for (var name in shown) print(name);");
     QTest::newRow("result")
-        << QStringLiteral("## Result objects") << QStringLiteral("interface VextSqlResult {")
+        << QStringLiteral("## Result objects")
+        << QStringLiteral("interface VextSqlResultProperties {")
         << open + QStringLiteral("var shown = db.query('begin'); print('$ res sql');") + show;
     QTest::newRow("error record") << QStringLiteral("## The error record")
                                   << QStringLiteral("interface VextSqlError {")
