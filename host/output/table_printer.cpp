@@ -8,6 +8,7 @@ namespace
 {
 
 const QLatin1Char Blank(' ');
+const QLatin1String Separator(" | ");
 
 bool isWide(uint code)
 {
@@ -31,30 +32,11 @@ int codeWidth(uint code)
     }
 }
 
-QString escaped(const QString &text)
-{
-    QString result;
-    result.reserve(text.size());
-    for (const QChar c : text) {
-        if (c == QLatin1Char('\n'))
-            result += QLatin1String("\\n");
-        else if (c == QLatin1Char('\r'))
-            result += QLatin1String("\\r");
-        else if (c == QLatin1Char('\t'))
-            result += QLatin1String("\\t");
-        else if (c.category() == QChar::Other_Control)
-            result += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
-        else
-            result += c;
-    }
-    return result;
-}
-
 QString shortened(const QString &text)
 {
     // Only the start of a long text is looked at: a cell may hold megabytes.
     const int enough = 2 * TablePrinter::maxCellWidth;
-    const QString head = escaped(text.left(enough));
+    const QString head = TablePrinter::oneLine(text.left(enough));
     if (text.size() <= enough && TablePrinter::width(head) <= TablePrinter::maxCellWidth)
         return head;
     int used = 0;
@@ -82,27 +64,59 @@ QString line(const QStringList &cells, const QLatin1String &separator)
     return text + QLatin1Char('\n');
 }
 
-/// The texts of one column, from the heading down, and the width that they need.
-struct Layout {
-    QVector<QString> texts;
-    QString heading;
-    int width = 1;
-    bool alignRight = false;
-
-    explicit Layout(const TableColumn &column)
-        : heading(shortened(column.heading))
-        , alignRight(column.alignRight)
-    {
-        width = std::max(width, TablePrinter::width(heading));
-        texts.reserve(column.cells.size());
-        for (const TableCell &cell : column.cells) {
-            texts.append(TablePrinter::cellText(cell));
-            width = std::max(width, TablePrinter::width(texts.last()));
-        }
-    }
-};
-
 } // namespace
+
+TablePrinter::Layout::Layout(const TableColumn &column)
+    : heading(shortened(column.heading))
+    , alignRight(column.alignRight)
+{
+    width = std::max(width, TablePrinter::width(heading));
+    texts.reserve(column.cells.size());
+    for (const TableCell &cell : column.cells) {
+        texts.append(cellText(cell));
+        width = std::max(width, TablePrinter::width(texts.last()));
+    }
+}
+
+TablePrinter::TablePrinter(const QVector<TableColumn> &columns)
+{
+    m_layouts.reserve(columns.size());
+    for (const TableColumn &column : columns) {
+        m_layouts.append(Layout(column));
+        m_rows = std::max(m_rows, column.cells.size());
+    }
+}
+
+int TablePrinter::width() const
+{
+    int sum = 0;
+    for (const Layout &layout : m_layouts)
+        sum += layout.width;
+    return sum + Separator.size() * std::max(0, m_layouts.size() - 1);
+}
+
+QString TablePrinter::text() const
+{
+    QStringList headings;
+    QStringList rules;
+    for (const Layout &layout : m_layouts) {
+        headings.append(padded(layout.heading, layout.width, layout.alignRight));
+        rules.append(QString(layout.width, QLatin1Char('-')));
+    }
+    QString text = line(headings, Separator) + line(rules, QLatin1String("-+-"));
+    for (int row = 0; row < m_rows; ++row) {
+        QStringList cells;
+        for (const Layout &layout : m_layouts)
+            cells.append(padded(layout.texts.value(row), layout.width, layout.alignRight));
+        text += line(cells, Separator);
+    }
+    return text;
+}
+
+QString TablePrinter::print(const QVector<TableColumn> &columns)
+{
+    return TablePrinter(columns).text();
+}
 
 int TablePrinter::width(const QString &text)
 {
@@ -121,25 +135,21 @@ QString TablePrinter::cellText(const TableCell &cell)
     return shortened(cell.text);
 }
 
-QString TablePrinter::print(const QVector<TableColumn> &columns)
+QString TablePrinter::oneLine(const QString &text)
 {
-    QVector<Layout> layouts;
-    QStringList headings;
-    QStringList rules;
-    int rows = 0;
-    for (const TableColumn &column : columns) {
-        layouts.append(Layout(column));
-        const Layout &layout = layouts.last();
-        headings.append(padded(layout.heading, layout.width, layout.alignRight));
-        rules.append(QString(layout.width, QLatin1Char('-')));
-        rows = std::max(rows, column.cells.size());
+    QString result;
+    result.reserve(text.size());
+    for (const QChar c : text) {
+        if (c == QLatin1Char('\n'))
+            result += QLatin1String("\\n");
+        else if (c == QLatin1Char('\r'))
+            result += QLatin1String("\\r");
+        else if (c == QLatin1Char('\t'))
+            result += QLatin1String("\\t");
+        else if (c.category() == QChar::Other_Control)
+            result += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        else
+            result += c;
     }
-    QString text = line(headings, QLatin1String(" | ")) + line(rules, QLatin1String("-+-"));
-    for (int row = 0; row < rows; ++row) {
-        QStringList cells;
-        for (const Layout &layout : qAsConst(layouts))
-            cells.append(padded(layout.texts.value(row), layout.width, layout.alignRight));
-        text += line(cells, QLatin1String(" | "));
-    }
-    return text;
+    return result;
 }

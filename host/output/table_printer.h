@@ -29,7 +29,15 @@ class TablePrinter
 public:
     static constexpr int maxCellWidth = 120; ///< in screen cells
 
+    explicit TablePrinter(const QVector<TableColumn> &columns);
+
+    /// The number of screen cells that the widest line may take.
+    int width() const;
+
     /// The whole table, each line with its line break; headings and a rule even without rows.
+    QString text() const;
+
+    /// text() in one call.
     static QString print(const QVector<TableColumn> &columns);
 
     /// The number of screen cells that a text takes: two for East Asian wide characters, none
@@ -38,4 +46,22 @@ public:
 
     /// How a cell is printed, before it is padded.
     static QString cellText(const TableCell &cell);
+
+    /// The text with its control characters as escapes.
+    static QString oneLine(const QString &text);
+
+private:
+    /// The texts of one column, from the heading down, and the width that they need.
+    struct Layout {
+        explicit Layout(const TableColumn &column);
+        Layout() = default; // for QVector
+
+        QVector<QString> texts;
+        QString heading;
+        int width = 1;
+        bool alignRight = false;
+    };
+
+    QVector<Layout> m_layouts;
+    int m_rows = 0;
 };
