@@ -1,0 +1,41 @@
+#include "bound_statement.h"
+
+bool DriverStatement::prepare()
+{
+    const QString text = plan().withMarks();
+    result().renew(text);
+    return result().prepare(text);
+}
+
+bool DriverStatement::execute(const QVector<BoundValue> &values)
+{
+    // A reused result keeps what was bound before, so every position is bound, every time.
+    const QVector<int> &valueOf = plan().valueOf();
+    for (int i = 0; i < valueOf.size(); ++i) {
+        const BoundValue &bound = values.at(valueOf.at(i));
+        result().bind(i, bound.value, bound.type);
+    }
+    return result().exec();
+}
+
+bool LiteralStatement::execute(const QVector<BoundValue> &values)
+{
+    QStringList literals;
+    literals.reserve(values.size());
+    for (const BoundValue &value : values) {
+        QString refusal;
+        literals.append(m_literal(value, &refusal));
+        if (!refusal.isEmpty()) {
+            result().fail(QSqlError(QString(), refusal, QSqlError::StatementError));
+            return false;
+        }
+    }
+    m_sent = plan().withLiterals(literals);
+    result().renew(m_sent);
+    return result().reset(m_sent);
+}
+
+QString LiteralStatement::sentText() const
+{
+    return m_sent.isEmpty() ? plan().withMarks() : m_sent;
+}

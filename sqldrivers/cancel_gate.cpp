@@ -1,0 +1,80 @@
+#include "cancel_gate.h"
+
+#include <QMutexLocker>
+
+void CancelGate::setInterrupter(Interrupter *interrupter)
+{
+    QMutexLocker locker(&m_mutex);
+    m_interrupter = interrupter;
+    m_requested = false;
+}
+
+void CancelGate::run(Statement &statement)
+{
+    QMutexLocker locker(&m_mutex);
+    if (statement.m_phase == Phase::Idle)
+        m_active.append(&statement);
+    statement.m_phase = Phase::Running;
+    statement.m_reason.store(Reason::None, std::memory_order_release);
+}
+
+void CancelGate::stream(Statement &statement)
+{
+    QMutexLocker locker(&m_mutex);
+    if (statement.m_phase == Phase::Running)
+        statement.m_phase = Phase::Streaming;
+}
+
+bool CancelGate::end(Statement &statement)
+{
+    Interrupter *interrupter = nullptr;
+    {
+        QMutexLocker locker(&m_mutex);
+        if (statement.m_phase == Phase::Idle)
+            return true;
+        statement.m_phase = Phase::Idle;
+        m_active.removeOne(&statement);
+        if (m_requested)
+            interrupter = m_interrupter;
+        m_requested = false;
+    }
+    // Nobody makes a new request now, as far as this statement goes, so the wait needs no lock.
+    return !interrupter || interrupter->settle();
+}
+
+bool CancelGate::cancel()
+{
+    QMutexLocker locker(&m_mutex);
+    if (m_active.isEmpty())
+        return false;
+    // The mark comes first: the error that the request causes must find it.
+    for (Statement *statement : qAsConst(m_active)) {
+        if (!statement->isCancelled())
+            statement->m_reason.store(Reason::Asked, std::memory_order_release);
+    }
+    request();
+    return true;
+}
+
+void CancelGate::timeOut(Statement &statement)
+{
+    QMutexLocker locker(&m_mutex);
+    if (!m_active.contains(&statement) || statement.isCancelled())
+        return;
+    statement.m_reason.store(Reason::TimedOut, std::memory_order_release);
+    request();
+}
+
+/// With the mutex held.
+void CancelGate::request()
+{
+    if (!m_interrupter)
+        return;
+    Phase phase = Phase::Streaming;
+    for (const Statement *statement : qAsConst(m_active)) {
+        if (statement->m_phase == Phase::Running)
+            phase = Phase::Running;
+    }
+    m_requested = true;
+    m_interrupter->interrupt(phase);
+}

@@ -1,0 +1,264 @@
+#include "decorated_driver.h"
+
+#include "decorated_result.h"
+#include "stock_plugins.h"
+
+#include <QSqlIndex>
+#include <QSqlRecord>
+#include <QtSql/private/qsqldriver_p.h>
+
+namespace
+{
+
+QSqlDriver::DbmsType dbmsOf(const QString &key)
+{
+    if (key.startsWith(QLatin1String("QSQLITE")))
+        return QSqlDriver::SQLite;
+    if (key.startsWith(QLatin1String("QPSQL")))
+        return QSqlDriver::PostgreSQL;
+    if (key.startsWith(QLatin1String("QMYSQL")) || key == QLatin1String("QMARIADB"))
+        return QSqlDriver::MySqlServer;
+    if (key == QLatin1String("QIBASE"))
+        return QSqlDriver::Interbase;
+    return QSqlDriver::UnknownDbms;
+}
+
+} // namespace
+
+DecoratedDriver::DecoratedDriver(const QString &key, QObject *parent)
+    : QSqlDriver(*new QSqlDriverPrivate(dbmsOf(key)), parent)
+    , m_key(key)
+    , m_stock(StockPlugins::create(key, &m_loadError))
+    , m_gate(std::make_shared<CancelGate>())
+{
+    if (!m_stock)
+        return;
+    m_policy = makePolicy(key, m_stock.get());
+    relayNotifications();
+}
+
+DecoratedDriver::~DecoratedDriver()
+{
+    DecoratedDriver::close();
+}
+
+void DecoratedDriver::relayNotifications()
+{
+    connect(m_stock.get(),
+            qOverload<const QString &, NotificationSource, const QVariant &>(
+                &QSqlDriver::notification),
+            this,
+            qOverload<const QString &, NotificationSource, const QVariant &>(
+                &QSqlDriver::notification));
+    // The form with a name alone is deprecated, and still what older hosts listen to.
+    connect(m_stock.get(), SIGNAL(notification(QString)), this, SIGNAL(notification(QString)));
+}
+
+QString DecoratedDriver::boundStatement(const QString &text, int count) const
+{
+    return m_policy ? StatementPlan::complete(m_policy->dialect(), text, count) : text;
+}
+
+bool DecoratedDriver::hasFeature(DriverFeature feature) const
+{
+    switch (feature) {
+    case CancelQuery:
+        return m_canCancel;
+    case PreparedQueries:
+    case NamedPlaceholders:
+    case PositionalPlaceholders:
+        return true;
+    case BatchOperations:
+        return false; // QSqlResult then executes row by row
+    default:
+        return m_stock && m_stock->hasFeature(feature);
+    }
+}
+
+// --- Opening and closing ---
+
+bool DecoratedDriver::failOpen(const QSqlError &error)
+{
+    if (m_stock && m_stock->isOpen())
+        m_stock->close();
+    setLastError(error);
+    setOpenError(true);
+    return false;
+}
+
+bool DecoratedDriver::open(const QString &database, const QString &user, const QString &password,
+                           const QString &host, int port, const QString &options)
+{
+    close();
+    if (!m_stock) {
+        const QString reason =
+            m_loadError.isEmpty()
+                ? tr("the driver %1 is not installed; install the package %2")
+                      .arg(m_key, StockPlugins::debianPackage(m_key))
+                : tr("the driver %1 cannot be loaded: %2").arg(m_key, m_loadError);
+        return failOpen(QSqlError(tr("Driver not loaded"), reason, QSqlError::ConnectionError));
+    }
+    QString stockOptions = options;
+    QString refusal;
+    if (!LayerOptions::take(&stockOptions, &m_options, &refusal))
+        return failOpen(QSqlError(tr("Wrong connect options"), refusal, QSqlError::ConnectionError));
+    stockOptions = m_policy->stockOptions(stockOptions, m_options);
+    if (!m_stock->open(database, user, password, host, port, stockOptions))
+        return failOpen(m_policy->classified(m_stock->lastError(), Policy::Step::Open));
+    // ODBC drivers know only now what they speak to.
+    static_cast<QSqlDriverPrivate *>(d_ptr.data())->dbmsType = m_stock->dbmsType();
+    QSqlError error;
+    if (!m_policy->attach(m_options, &error)) {
+        m_policy->detach();
+        return failOpen(m_policy->classified(error, Policy::Step::Open));
+    }
+    m_lost = false;
+    ++m_session;
+    m_canCancel = m_policy->canCancel();
+    m_gate->setInterrupter(m_policy.get());
+    setOpenError(false);
+    setOpen(true);
+    return true;
+}
+
+void DecoratedDriver::close()
+{
+    m_canCancel = false;
+    m_gate->setInterrupter(nullptr);
+    if (!m_stock || !QSqlDriver::isOpen())
+        return;
+    m_cache.clear();
+    ++m_session;
+    m_policy->detach();
+    m_stock->close();
+    setOpen(false);
+    setOpenError(false);
+}
+
+bool DecoratedDriver::isOpen() const
+{
+    if (!QSqlDriver::isOpen() || m_lost)
+        return false;
+    m_lost = !m_stock->isOpen() || m_policy->isLost();
+    return !m_lost;
+}
+
+void DecoratedDriver::giveUp()
+{
+    m_lost = true;
+}
+
+QSqlResult *DecoratedDriver::createResult() const
+{
+    return new DecoratedResult(this);
+}
+
+QVariant DecoratedDriver::handle() const
+{
+    return m_stock ? m_stock->handle() : QVariant();
+}
+
+bool DecoratedDriver::cancelQuery()
+{
+    m_gate->cancel();
+    return m_canCancel;
+}
+
+// --- Transactions ---
+
+bool DecoratedDriver::command(Policy::Command command, bool (QSqlDriver::*run)())
+{
+    if (!QSqlDriver::isOpen())
+        return false;
+    const QSqlError refused = m_policy->refusal(command);
+    if (refused.isValid()) {
+        setLastError(refused);
+        return false;
+    }
+    CancelGate::Statement statement;
+    m_gate->run(statement);
+    const bool good = (m_stock.get()->*run)();
+    if (!m_gate->end(statement))
+        giveUp();
+    if (good)
+        setLastError(QSqlError());
+    else
+        setLastError(DecoratedResult::explained(*this, m_stock->lastError(), statement.reason(),
+                                                Policy::Step::Transaction));
+    m_policy->finished(QString(), good);
+    return good;
+}
+
+bool DecoratedDriver::beginTransaction()
+{
+    return command(Policy::Command::Begin, &QSqlDriver::beginTransaction);
+}
+
+bool DecoratedDriver::commitTransaction()
+{
+    return command(Policy::Command::Commit, &QSqlDriver::commitTransaction);
+}
+
+bool DecoratedDriver::rollbackTransaction()
+{
+    return command(Policy::Command::Rollback, &QSqlDriver::rollbackTransaction);
+}
+
+// --- Passed on ---
+
+QStringList DecoratedDriver::tables(QSql::TableType type) const
+{
+    return m_stock ? m_stock->tables(type) : QStringList();
+}
+
+QSqlIndex DecoratedDriver::primaryIndex(const QString &table) const
+{
+    return m_stock ? m_stock->primaryIndex(table) : QSqlIndex();
+}
+
+QSqlRecord DecoratedDriver::record(const QString &table) const
+{
+    return m_stock ? m_stock->record(table) : QSqlRecord();
+}
+
+QString DecoratedDriver::formatValue(const QSqlField &field, bool trimStrings) const
+{
+    return m_stock ? m_stock->formatValue(field, trimStrings)
+                   : QSqlDriver::formatValue(field, trimStrings);
+}
+
+QString DecoratedDriver::escapeIdentifier(const QString &identifier, IdentifierType type) const
+{
+    return m_stock ? m_stock->escapeIdentifier(identifier, type) : identifier;
+}
+
+bool DecoratedDriver::isIdentifierEscaped(const QString &identifier, IdentifierType type) const
+{
+    return m_stock && m_stock->isIdentifierEscaped(identifier, type);
+}
+
+QString DecoratedDriver::stripDelimiters(const QString &identifier, IdentifierType type) const
+{
+    return m_stock ? m_stock->stripDelimiters(identifier, type) : identifier;
+}
+
+QString DecoratedDriver::sqlStatement(StatementType type, const QString &table,
+                                      const QSqlRecord &record, bool preparedStatement) const
+{
+    return m_stock ? m_stock->sqlStatement(type, table, record, preparedStatement) : QString();
+}
+
+bool DecoratedDriver::subscribeToNotification(const QString &name)
+{
+    return m_stock && m_stock->subscribeToNotification(name);
+}
+
+bool DecoratedDriver::unsubscribeFromNotification(const QString &name)
+{
+    return m_stock && m_stock->unsubscribeFromNotification(name);
+}
+
+QStringList DecoratedDriver::subscribedToNotifications() const
+{
+    return m_stock ? m_stock->subscribedToNotifications() : QStringList();
+}

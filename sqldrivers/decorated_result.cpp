@@ -1,0 +1,441 @@
+#include "decorated_result.h"
+
+#include "decorated_driver.h"
+
+#include <QCoreApplication>
+#include <QSqlRecord>
+#include <QtSql/private/qsqlresult_p.h>
+
+namespace
+{
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("DecoratedResult", text);
+}
+
+QSqlError notOpen()
+{
+    return QSqlError(tr("Connection not open"), QString(), QSqlError::ConnectionError);
+}
+
+QString withCode(const QString &text, const QString &code)
+{
+    return code.size() == 5 ? text + QStringLiteral(" (%1)").arg(code) : text;
+}
+
+} // namespace
+
+DecoratedResult::DecoratedResult(const DecoratedDriver *driver)
+    : QSqlResult(driver)
+    , m_gate(driver->gate())
+{
+}
+
+DecoratedResult::~DecoratedResult()
+{
+    finish();
+}
+
+/// The driver while its connection is open; null when the result has outlived it.
+DecoratedDriver *DecoratedResult::owner() const
+{
+    auto *driver = const_cast<DecoratedDriver *>(static_cast<const DecoratedDriver *>(this->driver()));
+    return driver && driver->hasSession() ? driver : nullptr;
+}
+
+QSqlError DecoratedResult::explained(DecoratedDriver &driver, const QSqlError &error,
+                                     CancelGate::Reason reason, Policy::Step step)
+{
+    const QSqlError classified = driver.policy()->classified(error, step);
+    if (classified.type() == QSqlError::ConnectionError) {
+        driver.giveUp();
+        return classified;
+    }
+    const QString code = classified.nativeErrorCode();
+    switch (reason) {
+    case CancelGate::Reason::Asked:
+        return QSqlError(QString(), withCode(tr("cancelled"), code), QSqlError::StatementError,
+                         code);
+    case CancelGate::Reason::TimedOut:
+        return QSqlError(QString(),
+                         tr("the statement took longer than %1 ms")
+                             .arg(driver.options().statementTimeoutMs),
+                         QSqlError::StatementError, code);
+    case CancelGate::Reason::None:
+        break;
+    }
+    return classified;
+}
+
+// --- Running ---
+
+StockResult &DecoratedResult::plainResult(DecoratedDriver &driver)
+{
+    if (!m_plain || m_plainSession != driver.session())
+        m_plain = std::make_unique<StockResult>(driver.stock()->createResult());
+    m_plainSession = driver.session();
+    return *m_plain;
+}
+
+bool DecoratedResult::reset(const QString &text)
+{
+    finish();
+    DecoratedDriver *driver = owner();
+    if (!driver)
+        return refuse(notOpen());
+    m_text = text;
+    m_isPrepared = false;
+    if (driver->policy()->preparesPlainText(text)) {
+        if (!obtain(*driver))
+            return false;
+        m_isPrepared = true;
+        return runBound(*driver);
+    }
+    return runPlain(*driver);
+}
+
+bool DecoratedResult::savePrepare(const QString &text)
+{
+    finish();
+    auto *d = d_ptr;
+    d->clear();
+    d->sql = text;
+    DecoratedDriver *driver = owner();
+    if (!driver)
+        return refuse(notOpen());
+    m_text = text;
+    m_isPrepared = true;
+    return obtain(*driver);
+}
+
+bool DecoratedResult::exec()
+{
+    DecoratedDriver *driver = owner();
+    if (!driver)
+        return refuse(notOpen());
+    detachFromResultSet();
+    if (!m_isPrepared)
+        return runPlain(*driver);
+    if ((!m_bound || m_session != driver->session()) && !obtain(*driver))
+        return false;
+    return runBound(*driver);
+}
+
+/// Takes the kept statement of the text, or has it prepared.
+bool DecoratedResult::obtain(DecoratedDriver &driver)
+{
+    m_rows = nullptr;
+    m_session = driver.session();
+    m_bound = driver.cache().take(m_text);
+    m_wasKept = m_bound && m_bound->isFresh();
+    m_worthKeeping = false;
+    if (m_wasKept) {
+        rememberNames(m_bound->plan());
+        return true;
+    }
+    return prepareAnew(driver);
+}
+
+bool DecoratedResult::prepareAnew(DecoratedDriver &driver)
+{
+    m_wasKept = false;
+    m_rows = nullptr;
+    const QSqlError refused = driver.policy()->refusal(m_text);
+    if (refused.isValid())
+        return refuse(refused);
+    m_bound.reset();
+    StatementPlan plan = StatementPlan::of(driver.policy()->dialect(), m_text);
+    rememberNames(plan);
+    m_bound = driver.policy()->makeStatement(std::move(plan));
+    m_rows = &m_bound->result();
+    m_gate->run(m_cancel);
+    if (m_bound->prepare()) {
+        endStatement();
+        return true;
+    }
+    conclude(driver, false, Policy::Step::Prepare);
+    m_bound.reset();
+    m_rows = nullptr;
+    return false;
+}
+
+/// boundValue() and its like look names up here.
+void DecoratedResult::rememberNames(const StatementPlan &plan)
+{
+    auto *d = d_ptr;
+    d->executedQuery = m_text;
+    d->clearIndex();
+    const QStringList &names = plan.names();
+    for (int i = 0; i < names.size(); ++i) {
+        if (names.at(i).isEmpty())
+            continue;
+        d->holders.append(QHolder(names.at(i), i));
+        d->indexes[names.at(i)].append(i);
+    }
+}
+
+void DecoratedResult::bindValue(int index, const QVariant &value, QSql::ParamType type)
+{
+    auto *d = d_ptr;
+    if (index < 0)
+        return;
+    d->binds = PositionalBinding;
+    if (d->values.size() <= index)
+        d->values.resize(index + 1);
+    d->values[index] = value;
+    if (type != QSql::In || !d->types.isEmpty())
+        d->types[index] = type;
+}
+
+void DecoratedResult::bindValue(const QString &name, const QVariant &value, QSql::ParamType type)
+{
+    const QVector<int> indexes = d_ptr->indexes.value(name);
+    for (int index : indexes)
+        bindValue(index, value, type);
+    d_ptr->binds = NamedBinding;
+}
+
+QVector<BoundValue> DecoratedResult::boundForRun() const
+{
+    const auto *d = d_ptr;
+    QVector<BoundValue> values(d->values.size());
+    for (int i = 0; i < values.size(); ++i) {
+        values[i].value = d->values.at(i);
+        values[i].type = d->types.value(i, QSql::In);
+    }
+    return values;
+}
+
+bool DecoratedResult::runBound(DecoratedDriver &driver)
+{
+    const QVector<BoundValue> values = boundForRun();
+    const QString wrong = m_bound->plan().refusal(values.size());
+    if (!wrong.isEmpty())
+        return refuse(QSqlError(QString(), wrong, QSqlError::StatementError));
+    if (m_bound->plan().valueCount() > values.size())
+        return runPlain(driver);
+    const QSqlError refused = driver.policy()->refusal(m_text);
+    if (refused.isValid())
+        return refuse(refused);
+    bool good = executeBound(driver, values);
+    if (!good && m_wasKept && !m_cancel.isCancelled() &&
+        driver.policy()->isStale(m_rows->lastError())) {
+        endStatement();
+        if (!prepareAnew(driver))
+            return false;
+        good = executeBound(driver, values);
+    }
+    m_worthKeeping = good && driver.policy()->mayKeep(m_bound->plan());
+    d_ptr->executedQuery = m_bound->sentText();
+    conclude(driver, good, Policy::Step::Execute);
+    if (good && hasOutValues())
+        readBack();
+    return good;
+}
+
+bool DecoratedResult::executeBound(DecoratedDriver &driver, const QVector<BoundValue> &values)
+{
+    m_rows = &m_bound->result();
+    applySettings(*m_rows, driver);
+    m_gate->run(m_cancel);
+    return m_bound->execute(values);
+}
+
+bool DecoratedResult::runPlain(DecoratedDriver &driver)
+{
+    const QSqlError refused = driver.policy()->refusal(m_text);
+    if (refused.isValid())
+        return refuse(refused);
+    StockResult &rows = plainResult(driver);
+    m_rows = &rows;
+    rows.renew(m_text);
+    applySettings(rows, driver);
+    m_gate->run(m_cancel);
+    const bool good = rows.reset(m_text);
+    return conclude(driver, good, Policy::Step::Execute);
+}
+
+void DecoratedResult::applySettings(StockResult &rows, const DecoratedDriver &driver)
+{
+    m_exact = driver.options().exactNumbers;
+    rows.setForwardOnly(isForwardOnly());
+    rows.setPrecision(m_exact ? QSql::HighPrecision : numericalPrecisionPolicy());
+}
+
+/// Values that a procedure has given back.
+void DecoratedResult::readBack()
+{
+    const QVector<int> &valueOf = m_bound->plan().valueOf();
+    const QVector<QVariant> &values = m_rows->boundValues();
+    for (int i = 0; i < valueOf.size() && i < values.size(); ++i) {
+        if (d_ptr->types.value(valueOf.at(i)) & QSql::Out)
+            d_ptr->values[valueOf.at(i)] = values.at(i);
+    }
+}
+
+// --- Ending ---
+
+bool DecoratedResult::refuse(const QSqlError &error)
+{
+    setActive(false);
+    setSelect(false);
+    setLastError(error);
+    return false;
+}
+
+/// What the stock driver has done becomes this result's state.
+bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step step)
+{
+    setSelect(m_rows->isSelect());
+    setAt(m_rows->at());
+    setActive(good && m_rows->isActive());
+    if (good && m_rows->isSelect()) {
+        m_gate->stream(m_cancel);
+    } else {
+        endStatement();
+    }
+    driver.policy()->finished(m_text, good);
+    if (!good)
+        setLastError(explained(driver, m_rows->lastError(), m_cancel.reason(), step));
+    else if (driver.policy()->endsKept(m_text))
+        driver.cache().clear();
+    return good;
+}
+
+void DecoratedResult::endStatement()
+{
+    if (m_cancel.phase() == CancelGate::Phase::Idle || m_gate->end(m_cancel))
+        return;
+    if (DecoratedDriver *driver = owner())
+        driver->giveUp();
+}
+
+void DecoratedResult::detachFromResultSet()
+{
+    if (m_cancel.phase() == CancelGate::Phase::Idle && !isActive())
+        return;
+    // Rows that nobody wants may still be on their way: that can be cancelled until it is over.
+    if (m_rows)
+        m_rows->detach();
+    endStatement();
+}
+
+/// Gives up what was run and prepared last, or gives it back for its next use.
+void DecoratedResult::finish()
+{
+    detachFromResultSet();
+    m_rows = nullptr;
+    DecoratedDriver *driver = owner();
+    if (m_bound && m_worthKeeping && driver && driver->session() == m_session) {
+        m_bound->release();
+        driver->cache().give(m_text, std::move(m_bound));
+    }
+    m_bound.reset();
+    m_worthKeeping = false;
+}
+
+// --- Rows ---
+
+bool DecoratedResult::stopAtCancel()
+{
+    if (!m_cancel.isCancelled())
+        return false;
+    DecoratedDriver *driver = owner();
+    if (driver)
+        setLastError(explained(*driver, QSqlError(), m_cancel.reason(), Policy::Step::Fetch));
+    setAt(QSql::AfterLastRow);
+    m_worthKeeping = false;
+    return true;
+}
+
+/// After each step through the rows: behind the last one the statement is over.
+bool DecoratedResult::moved(bool onRow)
+{
+    setAt(m_rows->at());
+    if (onRow)
+        return true;
+    const QSqlError error = m_rows->lastError();
+    if (error.isValid()) {
+        m_worthKeeping = false;
+        if (DecoratedDriver *driver = owner())
+            setLastError(explained(*driver, error, m_cancel.reason(), Policy::Step::Fetch));
+    }
+    endStatement();
+    return false;
+}
+
+bool DecoratedResult::fetchNext()
+{
+    return m_rows && !stopAtCancel() && moved(m_rows->fetchNext());
+}
+
+bool DecoratedResult::fetchFirst()
+{
+    return m_rows && !stopAtCancel() && moved(m_rows->fetchFirst());
+}
+
+bool DecoratedResult::fetchPrevious()
+{
+    return m_rows && !stopAtCancel() && moved(m_rows->fetchPrevious());
+}
+
+bool DecoratedResult::fetchLast()
+{
+    return m_rows && !stopAtCancel() && moved(m_rows->fetchLast());
+}
+
+bool DecoratedResult::fetch(int row)
+{
+    return m_rows && !stopAtCancel() && moved(m_rows->fetch(row));
+}
+
+bool DecoratedResult::nextResult()
+{
+    DecoratedDriver *driver = owner();
+    if (!m_rows || !driver)
+        return false;
+    m_gate->run(m_cancel);
+    return conclude(*driver, m_rows->nextResult(), Policy::Step::Fetch);
+}
+
+QVariant DecoratedResult::data(int column)
+{
+    if (!m_rows)
+        return QVariant();
+    if (!m_exact)
+        return m_rows->data(column);
+    DecoratedDriver *driver = owner();
+    const QVariant value = m_rows->data(column);
+    return driver ? driver->policy()->exactValue(value, column) : value;
+}
+
+bool DecoratedResult::isNull(int column)
+{
+    return !m_rows || m_rows->isNull(column);
+}
+
+int DecoratedResult::size()
+{
+    return m_rows ? m_rows->size() : -1;
+}
+
+int DecoratedResult::numRowsAffected()
+{
+    return m_rows ? m_rows->numRowsAffected() : -1;
+}
+
+QVariant DecoratedResult::lastInsertId() const
+{
+    return m_rows ? m_rows->lastInsertId() : QVariant();
+}
+
+QSqlRecord DecoratedResult::record() const
+{
+    return m_rows ? m_rows->record() : QSqlRecord();
+}
+
+QVariant DecoratedResult::handle() const
+{
+    return m_rows ? m_rows->handle() : QVariant();
+}

@@ -1,0 +1,138 @@
+/// @file
+/// What the database systems do differently.
+#pragma once
+
+#include "bound_statement.h"
+#include "cancel_gate.h"
+#include "layer_options.h"
+#include "sql_scanner.h"
+
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QString>
+
+#include <memory>
+
+/// One connection's view of its database system. DecoratedDriver and DecoratedResult know the order
+/// of things, a policy what each step means for its system. Owned by the driver; used in the
+/// connection's thread except for interrupt(), see CancelGate::Interrupter.
+class Policy : public CancelGate::Interrupter
+{
+public:
+    /// Where an error came from.
+    enum class Step { Open, Transaction, Prepare, Execute, Fetch };
+
+    /// @param stock the stock driver, not open yet; outlives the policy
+    explicit Policy(QSqlDriver *stock)
+        : m_stock(stock)
+    {
+    }
+
+    QSqlDriver *stock() const { return m_stock; }
+    virtual SqlDialect dialect() const = 0;
+
+    // --- Opening and closing ---
+
+    /// The connect options for the stock driver: the user's, and in front of them what this layer
+    /// wants unless the user says otherwise (character set, time-outs).
+    virtual QString stockOptions(const QString &options, const LayerOptions &layer) const
+    {
+        Q_UNUSED(layer)
+        return options;
+    }
+    /// The stock driver is open: finds the client library's functions, sets the session up.
+    /// @return false when the connection cannot be used; `error` says why, and it is closed
+    virtual bool attach(const LayerOptions &layer, QSqlError *error) = 0;
+    /// The stock driver is about to be closed. Nothing of its connection may be used afterwards.
+    virtual void detach() {}
+    /// Whether cancelling works on this connection.
+    virtual bool canCancel() const { return false; }
+    /// Whether the server itself ends statements after VEXT_STATEMENT_TIMEOUT. Where it does not,
+    /// the layer cancels them.
+    virtual bool hasServerTimeout() const { return false; }
+
+    // --- Statements ---
+
+    /// How a planned statement is run: made, not yet prepared.
+    virtual std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) = 0;
+    /// Whether a text that was given without values goes the way of makeStatement() too, to be
+    /// kept. Otherwise it reaches the stock driver as it is.
+    virtual bool preparesPlainText(const QString &text) const
+    {
+        Q_UNUSED(text)
+        return false;
+    }
+    /// Called before any statement, with its text as given. @return an error that keeps it from
+    /// being run, or none
+    virtual QSqlError refusal(const QString &text)
+    {
+        Q_UNUSED(text)
+        return QSqlError();
+    }
+    /// Called after each statement, and after transaction commands with an empty text.
+    virtual void finished(const QString &text, bool good)
+    {
+        Q_UNUSED(text)
+        Q_UNUSED(good)
+    }
+    /// Whether a statement that worked may be kept for its next use.
+    virtual bool mayKeep(const StatementPlan &plan) const
+    {
+        Q_UNUSED(plan)
+        return false;
+    }
+    /// Whether all that is kept must be given up, now that this statement has worked (DROP, USE).
+    virtual bool endsKept(const QString &text) const
+    {
+        Q_UNUSED(text)
+        return false;
+    }
+    /// Whether a kept statement's error may come from its age, so that it is worth another try,
+    /// prepared anew.
+    virtual bool isStale(const QSqlError &error) const
+    {
+        Q_UNUSED(error)
+        return false;
+    }
+
+    // --- Transactions ---
+
+    enum class Command { Begin, Commit, Rollback };
+    /// Called before a command of the driver. @return an error that refuses it, or none
+    virtual QSqlError refusal(Command command)
+    {
+        Q_UNUSED(command)
+        return QSqlError();
+    }
+
+    // --- Errors and loss ---
+
+    /// The stock driver's error as the layer reports it: its type, its native code. What was
+    /// cancelled does not come here.
+    virtual QSqlError classified(const QSqlError &error, Step step) = 0;
+    /// A quick look at whether the connection is gone.
+    virtual bool isLost() const { return false; }
+
+    // --- Values ---
+
+    /// A cell with VEXT_EXACT_NUMBERS.
+    virtual QVariant exactValue(const QVariant &value, int column);
+
+    void interrupt(CancelGate::Phase phase) override { Q_UNUSED(phase) }
+    bool settle() override { return true; }
+
+protected:
+    /// The stock driver's native connection of type `Native` ("PGconn *"), null without one.
+    template <typename Native>
+    Native nativeHandle() const
+    {
+        const QVariant handle = m_stock->handle();
+        return handle.isValid() ? *static_cast<const Native *>(handle.constData()) : Native();
+    }
+
+private:
+    QSqlDriver *m_stock;
+};
+
+/// The policy for a driver's key.
+std::unique_ptr<Policy> makePolicy(const QString &key, QSqlDriver *stock);
