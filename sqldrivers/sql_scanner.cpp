@@ -32,7 +32,7 @@ public:
     {
         while (m_pos < m_text.size())
             next();
-        if (holdsProcedureBody())
+        if (SqlScanner::holdsProcedureBody(m_tokens, m_text))
             forgetNames();
         return std::move(m_tokens);
     }
@@ -66,7 +66,6 @@ private:
     int alternativeQuoteEnd(int quote) const;
     bool isOperatorMark() const;
     bool separatesSlice() const;
-    bool holdsProcedureBody() const;
     void forgetNames();
 
     const QString &m_text;
@@ -330,35 +329,6 @@ bool Walk::isOperatorMark() const
     return at(m_pos + 2) != behind;
 }
 
-/// EXECUTE BLOCK, and CREATE or ALTER of something that has code of its own: names with colons are
-/// variables there.
-bool Walk::holdsProcedureBody() const
-{
-    constexpr int HeadWords = 8;
-    int words = 0;
-    bool creates = false;
-    bool executes = false;
-    for (const SqlToken &token : m_tokens) {
-        if (token.kind != SqlToken::Word)
-            continue;
-        const auto word = [&](const char *text) {
-            return SqlScanner::isWord(token, m_text, QLatin1String(text));
-        };
-        if (words == 0) {
-            creates = word("CREATE") || word("ALTER") || word("RECREATE");
-            executes = word("EXECUTE");
-        } else if (executes) {
-            return word("BLOCK");
-        } else if (word("PROCEDURE") || word("FUNCTION") || word("TRIGGER") || word("PACKAGE") ||
-                   word("EVENT")) {
-            return true;
-        }
-        if (++words > HeadWords || !(creates || executes))
-            return false;
-    }
-    return false;
-}
-
 void Walk::forgetNames()
 {
     for (SqlToken &token : m_tokens) {
@@ -414,6 +384,33 @@ bool SqlScanner::endsOperand(const SqlToken &token, const QString &text)
     case SqlToken::Blank:
     case SqlToken::Comment:
         break;
+    }
+    return false;
+}
+
+bool SqlScanner::holdsProcedureBody(const QVector<SqlToken> &tokens, const QString &text)
+{
+    constexpr int HeadWords = 8;
+    int words = 0;
+    bool creates = false;
+    bool executes = false;
+    for (const SqlToken &token : tokens) {
+        if (token.kind != SqlToken::Word)
+            continue;
+        const auto word = [&](const char *keyword) {
+            return isWord(token, text, QLatin1String(keyword));
+        };
+        if (words == 0) {
+            creates = word("CREATE") || word("ALTER") || word("RECREATE");
+            executes = word("EXECUTE");
+        } else if (executes) {
+            return word("BLOCK");
+        } else if (word("PROCEDURE") || word("FUNCTION") || word("TRIGGER") || word("PACKAGE") ||
+                   word("EVENT")) {
+            return true;
+        }
+        if (++words > HeadWords || !(creates || executes))
+            return false;
     }
     return false;
 }

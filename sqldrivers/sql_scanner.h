@@ -63,6 +63,10 @@ bool isSymbol(const SqlToken &token, const QString &text, QLatin1String symbol);
 /// Whether an operand ends with `token`, so that what follows can only be an operator or a keyword.
 bool endsOperand(const SqlToken &token, const QString &text);
 
+/// Whether the text is code that runs in the server: EXECUTE BLOCK, or CREATE or ALTER of something
+/// with a body of its own. Names with colons are variables there, and semicolons end no statement.
+bool holdsProcedureBody(const QVector<SqlToken> &tokens, const QString &text);
+
 /// The dialect of the system itself, ODBC or not.
 SqlDialect systemOf(SqlDialect dialect);
 

@@ -154,11 +154,14 @@ void StatementPlan::describe(const QVector<SqlToken> &tokens, const QString &tex
     std::copy_if(tokens.cbegin(), tokens.cend(), std::back_inserter(significant),
                  [](const SqlToken &token) { return token.isSignificant(); });
     bool returns = false;
+    const bool body = SqlScanner::holdsProcedureBody(significant, text);
     for (int i = 0; i < significant.size(); ++i) {
         const SqlToken &token = significant.at(i);
         if (m_verb.isEmpty() && token.kind == SqlToken::Word)
             m_verb = SqlScanner::textOf(token, text).toString().toUpper();
         returns = returns || SqlScanner::isWord(token, text, QLatin1String("RETURNING"));
+        if (!body && i + 1 < significant.size())
+            m_hasSeveral = m_hasSeveral || SqlScanner::isSymbol(token, text, QLatin1String(";"));
         if (!SqlScanner::isSymbol(token, text, QLatin1String("*")))
             continue;
         const bool counts = i > 0 && i + 1 < significant.size() &&

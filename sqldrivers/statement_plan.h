@@ -56,6 +56,8 @@ public:
     bool returnsNoColumns() const { return m_returnsNoColumns; }
     /// Whether the columns of the answer depend on the table's: a "*" that is not "(*)".
     bool namesAllColumns() const { return m_namesAllColumns; }
+    /// Whether a semicolon parts the text into several statements.
+    bool hasSeveral() const { return m_hasSeveral; }
 
 private:
     void add(const SqlToken &token, const QString &text, QStringRef piece);
@@ -69,4 +71,5 @@ private:
     int m_likeOperators = 0; ///< placeholders that stand where a jsonb operator can
     bool m_returnsNoColumns = false;
     bool m_namesAllColumns = false;
+    bool m_hasSeveral = false;
 };

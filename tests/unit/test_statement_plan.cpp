@@ -40,6 +40,8 @@ private slots:
     void literalsStandApart();
     void statementIsDescribed_data();
     void statementIsDescribed();
+    void semicolonPartsStatements_data();
+    void semicolonPartsStatements();
     void thousandValues();
 };
 
@@ -323,6 +325,30 @@ void TestStatementPlan::statementIsDescribed()
     QTEST(plan.verb(), "verb");
     QTEST(plan.returnsNoColumns(), "noColumns");
     QTEST(plan.namesAllColumns(), "allColumns");
+}
+
+void TestStatementPlan::semicolonPartsStatements_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("several");
+    const auto row = [](const char *text, bool several) {
+        QTest::newRow(text) << QString::fromUtf8(text) << several;
+    };
+    row("SELECT 1", false);
+    row("SELECT 1;", false);
+    row("SELECT 1; -- the end", false);
+    row("SELECT ';' || \";\"", false);
+    row("SELECT 1; SELECT 2", true);
+    row("SELECT 1;;", true);
+    row("EXECUTE BLOCK AS BEGIN a = 1; b = 2; END", false);
+    row("CREATE TRIGGER t AFTER INSERT ON s BEGIN DELETE FROM a; DELETE FROM b; END", false);
+    row("CREATE TABLE a (b INT); DROP TABLE a", true);
+}
+
+void TestStatementPlan::semicolonPartsStatements()
+{
+    QFETCH(QString, text);
+    QTEST(StatementPlan::of(Odbc, text).hasSeveral(), "several");
 }
 
 void TestStatementPlan::thousandValues()
