@@ -252,3 +252,125 @@ const std::vector<ErrorCase> &errorCases()
     };
     return table;
 }
+
+const std::vector<OddityCase> &oddityCases()
+{
+    static const char pg[] = "PostgreSQL";
+    static const char my[] = "MariaDB";
+    static const char fb[] = "Firebird";
+    static const char op[] = "ODBC to PostgreSQL";
+    static const char os[] = "ODBC to SQLite";
+    static const std::vector<OddityCase> table{
+        {pg, "year before Christ, and as text",
+         "seen(db.query(\"SELECT date '0044-03-15 BC', timestamp '0044-03-15 12:00 BC', "
+         "(date '0044-03-15 BC')::text\"))",
+         "date:44-03-15T00:00:00|date:44-03-15T12:00:00|string:0044-03-15 BC"},
+        {pg, "year above 9999, and as text",
+         "seen(db.query(\"SELECT date '10000-01-01', timestamp '10000-01-01 12:00', "
+         "(date '10000-01-01')::text\"))",
+         "null|null|string:10000-01-01"},
+        {pg, "xid, and as a number by way of text",
+         "seen(db.query(\"SELECT '4294967295'::xid, '4294967295'::xid::text::bigint\"))",
+         "number:-1|number:4294967295"},
+        {pg, "end of the day, and as text",
+         "seen(db.query(\"SELECT time '24:00', (time '24:00')::text\"))",
+         "variant:00:00:00.000|string:24:00:00"},
+        {pg, "dates in another style than ISO, and as text",
+         "run('SET DateStyle = German'); seen(db.query(\"SELECT date '2024-02-29', "
+         "timestamp '2024-02-29 12:34:56', timestamptz '2024-02-29 12:34:56+03', "
+         "to_char(date '2024-02-29', 'YYYY-MM-DD')\"))",
+         "null|null|null|string:2024-02-29"},
+        {pg, "another order of day and month, which leaves ISO alone",
+         "run('SET DateStyle = DMY'); seen(db.query(\"SELECT date '2024-02-29'\"))",
+         "date:2024-02-29T00:00:00"},
+        {pg, "texts received in another encoding",
+         "run('SET client_encoding = LATIN1'); seen(db.query(\"SELECT chr(233), 'a'\"))",
+         "string:\uFFFD|string:a"},
+        {pg, "texts sent in another encoding",
+         "run('SET client_encoding = LATIN1'); seen(db.query(\"SELECT length('\u00E9')\"))",
+         "number:2"},
+        {pg, "Date bound to a date, the session in UTC",
+         "run('CREATE TEMP TABLE d (v date)'); db.exec('INSERT INTO d VALUES', [new Date(2024, 1, "
+         "29)]); seen(db.query(\"SELECT v::text, current_setting('TimeZone') FROM d\"))",
+         "string:2024-02-28|string:UTC"},
+        {pg, "Date bound to a date and a timestamp, the session in the script's zone",
+         "run('CREATE TEMP TABLE d (v date, w timestamp)', \"SET TIME ZONE 'Europe/Moscow'\");"
+         "var day = new Date(2024, 1, 29); db.exec('INSERT INTO d VALUES', [day, day]);"
+         "seen(db.query('SELECT v::text, w::text FROM d'))",
+         "string:2024-02-29|string:2024-02-29 00:00:00"},
+        {pg, "text bound to a date",
+         "run('CREATE TEMP TABLE d (v date)'); db.exec('INSERT INTO d VALUES', ['2024-02-29']);"
+         "seen(db.query('SELECT v::text FROM d'))",
+         "string:2024-02-29"},
+        {pg, "commit of a transaction that failed, which the driver tells",
+         "db.transaction(); db.query('SELECT 1/0'); String(db.commit())", "false"},
+
+        {my, "bit column, and as a number",
+         "run('CREATE TABLE odd_bit (b BIT(8), c BIT(8))',"
+         "    \"INSERT INTO odd_bit VALUES (b'11111111', b'1000001')\");"
+         "seen(db.query('SELECT b, c, b + 0, BIN(b) FROM odd_bit'))",
+         "string:\uFFFD|string:A|number:255|string:11111111"},
+        {my, "UUID column, and as text",
+         "run('CREATE TABLE odd_uuid (u UUID)',"
+         "    \"INSERT INTO odd_uuid VALUES ('a0eebc99-9c0b-4ef8-bb6d-6bb9bd380a11')\");"
+         "seen(db.query('SELECT u, CAST(u AS CHAR) FROM odd_uuid'))",
+         "variant:61306565626339392d396330622d346566382d626236642d366262396264333830613131|"
+         "string:a0eebc99-9c0b-4ef8-bb6d-6bb9bd380a11"},
+        {my, "INET6 column, and as text",
+         "run('CREATE TABLE odd_inet (u INET6)', \"INSERT INTO odd_inet VALUES ('::1')\");"
+         "seen(db.query('SELECT u, CAST(u AS CHAR) FROM odd_inet'))",
+         "variant:3a3a31|string:::1"},
+
+        {fb, "CHAR is padded to its bytes, VARCHAR and TRIM are not",
+         "run('CREATE TABLE odd_char (c CHAR(3), v VARCHAR(3))',"
+         "    \"INSERT INTO odd_char VALUES ('x', 'x')\","
+         "    \"INSERT INTO odd_char VALUES ('жук', 'жук')\");"
+         "seen(db.query('SELECT c, v, TRIM(c) FROM odd_char'))",
+         "string:x        |string:x|string:x;string:жук   |string:жук|string:жук"},
+        {fb, "bound number wraps in SMALLINT and INTEGER, as a text too",
+         "run('CREATE PROCEDURE odd_small (a SMALLINT, b INTEGER) RETURNS (r SMALLINT, s INTEGER) "
+         "AS BEGIN r = a; s = b; SUSPEND; END'); seen(db.exec('odd_small', [70000, 4294967297])) + "
+         "' ' + seen(db.exec('odd_small', ['70000', '4294967297']))",
+         "number:4464|number:1 number:4464|number:1"},
+        {fb, "bound number in BIGINT is refused where it does not fit",
+         "run('CREATE PROCEDURE odd_big (a BIGINT) RETURNS (r SMALLINT) AS BEGIN r = a; SUSPEND; "
+         "END'); seen(db.exec('odd_big', [70000])).substr(0, 28) + ' ' + "
+         "seen(db.exec('odd_big', [7]))",
+         "error: arithmetic exception, number:7"},
+        {fb, "SELECT FOR UPDATE delivers nothing, WITH LOCK alone does",
+         "run('CREATE TABLE odd_lock (a INTEGER)', 'INSERT INTO odd_lock VALUES (1)');"
+         "var r = db.query('SELECT a FROM odd_lock FOR UPDATE WITH LOCK');"
+         "r.fields + ' ' + r.rows + ' ' + seen(db.query('SELECT a FROM odd_lock WITH LOCK'))",
+         "0 0 number:1"},
+
+        {op, "year before Christ",
+         "seen(db.query(\"SELECT date '0044-03-15 BC', timestamp '0044-03-15 12:00 BC'\"))",
+         "date:44-03-15T00:00:00|date:-44-03-15T12:00:00"},
+        {op, "date with a year above 9999",
+         "db.query(\"SELECT date '10000-01-01' AS d\").d[0].getFullYear()", "1000"},
+        {op, "timestamp with a year above 9999 is today",
+         "var age = new Date() - db.query(\"SELECT timestamp '10000-01-01 12:00' AS t\").t[0];"
+         "age >= 0 && age < 2 * 24 * 60 * 60 * 1000",
+         "true"},
+        {op, "xid, and the end of the day",
+         "seen(db.query(\"SELECT '4294967295'::xid, time '24:00'\"))", "number:4294967295|null"},
+        {op, "dates in another style than ISO",
+         "run('SET DateStyle = German');"
+         "var r = db.query(\"SELECT date '2024-02-29' AS d, timestamp '2024-02-29 12:34' AS t\");"
+         "r.d[0].getFullYear() + ' ' + (r.t[0] > new Date(2025, 0, 1))",
+         "29 true"},
+        {op, "texts received in another encoding",
+         "run('SET client_encoding = LATIN1'); db.query('SELECT chr(233) AS c').c[0] === '\u00E9'",
+         "false"},
+        {op, "commit of a transaction that failed, which nobody tells",
+         "db.transaction(); db.query('SELECT 1/0'); String(db.commit())", "true"},
+
+        {os, "type of the first row for all, and as text",
+         "run('CREATE TABLE odd_mixed (a)',"
+         "    \"INSERT INTO odd_mixed VALUES (1), ('text'), (2.5)\");"
+         "seen(db.query('SELECT a FROM odd_mixed')) + ' ' +"
+         "seen(db.query('SELECT CAST(a AS TEXT) FROM odd_mixed'))",
+         "number:1;null;number:2 string:1;string:text;string:2.5"},
+    };
+    return table;
+}

@@ -40,6 +40,18 @@ struct ErrorCase {
     bool staysOpen = true; ///< the main connection, after a synchronous statement
 };
 
+/// What a driver does with a value or a statement that its users would not expect, and what they
+/// may write instead.
+struct OddityCase {
+    const char *database;
+    const char *what;
+    /// Script code with `db`, `run(sql, ...)` for statements that must succeed, `seen(outcome)` for
+    /// what a statement gave: rows as the script function `rows` tells them, or "error: TEXT".
+    const char *code;
+    const char *seen; ///< the value of the code's last expression
+};
+
 const std::vector<DriverTraits> &driverTraits();
 const std::vector<TypeCase> &typeCases();
 const std::vector<ErrorCase> &errorCases();
+const std::vector<OddityCase> &oddityCases();

@@ -114,6 +114,8 @@ private Q_SLOTS:
     void errorArrivesAsTheTableTells();
     void failedStatementLeavesTheNextOneIntact_data() { errorArrivesAsTheTableTells_data(); }
     void failedStatementLeavesTheNextOneIntact();
+    void oddityIsAsThePageTells_data();
+    void oddityIsAsThePageTells();
     void lastInsertIdIsTheDriversOwn_data() { everyDriverBothWays(); }
     void lastInsertIdIsTheDriversOwn();
     void affectedRowsCountChangedRows_data() { everyDriverBothWays(); }
@@ -317,6 +319,30 @@ void TestServerDrivers::failedStatementLeavesTheNextOneIntact()
         QVERIFY(m_script->waitFor(QStringLiteral("!db.isRunning")));
     QCOMPARE(m_script->rows(way, QStringLiteral("db"), QStringLiteral("SELECT a FROM ") + table),
              QStringLiteral("number:1"));
+}
+
+void TestServerDrivers::oddityIsAsThePageTells_data()
+{
+    QTest::addColumn<QString>("database");
+    QTest::addColumn<QString>("code");
+    QTest::addColumn<QString>("seen");
+    for (const OddityCase &c : oddityCases())
+        QTest::addRow("%s, %s", c.database, c.what)
+            << utf8(c.database) << utf8(c.code) << utf8(c.seen);
+}
+
+void TestServerDrivers::oddityIsAsThePageTells()
+{
+    QFETCH(QString, database);
+    QFETCH(QString, code);
+    QFETCH(QString, seen);
+    USE_DATABASE(database);
+    QVERIFY(connectTo(database));
+    m_script->eval(QStringLiteral(
+        "function seen(outcome) { return outcome ? rows(outcome) : 'error: ' + db.lastError; }"
+        "function run() { for (var i = 0; i < arguments.length; ++i)"
+        "    if (!db.query(arguments[i])) throw new Error(arguments[i] + ': ' + db.lastError); }"));
+    QCOMPARE(m_script->eval(code).toString(), seen);
 }
 
 void TestServerDrivers::lastInsertIdIsTheDriversOwn()
