@@ -44,12 +44,12 @@ DecoratedDriver::~DecoratedDriver()
 
 void DecoratedDriver::relayNotifications()
 {
-    connect(m_stock.get(),
-            qOverload<const QString &, NotificationSource, const QVariant &>(
-                &QSqlDriver::notification),
-            this,
-            qOverload<const QString &, NotificationSource, const QVariant &>(
-                &QSqlDriver::notification));
+    connect(
+        m_stock.get(),
+        qOverload<const QString &, NotificationSource, const QVariant &>(&QSqlDriver::notification),
+        this,
+        qOverload<const QString &, NotificationSource, const QVariant &>(
+            &QSqlDriver::notification));
     // The form with a name alone is deprecated, and still what older hosts listen to.
     connect(m_stock.get(), SIGNAL(notification(QString)), this, SIGNAL(notification(QString)));
 }
@@ -101,12 +101,14 @@ bool DecoratedDriver::open(const QString &database, const QString &user, const Q
     QString stockOptions = options;
     QString refusal;
     if (!LayerOptions::take(&stockOptions, &m_options, &refusal))
-        return failOpen(QSqlError(tr("Wrong connect options"), refusal, QSqlError::ConnectionError));
+        return failOpen(
+            QSqlError(tr("Wrong connect options"), refusal, QSqlError::ConnectionError));
     stockOptions = m_policy->stockOptions(stockOptions, m_options);
     if (!m_stock->open(database, user, password, host, port, stockOptions))
         return failOpen(m_policy->classified(m_stock->lastError(), Policy::Step::Open));
     // ODBC drivers know only now what they speak to.
     static_cast<QSqlDriverPrivate *>(d_ptr.data())->dbmsType = m_stock->dbmsType();
+    m_policy->opened({database, user, password, host, port, stockOptions});
     QSqlError error;
     if (!m_policy->attach(m_options, &error)) {
         m_policy->detach();
@@ -250,7 +252,7 @@ QString DecoratedDriver::sqlStatement(StatementType type, const QString &table,
 
 bool DecoratedDriver::subscribeToNotification(const QString &name)
 {
-    return m_stock && m_stock->subscribeToNotification(name);
+    return m_policy && m_policy->subscribe(name, this);
 }
 
 bool DecoratedDriver::unsubscribeFromNotification(const QString &name)

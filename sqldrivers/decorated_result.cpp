@@ -40,7 +40,8 @@ DecoratedResult::~DecoratedResult()
 /// The driver while its connection is open; null when the result has outlived it.
 DecoratedDriver *DecoratedResult::owner() const
 {
-    auto *driver = const_cast<DecoratedDriver *>(static_cast<const DecoratedDriver *>(this->driver()));
+    auto *driver =
+        const_cast<DecoratedDriver *>(static_cast<const DecoratedDriver *>(this->driver()));
     return driver && driver->hasSession() ? driver : nullptr;
 }
 
@@ -58,10 +59,10 @@ QSqlError DecoratedResult::explained(DecoratedDriver &driver, const QSqlError &e
         return QSqlError(QString(), withCode(tr("cancelled"), code), QSqlError::StatementError,
                          code);
     case CancelGate::Reason::TimedOut:
-        return QSqlError(QString(),
-                         tr("the statement took longer than %1 ms")
-                             .arg(driver.options().statementTimeoutMs),
-                         QSqlError::StatementError, code);
+        return QSqlError(
+            QString(),
+            tr("the statement took longer than %1 ms").arg(driver.options().statementTimeoutMs),
+            QSqlError::StatementError, code);
     case CancelGate::Reason::None:
         break;
     }
@@ -220,7 +221,7 @@ bool DecoratedResult::runBound(DecoratedDriver &driver)
         return refuse(refused);
     bool good = executeBound(driver, values);
     if (!good && m_wasKept && !m_cancel.isCancelled() &&
-        driver.policy()->isStale(m_rows->lastError())) {
+        driver.policy()->isStale(driver.policy()->errorOf(*m_rows, Policy::Step::Execute))) {
         endStatement();
         if (!prepareAnew(driver))
             return false;
@@ -258,9 +259,11 @@ bool DecoratedResult::runPlain(DecoratedDriver &driver)
 
 void DecoratedResult::applySettings(StockResult &rows, const DecoratedDriver &driver)
 {
-    m_exact = driver.options().exactNumbers;
+    m_adjusts = driver.policy()->adjustsValues(driver.options());
+    m_rules.clear();
     rows.setForwardOnly(isForwardOnly());
-    rows.setPrecision(m_exact ? QSql::HighPrecision : numericalPrecisionPolicy());
+    rows.setPrecision(driver.options().exactNumbers ? QSql::HighPrecision
+                                                    : numericalPrecisionPolicy());
 }
 
 /// Values that a procedure has given back.
@@ -297,7 +300,8 @@ bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step 
     }
     driver.policy()->finished(m_text, good);
     if (!good)
-        setLastError(explained(driver, m_rows->lastError(), m_cancel.reason(), step));
+        setLastError(
+            explained(driver, driver.policy()->errorOf(*m_rows, step), m_cancel.reason(), step));
     else if (driver.policy()->endsKept(m_text))
         driver.cache().clear();
     return good;
@@ -315,6 +319,9 @@ void DecoratedResult::detachFromResultSet()
 {
     if (m_cancel.phase() == CancelGate::Phase::Idle && !isActive())
         return;
+    // A request that nothing has noticed yet must not hit what giving the rows up takes.
+    if (m_cancel.isCancelled())
+        endStatement();
     // Rows that nobody wants may still be on their way: that can be cancelled until it is over.
     if (m_rows)
         m_rows->detach();
@@ -355,10 +362,12 @@ bool DecoratedResult::moved(bool onRow)
     setAt(m_rows->at());
     if (onRow)
         return true;
-    const QSqlError error = m_rows->lastError();
+    DecoratedDriver *driver = owner();
+    const QSqlError error =
+        driver ? driver->policy()->errorOf(*m_rows, Policy::Step::Fetch) : m_rows->lastError();
     if (error.isValid()) {
         m_worthKeeping = false;
-        if (DecoratedDriver *driver = owner())
+        if (driver)
             setLastError(explained(*driver, error, m_cancel.reason(), Policy::Step::Fetch));
     }
     endStatement();
@@ -403,11 +412,19 @@ QVariant DecoratedResult::data(int column)
 {
     if (!m_rows)
         return QVariant();
-    if (!m_exact)
-        return m_rows->data(column);
-    DecoratedDriver *driver = owner();
     const QVariant value = m_rows->data(column);
-    return driver ? driver->policy()->exactValue(value, column) : value;
+    if (!m_adjusts)
+        return value;
+    if (m_rules.isEmpty())
+        findRules();
+    return column >= 0 && column < m_rules.size() ? m_rules.at(column).applied(value) : value;
+}
+
+void DecoratedResult::findRules()
+{
+    if (DecoratedDriver *driver = owner())
+        m_rules = driver->policy()->columnRules(m_rows->record(), driver->options());
+    m_adjusts = !m_rules.isEmpty();
 }
 
 bool DecoratedResult::isNull(int column)

@@ -70,6 +70,7 @@ private:
     bool stopAtCancel();
     void endStatement();
     void finish();
+    void findRules();
 
     std::shared_ptr<CancelGate> m_gate;
     CancelGate::Statement m_cancel;
@@ -82,5 +83,6 @@ private:
     bool m_isPrepared = false; ///< exec() runs m_bound, else m_text
     bool m_wasKept = false;    ///< m_bound had been prepared earlier
     bool m_worthKeeping = false;
-    bool m_exact = false;
+    bool m_adjusts = false;      ///< values go through m_rules
+    QVector<ColumnRule> m_rules; ///< of the columns of m_rows; empty until the first value
 };

@@ -2,6 +2,8 @@
 
 #include "policy_plain.h"
 
+#include <QSqlField>
+
 namespace
 {
 
@@ -20,22 +22,12 @@ SqlDialect dialectOf(const QString &key)
 
 } // namespace
 
-QVariant Policy::exactValue(const QVariant &value, int column)
+QVector<ColumnRule> Policy::columnRules(const QSqlRecord &columns, const LayerOptions &layer)
 {
-    Q_UNUSED(column)
-    constexpr qlonglong Largest = (1LL << 53) - 1;
-    switch (value.userType()) {
-    case QMetaType::LongLong: {
-        const qlonglong number = value.toLongLong();
-        return number > Largest || number < -Largest ? QVariant(QString::number(number)) : value;
-    }
-    case QMetaType::ULongLong: {
-        const qulonglong number = value.toULongLong();
-        return number > qulonglong(Largest) ? QVariant(QString::number(number)) : value;
-    }
-    default:
-        return value;
-    }
+    QVector<ColumnRule> rules(columns.count());
+    for (int i = 0; layer.exactNumbers && i < rules.size(); ++i)
+        rules[i] = ColumnRule::exact(columns.field(i));
+    return rules;
 }
 
 std::unique_ptr<Policy> makePolicy(const QString &key, QSqlDriver *stock)

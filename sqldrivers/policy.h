@@ -4,14 +4,26 @@
 
 #include "bound_statement.h"
 #include "cancel_gate.h"
+#include "column_rule.h"
 #include "layer_options.h"
 #include "sql_scanner.h"
 
 #include <QSqlDriver>
 #include <QSqlError>
+#include <QSqlRecord>
 #include <QString>
 
 #include <memory>
+
+/// What the stock driver was opened with.
+struct OpenParameters {
+    QString database;
+    QString user;
+    QString password;
+    QString host;
+    int port = -1;
+    QString options;
+};
 
 /// One connection's view of its database system. DecoratedDriver and DecoratedResult know the order
 /// of things, a policy what each step means for its system. Owned by the driver; used in the
@@ -40,6 +52,8 @@ public:
         Q_UNUSED(layer)
         return options;
     }
+    /// The stock driver was opened with these; comes before attach().
+    virtual void opened(const OpenParameters &parameters) { Q_UNUSED(parameters) }
     /// The stock driver is open: finds the client library's functions, sets the session up.
     /// @return false when the connection cannot be used; `error` says why, and it is closed
     virtual bool attach(const LayerOptions &layer, QSqlError *error) = 0;
@@ -107,6 +121,13 @@ public:
 
     // --- Errors and loss ---
 
+    /// The error of a stock result, also one that the stock driver does not report; invalid when
+    /// there is none. `step` tells what was done with the result.
+    virtual QSqlError errorOf(StockResult &rows, Step step)
+    {
+        Q_UNUSED(step)
+        return rows.lastError();
+    }
     /// The stock driver's error as the layer reports it: its type, its native code. What was
     /// cancelled does not come here.
     virtual QSqlError classified(const QSqlError &error, Step step) = 0;
@@ -115,8 +136,19 @@ public:
 
     // --- Values ---
 
-    /// A cell with VEXT_EXACT_NUMBERS.
-    virtual QVariant exactValue(const QVariant &value, int column);
+    /// Whether columnRules() is asked for the results of this connection.
+    virtual bool adjustsValues(const LayerOptions &layer) const { return layer.exactNumbers; }
+    /// The rules of a result's columns, one each, or none at all.
+    virtual QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer);
+
+    // --- Notifications ---
+
+    /// Subscribes to the stock driver's notifications. `outer` is the driver that the caller knows.
+    virtual bool subscribe(const QString &name, QObject *outer)
+    {
+        Q_UNUSED(outer)
+        return m_stock->subscribeToNotification(name);
+    }
 
     void interrupt(CancelGate::Phase phase) override { Q_UNUSED(phase) }
     bool settle() override { return true; }

@@ -8,3 +8,11 @@ foreach(name sql_scanner statement_plan)
     LABELS unit drivers)
   target_include_directories(test_${name} PRIVATE ${CMAKE_SOURCE_DIR}/sqldrivers)
 endforeach()
+
+# How values are changed between the stock driver and the reader.
+vext_add_test(test_column_rule
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_column_rule.cpp
+          ${CMAKE_SOURCE_DIR}/sqldrivers/column_rule.cpp
+  LIBS Qt5::Sql
+  LABELS unit drivers)
+target_include_directories(test_column_rule PRIVATE ${CMAKE_SOURCE_DIR}/sqldrivers)
