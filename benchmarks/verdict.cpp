@@ -42,9 +42,9 @@ Verdict::ExitCode Verdict::exitCode() const
 
 QString Verdict::text() const
 {
-    QString text = row(QStringLiteral("measure"), QStringLiteral("value"),
-                       QStringLiteral("at most")) +
-                   QLatin1Char('\n');
+    QString text =
+        row(QStringLiteral("measure"), QStringLiteral("value"), QStringLiteral("at most")) +
+        QLatin1Char('\n');
     int missed = 0;
     for (const Figure &figure : m_figures) {
         text += described(figure) + QLatin1Char('\n');
