@@ -105,6 +105,7 @@ private slots:
     void initTestCase();
     void init();
 
+    void rightScriptPasses_data();
     void rightScriptPasses();
     void everyMistakeIsRefused();
     void compiledScriptRuns();
@@ -141,6 +142,9 @@ Said TestTypes::compile(const QString &script, const QString &target)
         options.insert(QStringLiteral("target"), target);
     options.insert(QStringLiteral("outDir"), m_folder.path());
     options.insert(QStringLiteral("pretty"), false);
+    const bool isPlain = script.endsWith(QLatin1String(".js"));
+    options.insert(QStringLiteral("allowJs"), isPlain);
+    options.insert(QStringLiteral("checkJs"), isPlain);
     project.insert(QStringLiteral("compilerOptions"), options);
     project.insert(
         QStringLiteral("files"),
@@ -157,9 +161,17 @@ Said TestTypes::compile(const QString &script, const QString &target)
                CompileLimitMs);
 }
 
+void TestTypes::rightScriptPasses_data()
+{
+    QTest::addColumn<QString>("script");
+    QTest::newRow("TypeScript") << QStringLiteral("accepted.ts");
+    QTest::newRow("plain script") << QStringLiteral("accepted_plain.js");
+}
+
 void TestTypes::rightScriptPasses()
 {
-    const Said said = compile(QStringLiteral("accepted.ts"));
+    QFETCH(QString, script);
+    const Said said = compile(script);
     QVERIFY2(said.ended && said.exitCode == 0, qPrintable(said.text));
     QCOMPARE(said.text, QString());
 }
