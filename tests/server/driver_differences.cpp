@@ -298,6 +298,11 @@ const std::vector<OddityCase> &oddityCases()
          "var day = new Date(2024, 1, 29); db.exec('INSERT INTO d VALUES', [day, day]);"
          "seen(db.query('SELECT v::text, w::text FROM d'))",
          "string:2024-02-29|string:2024-02-29 00:00:00"},
+        {pg, "Date bound to a date, both sessions in the script's zone by their options",
+         "db.close(); db.connectOptions = \"options='-c TimeZone=Europe/Moscow'\"; db.open();"
+         "run('CREATE TEMP TABLE d (v date)'); db.exec('INSERT INTO d VALUES', [new Date(2024, 1, "
+         "29)]); seen(db.query('SELECT v::text FROM d'))",
+         "string:2024-02-29"},
         {pg, "text bound to a date",
          "run('CREATE TEMP TABLE d (v date)'); db.exec('INSERT INTO d VALUES', ['2024-02-29']);"
          "seen(db.query('SELECT v::text FROM d'))",
@@ -337,6 +342,11 @@ const std::vector<OddityCase> &oddityCases()
          "END'); seen(db.exec('odd_big', [70000])).substr(0, 28) + ' ' + "
          "seen(db.exec('odd_big', [7]))",
          "error: arithmetic exception, number:7"},
+        {fb, "Date bound to a date and a timestamp is the script's clock time",
+         "run('CREATE PROCEDURE odd_day (d DATE, t TIMESTAMP) RETURNS (v VARCHAR(30), w "
+         "VARCHAR(30)) AS BEGIN v = d; w = t; SUSPEND; END'); var day = new Date(2024, 1, 29);"
+         "seen(db.exec('odd_day', [day, day]))",
+         "string:2024-02-29|string:2024-02-29 00:00:00.0000"},
         {fb, "SELECT FOR UPDATE delivers nothing, WITH LOCK alone does",
          "run('CREATE TABLE odd_lock (a INTEGER)', 'INSERT INTO odd_lock VALUES (1)');"
          "var r = db.query('SELECT a FROM odd_lock FOR UPDATE WITH LOCK');"
