@@ -9,6 +9,7 @@
 #include <QTextCodec>
 
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,6 +36,14 @@ void openStandardStreams()
         if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) != descriptor)
             std::exit(2);
     }
+}
+
+/// A write to a pipe that nobody reads fails then, instead of ending the process.
+void ignoreClosedPipes()
+{
+    struct sigaction action = {};
+    action.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &action, nullptr);
 }
 
 /// The message log goes to standard error, wherever the Qt build would send it.
@@ -81,6 +90,7 @@ int main(int argc, char **argv)
 {
     openStandardStreams();
     useUtf8();
+    ignoreClosedPipes();
     qInstallMessageHandler(writeLog);
     // Taken first: the application object removes the options that Qt knows, which may be the
     // script's own.

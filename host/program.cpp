@@ -5,10 +5,10 @@
 #include "plugin_library.h"
 #include "prompt.h"
 #include "run_loop.h"
+#include "script_file.h"
 #include "script_host.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 
 #include <csignal>
@@ -23,18 +23,6 @@ const int SignalBase = 128; ///< the shell's way to tell a signal from an exit c
 /// The name of a script without a file, in messages and backtraces.
 const char CodeName[] = "[code]";
 const char InputName[] = "[input]";
-
-/// The code of a script file: UTF-8, with or without byte order mark, with or without a first line
-/// that names an interpreter. Line numbers stay as they are in the file.
-QString scriptText(const QByteArray &bytes)
-{
-    QString code = QString::fromUtf8(bytes);
-    if (code.startsWith(QChar(QChar::ByteOrderMark)))
-        code.remove(0, 1);
-    if (code.startsWith(QLatin1String("#!")))
-        code.prepend(QLatin1String("//"));
-    return code;
-}
 
 } // namespace
 
@@ -81,18 +69,14 @@ int Program::fail(const QString &error)
 
 bool Program::readScript(QString *code)
 {
-    QFile file(m_options.scriptFile);
-    if (QFileInfo(file).isDir()) {
+    QString error;
+    if (QFileInfo(m_options.scriptFile).isDir())
         fail(QStringLiteral("script '%1' is a folder").arg(m_options.scriptFile));
-        return false;
-    }
-    if (!file.open(QIODevice::ReadOnly)) {
-        fail(QStringLiteral("cannot read script '%1': %2")
-                 .arg(m_options.scriptFile, file.errorString()));
-        return false;
-    }
-    *code = scriptText(file.readAll());
-    return true;
+    else if (!ScriptFile::read(m_options.scriptFile, code, &error))
+        fail(QStringLiteral("cannot read script '%1': %2").arg(m_options.scriptFile, error));
+    else
+        return true;
+    return false;
 }
 
 bool Program::startHost()
@@ -117,8 +101,7 @@ void Program::runScript(const QString &code)
         m_host->evaluate(code, QLatin1String(CodeName));
         return;
     }
-    const QFileInfo info(file);
-    m_host->setScriptFile(info.fileName(), info.absolutePath());
+    m_host->setScriptFile(file);
     m_host->evaluate(code, file);
 }
 

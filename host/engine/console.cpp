@@ -1,5 +1,6 @@
 #include "console.h"
 
+#include "object_table.h"
 #include "result_table.h"
 #include "script_reading.h"
 #include "terminal.h"
@@ -22,12 +23,23 @@ QString joinedArguments(QScriptContext *context)
     return texts.join(QLatin1Char(' '));
 }
 
+/// A script whose output goes nowhere is not run on. Called where no exception is swallowed.
+QScriptValue afterWriting(QScriptEngine *engine, const Terminal *terminal)
+{
+    if (terminal->hasFailed())
+        engine->abortEvaluation();
+    return engine->undefinedValue();
+}
+
 QScriptValue writeArguments(QScriptContext *context, QScriptEngine *engine, void *terminal,
                             Terminal::Stream stream)
 {
-    const ExceptionGuard guard(engine);
-    static_cast<Terminal *>(terminal)->writeLine(stream, joinedArguments(context));
-    return engine->undefinedValue();
+    Terminal *target = static_cast<Terminal *>(terminal);
+    {
+        const ExceptionGuard guard(engine);
+        target->writeLine(stream, joinedArguments(context));
+    }
+    return afterWriting(engine, target);
 }
 
 QScriptValue toOutput(QScriptContext *context, QScriptEngine *engine, void *terminal)
@@ -40,22 +52,45 @@ QScriptValue toError(QScriptContext *context, QScriptEngine *engine, void *termi
     return writeArguments(context, engine, terminal, Terminal::Stream::Error);
 }
 
-QScriptValue table(QScriptContext *context, QScriptEngine *engine, void *terminal)
-{
-    const ExceptionGuard guard(engine);
-    for (int i = 0; i < context->argumentCount(); ++i) {
-        static_cast<Terminal *>(terminal)->write(Terminal::Stream::Output,
-                                                 Console::shown(context->argument(i)));
-    }
-    return engine->undefinedValue();
-}
-
 /// A list of results is what several statements in one call leave.
 bool isListOfResults(const QScriptValue &value)
 {
     const int length = ScriptReading::arrayLength(value);
     return length > 0 &&
            ResultTable::isResult(ScriptReading::plainProperty(value, QStringLiteral("0")));
+}
+
+QString tableText(const QScriptValue &value)
+{
+    const bool isList = ObjectTable::isList(value) && !isListOfResults(value);
+    return isList ? ObjectTable::print(value) : Console::shown(value);
+}
+
+QScriptValue table(QScriptContext *context, QScriptEngine *engine, void *terminal)
+{
+    Terminal *target = static_cast<Terminal *>(terminal);
+    {
+        const ExceptionGuard guard(engine);
+        for (int i = 0; i < context->argumentCount(); ++i)
+            target->write(Terminal::Stream::Output, tableText(context->argument(i)));
+    }
+    return afterWriting(engine, target);
+}
+
+/// `write(text)`: as it is, without a line break. A text that begins with a carriage return is a
+/// line of progress.
+QScriptValue write(QScriptContext *context, QScriptEngine *engine, void *terminal)
+{
+    Terminal *target = static_cast<Terminal *>(terminal);
+    {
+        const ExceptionGuard guard(engine);
+        const QString text = joinedArguments(context);
+        if (text.startsWith(QLatin1Char('\r')))
+            target->writeProgress(text);
+        else
+            target->write(Terminal::Stream::Output, text);
+    }
+    return afterWriting(engine, target);
 }
 
 } // namespace
@@ -71,6 +106,7 @@ void Console::install(QScriptEngine *engine, Terminal *terminal)
     QScriptValue global = engine->globalObject();
     global.setProperty(QStringLiteral("console"), console);
     global.setProperty(QStringLiteral("print"), engine->newFunction(toOutput, terminal));
+    global.setProperty(QStringLiteral("write"), engine->newFunction(write, terminal));
 }
 
 QString Console::shown(const QScriptValue &value)

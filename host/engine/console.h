@@ -1,5 +1,5 @@
 /// @file
-/// The script globals `console` and `print`.
+/// The script globals `console`, `print` and `write`.
 #pragma once
 
 #include <QScriptValue>
@@ -9,8 +9,9 @@ class QScriptContext;
 class QScriptEngine;
 class Terminal;
 
-/// `print` and `console.log`, `info` and `table` write to standard output, `console.warn` and
-/// `error` to standard error. None of them throws, whatever its arguments are.
+/// `print`, `write` and `console.log`, `info` and `table` write to standard output, `console.warn`
+/// and `error` to standard error. None of them throws, whatever its arguments are; when standard
+/// output has failed, they end the script.
 ///
 /// Thread: the engine's. The terminal is not owned and outlives the engine.
 class Console

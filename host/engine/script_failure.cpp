@@ -1,6 +1,8 @@
 #include "script_failure.h"
 
+#include "script_file.h"
 #include "script_reading.h"
+#include "syntax_hint.h"
 #include "value_text.h"
 
 #include <QScriptEngine>
@@ -30,9 +32,35 @@ QStringList scriptFrames(QStringList backtrace)
     return backtrace;
 }
 
-QString location(const QString &file, int line)
+QString location(const QString &file, int line, int column)
 {
-    return line > 0 ? QStringLiteral("%1:%2").arg(file, QString::number(line)) : file;
+    QString text = file;
+    for (int number : {line, column}) {
+        if (number > 0)
+            text += QLatin1Char(':') + QString::number(number);
+    }
+    return text;
+}
+
+bool isSyntax(const QScriptValue &exception, const QString &text)
+{
+    return exception.isError() && text.startsWith(QLatin1String("SyntaxError"));
+}
+
+/// Where the code was compiled that cannot be: inside an inclusion the innermost call is only that
+/// of the file that includes.
+void locateSyntaxError(const QScriptValue &exception, ScriptFailure *failure)
+{
+    const QScriptValue file = ScriptReading::plainProperty(exception, QStringLiteral("fileName"));
+    const QScriptValue line = ScriptReading::plainProperty(exception, QStringLiteral("lineNumber"));
+    if (!file.isString() || file.toString().isEmpty())
+        return;
+    failure->file = file.toString();
+    failure->line = line.toInt32();
+    QString code;
+    QString error;
+    if (ScriptFile::read(failure->file, &code, &error))
+        failure->explainSyntax(code);
 }
 
 } // namespace
@@ -52,20 +80,31 @@ ScriptFailure ScriptFailure::take(QScriptEngine *engine)
     if (!known && exception.isError())
         failure.file =
             ScriptReading::plainProperty(exception, QStringLiteral("fileName")).toString();
+    if (!isSyntax(exception, failure.text))
+        return failure;
     // Only the compiler throws without any script frame around it.
-    failure.isSyntaxError = failure.backtrace.isEmpty() && exception.isError() &&
-                            failure.text.startsWith(QLatin1String("SyntaxError"));
+    failure.isSyntaxError = failure.backtrace.isEmpty();
+    locateSyntaxError(exception, &failure);
     return failure;
+}
+
+void ScriptFailure::explainSyntax(const QString &code)
+{
+    const SyntaxHint found = SyntaxHint::find(code, line);
+    column = found.column;
+    hint = found.text;
 }
 
 QString ScriptFailure::formatted() const
 {
-    const QString where = location(file, line);
+    const QString what = hint.isEmpty() ? text : QStringLiteral("%1; %2").arg(text, hint);
     if (isSyntaxError)
-        return QStringLiteral("%1: %2\n").arg(where, text);
-    QString lines = QStringLiteral("uncaught exception: %1\n").arg(text);
+        return QStringLiteral("%1: %2\n").arg(location(file, line, column), what);
+    QString lines = QStringLiteral("uncaught exception: %1\n").arg(what);
     if (!file.isEmpty())
-        lines += QStringLiteral("  in %1, line %2\n").arg(file, QString::number(line));
+        lines += QStringLiteral("  in %1, line %2%3\n")
+                     .arg(file, QString::number(line),
+                          column > 0 ? QStringLiteral(", column %1").arg(column) : QString());
     for (const QString &entry : backtrace)
         lines += QStringLiteral("    %1\n").arg(entry);
     return lines;

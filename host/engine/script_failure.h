@@ -12,11 +12,16 @@ struct ScriptFailure {
     QString text;               ///< the thrown value
     QString file;               ///< empty when unknown
     int line = -1;              ///< -1 when unknown
+    int column = 0;             ///< of a mistake in the syntax; 0 when unknown
+    QString hint;               ///< of a mistake in the syntax; empty when there is none
     QStringList backtrace;      ///< innermost call first
     bool isSyntaxError = false; ///< the code could not be compiled, nothing of it has run
 
     /// Takes the uncaught exception out of the engine. Call it only when there is one.
     static ScriptFailure take(QScriptEngine *engine);
+
+    /// For a mistake in the syntax of code that is no file: finds the column and the hint.
+    void explainSyntax(const QString &code);
 
     /// The text for the operator, one or more lines, each with its line break.
     QString formatted() const;

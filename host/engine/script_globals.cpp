@@ -92,3 +92,8 @@ void ScriptGlobals::setScriptFile(QScriptEngine *engine, const QString &name,
     wrapper.setProperty(QStringLiteral("file"), file,
                         QScriptValue::ReadOnly | QScriptValue::Undeletable);
 }
+
+void ScriptGlobals::setScriptPath(QScriptEngine *engine, const QString &path)
+{
+    engine->globalObject().setProperty(QStringLiteral("scriptFile"), path);
+}

@@ -1,19 +1,26 @@
 #include "script_host.h"
 
+#include "byte_values.h"
 #include "console.h"
+#include "file_globals.h"
 #include "run_loop.h"
 #include "script_failure.h"
 #include "script_globals.h"
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QScriptEngine>
+
+#include <cerrno>
+#include <csignal>
 
 namespace
 {
 
 const int ExitException = 1;
 const int ExitSyntax = 2;
+const int ExitClosedPipe = 128 + SIGPIPE; ///< what a program ends with that does not look
 
 /// Objects released with deleteLater() go now: the library that holds their code goes next.
 void deliverDeferredDeletes()
@@ -35,7 +42,7 @@ ScriptHost::ScriptHost(const Settings &settings, QObject *parent)
     connect(m_post.data(), &VextPost::message, this, &ScriptHost::onMessage);
     connect(m_post.data(), &VextPost::objectInserted, this, &ScriptHost::onObjectInserted);
     m_loop.reset(new RunLoop(m_engine, &m_end, PendingWork(m_post.data(), &m_timers)));
-    connect(m_loop.data(), &RunLoop::exceptionFound, this, &ScriptHost::reportException);
+    connect(m_loop.data(), &RunLoop::exceptionFound, this, [this] { reportException(QString()); });
     connect(m_loop.data(), &RunLoop::scriptsMustEnd, this, &ScriptHost::destroyScripts);
     installGlobals();
 }
@@ -52,7 +59,13 @@ void ScriptHost::installGlobals()
     ScriptGlobals::installQuit(m_engine, &m_end);
     Console::install(m_engine, &m_terminal);
     m_timers.install(m_engine);
+    m_input.install(m_engine);
+    m_inclusion.install(m_engine);
+    FileGlobals::install(m_engine);
+    ByteValues::install(m_engine);
+    m_terminal.setFailureHandler([this](int error) { onOutputFailure(error); });
     setScriptFile(QStringLiteral("[code]"), QDir::currentPath());
+    ScriptGlobals::setScriptPath(m_engine, QString());
 }
 
 bool ScriptHost::start(QString *error)
@@ -74,6 +87,15 @@ void ScriptHost::setScriptFile(const QString &name, const QString &directory)
         ScriptGlobals::setScriptFile(m_engine, name, directory);
 }
 
+void ScriptHost::setScriptFile(const QString &path)
+{
+    const QFileInfo info(path);
+    setScriptFile(info.fileName(), info.absolutePath());
+    m_inclusion.setMainFile(path);
+    if (m_engine)
+        ScriptGlobals::setScriptPath(m_engine, info.absoluteFilePath());
+}
+
 QScriptValue ScriptHost::evaluate(const QString &code, const QString &fileName)
 {
     if (!m_engine || m_end.isRequested())
@@ -83,7 +105,7 @@ QScriptValue ScriptHost::evaluate(const QString &code, const QString &fileName)
         return QScriptValue();
     if (!m_engine->hasUncaughtException())
         return value;
-    reportException();
+    reportException(code);
     return QScriptValue();
 }
 
@@ -107,15 +129,27 @@ void ScriptHost::onMessage(const PluginMessage &received)
     emit message(received);
 }
 
+void ScriptHost::onOutputFailure(int error)
+{
+    const bool isClosed = error == EPIPE;
+    m_terminal.writeLine(Terminal::Stream::Error,
+                         isClosed ? QStringLiteral("vext-run: standard output is closed")
+                                  : QStringLiteral("vext-run: cannot write to standard output: %1")
+                                        .arg(qt_error_string(error)));
+    m_end.request(isClosed ? ExitClosedPipe : ExitException);
+}
+
 void ScriptHost::onObjectInserted(QObject *object)
 {
     if (m_settings.trace && object->metaObject()->indexOfMethod("enableTraceLog()") >= 0)
         QMetaObject::invokeMethod(object, "enableTraceLog", Qt::DirectConnection);
 }
 
-void ScriptHost::reportException()
+void ScriptHost::reportException(const QString &code)
 {
-    const ScriptFailure failure = ScriptFailure::take(m_engine);
+    ScriptFailure failure = ScriptFailure::take(m_engine);
+    if (failure.isSyntaxError && failure.column == 0)
+        failure.explainSyntax(code);
     // quit() itself ends the running script with an exception.
     if (m_end.isRequested())
         return;
@@ -142,6 +176,7 @@ void ScriptHost::shutDown()
     destroyScripts();
     deliverDeferredDeletes();
     m_plugin.unload();
+    m_terminal.setFailureHandler({});
     m_loop.reset();
     m_post.reset();
     m_server.reset();

@@ -4,6 +4,8 @@
 
 #include "plugin_library.h"
 #include "script_end.h"
+#include "script_inclusion.h"
+#include "standard_input.h"
 #include "terminal.h"
 #include "timers.h"
 #include "vext_post.h"
@@ -44,6 +46,9 @@ public:
     /// brackets and `directory` the current one.
     void setScriptFile(const QString &name, const QString &directory);
 
+    /// The same for a file, which `include` then does not run once more.
+    void setScriptFile(const QString &path);
+
     /// Whether an uncaught exception leaves the program running. Off at first.
     void setKeepGoing(bool on) { m_keepGoing = on; }
 
@@ -70,6 +75,7 @@ public:
     RunLoop *runLoop() const { return m_loop.data(); }
     ScriptEnd *end() { return &m_end; }
     Terminal *terminal() { return &m_terminal; }
+    StandardInput *input() { return &m_input; }
 
 signals:
     /// Every message, whatever its level.
@@ -79,12 +85,16 @@ private:
     void installGlobals();
     void onMessage(const PluginMessage &message);
     void onObjectInserted(QObject *object);
-    void reportException();
+    void onOutputFailure(int error);
+    /// @param code what has just been compiled, empty while callbacks run
+    void reportException(const QString &code);
     void destroyScripts();
 
     Settings m_settings;
     bool m_keepGoing = false;
     Terminal m_terminal;
+    StandardInput m_input;
+    ScriptInclusion m_inclusion;
     ScriptEnd m_end;
     Timers m_timers;
     QScopedPointer<VextServer> m_server;

@@ -98,7 +98,7 @@ void TestPrompt::exceptionLeavesThePromptRunning()
 {
     VERIFY_SCREEN(m_session->enter("throw new Error('boom')",
                                    "\nuncaught exception: Error: boom\n  in [input], line 1\n"));
-    VERIFY_SCREEN(m_session->enter("var = 1", "\n[input]:1: SyntaxError: Parse error\n"));
+    VERIFY_SCREEN(m_session->enter("var = 1", "\n[input]:1:5: SyntaxError: Parse error\n"));
     VERIFY_SCREEN(m_session->enter("1 + 1", "\n2\n"));
 }
 

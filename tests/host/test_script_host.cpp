@@ -31,6 +31,7 @@ private slots:
     void keepGoingLeavesTheEndAlone();
     void programEndsWhenNothingIsPending();
     void connectionIsListedUntilItGoes();
+    void timesOfDayPrintAndGoThroughJson();
 
 private:
     static ScriptHost::Settings settings();
@@ -220,6 +221,18 @@ void TestScriptHost::connectionIsListedUntilItGoes()
     QCOMPARE(objects.first()->objectName(), QStringLiteral("a"));
     delete objects.first();
     QCOMPARE(host.post()->objects(), QList<QObject *>{objects.last()});
+}
+
+void TestScriptHost::timesOfDayPrintAndGoThroughJson()
+{
+    ScriptHost host(settings());
+    QVERIFY(host.start(nullptr));
+    const QScriptValue time = host.engine()->newVariant(QTime(12, 34, 56, 789));
+    host.engine()->globalObject().setProperty(QStringLiteral("t"), time);
+    QCOMPARE(host.evaluate(QStringLiteral("JSON.stringify([t])"), QStringLiteral("x")).toString(),
+             QStringLiteral("[\"12:34:56.789\"]"));
+    QCOMPARE(host.evaluate(QStringLiteral("'' + t"), QStringLiteral("x")).toString(),
+             QStringLiteral("12:34:56.789"));
 }
 
 QTEST_GUILESS_MAIN(TestScriptHost)

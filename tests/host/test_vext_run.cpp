@@ -212,7 +212,7 @@ void TestVextRun::syntaxErrorNamesFileAndLineAndEndsWithCode2()
     VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 2, outcome);
     VERIFY_OUTCOME(outcome.output.isEmpty(), outcome);
     QCOMPARE(outcome.errors,
-             QStringLiteral("%1:2: SyntaxError: Parse error\n").arg(file.fileName()));
+             QStringLiteral("%1:2:5: SyntaxError: Parse error\n").arg(file.fileName()));
     QCOMPARE(runCode(QStringLiteral("if (")).exitCode, 2);
     // Code compiled while the script runs is an exception like any other.
     QCOMPARE(runCode(QStringLiteral("eval('var = 3')")).exitCode, 1);
