@@ -41,7 +41,7 @@ function(vext_add_test name)
   target_compile_definitions(${name} PRIVATE
     VEXT_PLUGIN_FILE="$<TARGET_FILE:PluginSQL>"
     VEXT_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
-  add_dependencies(${name} PluginSQL)
+  add_dependencies(${name} PluginSQL VextDrivers)
   add_test(NAME ${name} COMMAND ${name})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)

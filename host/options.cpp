@@ -79,6 +79,8 @@ bool takeOption(Arguments *arguments, Options *options, QString *error)
         return takeLevel(arguments, name, &options->level, error);
     if (name == QLatin1String("--trace")) {
         options->trace = true;
+    } else if (name == QLatin1String("--stock-drivers")) {
+        options->stockDrivers = true;
     } else if (name == QLatin1String("--help") || name == QLatin1String("-h")) {
         options->action = Options::Action::ShowHelp;
     } else if (name == QLatin1String("--version")) {
@@ -130,6 +132,8 @@ QString Options::helpText()
         "  --level N      show messages up to level N: -1 errors, 0 notices (default),\n"
         "                 1 state changes, 2 statement texts\n"
         "  --trace        switch trace on for new connections and show levels up to 2\n"
+        "  --stock-drivers\n"
+        "                 use Qt's own SQL drivers, without Vext's layer over them\n"
         "  --help         show this text\n"
         "  --version      show the version\n"
         "\n"

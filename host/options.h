@@ -17,6 +17,7 @@ struct Options {
     QString pluginFile;    ///< empty: the default
     int level = 0;
     bool trace = false;
+    bool stockDrivers = false; ///< without the layer of drivers
 
     /// Reads the command line, the program's name first. Options end at the first argument that is
     /// none: what follows belongs to the script.

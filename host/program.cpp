@@ -1,5 +1,6 @@
 #include "program.h"
 
+#include "driver_layer.h"
 #include "interrupt_watch.h"
 #include "plain_input.h"
 #include "plugin_library.h"
@@ -81,6 +82,8 @@ bool Program::readScript(QString *code)
 
 bool Program::startHost()
 {
+    if (!m_options.stockDrivers)
+        DriverLayer::use();
     ScriptHost::Settings settings;
     settings.pluginFile = m_options.pluginFile;
     settings.arguments = m_options.arguments;

@@ -10,9 +10,10 @@ preset=release
 build_dir="$root/build/$preset"
 
 # What the plugin and the host are built from and run with.
-build_packages=(g++ cmake ninja-build qtbase5-dev qtscript5-dev libreadline-dev libqt5sql5-sqlite)
+build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-private-dev qtscript5-dev libreadline-dev
+  libqt5sql5-sqlite)
 # What the tests are built from: headers, and the drivers of every database system.
-test_packages=(qtbase5-private-dev libsqlite3-dev libpq-dev
+test_packages=(libsqlite3-dev libpq-dev
   libqt5sql5-psql libqt5sql5-mysql libqt5sql5-ibase libqt5sql5-odbc)
 # The servers that tests start. A test whose server is missing says so and is skipped.
 server_packages=(postgresql mariadb-server firebird3.0-server-core firebird3.0-utils

@@ -124,14 +124,14 @@ const QStringList TestCommands::s_buildPackages{QStringLiteral("g++"),
                                                 QStringLiteral("cmake"),
                                                 QStringLiteral("ninja-build"),
                                                 QStringLiteral("qtbase5-dev"),
+                                                QStringLiteral("qtbase5-private-dev"),
                                                 QStringLiteral("qtscript5-dev"),
                                                 QStringLiteral("libreadline-dev"),
                                                 QStringLiteral("libqt5sql5-sqlite")};
 const QStringList TestCommands::s_testPackages{
-    QStringLiteral("qtbase5-private-dev"), QStringLiteral("libsqlite3-dev"),
-    QStringLiteral("libpq-dev"),           QStringLiteral("libqt5sql5-psql"),
-    QStringLiteral("libqt5sql5-mysql"),    QStringLiteral("libqt5sql5-ibase"),
-    QStringLiteral("libqt5sql5-odbc")};
+    QStringLiteral("libsqlite3-dev"),    QStringLiteral("libpq-dev"),
+    QStringLiteral("libqt5sql5-psql"),   QStringLiteral("libqt5sql5-mysql"),
+    QStringLiteral("libqt5sql5-ibase"),  QStringLiteral("libqt5sql5-odbc")};
 const QStringList TestCommands::s_serverPackages{QStringLiteral("postgresql"),
                                                  QStringLiteral("mariadb-server"),
                                                  QStringLiteral("firebird3.0-server-core"),
@@ -227,7 +227,7 @@ void TestCommands::runInstallsBuildsAndRunsTheQuickstart()
     QCOMPARE(outcome.calls, QStringLiteral("apt-get update -q\n"
                                            "apt-get install -y -q --no-install-recommends %1\n"
                                            "cmake --preset release -DVEXT_BUILD_TESTS=OFF\n"
-                                           "ninja vext-run PluginSQL\n")
+                                           "ninja vext-run PluginSQL VextDrivers\n")
                                 .arg(s_buildPackages.join(QLatin1Char(' '))));
     QCOMPARE(outcome.output, QStringLiteral("<%1> in %2\n")
                                  .arg(QDir(path(QStringLiteral("project")))

@@ -98,7 +98,8 @@ void TestVextRun::helpNamesEveryOption()
 {
     const HostOutcome outcome = runHost({QStringLiteral("--help")});
     VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
-    for (const char *option : {"-e CODE", "--plugin FILE", "--level N", "--trace", "--version"})
+    for (const char *option : {"-e CODE", "--plugin FILE", "--level N", "--trace",
+                               "--stock-drivers", "--version"})
         VERIFY_OUTCOME(outcome.output.contains(QLatin1String(option)), outcome);
 }
 
