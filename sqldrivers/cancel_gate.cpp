@@ -16,13 +16,17 @@ void CancelGate::run(Statement &statement)
         m_active.append(&statement);
     statement.m_phase = Phase::Running;
     statement.m_reason.store(Reason::None, std::memory_order_release);
+    m_current.store(&statement, std::memory_order_relaxed);
 }
 
-void CancelGate::stream(Statement &statement)
+bool CancelGate::stream(Statement &statement)
 {
     QMutexLocker locker(&m_mutex);
+    if (statement.isCancelled())
+        return false;
     if (statement.m_phase == Phase::Running)
         statement.m_phase = Phase::Streaming;
+    return true;
 }
 
 bool CancelGate::end(Statement &statement)
@@ -34,6 +38,8 @@ bool CancelGate::end(Statement &statement)
             return true;
         statement.m_phase = Phase::Idle;
         m_active.removeOne(&statement);
+        if (m_current.load(std::memory_order_relaxed) == &statement)
+            m_current.store(nullptr, std::memory_order_relaxed);
         if (m_requested)
             interrupter = m_interrupter;
         m_requested = false;
@@ -76,5 +82,5 @@ void CancelGate::request()
             phase = Phase::Running;
     }
     m_requested = true;
-    m_interrupter->interrupt(phase);
+    m_interrupter->interrupt(phase, m_active.size() == 1);
 }

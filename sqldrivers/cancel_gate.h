@@ -25,7 +25,9 @@ public:
         virtual ~Interrupter() = default;
         /// Asks the database to end what the connection does. Any thread, with the gate locked, so
         /// it returns at once and calls nothing that could come back to the gate.
-        virtual void interrupt(Phase phase) = 0;
+        /// @param phase Running when the connection is inside a call that prepares or executes
+        /// @param alone whether one statement is all that the connection has under way
+        virtual void interrupt(Phase phase, bool alone) = 0;
         /// The connection's thread, after a statement that was interrupted: waits until no request
         /// can reach the database any more. @return false when that took too long, and the
         /// connection has to be given up lest a later statement is hit
@@ -58,11 +60,26 @@ public:
     /// The statement is about to be prepared or executed: cancellable from here on, and no longer
     /// cancelled by what came before.
     void run(Statement &statement);
-    /// The statement was executed and has rows to give.
-    void stream(Statement &statement);
+    /// The statement was executed and has rows to give. @return false when it was cancelled
+    /// meanwhile; it is still running then, as far as the gate goes
+    bool stream(Statement &statement);
+    /// A row of the statement is about to be fetched; see currentIsCancelled().
+    void fetching(Statement &statement)
+    {
+        if (statement.m_phase != Phase::Idle)
+            m_current.store(&statement, std::memory_order_relaxed);
+    }
     /// The statement is over. Returns when no request made for it can reach the database any more.
     /// @return false when the connection has to be given up
     bool end(Statement &statement);
+
+    /// Whether the statement that the connection works on now is to end: for what a database calls
+    /// back meanwhile. The connection's thread.
+    bool currentIsCancelled() const
+    {
+        const Statement *current = m_current.load(std::memory_order_relaxed);
+        return current && current->isCancelled();
+    }
 
     /// Ends every statement that is running or streaming. With none it does nothing.
     /// @return whether there was one
@@ -77,4 +94,5 @@ private:
     QVector<Statement *> m_active;        ///< m_mutex
     Interrupter *m_interrupter = nullptr; ///< m_mutex
     bool m_requested = false;             ///< m_mutex; a request since the last settling
+    std::atomic<Statement *> m_current{nullptr}; ///< written by the connection's thread alone
 };

@@ -110,7 +110,7 @@ bool DecoratedDriver::open(const QString &database, const QString &user, const Q
     static_cast<QSqlDriverPrivate *>(d_ptr.data())->dbmsType = m_stock->dbmsType();
     m_policy->opened({database, user, password, host, port, stockOptions});
     QSqlError error;
-    if (!m_policy->attach(m_options, &error)) {
+    if (!m_policy->attach(m_options, m_gate, &error)) {
         m_policy->detach();
         return failOpen(m_policy->classified(error, Policy::Step::Open));
     }

@@ -150,7 +150,7 @@ bool DecoratedResult::prepareAnew(DecoratedDriver &driver)
     rememberNames(plan);
     m_bound = driver.policy()->makeStatement(std::move(plan));
     m_rows = &m_bound->result();
-    m_gate->run(m_cancel);
+    beginStatement(driver);
     if (m_bound->prepare()) {
         endStatement();
         return true;
@@ -239,7 +239,7 @@ bool DecoratedResult::executeBound(DecoratedDriver &driver, const QVector<BoundV
 {
     m_rows = &m_bound->result();
     applySettings(*m_rows, driver);
-    m_gate->run(m_cancel);
+    beginStatement(driver);
     return m_bound->execute(values);
 }
 
@@ -252,7 +252,7 @@ bool DecoratedResult::runPlain(DecoratedDriver &driver)
     m_rows = &rows;
     rows.renew(m_text);
     applySettings(rows, driver);
-    m_gate->run(m_cancel);
+    beginStatement(driver);
     const bool good = rows.reset(m_text);
     return conclude(driver, good, Policy::Step::Execute);
 }
@@ -290,14 +290,17 @@ bool DecoratedResult::refuse(const QSqlError &error)
 /// What the stock driver has done becomes this result's state.
 bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step step)
 {
+    const bool hasRows = good && m_rows->isSelect();
     setSelect(m_rows->isSelect());
+    if (hasRows && !m_gate->stream(m_cancel)) {
+        // Cancelled at the very moment at which the rows were ready.
+        m_rows->detach();
+        good = false;
+    }
     setAt(m_rows->at());
     setActive(good && m_rows->isActive());
-    if (good && m_rows->isSelect()) {
-        m_gate->stream(m_cancel);
-    } else {
+    if (!good || !hasRows)
         endStatement();
-    }
     driver.policy()->finished(m_text, good);
     if (!good)
         setLastError(
@@ -307,9 +310,25 @@ bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step 
     return good;
 }
 
+void DecoratedResult::beginStatement(DecoratedDriver &driver)
+{
+    m_gate->run(m_cancel);
+    const int limit = driver.options().statementTimeoutMs;
+    if (limit > 0 && !driver.policy()->hasServerTimeout()) {
+        m_deadline = DeadlineWatch::instance().add(
+            limit, [gate = m_gate, statement = &m_cancel] { gate->timeOut(*statement); });
+    }
+}
+
 void DecoratedResult::endStatement()
 {
-    if (m_cancel.phase() == CancelGate::Phase::Idle || m_gate->end(m_cancel))
+    if (m_cancel.phase() == CancelGate::Phase::Idle)
+        return;
+    if (m_deadline) {
+        DeadlineWatch::instance().remove(m_deadline);
+        m_deadline = 0;
+    }
+    if (m_gate->end(m_cancel))
         return;
     if (DecoratedDriver *driver = owner())
         driver->giveUp();
@@ -346,13 +365,11 @@ void DecoratedResult::finish()
 
 bool DecoratedResult::stopAtCancel()
 {
+    m_gate->fetching(m_cancel);
     if (!m_cancel.isCancelled())
         return false;
-    DecoratedDriver *driver = owner();
-    if (driver)
-        setLastError(explained(*driver, QSqlError(), m_cancel.reason(), Policy::Step::Fetch));
     setAt(QSql::AfterLastRow);
-    m_worthKeeping = false;
+    fail(QSqlError());
     return true;
 }
 
@@ -365,13 +382,21 @@ bool DecoratedResult::moved(bool onRow)
     DecoratedDriver *driver = owner();
     const QSqlError error =
         driver ? driver->policy()->errorOf(*m_rows, Policy::Step::Fetch) : m_rows->lastError();
-    if (error.isValid()) {
-        m_worthKeeping = false;
-        if (driver)
-            setLastError(explained(*driver, error, m_cancel.reason(), Policy::Step::Fetch));
-    }
+    if (error.isValid())
+        fail(error);
     endStatement();
     return false;
+}
+
+/// Reading the rows has failed with the stock driver's error, or was cancelled between two of them.
+void DecoratedResult::fail(const QSqlError &error)
+{
+    m_worthKeeping = false;
+    DecoratedDriver *driver = owner();
+    if (!driver)
+        return;
+    driver->policy()->finished(m_text, false);
+    setLastError(explained(*driver, error, m_cancel.reason(), Policy::Step::Fetch));
 }
 
 bool DecoratedResult::fetchNext()
@@ -404,7 +429,7 @@ bool DecoratedResult::nextResult()
     DecoratedDriver *driver = owner();
     if (!m_rows || !driver)
         return false;
-    m_gate->run(m_cancel);
+    beginStatement(*driver);
     return conclude(*driver, m_rows->nextResult(), Policy::Step::Fetch);
 }
 

@@ -4,6 +4,7 @@
 
 #include "bound_statement.h"
 #include "cancel_gate.h"
+#include "deadline_watch.h"
 #include "policy.h"
 
 #include <QSqlResult>
@@ -68,12 +69,15 @@ private:
     bool conclude(DecoratedDriver &driver, bool good, Policy::Step step);
     bool moved(bool onRow);
     bool stopAtCancel();
+    void fail(const QSqlError &error);
+    void beginStatement(DecoratedDriver &driver);
     void endStatement();
     void finish();
     void findRules();
 
     std::shared_ptr<CancelGate> m_gate;
     CancelGate::Statement m_cancel;
+    DeadlineWatch::Id m_deadline = 0; ///< of the statement that runs
     std::unique_ptr<BoundStatement> m_bound; ///< the prepared statement, ours while it is used
     std::unique_ptr<StockResult> m_plain;    ///< for texts that are sent as they are
     StockResult *m_rows = nullptr;           ///< of the last execution, one of the two

@@ -1,6 +1,7 @@
 #include "policy.h"
 
 #include "policy_plain.h"
+#include "policy_sqlite.h"
 
 #include <QSqlField>
 
@@ -32,5 +33,7 @@ QVector<ColumnRule> Policy::columnRules(const QSqlRecord &columns, const LayerOp
 
 std::unique_ptr<Policy> makePolicy(const QString &key, QSqlDriver *stock)
 {
+    if (key == QLatin1String("QSQLITE"))
+        return std::make_unique<SqlitePolicy>(stock);
     return std::make_unique<PlainPolicy>(stock, dialectOf(key));
 }

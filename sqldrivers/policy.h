@@ -56,7 +56,8 @@ public:
     virtual void opened(const OpenParameters &parameters) { Q_UNUSED(parameters) }
     /// The stock driver is open: finds the client library's functions, sets the session up.
     /// @return false when the connection cannot be used; `error` says why, and it is closed
-    virtual bool attach(const LayerOptions &layer, QSqlError *error) = 0;
+    virtual bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
+                        QSqlError *error) = 0;
     /// The stock driver is about to be closed. Nothing of its connection may be used afterwards.
     virtual void detach() {}
     /// Whether cancelling works on this connection.
@@ -150,7 +151,11 @@ public:
         return m_stock->subscribeToNotification(name);
     }
 
-    void interrupt(CancelGate::Phase phase) override { Q_UNUSED(phase) }
+    void interrupt(CancelGate::Phase phase, bool alone) override
+    {
+        Q_UNUSED(phase)
+        Q_UNUSED(alone)
+    }
     bool settle() override { return true; }
 
 protected:

@@ -15,7 +15,10 @@ public:
     }
 
     SqlDialect dialect() const override { return m_dialect; }
-    bool attach(const LayerOptions &, QSqlError *) override { return true; }
+    bool attach(const LayerOptions &, const std::shared_ptr<CancelGate> &, QSqlError *) override
+    {
+        return true;
+    }
     std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override
     {
         return std::make_unique<DriverStatement>(std::move(plan), stock()->createResult());
