@@ -48,10 +48,10 @@ bool endsTransaction(const QString &verb)
 
 // --- Opening and closing ---
 
-QString SqlitePolicy::stockOptions(const QString &options, const LayerOptions &) const
+void SqlitePolicy::opened(const OpenParameters &parameters)
 {
     m_busyTimeoutMs = DefaultBusyTimeoutMs;
-    const QStringList all = options.split(QLatin1Char(';'));
+    const QStringList all = parameters.options.split(QLatin1Char(';'));
     for (const QString &option : all) {
         if (option.section(QLatin1Char('='), 0, 0).trimmed() !=
             QLatin1String("QSQLITE_BUSY_TIMEOUT"))
@@ -61,7 +61,6 @@ QString SqlitePolicy::stockOptions(const QString &options, const LayerOptions &)
         if (isNumber)
             m_busyTimeoutMs = ms;
     }
-    return options;
 }
 
 bool SqlitePolicy::attach(const LayerOptions &, const std::shared_ptr<CancelGate> &gate,

@@ -19,7 +19,7 @@ public:
 
     SqlDialect dialect() const override { return SqlDialect::Sqlite; }
 
-    QString stockOptions(const QString &options, const LayerOptions &layer) const override;
+    void opened(const OpenParameters &parameters) override;
     bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
                 QSqlError *error) override;
     void detach() override;
@@ -50,7 +50,7 @@ private:
                      char **) = nullptr;
     sqlite3 *m_db = nullptr; ///< the stock driver's, while attached
     std::shared_ptr<CancelGate> m_gate;
-    mutable int m_busyTimeoutMs = 0; ///< read from the options before the connection is opened
+    int m_busyTimeoutMs = 0;
     std::chrono::steady_clock::time_point m_lockDeadline; ///< of the lock that is waited for
     bool m_wasInTransaction = false; ///< after the last statement
     bool m_rolledBack = false;       ///< SQLite has ended a transaction that the script has not
