@@ -9,11 +9,6 @@ namespace
 
 constexpr int MarkerValue = 1106;
 
-QString markerName()
-{
-    return QStringLiteral("$ res sql");
-}
-
 QScriptValue nullsArray(QScriptEngine *engine, const QList<uint> &nulls)
 {
     if (nulls.isEmpty())
@@ -25,7 +20,71 @@ QScriptValue nullsArray(QScriptEngine *engine, const QList<uint> &nulls)
     return engine->toScriptValue(rows);
 }
 
+/// Gives properties to one object as its own, whatever scripts have put on Object.prototype: a
+/// setter there would take the value, and a getter without one would keep it out.
+class OwnProperties
+{
+public:
+    OwnProperties(const ResultObject::Context &context, const QScriptValue &object)
+        : m_engine(context.engine)
+        , m_names(*context.names)
+        , m_object(object)
+    {
+    }
+
+    void setColumn(const QString &name, const QScriptValue &values)
+    {
+        // Usually the name stands for the object's prototype, and is no property.
+        if (name == QLatin1String("__proto__"))
+            setWithoutPrototype(m_engine->toStringHandle(name), values, {});
+        else
+            set(m_engine->toStringHandle(name), values);
+    }
+
+    void set(ResultObject::Names::Name name, const QScriptValue &value,
+             QScriptValue::PropertyFlags flags = QScriptValue::KeepExistingFlags)
+    {
+        set(m_names.at(name), value, flags);
+    }
+
+private:
+    void set(const QScriptString &name, const QScriptValue &value,
+             QScriptValue::PropertyFlags flags = QScriptValue::KeepExistingFlags)
+    {
+        if (m_object.propertyFlags(name) &
+            (QScriptValue::PropertyGetter | QScriptValue::PropertySetter))
+            setWithoutPrototype(name, value, flags);
+        else
+            m_object.setProperty(name, value, flags);
+    }
+
+    void setWithoutPrototype(const QScriptString &name, const QScriptValue &value,
+                             QScriptValue::PropertyFlags flags)
+    {
+        const QScriptValue prototype = m_object.prototype();
+        m_object.setPrototype(m_engine->nullValue());
+        m_object.setProperty(name, value, flags);
+        m_object.setPrototype(prototype);
+    }
+
+    QScriptEngine *m_engine;
+    const ResultObject::Names &m_names;
+    QScriptValue m_object;
+};
+
 } // namespace
+
+void ResultObject::Names::make(QScriptEngine *engine)
+{
+    if (m_names.front().isValid())
+        return;
+    const char *const texts[Count] = {"$ res sql",    "fields",        "numRowsAffected",
+                                      "lastInsertId", "executedQuery", "rows",
+                                      "length",       "fields_names",  "fields_index",
+                                      "fields_nulls", "fields_types",  "fields_typeN"};
+    for (size_t i = 0; i < Count; ++i)
+        m_names[i] = engine->toStringHandle(QLatin1String(texts[i]));
+}
 
 QScriptValue ResultObject::newObjects(QScriptEngine *engine, int count)
 {
@@ -67,9 +126,10 @@ QScriptValue ResultObject::toScript(QScriptEngine *engine, const QVariant &value
 void ResultObject::fill(const Context &context, QScriptValue target, structSqlResult &record)
 {
     QScriptEngine *engine = context.engine;
-    target.setProperty(markerName(), QScriptValue(engine, MarkerValue),
-                       QScriptValue::ReadOnly | QScriptValue::Undeletable |
-                           QScriptValue::SkipInEnumeration);
+    context.names->make(engine);
+    OwnProperties own(context, target);
+    own.set(Names::Marker, QScriptValue(engine, MarkerValue),
+            QScriptValue::ReadOnly | QScriptValue::Undeletable | QScriptValue::SkipInEnumeration);
     const int columns = record.fields.size();
     const int rows = columns > 0 ? record.fields.constFirst().values.size() : 0;
     QScriptValue index = engine->newArray(uint(columns));
@@ -87,21 +147,20 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
         names.append(name);
         types.append(field.type);
         typeNames.append(QString::fromLatin1(QMetaType::typeName(field.type)));
-        target.setProperty(name, values);
+        own.setColumn(name, values);
     }
     const QScriptValue lastInsertId = record.hasLastInsertId
                                           ? engine->toScriptValue(record.lastInsertId)
                                           : QScriptValue(engine, QScriptValue::NullValue);
-    target.setProperty(QStringLiteral("fields"), QScriptValue(engine, columns));
-    target.setProperty(QStringLiteral("numRowsAffected"),
-                       QScriptValue(engine, record.numRowsAffected));
-    target.setProperty(QStringLiteral("lastInsertId"), lastInsertId);
-    target.setProperty(QStringLiteral("executedQuery"), QScriptValue(engine, record.executedQuery));
-    target.setProperty(QStringLiteral("rows"), QScriptValue(engine, rows));
-    target.setProperty(QStringLiteral("length"), QScriptValue(engine, rows));
-    target.setProperty(QStringLiteral("fields_names"), engine->toScriptValue(names));
-    target.setProperty(QStringLiteral("fields_index"), index);
-    target.setProperty(QStringLiteral("fields_nulls"), nulls);
-    target.setProperty(QStringLiteral("fields_types"), engine->toScriptValue(types));
-    target.setProperty(QStringLiteral("fields_typeN"), engine->toScriptValue(typeNames));
+    own.set(Names::Fields, QScriptValue(engine, columns));
+    own.set(Names::NumRowsAffected, QScriptValue(engine, record.numRowsAffected));
+    own.set(Names::LastInsertId, lastInsertId);
+    own.set(Names::ExecutedQuery, QScriptValue(engine, record.executedQuery));
+    own.set(Names::Rows, QScriptValue(engine, rows));
+    own.set(Names::Length, QScriptValue(engine, rows));
+    own.set(Names::FieldsNames, engine->toScriptValue(names));
+    own.set(Names::FieldsIndex, index);
+    own.set(Names::FieldsNulls, nulls);
+    own.set(Names::FieldsTypes, engine->toScriptValue(types));
+    own.set(Names::FieldsTypeN, engine->toScriptValue(typeNames));
 }

@@ -5,14 +5,46 @@
 #include "sql_records.h"
 
 #include <QScriptEngine>
+#include <QScriptString>
 #include <QScriptValue>
+
+#include <array>
 
 namespace ResultObject
 {
 
+/// The names that every result has, as the engine keeps them: made from texts each time, they would
+/// cost more than the properties. Belongs to one engine, made with its first result.
+class Names
+{
+public:
+    enum Name {
+        Marker,
+        Fields,
+        NumRowsAffected,
+        LastInsertId,
+        ExecutedQuery,
+        Rows,
+        Length,
+        FieldsNames,
+        FieldsIndex,
+        FieldsNulls,
+        FieldsTypes,
+        FieldsTypeN,
+        Count
+    };
+
+    void make(QScriptEngine *engine);
+    const QScriptString &at(Name name) const { return m_names[name]; }
+
+private:
+    std::array<QScriptString, Count> m_names;
+};
+
 /// With what, and how, the values of a connection are shown.
 struct Context {
     QScriptEngine *engine = nullptr;
+    Names *names = nullptr; ///< the engine's; outlives the context
     /// The engine's own Array.prototype.push as it was at the install, or invalid.
     QScriptValue push;
     bool enableNull = true; ///< NULL becomes null; otherwise it is converted like its type's zero

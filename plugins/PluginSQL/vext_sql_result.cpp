@@ -268,6 +268,7 @@ void VEXT_sqlThr::convertEntry(structThrSql *task, structSqlResult &entry)
     }
     ResultObject::Context context;
     context.engine = m_engine;
+    context.names = &m_resultNames;
     context.push = m_arrayPush;
     context.enableNull = enableNull;
     context.upperCaseNames = m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql;

@@ -2,6 +2,7 @@
 /// The worker of one connection: its parameters, its main connection, its queue and its thread.
 #pragma once
 
+#include "result_object.h"
 #include "sql_records.h"
 #include "sql_text.h"
 
@@ -170,8 +171,9 @@ protected:
 public:
     // State. VEXT_SQL reads and assigns part of it directly, hence public.
 
-    QScriptValue m_scriptValueThis; ///< script value of the owner; engine's thread
-    QScriptValue m_arrayPush;       ///< the engine's own Array.prototype.push; engine's thread
+    QScriptValue m_scriptValueThis;    ///< script value of the owner; engine's thread
+    QScriptValue m_arrayPush;          ///< the engine's own Array.prototype.push; engine's thread
+    ResultObject::Names m_resultNames; ///< engine's thread
 
     QList<structThrSql *> m_listSqlTasks; ///< the queue, owns its records; m_mutexSqlTasks
     QAtomicInt m_thrSqlQueue;             ///< copy of the queue's length
