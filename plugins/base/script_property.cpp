@@ -38,31 +38,45 @@ bool isOwnGlobal(QScriptEngine *engine, const QScriptValue &object)
     return object.strictlyEquals(engine->globalObject());
 }
 
+/// On an engine's own global object Qt drops the flags of a name that is new.
+bool holds(const QScriptValue &object, const QString &name, QScriptValue::PropertyFlags flags)
+{
+    return (object.propertyFlags(name, QScriptValue::ResolveLocal) & flags) == flags;
+}
+
+/// The second install of an engine: the first one's property cannot be changed.
+bool isFixedAccessor(const QScriptValue &object, const QString &name)
+{
+    return holds(object, name, QScriptValue::PropertyGetter | QScriptValue::Undeletable);
+}
+
 } // namespace
 
 void ScriptProperty::setHidden(QScriptEngine *engine, QScriptValue object, const QString &name,
                                const QScriptValue &value)
 {
-    if (isOwnGlobal(engine, object)) {
-        // The second install of an engine: the first one's property cannot be changed.
-        const QScriptValue::PropertyFlags there = object.propertyFlags(name);
-        if (there & QScriptValue::PropertyGetter && there & QScriptValue::Undeletable)
-            return;
-        QScriptValue reader = engine->newFunction(fixedValue);
-        reader.setData(value);
-        object.setProperty(name, QScriptValue());
-        if (defineAccessor(engine, object, name, reader))
-            return;
+    if (!isOwnGlobal(engine, object)) {
+        object.setProperty(name, value, FuncWrapper::Hidden);
+        return;
     }
+    if (isFixedAccessor(object, name))
+        return;
+    object.setProperty(name, QScriptValue());
     object.setProperty(name, value, FuncWrapper::Hidden);
+    if (holds(object, name, FuncWrapper::Hidden))
+        return;
+    QScriptValue reader = engine->newFunction(fixedValue);
+    reader.setData(value);
+    object.setProperty(name, QScriptValue());
+    if (!defineAccessor(engine, object, name, reader))
+        object.setProperty(name, value, FuncWrapper::Hidden);
 }
 
 void ScriptProperty::setHiddenAccessor(QScriptEngine *engine, QScriptValue object,
                                        const QString &name, const QScriptValue &function)
 {
     if (isOwnGlobal(engine, object)) {
-        const QScriptValue::PropertyFlags there = object.propertyFlags(name);
-        if (there & QScriptValue::PropertyGetter && there & QScriptValue::Undeletable)
+        if (isFixedAccessor(object, name))
             return;
         object.setProperty(name, QScriptValue());
         if (defineAccessor(engine, object, name, function))

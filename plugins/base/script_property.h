@@ -7,8 +7,9 @@
 #include <QString>
 
 /// Qt 5.15 drops every flag of a property that is new on an engine's own global object. There,
-/// these functions define an accessor instead, whose flags hold: scripts see the same. Thread: that
-/// of the engine.
+/// these functions define an accessor instead, whose flags hold: scripts see the same. A global
+/// object that the host has made itself keeps them, and gets the plain property. Thread: that of
+/// the engine.
 namespace ScriptProperty
 {
 

@@ -40,6 +40,8 @@ private slots:
     void tagIsAnAccessorWithAllFlags();
     void countersIsFixedAndHiddenOnTheGlobalObject();
     void tagIsFixedAndHiddenOnTheGlobalObject();
+    void hostMadeGlobalObjectGetsPlainProperties_data();
+    void hostMadeGlobalObjectGetsPlainProperties();
     void installingTwiceSetsTheSameAgain();
     void installServesSeveralEngines();
 
@@ -304,6 +306,43 @@ void TestInstall::tagIsFixedAndHiddenOnTheGlobalObject()
     QVERIFY(h().holds("delete this.tag; tag = 3; delete this.tag; this.tag === 3"));
     QVERIFY(Plugin_SQL::s_tag.isValid());
     QVERIFY(!propertyListed(h().script, "this", "tag"));
+}
+
+void TestInstall::hostMadeGlobalObjectGetsPlainProperties_data()
+{
+    QTest::addColumn<int>("installs");
+    QTest::newRow("once") << 1;
+    QTest::newRow("twice") << 2;
+}
+
+/// There Qt keeps the flags of a plain property, which need no accessor in its place.
+void TestInstall::hostMadeGlobalObjectGetsPlainProperties()
+{
+    QFETCH(int, installs);
+    QScriptEngine engine;
+    QScriptValue own = engine.newObject();
+    own.setPrototype(engine.globalObject());
+    engine.setGlobalObject(own);
+    for (int i = 0; i < installs; ++i) {
+        QScriptContext *context = engine.pushContext();
+        context->setThisObject(engine.globalObject());
+        QVERIFY(
+            QMetaObject::invokeMethod(FrameHost::plugin(), "install", Q_ARG(QObject *, &engine)));
+        engine.popContext();
+    }
+    const QScriptValue global = engine.globalObject();
+    for (const char *name : {"VEXT_SQL", "counters"}) {
+        QCOMPARE(int(global.propertyFlags(QLatin1String(name))), 7);
+        QVERIFY2(global.property(QLatin1String(name)).isFunction(), name);
+        QVERIFY2(engine
+                     .evaluate(QStringLiteral("this.%1 = 5; delete this.%1; typeof %1 === "
+                                              "'function'")
+                                   .arg(QLatin1String(name)))
+                     .toBool(),
+                 name);
+    }
+    QCOMPARE(int(global.propertyFlags(QStringLiteral("tag"))), 30);
+    QVERIFY(engine.evaluate(QStringLiteral("new VEXT_SQL('x').objectName === 'x'")).toBool());
 }
 
 void TestInstall::installingTwiceSetsTheSameAgain()
