@@ -363,7 +363,7 @@ bool ArgumentSorter::convertArgument(const QScriptValue &argument)
     }
     if (m_watch.threw())
         return stopForException();
-    return refuse(SqlCall::usageText(m_function));
+    return refuse(SqlCall::tooLargeText());
 }
 
 /// `result` and `error` of several statements are made at completion, where no script can tell the
@@ -423,6 +423,11 @@ QString ArgumentSorter::statementsText(const QString &reason,
 QString SqlCall::usageText(Function function)
 {
     return QStringLiteral("использовать как %1").arg(callForms(function));
+}
+
+QString SqlCall::tooLargeText()
+{
+    return QStringLiteral("слишком большой аргумент");
 }
 
 structThrSql *SqlCall::makeTask(Function function, QScriptContext *context, QScriptEngine *engine,

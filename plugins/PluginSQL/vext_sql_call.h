@@ -29,6 +29,9 @@ struct Refusal {
 /// "использовать как …" (use as …) with the call forms of `function`.
 QString usageText(Function function);
 
+/// "слишком большой аргумент" (argument too large): of a value that toVariant() refuses.
+QString tooLargeText();
+
 /// Sorts the arguments of the call by type into a new task.
 /// @return the task, owned by the caller; null and `refusal` filled when the call is refused.
 structThrSql *makeTask(Function function, QScriptContext *context, QScriptEngine *engine,

@@ -56,6 +56,8 @@ private Q_SLOTS:
     void wrongNumberOfArgumentArraysIsATypeError();
     void argumentsThatAreNoArrayAreATypeError_data();
     void argumentsThatAreNoArrayAreATypeError();
+    void tooLargeArgumentIsCalledSo_data();
+    void tooLargeArgumentIsCalledSo();
     void contextWithoutCallbackIsATypeError_data();
     void contextWithoutCallbackIsATypeError();
 
@@ -280,6 +282,26 @@ void TestExecThread::argumentsThatAreNoArrayAreATypeError()
     checkTypeError("db.exec_thread(%1)"_qs.arg(arguments),
                    arrayText + ": db.exec_thread(['s1','s2'], [[arg1, ...], ...])"_qs,
                    {"vext_sql:407 ~~~~ js_exec_thread \t type %1"_qs.arg(type)});
+}
+
+void TestExecThread::tooLargeArgumentIsCalledSo_data()
+{
+    QTest::addColumn<QString>("arguments");
+    QTest::newRow("too many values") << "'p', [new Array(2000000)]"_qs;
+    QTest::newRow("too deep") << "'p', [deep]"_qs;
+    QTest::newRow("in a list") << "['p', 'q'], [[1], [deep]]"_qs;
+}
+
+/// As exec calls it.
+void TestExecThread::tooLargeArgumentIsCalledSo()
+{
+    QFETCH(QString, arguments);
+    openStub("STUB"_qs);
+    eval("var deep = 1; for (var i = 0; i < 600; ++i) deep = [deep]"_qs);
+    checkTypeError("db.exec_thread(%1)"_qs.arg(arguments), "слишком большой аргумент"_qs, {});
+    forgetMessages();
+    QVERIFY(truth("db.exec('p', [deep]) === false"_qs));
+    QCOMPARE(sent(), QStringList{"-1 exec слишком большой аргумент"_qs});
 }
 
 void TestExecThread::contextWithoutCallbackIsATypeError_data()
