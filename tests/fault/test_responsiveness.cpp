@@ -135,7 +135,11 @@ void Responsiveness::callEverything()
             "db.lastErrors;"
             "db.affectedRows; db.isRunning; db.isOpen; db.events; db.clear(); db.timeNotUse = "
             "60000; "
-            "db.query('select 1'); db.start_thread(); db.transaction(); db.commit() }")
+            "db.tables(); db.tables(2); db.hasFeature(); db.isSupportEvent; "
+            "db.isDriverAvailable('x');"
+            "db.add_event('e' + i % 5); if (i % 5 === 4) db.rem_event('e0');"
+            "db.query('select 1'); db.exec('p', [i]); db.start_thread(); db.transaction(); "
+            "db.commit() }")
             .arg(times));
     // Each round queued two tasks and two commands.
     QCOMPARE(m_db->taskSize() - before, 4 * times);

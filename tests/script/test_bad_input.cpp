@@ -659,18 +659,21 @@ void TestBadInput::argumentGetterMayDeleteTheConnection_data()
     // Not where Qt turns the argument into text: it would call the slot of the deleted object.
     QTest::addColumn<int>("dummy");
     for (const char *call :
-         {"db.exec('p', a)", "db.exec_thread(function() {}, 'p', a)",
-          "db.query_thread(function() {}, a)", "db.query_thread(a, 'x')",
-          "db.query_thread(function() {}, o)", "db.exec_thread(function() {}, o, a)"})
+         {"db.exec('p', a)", "db.exec('p', [a])", "db.exec('p', [b])",
+          "db.exec_thread(function() {}, 'p', a)", "db.exec_thread(function() {}, 'p', [b])",
+          "db.exec_thread(function() {}, ['p', 'q'], [[1], a])",
+          "db.exec_thread(function() {}, 'p', [1], a)", "db.query_thread(function() {}, a)",
+          "db.query_thread(a, 'x')"})
         QTest::newRow(call) << 0;
 }
 
 void TestBadInput::argumentGetterMayDeleteTheConnection()
 {
-    h().eval("db.open(); var a = new Array(2), held = db;"
-             "a.__defineGetter__('0', function() { destroy(held); return 'x' });"
-             "var o = {toString: function() { destroy(held); return 'x' }}");
+    h().eval("db.open(); var a = new Array(2), held = db, sprung = 0;"
+             "function spring() { ++sprung; destroy(held); return 'x' }"
+             "a.__defineGetter__('0', spring); var b = {}; b.__defineGetter__('c', spring)");
     h().eval(QStringLiteral("try { %1 } catch (e) {}").arg(utf8(QTest::currentDataTag())));
+    QVERIFY2(h().holds("sprung > 0"), "the trap was not touched");
     drainEvents();
     h().engine()->clearExceptions();
     makeDb();
