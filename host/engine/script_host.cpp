@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QPointer>
 #include <QScriptEngine>
 
 #include <cerrno>
@@ -166,7 +167,21 @@ void ScriptHost::destroyScripts()
     m_engine = nullptr;
     m_loop->dropEngine(); // the destruction below sends events, which the loop sees
     m_timers.clear();
+    destroyObjects(engine);
     delete engine;
+}
+
+/// While the engine is whole: its children would run script code from within its end. One that is
+/// deleted before takes its handlers along.
+void ScriptHost::destroyObjects(const QObject *engine)
+{
+    QList<QPointer<QObject>> objects;
+    for (QObject *object : m_post->objects()) {
+        if (object->parent() == engine)
+            objects.append(object);
+    }
+    for (const QPointer<QObject> &object : qAsConst(objects))
+        delete object.data();
 }
 
 void ScriptHost::shutDown()

@@ -89,6 +89,7 @@ private:
     /// @param code what has just been compiled, empty while callbacks run
     void reportException(const QString &code);
     void destroyScripts();
+    void destroyObjects(const QObject *engine);
 
     Settings m_settings;
     bool m_keepGoing = false;

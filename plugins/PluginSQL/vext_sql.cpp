@@ -1,7 +1,10 @@
 #include "vext_sql.h"
 
+#include "call_depth.h"
 #include "debug_line.h"
+#include "lasting_text.h"
 #include "plugin_sql.h"
+#include "script_guard.h"
 #include "script_property.h"
 #include "vext_sql_call.h"
 #include "vext_sql_module.h"
@@ -25,7 +28,7 @@ constexpr int MinTimeNotUseMs = 60000;
 QScriptValue queueTask(SqlCall::Function function, const char *name, QScriptContext *context,
                        QScriptEngine *engine)
 {
-    if (!context || !engine)
+    if (!context || !isUsable(engine))
         return QScriptValue(false);
     const auto raise = [context](const QString &text) {
         return QScriptValue(VEXT_SQL::throwScript(context, text, QScriptContext::TypeError));
@@ -64,6 +67,7 @@ QScriptValue queueTask(SqlCall::Function function, const char *name, QScriptCont
 
 VEXT_SQL::VEXT_SQL(QObject *parent, QScriptEngine *eng)
     : Plugin_base(parent, eng)
+    , m_madeByEngine(eng)
 {
     connect_msg(this);
     setTraceLog(false);
@@ -84,6 +88,11 @@ VEXT_SQL::~VEXT_SQL()
         QMutexLocker locker(&m_mutexSqlConns);
         m_listSqlConns.removeOne(this);
     }
+    // Left to ~QObject, a connection whose signal the worker thread is sending loses its slot
+    // object.
+    disconnect(worker, nullptr, this, nullptr);
+    if (m_madeByEngine && !m_engine)
+        disconnect(this, nullptr, nullptr, nullptr);
     worker->releaseFromOwner(m_releaseAtOnce || !QCoreApplication::instance());
 }
 
@@ -110,14 +119,37 @@ bool VEXT_SQL::setScriptValueThis(const QScriptValue &scriptValue)
     return worker->setScriptValueThis(scriptValue);
 }
 
+template <typename Answer, typename Call>
+Answer VEXT_SQL::enter(const char *function, const Answer &refused, Call call)
+{
+    const CallDepth depth;
+    if (!depth.isTooDeep())
+        return call();
+    reportTooDeep(depth, function);
+    return refused;
+}
+
+void VEXT_SQL::reportTooDeep(const CallDepth &depth, const char *function)
+{
+    if (!depth.isFirst())
+        return;
+    emit s_msg(lastingText(VextSqlModule::Connection), __LINE__, lastingText(function),
+               tr("слишком много вложенных вызовов (%1)").arg(CallDepth::Most), -1);
+}
+
 void VEXT_SQL::setTraceLog(bool on)
 {
     if (on == m_traceLog)
         return;
+    const CallDepth depth;
+    if (depth.isTooDeep()) {
+        reportTooDeep(depth, "setTraceLog");
+        return;
+    }
     m_traceLog = on;
     if (worker)
         worker->traceLog = on;
-    emit s_msg(VextSqlModule::Connection, LineSetTraceLog, "setTraceLog",
+    emit s_msg(lastingText(VextSqlModule::Connection), LineSetTraceLog, lastingText("setTraceLog"),
                tr("трассировка %1").arg(on ? tr("включена") : tr("выключена")), 1);
 }
 
@@ -323,7 +355,8 @@ bool VEXT_SQL::isSupportEvent()
 {
     const QPointer<VEXT_SQL> self(this);
     if (!isOpen() && m_traceLog) {
-        emit s_msg(VextSqlModule::Connection, LineIsSupportEvent, "isSupportEvent",
+        emit s_msg(lastingText(VextSqlModule::Connection), LineIsSupportEvent,
+                   lastingText("isSupportEvent"),
                    tr("Проверить isSupportEvent можно только после открытия соединения с БД"), 0);
     }
     return self && worker->isSupportEvent();
@@ -336,12 +369,12 @@ QStringList VEXT_SQL::events() const
 
 bool VEXT_SQL::add_event(const QString &evnt)
 {
-    return worker->add_event(evnt);
+    return enter("add_event", false, [&] { return worker->add_event(evnt); });
 }
 
 bool VEXT_SQL::rem_event(const QString &evnt)
 {
-    return worker->rem_event(evnt);
+    return enter("rem_event", false, [&] { return worker->rem_event(evnt); });
 }
 
 void VEXT_SQL::s_event(const QString &name, QSqlDriver::NotificationSource source,
@@ -354,42 +387,50 @@ void VEXT_SQL::s_event(const QString &name, QSqlDriver::NotificationSource sourc
 
 bool VEXT_SQL::open()
 {
-    return worker->open();
+    return enter("open", false, [&] { return worker->open(); });
 }
 
 bool VEXT_SQL::close()
 {
-    return worker->close(true);
+    return enter("close", false, [&] { return worker->close(true); });
 }
 
 QScriptValue VEXT_SQL::query(const QString &sql)
 {
-    return worker->query(sql);
+    return enter("query", QScriptValue(false), [&] { return worker->query(sql); });
 }
 
 QScriptValue VEXT_SQL::exec(const QString &sql)
 {
-    return worker->query(sql);
+    return enter("exec", QScriptValue(false), [&] { return worker->query(sql); });
 }
 
 QScriptValue VEXT_SQL::exec(const QString &proc, const QScriptValue &asql)
 {
-    return worker->exec(proc, asql);
+    return enter("exec", QScriptValue(false), [&] { return worker->exec(proc, asql); });
 }
 
 bool VEXT_SQL::tables(int ttype)
 {
-    return worker->tables(ttype);
+    return enter("tables", false, [&] { return worker->tables(ttype); });
 }
 
 void VEXT_SQL::clear()
 {
-    worker->clearSqlResult();
+    const CallDepth depth;
+    if (depth.isTooDeep())
+        reportTooDeep(depth, "clear");
+    else
+        worker->clearSqlResult();
 }
 
 void VEXT_SQL::clearSqlResult()
 {
-    worker->clearSqlResult();
+    const CallDepth depth;
+    if (depth.isTooDeep())
+        reportTooDeep(depth, "clearSqlResult");
+    else
+        worker->clearSqlResult();
 }
 
 void VEXT_SQL::setCodec(const QString &codec)
@@ -399,17 +440,17 @@ void VEXT_SQL::setCodec(const QString &codec)
 
 bool VEXT_SQL::transaction()
 {
-    return worker->transaction();
+    return enter("transaction", false, [&] { return worker->transaction(); });
 }
 
 bool VEXT_SQL::commit()
 {
-    return worker->commit();
+    return enter("commit", false, [&] { return worker->commit(); });
 }
 
 bool VEXT_SQL::rollback()
 {
-    return worker->rollback();
+    return enter("rollback", false, [&] { return worker->rollback(); });
 }
 
 // --- Worker thread ---
@@ -421,12 +462,16 @@ int VEXT_SQL::taskSize()
 
 bool VEXT_SQL::start_thread()
 {
-    return worker->start_thread();
+    return enter("start_thread", false, [&] { return worker->start_thread(); });
 }
 
 void VEXT_SQL::stop_thread(int tout_ms)
 {
-    worker->stop_thread(tout_ms);
+    const CallDepth depth;
+    if (depth.isTooDeep())
+        reportTooDeep(depth, "stop_thread");
+    else
+        worker->stop_thread(tout_ms);
 }
 
 bool VEXT_SQL::appendSqlTask(structThrSql *task)
@@ -488,6 +533,8 @@ void giveScriptValueThis(QObject *object, const QScriptValue &wrapper)
 
 QScriptValue VEXT_SQLWrapper::ctor(QScriptContext *ctx, QScriptEngine *eng)
 {
+    if (!isUsable(eng))
+        return QScriptValue(QScriptValue::NullValue);
     const QPointer<VEXT_SQL> object = new VEXT_SQL(eng, eng);
     object->setObjectName(objectNameFor(ctx));
     insertObjectToPost(eng, object);

@@ -10,6 +10,7 @@
 #include <QStringList>
 #include <QVariant>
 
+class CallDepth;
 class VEXT_sqlThr;
 struct structThrSql;
 
@@ -18,7 +19,8 @@ struct structThrSql;
 ///
 /// Thread: that of the script engine. Ownership: child of the engine, wrapped with Qt ownership, so
 /// that the script's garbage collector never deletes it; the host may. The worker is released with
-/// deleteLater().
+/// deleteLater(). An object that goes in the end of its engine goes without a signal, `destroyed`
+/// included: script code would run in an engine that is half gone.
 class VEXT_SQL : public Plugin_base
 {
     Q_OBJECT
@@ -158,6 +160,13 @@ public:
     VEXT_sqlThr *worker = nullptr; ///< never replaced
 
 private:
+    /// Makes a call that may send signals, unless too many lie within one another already.
+    /// @return its answer, or `refused`. The object may be gone by then.
+    template <typename Answer, typename Call>
+    Answer enter(const char *function, const Answer &refused, Call call);
+    void reportTooDeep(const CallDepth &depth, const char *function);
+
+    const bool m_madeByEngine;
     bool m_releaseAtOnce = false;
 };
 

@@ -1,6 +1,7 @@
 #include "vext_sql_thread.h"
 
 #include "debug_line.h"
+#include "lasting_text.h"
 #include "own_meta_types.h"
 #include "sql_driver_kind.h"
 #include "vext_sql.h"
@@ -98,6 +99,11 @@ void VEXT_sqlThr::releaseFromOwner(bool atOnce)
         QMutexLocker locker(&m_mutexSqlTasks);
         m_waitTask.wakeAll();
     }
+    end(atOnce);
+}
+
+void VEXT_sqlThr::end(bool atOnce)
+{
     if (m_depth > 0)
         m_ending = atOnce ? Ending::AtOnce : Ending::Later;
     else if (atOnce)
@@ -117,26 +123,6 @@ void VEXT_sqlThr::leaveEntry()
         deleteLater();
 }
 
-void VEXT_sqlThr::releaseWorkers(bool all)
-{
-    QList<VEXT_sqlThr *> workers;
-    {
-        QMutexLocker locker(&s_mutexWorkers);
-        workers = s_workers;
-    }
-    for (VEXT_sqlThr *worker : qAsConst(workers)) {
-        if (worker->thread() && worker->thread() != QThread::currentThread())
-            continue;
-        if (!worker->m_owner) {
-            delete worker;
-        } else if (all) {
-            VEXT_SQL *owner = worker->m_owner;
-            owner->releaseWorkerAtOnce();
-            delete owner;
-        }
-    }
-}
-
 bool VEXT_sqlThr::setScriptValueThis(const QScriptValue &scriptValue)
 {
     QObject *wrapped = scriptValue.toQObject();
@@ -148,7 +134,7 @@ bool VEXT_sqlThr::setScriptValueThis(const QScriptValue &scriptValue)
 
 void VEXT_sqlThr::sendMessage(int line, const char *function, const QString &text, int level)
 {
-    emit s_msg(VextSqlModule::Worker, line, function, text, level);
+    emit s_msg(lastingText(VextSqlModule::Worker), line, lastingText(function), text, level);
 }
 
 // --- Start and stop: engine's thread ---

@@ -55,6 +55,8 @@ public:
     /// loop, or `atOnce` where none will run any more. While one of its functions is on the stack,
     /// because script code called from there deleted the owner, it lives on until that returns.
     void releaseFromOwner(bool atOnce);
+    /// Ends a worker without owner, in the same two ways.
+    void end(bool atOnce);
 
     // --- Thread and queue (vext_sql_thread.cpp) ---
 
@@ -240,11 +242,6 @@ public:
     /// process ever share one; likewise.
     static QStringList s_threadNames;
     static QStringList s_mainNames;
-
-    /// Frees the workers of this thread that wait for an event loop which will not run any more,
-    /// and with `all` every other connection too: for the end of the application and of the
-    /// library. No code of the library may be left running or to be called.
-    static void releaseWorkers(bool all);
 
     /// Takes the next task, waiting for one; null tells the caller to look at m_thrStop. Worker.
     structThrSql *getSqlTask();

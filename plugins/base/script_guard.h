@@ -6,6 +6,14 @@
 #include <QScriptValue>
 #include <QString>
 
+/// Whether `engine` may be used. In the end of an engine its child objects are deleted when it is
+/// no more than a QObject; script code that their signals reach still runs then, and calls in here.
+inline bool isUsable(const QScriptEngine *engine)
+{
+    const QObject *object = engine;
+    return qobject_cast<const QScriptEngine *>(object);
+}
+
 /// Clears, at the end of its scope, the exception that a getter or a conversion written in script
 /// threw while native code looked at a value. An exception that was pending before stays as it was:
 /// it belongs to the script that is running, or to the host.

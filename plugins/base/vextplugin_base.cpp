@@ -1,6 +1,7 @@
 #include "vextplugin_base.h"
 
 #include "debug_line.h"
+#include "lasting_text.h"
 #include "script_guard.h"
 
 #include <QCoreApplication>
@@ -113,8 +114,8 @@ void Plugin_base::setTraceLog(bool on)
         return;
     m_traceLog = on;
     const QString state = on ? QObject::tr("включена") : QObject::tr("выключена");
-    emit s_msg(SourceFile, LineSetTraceLog, "setTraceLog", QObject::tr("трассировка %1").arg(state),
-               LevelTrace);
+    emit s_msg(lastingText(SourceFile), LineSetTraceLog, lastingText("setTraceLog"),
+               QObject::tr("трассировка %1").arg(state), LevelTrace);
 }
 
 void Plugin_base::disableTraceLog()
@@ -206,7 +207,8 @@ bool Plugin_base::isGuiApp()
     // Not translated: the text is for the developers of hosts.
     const QString text =
         QStringLiteral("no invokeMethod VextServer::isGuiApp: %1").arg(classNameOf(server));
-    emit s_msg(SourceFile, LineIsGuiAppMessage, "isGuiApp", text, LevelNotice);
+    emit s_msg(lastingText(SourceFile), LineIsGuiAppMessage, lastingText("isGuiApp"), text,
+               LevelNotice);
     DebugLine::critical(SourceFile, LineIsGuiAppLog, "isGuiApp") << qUtf8Printable(text);
     return guiAnswer() > 0;
 }

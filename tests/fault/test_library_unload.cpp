@@ -68,12 +68,12 @@ public:
     }
 
     /// Connections of which one runs a statement, one has tasks behind it, one is idle, one is
-    /// shut.
+    /// shut. All trace, so messages of their threads wait in the event queue at any time.
     void makeConnections()
     {
         host->eval(QStringLiteral(
             "function make(name) { var db = new VEXT_SQL(name); db.driverName = 'STUB'; "
-            "db.databaseName = name; db.open(); return db; }"
+            "db.databaseName = name; db.enableTraceLog(); db.open(); return db; }"
             "var calls = 0; function count() { ++calls; }"
             "var running = make('running'), waiting = make('waiting'), idle = make('idle'), "
             "shut = make('shut'); shut.close();"
@@ -125,6 +125,7 @@ private slots:
 
     void libraryUnloadsWithRunningThreads();
     void libraryUnloadsWhenTheEngineHasGone();
+    void messagesOutliveTheLibrary();
     void libraryLoadsAndUnloadsManyTimes();
     void applicationMayEndWithRunningThreads();
 
@@ -174,6 +175,29 @@ void LibraryUnload::libraryUnloadsWhenTheEngineHasGone()
     QVERIFY2(script.unload(), qPrintable(script.errorString()));
     QVERIFY2(script.stub.liveDrivers() == 0, qPrintable(script.stub.record()));
     drainEvents();
+}
+
+/// What worker threads have told waits in the event queue while the library goes; the host reads it
+/// afterwards.
+void LibraryUnload::messagesOutliveTheLibrary()
+{
+    LoadedScript script;
+    QVERIFY2(script.load(), qPrintable(script.errorString()));
+    script.makeHost();
+    script.makeConnections();
+    // Not by events: they would deliver the messages.
+    QVERIFY(script.stub.waitForCall(StubCall::Exec, QStringLiteral("long")));
+    script.host->post()->clear();
+    delete script.host->engine();
+    QVERIFY2(script.unload(), qPrintable(script.errorString()));
+    drainEvents();
+    const QVector<SinkMessage> messages =
+        script.host->post()->withText(QStringLiteral("sql='long'"));
+    QVERIFY(!messages.isEmpty());
+    for (const SinkMessage &message : messages) {
+        QCOMPARE(message.file, QStringLiteral("plugins/PluginSQL/vext_sql_thread"));
+        QCOMPARE(message.function, QStringLiteral("run"));
+    }
 }
 
 void LibraryUnload::libraryLoadsAndUnloadsManyTimes()

@@ -32,6 +32,7 @@ private slots:
     void programEndsWhenNothingIsPending();
     void connectionIsListedUntilItGoes();
     void timesOfDayPrintAndGoThroughJson();
+    void objectsGoBeforeTheirEngine();
 
 private:
     static ScriptHost::Settings settings();
@@ -233,6 +234,20 @@ void TestScriptHost::timesOfDayPrintAndGoThroughJson()
              QStringLiteral("[\"12:34:56.789\"]"));
     QCOMPARE(host.evaluate(QStringLiteral("'' + t"), QStringLiteral("x")).toString(),
              QStringLiteral("12:34:56.789"));
+}
+
+void TestScriptHost::objectsGoBeforeTheirEngine()
+{
+    ScriptHost host(settings());
+    QString error;
+    QVERIFY2(host.start(&error), qPrintable(error));
+    host.evaluate(QStringLiteral("var a = new VEXT_SQL(), b = new VEXT_SQL()"), QString());
+    QCOMPARE(host.post()->objects().size(), 2);
+    int left = -1;
+    connect(host.engine(), &QObject::destroyed, this,
+            [&] { left = host.post()->objects().size(); });
+    host.shutDown();
+    QCOMPARE(left, 0);
 }
 
 QTEST_GUILESS_MAIN(TestScriptHost)

@@ -15,7 +15,7 @@ namespace
 
 /// A statement that runs for a while; the driver cannot cancel it.
 const char LongSelect[] = "with recursive c(x) as (select 1 union all select x + 1 from c"
-                           " limit 3000000) select count(*) as n from c";
+                          " limit 3000000) select count(*) as n from c";
 
 } // namespace
 
@@ -46,6 +46,10 @@ private slots:
     void onlyTheFirstOfTwoExceptionsCounts();
     void quitEndsWithItsCode_data();
     void quitEndsWithItsCode();
+    void missingDriversLeaveTheExitCode_data();
+    void missingDriversLeaveTheExitCode();
+    void noHandlerRunsInTheEndOfTheEngine();
+    void handlerThatMakesNewObjectsDoesNotKeepTheProgram();
     void quitStopsTheScriptThere();
     void quitInACallbackKeepsLaterCallbacksFromRunning();
     void quitDropsARunningStatement();
@@ -338,6 +342,53 @@ void TestVextRun::quitEndsWithItsCode()
     VERIFY_OUTCOME(outcome.endedByItself, outcome);
     VERIFY_OUTCOME(outcome.exitCode == exitCode, outcome);
     VERIFY_OUTCOME(outcome.output.isEmpty() && outcome.errors.isEmpty(), outcome);
+}
+
+void TestVextRun::missingDriversLeaveTheExitCode_data()
+{
+    QTest::addColumn<QString>("code");
+    QTest::addColumn<int>("exitCode");
+    const auto row = [](const char *name, const char *code) {
+        const QString text = QString::fromUtf8(code);
+        QTest::newRow(name) << text << 0;
+        QTest::newRow(qPrintable(QStringLiteral("%1, then quit").arg(QLatin1String(name))))
+            << text + QStringLiteral("; quit(7)") << 7;
+    };
+    row("list of drivers", "new VEXT_SQL().drivers");
+    row("open without a name", "new VEXT_SQL().open()");
+    row("open with an empty name", "var db = new VEXT_SQL(); db.driverName = ''; db.open()");
+    row("open with a mistyped name",
+        "var db = new VEXT_SQL(); db.driverName = 'QSQLIT'; db.open()");
+    row("open with a missing driver",
+        "var db = new VEXT_SQL(); db.driverName = 'QPSQLX'; db.open()");
+    row("thread without a name", "new VEXT_SQL().start_thread()");
+    row("thread with a missing driver",
+        "var db = new VEXT_SQL(); db.driverName = 'QPSQLX'; db.start_thread()");
+}
+
+/// No program but the plugin needs Qt Sql, which must not be unloaded with it: the end of the
+/// application would call a routine that is gone.
+void TestVextRun::missingDriversLeaveTheExitCode()
+{
+    QFETCH(QString, code);
+    QFETCH(int, exitCode);
+    const HostOutcome outcome = runCode(code);
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == exitCode, outcome);
+}
+
+void TestVextRun::noHandlerRunsInTheEndOfTheEngine()
+{
+    const HostOutcome outcome =
+        runCode(QStringLiteral("new VEXT_SQL()['destroyed(QObject*)'].connect(print); quit(3)"));
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 3, outcome);
+    VERIFY_OUTCOME(outcome.output.isEmpty() && outcome.errors.isEmpty(), outcome);
+}
+
+void TestVextRun::handlerThatMakesNewObjectsDoesNotKeepTheProgram()
+{
+    const HostOutcome outcome = runCode(QStringLiteral(
+        "function make() { new VEXT_SQL()['destroyed(QObject*)'].connect(make) } make()"));
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
 }
 
 void TestVextRun::quitStopsTheScriptThere()

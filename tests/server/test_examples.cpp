@@ -98,6 +98,7 @@ private Q_SLOTS:
     void listenerHearsAgainAfterARestart();
     void importCommitsEveryRow();
     void brokenImportLeavesTheOldRows();
+    void importWithAMissingDriverEndsWithCode1();
     void reportJoinsThreeDrivers();
     void quotedValuesAreKept_data();
     void quotedValuesAreKept();
@@ -227,6 +228,16 @@ void TestExamples::brokenImportLeavesTheOldRows()
     QVERIFY2(broken.output().contains(QStringLiteral("nothing imported, line 302: ")),
              broken.told());
     QCOMPARE(value(QStringLiteral("SELECT count(*) FROM prices")).toInt(), 7);
+}
+
+/// Needs no server.
+void TestExamples::importWithAMissingDriverEndsWithCode1()
+{
+    Example import(QStringLiteral("csv_import.js"), {QStringLiteral("driverName=QPSQLX")});
+    QVERIFY2(import.finish(), import.told().constData());
+    QVERIFY2(import.exitCode() == 1, import.told().constData());
+    QVERIFY2(import.output().contains(QStringLiteral("cannot open the database")),
+             import.told().constData());
 }
 
 void TestExamples::reportJoinsThreeDrivers()
