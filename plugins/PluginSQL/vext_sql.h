@@ -55,7 +55,8 @@ public:
     VEXT_SQL(QObject *parent, QScriptEngine *eng);
     ~VEXT_SQL() override;
 
-    // --- Properties; the connection parameters take effect at the next open ---
+    // --- Properties; connection parameters take effect at the next open of the main connection,
+    //     and for the worker's at the next start of its thread ---
 
     void setTraceLog(bool on);
     int affectedRows() const;

@@ -34,9 +34,14 @@ class VEXT_SQL;
 /// thread connection, which run() makes, uses and removes in the worker thread.
 ///
 /// Threads: the object lives in the engine's thread, and so does every member that is not marked
-/// "worker" or "any". run() and what it calls execute in the worker thread and never touch a
-/// script value. No two locks of this class are held at once, and none while script code runs or a
-/// signal is emitted.
+/// otherwise. run() and what it calls execute in the worker thread and never touch a script value.
+/// Both threads call what gives a connection its parameters, executes a statement and reads its
+/// rows (prepareReading(), readRows(), detachSqlResult() and what they call), keeps the last
+/// statement and its error (setLast(), setLastError()), and sends a message: each for the
+/// connection and the task that it holds itself. Beyond these two such a function touches atomics,
+/// and fields under their lock.
+/// No two locks of this class are held at once, and none while script code runs or a signal is
+/// emitted.
 ///
 /// Ownership: child of its VEXT_SQL, which takes it out of the tree and releases it with
 /// deleteLater(). The engine may be gone by then; it is held weakly and tasks are freed unserved.
@@ -205,7 +210,8 @@ public:
     QAtomicInt m_dbmsType;   ///< database system behind it
 
     // Connection parameters: written in the engine's thread under m_mutexParams, read there freely,
-    // elsewhere under the lock. They take effect at the next open.
+    // elsewhere under the lock. They take effect at the next open of the main connection, and at the
+    // next start of the thread for its own.
     QMutex m_mutexParams;
     QString app_name;
     QString driverName;
