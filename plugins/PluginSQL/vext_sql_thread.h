@@ -210,8 +210,8 @@ public:
     QAtomicInt m_dbmsType;   ///< database system behind it
 
     // Connection parameters: written in the engine's thread under m_mutexParams, read there freely,
-    // elsewhere under the lock. They take effect at the next open of the main connection, and at the
-    // next start of the thread for its own.
+    // elsewhere under the lock. They take effect at the next open of the main connection, and at
+    // the next start of the thread for its own.
     QMutex m_mutexParams;
     QString app_name;
     QString driverName;
