@@ -33,6 +33,8 @@ public:
 
     /// Makes the server know the statement. @return false on an error, which result() has then
     virtual bool prepare() = 0;
+    /// Comes before each execute(), when nothing can be cancelled yet.
+    virtual void begin() {}
     /// Runs the statement with one value for each of the plan's. @return false as for prepare()
     virtual bool execute(const QVector<BoundValue> &values) = 0;
     /// Takes back what execute() has made: rows, locks. Before the statement is kept.

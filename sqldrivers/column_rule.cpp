@@ -35,6 +35,8 @@ QVariant unpadded(const QVariant &value, int length)
     if (value.userType() != QMetaType::QString)
         return value;
     QString text = value.toString();
+    if (text.size() <= length)
+        return value;
     // A character beyond the basic plane takes two of Qt's; what is cut is blank in any case.
     int end = text.size();
     int characters = text.toUcs4().size();

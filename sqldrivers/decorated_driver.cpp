@@ -178,7 +178,8 @@ bool DecoratedDriver::command(Policy::Command command, bool (QSqlDriver::*run)()
         return false;
     }
     CancelGate::Statement statement;
-    m_gate->run(statement);
+    if (m_policy->cancelsCommands())
+        m_gate->run(statement);
     const bool good = (m_stock.get()->*run)();
     if (!m_gate->end(statement))
         giveUp();

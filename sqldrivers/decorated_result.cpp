@@ -73,7 +73,7 @@ QSqlError DecoratedResult::explained(DecoratedDriver &driver, const QSqlError &e
 
 StockResult &DecoratedResult::plainResult(DecoratedDriver &driver)
 {
-    if (!m_plain || m_plainSession != driver.session())
+    if (!m_plain || m_plainSession != driver.session() || !driver.policy()->reusesResults())
         m_plain = std::make_unique<StockResult>(driver.stock()->createResult());
     m_plainSession = driver.session();
     return *m_plain;
@@ -229,7 +229,7 @@ bool DecoratedResult::runBound(DecoratedDriver &driver)
     }
     m_worthKeeping = good && driver.policy()->mayKeep(m_bound->plan());
     d_ptr->executedQuery = m_bound->sentText();
-    conclude(driver, good, Policy::Step::Execute);
+    good = conclude(driver, good, Policy::Step::Execute);
     if (good && hasOutValues())
         readBack();
     return good;
@@ -238,6 +238,7 @@ bool DecoratedResult::runBound(DecoratedDriver &driver)
 bool DecoratedResult::executeBound(DecoratedDriver &driver, const QVector<BoundValue> &values)
 {
     m_rows = &m_bound->result();
+    m_bound->begin();
     applySettings(*m_rows, driver);
     beginStatement(driver);
     return m_bound->execute(values);
@@ -248,6 +249,7 @@ bool DecoratedResult::runPlain(DecoratedDriver &driver)
     const QSqlError refused = driver.policy()->refusal(m_text);
     if (refused.isValid())
         return refuse(refused);
+    driver.policy()->beginPlain(m_text);
     StockResult &rows = plainResult(driver);
     m_rows = &rows;
     rows.renew(m_text);
@@ -290,17 +292,23 @@ bool DecoratedResult::refuse(const QSqlError &error)
 /// What the stock driver has done becomes this result's state.
 bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step step)
 {
-    const bool hasRows = good && m_rows->isSelect();
-    setSelect(m_rows->isSelect());
-    if (hasRows && !m_gate->stream(m_cancel)) {
+    const bool hasRows = driver.policy()->hasRows(*m_rows);
+    setSelect(hasRows);
+    if (good && hasRows && !m_gate->stream(m_cancel)) {
         // Cancelled at the very moment at which the rows were ready.
         m_rows->detach();
         good = false;
     }
     setAt(m_rows->at());
     setActive(good && m_rows->isActive());
-    if (!good || !hasRows)
+    if (!good || !hasRows) {
         endStatement();
+        const QSqlError late = driver.policy()->complete(good);
+        if (good && late.isValid()) {
+            driver.policy()->finished(m_text, false);
+            return refuse(explained(driver, late, CancelGate::Reason::None, step));
+        }
+    }
     driver.policy()->finished(m_text, good);
     if (!good)
         setLastError(

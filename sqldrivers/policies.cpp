@@ -1,5 +1,6 @@
 #include "policy.h"
 
+#include "policy_firebird.h"
 #include "policy_plain.h"
 #include "policy_sqlite.h"
 
@@ -33,7 +34,10 @@ QVector<ColumnRule> Policy::columnRules(const QSqlRecord &columns, const LayerOp
 
 std::unique_ptr<Policy> makePolicy(const QString &key, QSqlDriver *stock)
 {
-    if (key == QLatin1String("QSQLITE"))
+    const SqlDialect dialect = dialectOf(key);
+    if (dialect == SqlDialect::Sqlite)
         return std::make_unique<SqlitePolicy>(stock);
-    return std::make_unique<PlainPolicy>(stock, dialectOf(key));
+    if (dialect == SqlDialect::Firebird)
+        return std::make_unique<FirebirdPolicy>(stock);
+    return std::make_unique<PlainPolicy>(stock, dialect);
 }

@@ -84,6 +84,20 @@ public:
         Q_UNUSED(text)
         return QSqlError();
     }
+    /// Whether an executed statement has rows to give.
+    virtual bool hasRows(const StockResult &rows) const { return rows.isSelect(); }
+    /// Called before a text is run as it is, when nothing can be cancelled yet. A prepared
+    /// statement has BoundStatement::begin() for that.
+    virtual void beginPlain(const QString &text) { Q_UNUSED(text) }
+    /// Called when a statement is over, and cannot be cancelled any more. Not for one that has rows
+    /// to give. @return an error that makes a statement that worked fail after all, or none
+    virtual QSqlError complete(bool good)
+    {
+        Q_UNUSED(good)
+        return QSqlError();
+    }
+    /// Whether one stock result may run plain texts one after the other.
+    virtual bool reusesResults() const { return true; }
     /// Called after each statement, and after transaction commands with an empty text.
     virtual void finished(const QString &text, bool good)
     {
@@ -113,6 +127,8 @@ public:
     // --- Transactions ---
 
     enum class Command { Begin, Commit, Rollback };
+    /// Whether a command may be cancelled like a statement.
+    virtual bool cancelsCommands() const { return true; }
     /// Called before a command of the driver. @return an error that refuses it, or none
     virtual QSqlError refusal(Command command)
     {

@@ -58,6 +58,8 @@ public:
     }
 
     QSqlResult *get() const { return m_result.get(); }
+    /// Gives the result up for a new one of the stock driver.
+    void replace(QSqlResult *result) { m_result.reset(result); }
 
     /// Brings the result into the state that a fresh one has; what QSqlQuery does before it runs
     /// the next statement.

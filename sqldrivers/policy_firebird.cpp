@@ -1,0 +1,389 @@
+#include "policy_firebird.h"
+
+#include "client_library.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+#include <QSqlField>
+#include <QThread>
+
+#include <cmath>
+#include <utility>
+
+namespace
+{
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("FirebirdPolicy", text);
+}
+
+// Of the client library's header.
+constexpr int StatusLength = 20;
+constexpr unsigned short CancelDisable = 1;
+constexpr unsigned short CancelEnable = 2;
+constexpr unsigned short CancelRaise = 3;
+constexpr char InfoAttachmentId = 22;
+constexpr std::intptr_t Cancelled = 335544794;
+constexpr int SqlText = 452; ///< CHAR; the last bit tells whether NULL is allowed
+
+/// Longest encoding of a character of UTF8.
+constexpr int BytesPerCharacter = 4;
+/// How long a connection that has just answered is believed to be there.
+constexpr int LookMs = 200;
+
+/// The state that belongs to a code of the database and a part of its text.
+struct KnownState {
+    const char *code;
+    const char *text; ///< empty: any
+    const char *state;
+};
+constexpr KnownState KnownStates[] = {
+    {"-803", "", "23000"},
+    {"-530", "", "23000"},
+    {"-297", "", "23000"},
+    {"-625", "", "23000"},
+    {"-104", "", "42000"},
+    {"-204", "Table unknown", "42S02"},
+    {"-204", "Procedure unknown", "42000"},
+    {"-205", "", "42S22"},
+    {"-206", "", "42S22"},
+    {"-170", "", "07001"},
+    {"-413", "", "22018"},
+    {"-551", "", "28000"},
+    {"-607", "already exists", "42S01"},
+    {"-607", "", "42000"},
+    {"-802", "divide by zero", "22012"},
+    {"-802", "string right truncation", "22001"},
+    {"-802", "numeric overflow", "22003"},
+    {"-802", "numeric value is out of range", "22003"},
+    {"-817", "read-only", "25006"},
+    {"-836", "", "HY000"},
+    {"-913", "", "40001"},
+    {"-901", "lock", "40001"},
+    {"-902", "shutdown", "08003"},
+    {"-902", "network request", "08006"},
+    {"-902", "user name and password", "28000"},
+    {"-902", "writing data to the connection", "08006"},
+    {"-902", "reading data from the connection", "08006"},
+    {"", "operation was cancelled", "HY008"},
+};
+
+QString stateOf(const QSqlError &error)
+{
+    for (const KnownState &known : KnownStates) {
+        const QLatin1String code(known.code);
+        if ((code.isEmpty() || error.nativeErrorCode() == code) &&
+            error.databaseText().contains(QLatin1String(known.text)))
+            return QString::fromLatin1(known.state);
+    }
+    return QString();
+}
+
+/// The client's own number for what a script gives as 5 or 9007199254740991.0: the stock driver
+/// would round the double up.
+QVariant exactNumber(const QVariant &value)
+{
+    constexpr double LargestExact = 9007199254740991.0;
+    if (value.userType() != QMetaType::Double)
+        return value;
+    const double number = value.toDouble();
+    const bool isInteger = std::abs(number) <= LargestExact && std::trunc(number) == number;
+    return isInteger ? QVariant(qlonglong(number)) : value;
+}
+
+/// Whether a statement answers with neither columns nor values.
+bool returnsNothing(const StatementPlan &plan)
+{
+    static const QStringList definitions = {QStringLiteral("ALTER"),  QStringLiteral("COMMENT"),
+                                            QStringLiteral("CREATE"), QStringLiteral("DROP"),
+                                            QStringLiteral("GRANT"),  QStringLiteral("RECREATE"),
+                                            QStringLiteral("REVOKE")};
+    return plan.returnsNoColumns() || definitions.contains(plan.verb());
+}
+
+class FirebirdStatement : public DriverStatement
+{
+public:
+    FirebirdStatement(StatementPlan plan, FirebirdPolicy *policy)
+        : DriverStatement(std::move(plan), policy->stock()->createResult())
+        , m_policy(policy)
+    {
+    }
+
+    /// What was prepared has a transaction of the stock driver's own.
+    void begin() override
+    {
+        if (!returnsNothing(plan()) || !m_policy->beginOwn())
+            return;
+        result().replace(m_policy->stock()->createResult());
+        m_isFresh = true;
+    }
+
+    bool execute(const QVector<BoundValue> &values) override
+    {
+        if (std::exchange(m_isFresh, false) && !prepare())
+            return false;
+        QVector<BoundValue> exact = values;
+        for (BoundValue &bound : exact)
+            bound.value = exactNumber(bound.value);
+        return DriverStatement::execute(exact);
+    }
+
+private:
+    FirebirdPolicy *m_policy;
+    bool m_isFresh = false; ///< to be prepared again
+};
+
+/// Counts the queued calls that reach an object.
+class CallCounter : public QObject
+{
+public:
+    int calls = 0;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::MetaCall)
+            ++calls;
+        return false;
+    }
+};
+
+constexpr int FirstEventMs = 200;
+constexpr int FirstEventStepUs = 100;
+
+bool isKeyword(const SqlToken &token, const QString &text, const char *word)
+{
+    return SqlScanner::isWord(token, text, QLatin1String(word));
+}
+
+/// Whether the rows of a SELECT are asked for with FOR UPDATE.
+bool isForUpdate(const QString &text)
+{
+    const SqlToken *before = nullptr;
+    const QVector<SqlToken> tokens = SqlScanner::scan(SqlDialect::Firebird, text);
+    bool isFirst = true;
+    for (const SqlToken &token : tokens) {
+        if (!token.isSignificant())
+            continue;
+        if (isFirst && !isKeyword(token, text, "SELECT") && !isKeyword(token, text, "WITH"))
+            return false;
+        isFirst = false;
+        if (before && isKeyword(*before, text, "FOR") && isKeyword(token, text, "UPDATE"))
+            return true;
+        before = &token;
+    }
+    return false;
+}
+
+} // namespace
+
+FirebirdPolicy::FirebirdPolicy(QSqlDriver *stock)
+    : Policy(stock)
+{
+}
+
+// --- Opening and closing ---
+
+QString FirebirdPolicy::stockOptions(const QString &options, const LayerOptions &layer) const
+{
+    Q_UNUSED(layer)
+    if (options.contains(QLatin1String("ISC_DPB_LC_CTYPE"), Qt::CaseInsensitive))
+        return options;
+    // The stock driver's own choice holds three bytes a character, and corrupts longer ones.
+    const QString utf8 = QStringLiteral("ISC_DPB_LC_CTYPE=UTF8");
+    return options.isEmpty() ? utf8 : utf8 + QLatin1Char(';') + options;
+}
+
+void FirebirdPolicy::opened(const OpenParameters &parameters)
+{
+    m_inTransaction = m_ownTransaction = false;
+    m_isUtf8 = parameters.options.contains(QLatin1String("UTF8"), Qt::CaseInsensitive);
+}
+
+bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate, QSqlError *error)
+{
+    Q_UNUSED(gate)
+    Q_UNUSED(layer)
+    Q_UNUSED(error)
+    const ClientLibrary library({"libfbclient.so.2", "libfbclient.so"});
+    m_handle = nativeHandle<Handle>();
+    library.resolve("isc_database_info", m_info);
+    library.resolve("fb_cancel_operation", m_cancel);
+    m_lastLook.start();
+    return true;
+}
+
+void FirebirdPolicy::detach()
+{
+    m_handle = 0;
+    m_cancel = nullptr;
+    m_info = nullptr;
+}
+
+// --- Statements ---
+
+std::unique_ptr<BoundStatement> FirebirdPolicy::makeStatement(StatementPlan plan)
+{
+    return std::make_unique<FirebirdStatement>(std::move(plan), this);
+}
+
+void FirebirdPolicy::beginPlain(const QString &text)
+{
+    if (returnsNothing(StatementPlan::of(SqlDialect::Firebird, text)))
+        beginOwn();
+}
+
+bool FirebirdPolicy::beginOwn()
+{
+    if (!m_inTransaction && !m_ownTransaction)
+        m_ownTransaction = stock()->beginTransaction();
+    return m_ownTransaction;
+}
+
+QSqlError FirebirdPolicy::complete(bool good)
+{
+    if (!std::exchange(m_ownTransaction, false))
+        return QSqlError();
+    if (!good)
+        stock()->rollbackTransaction();
+    else if (!stock()->commitTransaction())
+        return stock()->lastError();
+    return QSqlError();
+}
+
+QSqlError FirebirdPolicy::refusal(Command command)
+{
+    m_command = command;
+    return QSqlError();
+}
+
+void FirebirdPolicy::finished(const QString &text, bool good)
+{
+    // A commit that fails ends the transaction in the stock driver, too.
+    if (text.isEmpty())
+        m_inTransaction = m_command == Command::Begin && good;
+}
+
+QSqlError FirebirdPolicy::refusal(const QString &text)
+{
+    if (!isForUpdate(text))
+        return QSqlError();
+    // QIBASE (5.15) runs it and then takes it for a statement without rows.
+    return QSqlError(QString(),
+                     tr("the driver cannot read the rows of SELECT ... FOR UPDATE; "
+                        "SELECT ... WITH LOCK locks them, too"),
+                     QSqlError::StatementError);
+}
+
+/// QIBASE (5.15) takes every procedure and block for a query, and crashes when rows are asked for
+/// where there are no columns.
+bool FirebirdPolicy::hasRows(const StockResult &rows) const
+{
+    return rows.isSelect() && !rows.record().isEmpty();
+}
+
+// --- Errors and loss ---
+
+QSqlError FirebirdPolicy::classified(const QSqlError &error, Step step)
+{
+    QSqlError::ErrorType type = QSqlError::StatementError;
+    if (step == Step::Open || !answers())
+        type = QSqlError::ConnectionError;
+    else if (step == Step::Transaction)
+        type = QSqlError::TransactionError;
+    const QString state = stateOf(error);
+    if (state.isEmpty())
+        return QSqlError(error.driverText(), error.databaseText(), type, error.nativeErrorCode());
+    return QSqlError(error.driverText(), error.databaseText() + QStringLiteral(" (%1)").arg(state),
+                     type, state);
+}
+
+/// Asks the server, or the engine in this process, whether the connection is still there.
+bool FirebirdPolicy::answers() const
+{
+    if (!m_info)
+        return true;
+    Status status[StatusLength] = {};
+    Handle handle = m_handle;
+    const char item = InfoAttachmentId;
+    char answer[64];
+    m_info(status, &handle, 1, &item, sizeof answer, answer);
+    m_lastLook.start();
+    return status[0] != 1 || status[1] <= 0 || status[1] == Cancelled;
+}
+
+bool FirebirdPolicy::isLost() const
+{
+    return m_lastLook.isValid() && m_lastLook.hasExpired(LookMs) && !answers();
+}
+
+// --- Values ---
+
+bool FirebirdPolicy::adjustsValues(const LayerOptions &layer) const
+{
+    return m_isUtf8 || layer.exactNumbers;
+}
+
+QVector<ColumnRule> FirebirdPolicy::columnRules(const QSqlRecord &columns,
+                                                const LayerOptions &layer)
+{
+    QVector<ColumnRule> rules = Policy::columnRules(columns, layer);
+    bool any = layer.exactNumbers;
+    for (int i = 0; m_isUtf8 && i < rules.size(); ++i) {
+        const QSqlField column = columns.field(i);
+        // CHAR comes with blanks up to as many characters as its bytes could hold. Only a column
+        // that is no multiple of them in length surely holds bytes of its own.
+        if ((column.typeID() & ~1) != SqlText || column.length() % BytesPerCharacter != 0)
+            continue;
+        rules[i] = {ColumnRule::Padded, column.length() / BytesPerCharacter};
+        any = true;
+    }
+    return any ? rules : QVector<ColumnRule>();
+}
+
+// --- Notifications ---
+
+/// Firebird fires each new subscription once from a thread of its own, and QIBASE (5.15) crashes in
+/// isc_cancel_events when the subscription ends before that was handled: so it is handled at once.
+bool FirebirdPolicy::subscribe(const QString &name, QObject *outer)
+{
+    CallCounter counter;
+    stock()->installEventFilter(&counter);
+    if (!stock()->subscribeToNotification(name))
+        return false;
+    QElapsedTimer timer;
+    timer.start();
+    while (counter.calls == 0 && !timer.hasExpired(FirstEventMs)) {
+        QCoreApplication::sendPostedEvents(stock(), QEvent::MetaCall);
+        if (counter.calls == 0)
+            QThread::usleep(FirstEventStepUs);
+    }
+    // A caller that knows the stock driver's quirk waits for a call to the driver it knows.
+    QMetaObject::invokeMethod(
+        outer, [] {}, Qt::QueuedConnection);
+    return true;
+}
+
+// --- Cancelling ---
+
+void FirebirdPolicy::interrupt(CancelGate::Phase phase, bool alone)
+{
+    Q_UNUSED(alone)
+    Q_UNUSED(phase)
+    Status status[StatusLength] = {};
+    Handle handle = m_handle;
+    if (m_cancel)
+        m_cancel(status, &handle, CancelRaise);
+}
+
+bool FirebirdPolicy::settle()
+{
+    // Both of them forget a mark that nothing has noticed.
+    for (unsigned short option : {CancelDisable, CancelEnable}) {
+        Status status[StatusLength] = {};
+        Handle handle = m_handle;
+        if (m_cancel)
+            m_cancel(status, &handle, option);
+    }
+    return true;
+}

@@ -1,0 +1,75 @@
+/// @file
+/// What Firebird does differently.
+#pragma once
+
+#include "policy.h"
+
+#include <QElapsedTimer>
+
+#include <cstdint>
+
+/// One connection to Firebird, over the network or embedded.
+///
+/// Cancelling: the client library marks the connection, and what runs there ends at its next look
+/// at the mark. A mark that nothing has noticed would end the next statement, so settle() takes it
+/// away. The stock driver commits by itself behind a statement outside of a transaction, and loses
+/// a transaction whose commit was ended by such a mark, locks and all: so a statement without rows
+/// gets a transaction of this policy's own, which is committed when nothing can be cancelled any
+/// more. The stock driver keeps the status vector to itself: states are told from code and text.
+class FirebirdPolicy : public Policy
+{
+public:
+    explicit FirebirdPolicy(QSqlDriver *stock);
+
+    SqlDialect dialect() const override { return SqlDialect::Firebird; }
+
+    QString stockOptions(const QString &options, const LayerOptions &layer) const override;
+    void opened(const OpenParameters &parameters) override;
+    bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
+                QSqlError *error) override;
+    void detach() override;
+    bool canCancel() const override { return m_cancel != nullptr; }
+
+    std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;
+    QSqlError refusal(const QString &text) override;
+    void beginPlain(const QString &text) override;
+    QSqlError complete(bool good) override;
+    bool reusesResults() const override { return false; }
+    void finished(const QString &text, bool good) override;
+    bool hasRows(const StockResult &rows) const override;
+
+    bool cancelsCommands() const override { return false; }
+    QSqlError refusal(Command command) override;
+
+    /// Begins a transaction for one statement without rows, unless there is one.
+    /// @return whether there was none
+    bool beginOwn();
+
+    QSqlError classified(const QSqlError &error, Step step) override;
+    bool isLost() const override;
+
+    bool adjustsValues(const LayerOptions &layer) const override;
+    QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
+
+    bool subscribe(const QString &name, QObject *outer) override;
+
+    void interrupt(CancelGate::Phase phase, bool alone) override;
+    bool settle() override;
+
+private:
+    using Status = std::intptr_t;
+    using Handle = unsigned int;
+    using CancelOperation = Status(Status *, Handle *, unsigned short);
+    using DatabaseInfo = Status(Status *, Handle *, short, const char *, short, char *);
+
+    bool answers() const;
+
+    Handle m_handle = 0;
+    CancelOperation *m_cancel = nullptr;
+    DatabaseInfo *m_info = nullptr;
+    bool m_isUtf8 = false;
+    Command m_command = Command::Rollback; ///< the last one that was begun
+    bool m_inTransaction = false;          ///< the user's
+    bool m_ownTransaction = false;
+    mutable QElapsedTimer m_lastLook; ///< when the connection was last seen to answer
+};
