@@ -1,5 +1,7 @@
 #include "column_rule.h"
 
+#include <limits>
+
 namespace
 {
 
@@ -26,8 +28,15 @@ QVariant real(const QVariant &value)
     if (value.isNull() || value.userType() != QMetaType::QString)
         return value;
     bool isNumber = false;
-    const double number = value.toString().toDouble(&isNumber);
-    return isNumber ? QVariant(number) : value;
+    const QString text = value.toString();
+    const double number = text.toDouble(&isNumber);
+    if (isNumber)
+        return number;
+    if (text.endsWith(QLatin1String("Infinity"))) {
+        const double infinity = std::numeric_limits<double>::infinity();
+        return text.startsWith(QLatin1Char('-')) ? -infinity : infinity;
+    }
+    return value;
 }
 
 QVariant unpadded(const QVariant &value, int length)

@@ -255,7 +255,7 @@ bool DecoratedResult::runPlain(DecoratedDriver &driver)
     rows.renew(m_text);
     applySettings(rows, driver);
     beginStatement(driver);
-    const bool good = rows.reset(m_text);
+    const bool good = driver.policy()->runPlain(rows, m_text);
     return conclude(driver, good, Policy::Step::Execute);
 }
 

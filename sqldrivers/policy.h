@@ -89,6 +89,8 @@ public:
     /// Called before a text is run as it is, when nothing can be cancelled yet. A prepared
     /// statement has BoundStatement::begin() for that.
     virtual void beginPlain(const QString &text) { Q_UNUSED(text) }
+    /// Runs a text as it is.
+    virtual bool runPlain(StockResult &rows, const QString &text) { return rows.reset(text); }
     /// Called when a statement is over, and cannot be cancelled any more. Not for one that has rows
     /// to give. @return an error that makes a statement that worked fail after all, or none
     virtual QSqlError complete(bool good)

@@ -200,7 +200,8 @@ void FirebirdPolicy::opened(const OpenParameters &parameters)
     m_isUtf8 = parameters.options.contains(QLatin1String("UTF8"), Qt::CaseInsensitive);
 }
 
-bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate, QSqlError *error)
+bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
+                            QSqlError *error)
 {
     Q_UNUSED(gate)
     Q_UNUSED(layer)

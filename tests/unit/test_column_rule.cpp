@@ -38,6 +38,8 @@ void TestColumnRule::valueIsChangedByItsColumnsRule_data()
         QVariant(QVariant::LongLong));
     row("real text", ColumnRule::Real, QStringLiteral("1.5e3"), 1500.0);
     row("real number", ColumnRule::Real, 2.5, 2.5);
+    row("least real", ColumnRule::Real, QStringLiteral("-Infinity"),
+        -std::numeric_limits<double>::infinity());
     row("no real", ColumnRule::Real, QStringLiteral("x"), QStringLiteral("x"));
     row("null real", ColumnRule::Real, QVariant(QVariant::String), QVariant(QVariant::String));
     row("padded", ColumnRule::Padded, QStringLiteral("ab          "), QStringLiteral("ab  "));

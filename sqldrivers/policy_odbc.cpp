@@ -1,0 +1,360 @@
+#include "policy_odbc.h"
+
+#include <QDateTime>
+#include <QDeadlineTimer>
+#include <QLocale>
+#include <QSqlField>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace
+{
+
+// Of ODBC's headers: types of numbers that are not exact.
+constexpr int SqlFloat = 6;
+constexpr int SqlReal = 7;
+constexpr int SqlDouble = 8;
+
+constexpr double LargestExact = 9007199254740991.0;
+
+/// SQLite's number for a database that another connection has locked.
+const char Busy[] = "5";
+/// How long SQLite's ODBC driver may wait for a lock by itself before the layer has it try again,
+/// and how long it would wait unless it was told otherwise.
+constexpr int BusyStepMs = 20;
+constexpr int BusyMs = 100000;
+
+SqlDialect dialectOf(const QString &system)
+{
+    if (system.startsWith(QLatin1String("PostgreSQL"), Qt::CaseInsensitive))
+        return SqlDialect::OdbcPostgreSql;
+    if (system.startsWith(QLatin1String("SQLite"), Qt::CaseInsensitive))
+        return SqlDialect::OdbcSqlite;
+    if (system.startsWith(QLatin1String("MariaDB"), Qt::CaseInsensitive) ||
+        system.startsWith(QLatin1String("MySQL"), Qt::CaseInsensitive))
+        return SqlDialect::OdbcMariaDb;
+    return SqlDialect::Odbc;
+}
+
+/// As the stock driver makes it of the parameters.
+QByteArray connectionText(const OpenParameters &parameters)
+{
+    QString text = parameters.database;
+    const auto holds = [&text](const char *part) {
+        return text.contains(QLatin1String(part), Qt::CaseInsensitive);
+    };
+    if (holds(".dsn"))
+        text.prepend(QLatin1String("FILEDSN="));
+    else if (!holds("DRIVER=") && !holds("SERVER="))
+        text.prepend(QLatin1String("DSN="));
+    if (!parameters.user.isEmpty())
+        text += QLatin1String(";UID=") + parameters.user;
+    if (!parameters.password.isEmpty())
+        text += QLatin1String(";PWD=") + parameters.password;
+    return text.toUtf8();
+}
+
+/// Whether a state means that the session is over.
+bool isLoss(const QString &state)
+{
+    return state.startsWith(QLatin1String("08")) || state == QLatin1String("57P01") ||
+           state == QLatin1String("57P02") || state == QLatin1String("57P03");
+}
+
+QString sqliteNumber(double number)
+{
+    if (std::isnan(number))
+        return QStringLiteral("NULL");
+    if (std::isinf(number))
+        return number > 0 ? QStringLiteral("9e999") : QStringLiteral("-9e999");
+    const QString text = QString::number(number, 'g', QLocale::FloatingPointShortest);
+    const bool looksReal = text.contains(QLatin1Char('.')) || text.contains(QLatin1Char('e'));
+    // What a script calls 5 is a double here and an integer there.
+    return looksReal || std::abs(number) <= LargestExact ? text : text + QLatin1String(".0");
+}
+
+/// A text with nothing in it that a literal cannot hold, and that SQLite's ODBC driver does not
+/// corrupt: it takes statements of the basic plane alone.
+bool isPlainText(const QString &text)
+{
+    return std::none_of(text.cbegin(), text.cend(),
+                        [](QChar c) { return c.isNull() || c.isSurrogate(); });
+}
+
+QString sqliteText(const QString &text)
+{
+    if (!isPlainText(text))
+        return QStringLiteral("CAST(x'%1' AS TEXT)")
+            .arg(QString::fromLatin1(text.toUtf8().toHex()));
+    QString escaped = text;
+    return QLatin1Char('\'') + escaped.replace(QLatin1Char('\''), QLatin1String("''")) +
+           QLatin1Char('\'');
+}
+
+/// A value as SQLite reads it.
+QString sqliteLiteral(const BoundValue &bound, QString *refusal)
+{
+    Q_UNUSED(refusal)
+    const QVariant &value = bound.value;
+    if (value.isNull())
+        return QStringLiteral("NULL");
+    switch (value.userType()) {
+    case QMetaType::Bool:
+        return value.toBool() ? QStringLiteral("1") : QStringLiteral("0");
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+        return value.toString();
+    case QMetaType::Float:
+    case QMetaType::Double:
+        return sqliteNumber(value.toDouble());
+    case QMetaType::QByteArray:
+        return QStringLiteral("x'%1'").arg(QString::fromLatin1(value.toByteArray().toHex()));
+    case QMetaType::QDateTime:
+        return sqliteText(value.toDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz")));
+    case QMetaType::QDate:
+        return sqliteText(value.toDate().toString(Qt::ISODate));
+    case QMetaType::QTime:
+        return sqliteText(value.toTime().toString(QStringLiteral("hh:mm:ss.zzz")));
+    default:
+        return sqliteText(value.toString());
+    }
+}
+
+/// The values are written into the text: the stock driver logs a warning for each failure of a
+/// prepared statement, also where a lock is tried again and again.
+class OdbcSqliteStatement : public LiteralStatement
+{
+public:
+    OdbcSqliteStatement(StatementPlan plan, OdbcPolicy *policy)
+        : LiteralStatement(std::move(plan), policy->stock()->createResult(), sqliteLiteral)
+        , m_policy(policy)
+    {
+    }
+
+    void begin() override { m_policy->beginPlain(plan().withMarks()); }
+
+    bool execute(const QVector<BoundValue> &values) override
+    {
+        return m_policy->waitForLocks(result(), [&] { return LiteralStatement::execute(values); });
+    }
+
+private:
+    OdbcPolicy *m_policy;
+};
+
+} // namespace
+
+OdbcPolicy::OdbcPolicy(QSqlDriver *stock)
+    : Policy(stock)
+{
+}
+
+// --- Opening and closing ---
+
+QString OdbcPolicy::stockOptions(const QString &options, const LayerOptions &layer) const
+{
+    if (layer.connectTimeoutMs <= 0 || options.contains(QLatin1String("SQL_ATTR_LOGIN_TIMEOUT")))
+        return options;
+    const QString own =
+        QStringLiteral("SQL_ATTR_LOGIN_TIMEOUT=%1").arg((layer.connectTimeoutMs + 999) / 1000);
+    return options.isEmpty() ? own : own + QLatin1Char(';') + options;
+}
+
+void OdbcPolicy::opened(const OpenParameters &parameters)
+{
+    m_parameters = parameters;
+}
+
+bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
+                        QSqlError *error)
+{
+    Q_UNUSED(gate)
+    Q_UNUSED(layer)
+    m_client = OdbcClient();
+    m_dialect = dialectOf(m_client.systemName(connection()));
+    if (m_dialect != SqlDialect::OdbcSqlite) {
+        learnCancelStatement();
+        return true;
+    }
+    if (!openImpatient(error))
+        return false;
+    m_cancelHandle = m_client.makeStatement(connection());
+    return true;
+}
+
+/// Opens the connection once more with a short wait for locks: that of the ODBC driver notices no
+/// request to cancel.
+bool OdbcPolicy::openImpatient(QSqlError *error)
+{
+    m_lockWaitMs = m_client.sourceSetting(m_parameters.database, QStringLiteral("Timeout"), BusyMs);
+    stock()->close();
+    QStringList parts = m_parameters.database.split(QLatin1Char(';'));
+    const auto isTimeout = [](const QString &part) {
+        return part.trimmed().startsWith(QLatin1String("Timeout="), Qt::CaseInsensitive);
+    };
+    parts.erase(std::remove_if(parts.begin(), parts.end(), isTimeout), parts.end());
+    parts.append(QStringLiteral("Timeout=%1").arg(BusyStepMs));
+    const QString database = parts.join(QLatin1Char(';'));
+    if (stock()->open(database, m_parameters.user, m_parameters.password, m_parameters.host,
+                      m_parameters.port, m_parameters.options))
+        return true;
+    *error = stock()->lastError();
+    return false;
+}
+
+/// How another connection ends what this one runs.
+void OdbcPolicy::learnCancelStatement()
+{
+    m_cancelText.clear();
+    const bool isPostgres = m_dialect == SqlDialect::OdbcPostgreSql;
+    if (!m_client.isComplete() || (!isPostgres && m_dialect != SqlDialect::OdbcMariaDb))
+        return;
+    const QString question = isPostgres ? QStringLiteral("SELECT pg_backend_pid()")
+                                        : QStringLiteral("SELECT connection_id()");
+    StockResult answer(stock()->createResult());
+    answer.renew(question);
+    if (!answer.reset(question) || !answer.fetchFirst())
+        return;
+    const QByteArray session = QByteArray::number(answer.data(0).toLongLong());
+    m_cancelText =
+        isPostgres ? "SELECT pg_cancel_backend(" + session + ')' : "KILL QUERY " + session;
+}
+
+void OdbcPolicy::detach()
+{
+    m_aside.reset();
+    m_client.freeStatement(std::exchange(m_cancelHandle, nullptr));
+    m_cancelText.clear();
+    m_parameters = OpenParameters();
+}
+
+bool OdbcPolicy::canCancel() const
+{
+    return m_cancelHandle || !m_cancelText.isEmpty();
+}
+
+// --- Statements ---
+
+std::unique_ptr<BoundStatement> OdbcPolicy::makeStatement(StatementPlan plan)
+{
+    if (m_dialect == SqlDialect::OdbcSqlite)
+        return std::make_unique<OdbcSqliteStatement>(std::move(plan), this);
+    return std::make_unique<DriverStatement>(std::move(plan), stock()->createResult());
+}
+
+void OdbcPolicy::beginPlain(const QString &text)
+{
+    Q_UNUSED(text)
+    m_isInterrupted = false;
+    if (m_dialect == SqlDialect::OdbcSqlite)
+        runAside(QStringLiteral("SELECT 1 FROM sqlite_master LIMIT 1"));
+}
+
+bool OdbcPolicy::runPlain(StockResult &rows, const QString &text)
+{
+    return waitForLocks(rows, [&] { return rows.reset(text); });
+}
+
+bool OdbcPolicy::waitForLocks(StockResult &rows, const std::function<bool()> &run)
+{
+    if (m_dialect != SqlDialect::OdbcSqlite)
+        return run();
+    const QDeadlineTimer deadline(m_lockWaitMs);
+    while (!run()) {
+        if (rows.lastError().nativeErrorCode() != QLatin1String(Busy) || m_isInterrupted ||
+            deadline.hasExpired())
+            return false;
+    }
+    return true;
+}
+
+/// Runs a statement whose outcome nobody asks for.
+void OdbcPolicy::runAside(const QString &text)
+{
+    if (!m_aside)
+        m_aside = std::make_unique<StockResult>(stock()->createResult());
+    m_aside->renew(text);
+    m_aside->reset(text);
+    m_aside->detach();
+}
+
+// --- Errors and loss ---
+
+/// The stock driver keeps the state to itself; the statement's handle still has it.
+QSqlError OdbcPolicy::errorOf(StockResult &rows, Step step)
+{
+    Q_UNUSED(step)
+    const QSqlError error = rows.lastError();
+    if (!error.isValid())
+        return error;
+    const QVariant handle = rows.handle();
+    const QString state =
+        handle.isValid()
+            ? m_client.statementState(*static_cast<const OdbcClient::Handle *>(handle.constData()))
+            : QString();
+    if (state.isEmpty())
+        return error;
+    return QSqlError(error.driverText(),
+                     error.databaseText().trimmed() + QStringLiteral(" (%1)").arg(state),
+                     error.type(), state);
+}
+
+QSqlError OdbcPolicy::classified(const QSqlError &error, Step step)
+{
+    if (step == Step::Open)
+        return QSqlError(error.driverText(), error.databaseText(), QSqlError::ConnectionError,
+                         error.nativeErrorCode());
+    QString state = error.nativeErrorCode();
+    QString text = error.databaseText();
+    if (step == Step::Transaction) {
+        const QString own = m_client.connectionState(connection());
+        if (!own.isEmpty()) {
+            state = own;
+            text = text.trimmed() + QStringLiteral(" (%1)").arg(own);
+        }
+    }
+    QSqlError::ErrorType type = QSqlError::StatementError;
+    if (isLoss(state) || isLost())
+        type = QSqlError::ConnectionError;
+    else if (step == Step::Transaction)
+        type = QSqlError::TransactionError;
+    return QSqlError(error.driverText(), text, type, state);
+}
+
+bool OdbcPolicy::isLost() const
+{
+    return m_client.isDead(connection());
+}
+
+// --- Values ---
+
+QVector<ColumnRule> OdbcPolicy::columnRules(const QSqlRecord &columns, const LayerOptions &layer)
+{
+    QVector<ColumnRule> rules = Policy::columnRules(columns, layer);
+    for (int i = 0; i < rules.size(); ++i) {
+        const int type = columns.field(i).typeID();
+        if (type == SqlFloat || type == SqlReal || type == SqlDouble)
+            rules[i].kind = ColumnRule::Real;
+    }
+    return rules;
+}
+
+// --- Cancelling ---
+
+void OdbcPolicy::interrupt(CancelGate::Phase phase, bool alone)
+{
+    Q_UNUSED(alone)
+    m_isInterrupted = true;
+    if (m_cancelHandle)
+        return m_client.cancel(m_cancelHandle);
+    // The stock driver has all rows when a server's statement has been executed.
+    if (phase != CancelGate::Phase::Running || m_cancelText.isEmpty())
+        return;
+    m_cancel.start([client = m_client, where = connectionText(m_parameters), text = m_cancelText] {
+        client.runElsewhere(where, text);
+    });
+}

@@ -1,0 +1,67 @@
+/// @file
+/// What ODBC does differently, by the system behind it.
+#pragma once
+
+#include "detached_cancel.h"
+#include "odbc_client.h"
+#include "policy.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+
+/// One connection through ODBC to PostgreSQL, MariaDB, SQLite or another system, which is known
+/// once the connection is open.
+///
+/// Cancelling: the stock driver makes the handle of a statement and runs it in one call, so nobody
+/// else can have it in time. Servers are asked over a second connection to end what the first one
+/// runs; SQLite's ODBC driver interrupts the whole connection, whichever handle it is asked with.
+class OdbcPolicy : public Policy
+{
+public:
+    explicit OdbcPolicy(QSqlDriver *stock);
+
+    SqlDialect dialect() const override { return m_dialect; }
+
+    QString stockOptions(const QString &options, const LayerOptions &layer) const override;
+    void opened(const OpenParameters &parameters) override;
+    bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
+                QSqlError *error) override;
+    void detach() override;
+    bool canCancel() const override;
+
+    std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;
+    /// SQLite's ODBC driver crashes or answers with old columns when another connection has changed
+    /// a table; a look at the schema shows it the change.
+    void beginPlain(const QString &text) override;
+    bool runPlain(StockResult &rows, const QString &text) override;
+
+    QSqlError errorOf(StockResult &rows, Step step) override;
+    QSqlError classified(const QSqlError &error, Step step) override;
+    bool isLost() const override;
+
+    QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
+
+    void interrupt(CancelGate::Phase phase, bool alone) override;
+    bool settle() override { return m_cancel.settle(); }
+
+    /// Runs what `run` runs on `rows`, and where SQLite finds a lock in its way, runs it again
+    /// until that is gone: SQLite's own wait does not notice a request to cancel.
+    bool waitForLocks(StockResult &rows, const std::function<bool()> &run);
+
+private:
+    OdbcClient::Handle connection() const { return nativeHandle<OdbcClient::Handle>(); }
+    void learnCancelStatement();
+    bool openImpatient(QSqlError *error);
+    void runAside(const QString &text);
+
+    OdbcClient m_client;
+    SqlDialect m_dialect = SqlDialect::Odbc;
+    OpenParameters m_parameters;
+    int m_lockWaitMs = 0;                        ///< SQLite's
+    QByteArray m_cancelText;                     ///< what the second connection runs
+    OdbcClient::Handle m_cancelHandle = nullptr; ///< SQLite's
+    std::unique_ptr<StockResult> m_aside;        ///< for statements of the layer's own
+    std::atomic<bool> m_isInterrupted{false};    ///< since the statement was begun
+    DetachedCancel m_cancel;
+};
