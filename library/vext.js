@@ -1,0 +1,2003 @@
+// What scripts need around VEXT_SQL when one connection, one attempt or one server is not enough:
+// rows as objects, pools, transactions that are tried again, bulk inserts, pages, clusters. One
+// file for any host; it defines the global `vext` and nothing else. docs/library.md describes it,
+// types/vext_library.d.ts types it.
+//
+// Callbacks get (error, value): null and what was asked for, or an Error with `kind`, `code` and
+// `sql`. Nothing here blocks but the opening of a connection, and nothing is called twice.
+
+var vext = (function (scope) {
+    // --- The host ---
+
+    var handed = {};
+
+    function hostFunction(name) {
+        var found = handed[name] || scope[name];
+        if (typeof found !== "function") {
+            throw new Error("vext: this host has no " + name +
+                "; hand it over: vext.timers(setTimeout, clearTimeout)");
+        }
+        return found;
+    }
+
+    // Every call goes through a variable: a host's function may not care for a this-object.
+    function later(milliseconds, task) {
+        var set = hostFunction("setTimeout");
+        return set(task, milliseconds);
+    }
+
+    function forget(timer) {
+        var clear = hostFunction("clearTimeout");
+        if (timer !== undefined) {
+            clear(timer);
+        }
+    }
+
+    // Not before the caller has returned.
+    function soon(callback, error) {
+        later(0, function () {
+            callback(error);
+        });
+    }
+
+    function now() {
+        return new Date().getTime();
+    }
+
+    function nothing() {
+    }
+
+    function option(options, name, value) {
+        return options && options[name] !== undefined ? options[name] : value;
+    }
+
+    // --- Errors ---
+
+    // What the servers' codes mean to somebody who decides what to do next.
+    var KINDS = [
+        ["conflict", /^(40001|40P01|1213|1205)$/],
+        ["duplicate", /^(23505|1062)$/],
+        ["lost", /^(08...|57P0[1-5]|2002|2003|2006|2013|2055|1053|1077|1079|1080|1927|4031)$/],
+        ["unready", /^(25006|1047|1290)$/]
+    ];
+
+    // The same where the driver gives a text and no code.
+    var TEXTS = [
+        [/WSREP has not yet prepared|--read-only option/i, "unready", "1047"],
+        [/server closed the connection|no connection to the server|terminating connection/i, "lost", ""],
+        [/could not (connect|receive|send)|connection (refused|timed out|lost|reset)/i, "lost", ""],
+        [/SSL SYSCALL error|timeout expired|the database system is/i, "lost", ""],
+        [/Lost connection to/i, "lost", "2013"],
+        [/server has gone away/i, "lost", "2006"],
+        [/Can't connect to/i, "lost", "2002"],
+        [/Deadlock found/i, "conflict", "1213"],
+        [/Lock wait timeout/i, "conflict", "1205"],
+        [/Duplicate entry/i, "duplicate", "1062"],
+        [/database (table |schema )?is locked/i, "conflict", "5"],
+        [/UNIQUE constraint failed/i, "duplicate", "19"],
+        [/deadlock|update conflicts with concurrent update/i, "conflict", ""]
+    ];
+
+    function makeError(kind, text, code, sql) {
+        var error = new Error(text);
+        error.kind = kind;
+        error.code = code || "";
+        error.sql = sql || "";
+        return error;
+    }
+
+    // The code of an error: PostgreSQL's stands in the text, the others' is a number that the
+    // connection object keeps, unless another error has come since.
+    function codeOf(db, text) {
+        var found, last = "";
+        var pattern = /\(([0-9A-Z]{5})\)/g;
+        while ((found = pattern.exec(text)) !== null) {
+            last = found[1];
+        }
+        if (last && !/^(mysql|sqlite)$/.test(engineOf(db))) {
+            return last;
+        }
+        var errors = db.lastErrors;
+        return errors.text === text && errors.number > 0 ? String(errors.number) : "";
+    }
+
+    function failure(db, text, sql) {
+        var code = codeOf(db, text), kind = "", i;
+        for (i = 0; i < KINDS.length && !kind; i++) {
+            if (KINDS[i][1].test(code) && engineOf(db) !== "sqlite") {
+                kind = KINDS[i][0];
+            }
+        }
+        for (i = 0; i < TEXTS.length && !kind; i++) {
+            if (TEXTS[i][0].test(text)) {
+                kind = TEXTS[i][1];
+                code = code || TEXTS[i][2];
+            }
+        }
+        if (!kind && engineOf(db) !== "sqlite" && db.lastErrors.type === 1 &&
+                db.lastErrors.text === text) {
+            kind = "lost";
+        }
+        return makeError(kind || "statement", text, code, sql);
+    }
+
+    // --- Values ---
+
+    function engineOf(db) {
+        var name = db.driverName;
+        return /^QPSQL/.test(name) ? "postgresql" : /^(QMYSQL|QMARIADB)/.test(name) ? "mysql" :
+            /^QSQLITE/.test(name) ? "sqlite" : /^QIBASE/.test(name) ? "firebird" : "other";
+    }
+
+    // Qt's own drivers fill no placeholders from scripts, and none of them can cancel; drivers
+    // that do both say so.
+    function takesPlaceholders(db) {
+        var features = db.hasFeature();
+        return features.CancelQuery === true && features.PositionalPlaceholders === true;
+    }
+
+    function hexOf(text) {
+        return encodeURIComponent(text).replace(/%([0-9A-F]{2})|[\s\S]/g, function (match, hex) {
+            return hex || match.charCodeAt(0).toString(16);
+        });
+    }
+
+    // The clock time in UTC. Only MariaDB stumbles over the letters.
+    function dateText(engine, date) {
+        var text = date.toISOString();
+        return engine === "mysql" ? text.replace("T", " ").replace("Z", "") : text;
+    }
+
+    function quotedText(engine, text) {
+        if (text.indexOf("\0") >= 0 && engine !== "mysql") {
+            throw new TypeError("vext: a text with U+0000 cannot be written into a statement");
+        }
+        // How MariaDB reads a backslash depends on sql_mode, and Qt's connection to it cannot carry
+        // every character: bytes come through whatever the settings.
+        if (engine === "mysql" && /[\\\0\ud800-\udfff]/.test(text)) {
+            return "_utf8mb4 X'" + hexOf(text) + "'";
+        }
+        var doubled = text.indexOf("'") < 0 ? text : text.split("'").join("''");
+        if (engine === "postgresql" && text.indexOf("\\") >= 0) {
+            return " E'" + doubled.split("\\").join("\\\\") + "'";
+        }
+        return "'" + doubled + "'";
+    }
+
+    function quotedNumber(engine, value) {
+        if (!isFinite(value)) {
+            if (engine !== "postgresql") {
+                throw new TypeError("vext: no SQL number: " + value);
+            }
+            return "'" + value + "'::float8";
+        }
+        // In parentheses, or two minus signs begin a comment.
+        return value < 0 ? "(" + value + ")" : String(value);
+    }
+
+    function quoted(engine, value) {
+        if (value === null || value === undefined) {
+            return "NULL";
+        }
+        switch (typeof value) {
+        case "number":
+            return quotedNumber(engine, value);
+        case "string":
+            return quotedText(engine, value);
+        case "boolean":
+            return engine === "sqlite" ? (value ? "1" : "0") : (value ? "TRUE" : "FALSE");
+        }
+        if (value instanceof Date) {
+            return "'" + dateText(engine, value) + "'";
+        }
+        if (typeof value.toHex === "function") {
+            return engine === "postgresql" ? "'\\x" + value.toHex() + "'::bytea" :
+                "X'" + value.toHex() + "'";
+        }
+        throw new TypeError("vext: a value of this type cannot be written into a statement: " +
+            typeof value);
+    }
+
+    // The parts of a text in which a question mark is no placeholder.
+    var SKIPPED = {
+        postgresql: /[eE]'(?:[^'\\]|\\[\s\S]|'')*'|'(?:[^']|'')*'|"(?:[^"]|"")*"|--[^\n]*|\/\*|\$([A-Za-z_\u0080-\uffff][\w\u0080-\uffff]*)?\$|[\w\u0080-\uffff]+\$*|\?/g,
+        mysql: /'(?:[^'\\]|\\[\s\S]|'')*'|"(?:[^"\\]|\\[\s\S]|"")*"|`(?:[^`]|``)*`|--[^\n]*|#[^\n]*|\/\*(?:[\s\S]*?\*\/|[\s\S]*)|\?/g,
+        sqlite: /'(?:[^']|'')*'|"(?:[^"]|"")*"|`(?:[^`]|``)*`|\[[^\]]*\]|--[^\n]*|\/\*(?:[\s\S]*?\*\/|[\s\S]*)|\?/g
+    };
+    SKIPPED.firebird = SKIPPED.other = SKIPPED.sqlite;
+
+    // PostgreSQL's comments nest.
+    function behindComment(sql, at) {
+        var depth = 1, mark = /\/\*|\*\//g, found;
+        mark.lastIndex = at;
+        while (depth > 0 && (found = mark.exec(sql)) !== null) {
+            depth += found[0] === "/*" ? 1 : -1;
+        }
+        return depth > 0 ? sql.length : mark.lastIndex;
+    }
+
+    function placeholdersOf(engine, sql) {
+        var pattern = new RegExp(SKIPPED[engine].source, "g"), places = [], found, end;
+        while ((found = pattern.exec(sql)) !== null) {
+            if (found[0] === "?") {
+                places.push(found.index);
+            } else if (found[0] === "/*") {
+                pattern.lastIndex = behindComment(sql, pattern.lastIndex);
+            } else if (found[0].charAt(0) === "$" && engine === "postgresql") {
+                end = sql.indexOf(found[0], pattern.lastIndex);
+                pattern.lastIndex = end < 0 ? sql.length : end + found[0].length;
+            }
+        }
+        return places;
+    }
+
+    // The statement with its values written into it.
+    function filled(engine, sql, values) {
+        var places = placeholdersOf(engine, sql);
+        if (places.length !== values.length) {
+            throw new TypeError("vext: " + places.length + " placeholders and " + values.length +
+                " values");
+        }
+        var text = "", from = 0;
+        for (var i = 0; i < places.length; i++) {
+            text += sql.slice(from, places[i]) + quoted(engine, values[i]);
+            from = places[i] + 1;
+        }
+        return text + sql.slice(from);
+    }
+
+    function bindable(engine, values) {
+        var list = [];
+        for (var i = 0; i < values.length; i++) {
+            list.push(values[i] instanceof Date ? dateText(engine, values[i]) : values[i]);
+        }
+        return list;
+    }
+
+    // --- Sessions ---
+
+    // One connection object and what is under way on its worker. `owned`: the library made it and
+    // may give it up.
+    function Session(db, owned) {
+        this.db = db;
+        this.owned = owned;
+        this.engine = engineOf(db);
+        this.binds = db.isOpen && takesPlaceholders(db);
+        this.dead = false;
+        this.lastUsed = now();
+        this.pending = [];
+    }
+
+    // Queues a task made by `queue`, and calls back once: with its outcome, or when the session
+    // is given up before that.
+    Session.prototype.task = function (sql, queue, callback) {
+        var session = this;
+        function deliver(error, result) {
+            for (var i = 0; i < session.pending.length; i++) {
+                if (session.pending[i] === deliver) {
+                    session.pending.splice(i, 1);
+                    session.lastUsed = now();
+                    callback(error, result);
+                    return;
+                }
+            }
+        }
+        if (this.dead) {
+            callback(makeError("lost", "the connection was given up", "", sql));
+            return;
+        }
+        this.pending.push(deliver);
+        var queued = false, thrown = null;
+        try {
+            queued = queue(this.db, function (result, error) {
+                if (error) {
+                    deliver(failure(session.db, error, sql));
+                } else if (result === false) {
+                    deliver(session.unrun(sql));
+                } else {
+                    deliver(null, result);
+                }
+            });
+        } catch (error) {
+            thrown = makeError("statement", String(error.message || error), "", sql);
+        }
+        if (!queued) {
+            deliver(thrown || makeError("lost", "the connection is closed", "", sql));
+        }
+    };
+
+    // A task that was not run, or a commit that failed: lastError tells why.
+    Session.prototype.unrun = function (sql) {
+        var text = this.db.lastError, error;
+        if (!text) {
+            return makeError("lost", "the task was not run", "", sql);
+        }
+        error = failure(this.db, text, sql);
+        if (error.kind === "statement" && !/^(commit|rollback)$/.test(sql)) {
+            error.kind = "lost"; // the worker could not open its connection
+        }
+        return error;
+    };
+
+    Session.prototype.run = function (sql, values, callback) {
+        var binds = this.binds && values && values.length > 0, engine = this.engine;
+        this.task(sql, function (db, deliver) {
+            // The plugin takes a text that begins so for the end of the transaction.
+            var text = /^(commit|rollback)/i.test(sql) ? " " + sql : sql;
+            if (binds) {
+                return db.exec_thread(deliver, text, bindable(engine, values));
+            }
+            return db.query_thread(deliver, values && values.length ? filled(engine, text, values) : text);
+        }, callback);
+    };
+
+    Session.prototype.runAll = function (list, callback) {
+        var session = this, at = 0;
+        (function next(error) {
+            if (error || at === list.length) {
+                callback(error || null);
+            } else {
+                session.run(list[at++], null, next);
+            }
+        })(null);
+    };
+
+    // Ends the transaction of the worker's connection: "commit" or "rollback".
+    Session.prototype.end = function (word, callback) {
+        var session = this;
+        this.task(word, function (db, deliver) {
+            return db.query_thread(deliver, word);
+        }, function (error) {
+            if (!session.beganBoth) {
+                callback(error);
+                return;
+            }
+            session.beganBoth = false;
+            session.command("rollback", function () { // the main connection's part
+                callback(error);
+            });
+        });
+    };
+
+    // transaction() or rollback() on both connections; the worker's outcome comes as a signal.
+    Session.prototype.command = function (name, callback) {
+        this.task(name, function (db, deliver) {
+            function hear(outcome, error) {
+                if (typeof outcome === "boolean") {
+                    db.query_finish.disconnect(hear);
+                    deliver(outcome, error);
+                }
+            }
+            db.query_finish.connect(hear);
+            if (db.start_thread() && db[name]()) {
+                return true;
+            }
+            db.query_finish.disconnect(hear);
+            return false;
+        }, callback);
+    };
+
+    var BEGINNINGS = { postgresql: "BEGIN", mysql: "START TRANSACTION", sqlite: "BEGIN IMMEDIATE" };
+
+    Session.prototype.begin = function (isolation, callback) {
+        var word = BEGINNINGS[this.engine], session = this;
+        if (!word) { // begun by the driver only
+            this.command("transaction", function (error) {
+                session.beganBoth = !error;
+                callback(error);
+            });
+        } else if (isolation && this.engine === "postgresql") {
+            this.run(word + " ISOLATION LEVEL " + isolation, null, callback);
+        } else if (isolation && this.engine === "mysql") {
+            this.runAll(["SET TRANSACTION ISOLATION LEVEL " + isolation, word], callback);
+        } else {
+            this.run(word, null, callback);
+        }
+    };
+
+    // Waits for nothing: what is under way is answered with the error now, and the connection is
+    // closed when its worker has come back.
+    Session.prototype.abandon = function (error) {
+        var db = this.db, waiting = this.pending.slice(), i;
+        if (!this.dead) {
+            this.dead = true;
+            db.stop_thread(0);
+            if (db.isRunning) {
+                db.finished.connect(function () {
+                    closeForGood(db);
+                });
+            } else {
+                closeForGood(db);
+            }
+        }
+        for (i = 0; i < waiting.length; i++) {
+            waiting[i](error);
+        }
+    };
+
+    function closeForGood(db) {
+        db.close();
+        db.deleteLater();
+    }
+
+    var PARAMETERS = ["driverName", "databaseName", "userName", "password", "hostName", "port",
+        "connectOptions", "app_name", "enableNull", "timeNotUse"];
+
+    // Opens a connection object of the library's own. @throws what open() failed with
+    function openSession(settings, name) {
+        var db = new VEXT_SQL(name), i, error;
+        for (i = 0; i < PARAMETERS.length; i++) {
+            if (settings[PARAMETERS[i]] !== undefined) {
+                db[PARAMETERS[i]] = settings[PARAMETERS[i]];
+            }
+        }
+        if (!db.open()) {
+            error = failure(db, db.lastError || "the connection cannot be opened", "open");
+            error.kind = "lost";
+            db.deleteLater();
+            throw error;
+        }
+        return new Session(db, true);
+    }
+
+    // --- Results ---
+
+    function checkResult(result) {
+        if (!result || !result.fields_names) {
+            throw new TypeError("vext: no result object: " + result);
+        }
+    }
+
+    function rowAt(result, row, lowerCase) {
+        var object = {}, names = result.fields_names, columns = result.fields_index;
+        for (var c = 0; c < names.length; c++) {
+            object[lowerCase ? names[c].toLowerCase() : names[c]] = columns[c][row];
+        }
+        return object;
+    }
+
+    function each(result, handle, lowerCase) {
+        checkResult(result);
+        for (var row = 0; row < result.rows; row++) {
+            if (handle(rowAt(result, row, lowerCase), row) === false) {
+                return row + 1;
+            }
+        }
+        return result.rows;
+    }
+
+    function rows(result, lowerCase) {
+        var list = [];
+        each(result, function (row) {
+            list.push(row);
+        }, lowerCase);
+        return list;
+    }
+
+    function one(result, lowerCase) {
+        checkResult(result);
+        return result.rows > 0 ? rowAt(result, 0, lowerCase) : null;
+    }
+
+    function columnOf(result, name) {
+        for (var c = 0; c < result.fields_names.length; c++) {
+            if (result.fields_names[c].toLowerCase() === name.toLowerCase()) {
+                return result.fields_index[c];
+            }
+        }
+        throw new Error("vext: the result has no column " + name);
+    }
+
+    // --- Pools ---
+
+    function Pool(settings) {
+        hostFunction("setTimeout");
+        hostFunction("clearTimeout");
+        this.settings = settings;
+        this.size = option(settings, "size", 4);
+        this.waitMs = option(settings, "waitMs", 30000);
+        this.pingAfterMs = option(settings, "pingAfterMs", 30000);
+        this.name = option(settings, "name", "pool");
+        this.idle = [];
+        this.busy = [];
+        this.waiting = [];
+        this.preparing = 0; // being pinged or set up: neither idle nor busy
+        this.closed = null; // what close() calls when all has ended
+        this.counts = { opened: 0, lost: 0, queries: 0, failed: 0, timedOut: 0, mostWaiting: 0 };
+    }
+
+    function take(list, element) {
+        for (var i = 0; i < list.length; i++) {
+            if (list[i] === element) {
+                list.splice(i, 1);
+                return true;
+            }
+        }
+        return false;
+    }
+
+    Pool.prototype.take = function (callback, waitMs) {
+        var pool = this, wait = waitMs === undefined ? this.waitMs : waitMs;
+        if (this.closed) {
+            soon(callback, makeError("closed", "the pool is closed"));
+            return;
+        }
+        var waiter = { callback: callback };
+        waiter.timer = later(wait, function () {
+            if (take(pool.waiting, waiter)) {
+                pool.counts.timedOut++;
+                callback(makeError("timeout", "no connection became free within " + wait + " ms"));
+                pool.endWhenDone();
+            }
+        });
+        this.waiting.push(waiter);
+        this.counts.mostWaiting = Math.max(this.counts.mostWaiting, this.waiting.length);
+        this.serve();
+    };
+
+    // Hands connections to those who wait, first come, first served.
+    Pool.prototype.serve = function () {
+        while (this.preparing < this.waiting.length) {
+            var session = this.idle.pop();
+            if (session && (session.dead || !session.db.isOpen)) {
+                this.drop(session);
+            } else if (session && now() - session.lastUsed > this.pingAfterMs) {
+                this.prepare(session, [pingOf(session.engine)]);
+            } else if (session) {
+                this.hand(session);
+            } else if (this.busy.length + this.preparing < this.size) {
+                if (!this.open()) {
+                    return;
+                }
+            } else {
+                return;
+            }
+        }
+    };
+
+    function pingOf(engine) {
+        return engine === "firebird" ? "SELECT 1 FROM RDB$DATABASE" : "SELECT 1";
+    }
+
+    Pool.prototype.open = function () {
+        try {
+            var session = openSession(this.settings, this.name);
+        } catch (error) {
+            if (this.busy.length + this.preparing === 0) {
+                this.failWaiting(error);
+            }
+            return false;
+        }
+        this.counts.opened++;
+        this.prepare(session, option(this.settings, "init", []));
+        return true;
+    };
+
+    Pool.prototype.prepare = function (session, statements) {
+        var pool = this;
+        if (statements.length === 0) {
+            this.hand(session);
+            return;
+        }
+        this.preparing++;
+        session.runAll(statements, function (error) {
+            pool.preparing--;
+            if (!error) {
+                pool.hand(session);
+                return;
+            }
+            pool.drop(session);
+            if (error.kind === "lost") {
+                pool.serve(); // with another one; a server that is down fails in open()
+            } else {
+                pool.failWaiting(error);
+            }
+        });
+    };
+
+    Pool.prototype.hand = function (session) {
+        var waiter = this.waiting.shift();
+        if (!waiter) {
+            this.idle.push(session);
+            this.endWhenDone();
+            return;
+        }
+        forget(waiter.timer);
+        this.busy.push(session);
+        waiter.callback(null, session);
+    };
+
+    Pool.prototype.drop = function (session) {
+        this.counts.lost++;
+        session.abandon(makeError("lost", "the connection was given up"));
+    };
+
+    Pool.prototype.failWaiting = function (error) {
+        var waiting = this.waiting;
+        this.waiting = [];
+        for (var i = 0; i < waiting.length; i++) {
+            forget(waiting[i].timer);
+            soon(waiting[i].callback, error);
+        }
+        this.endWhenDone();
+    };
+
+    Pool.prototype.give = function (session, broken) {
+        if (!take(this.busy, session)) {
+            return;
+        }
+        if (broken || session.dead || !session.db.isOpen) {
+            this.drop(session);
+        } else {
+            this.idle.push(session);
+        }
+        this.serve();
+        this.endWhenDone();
+    };
+
+    Pool.prototype.query = function (sql, values, callback) {
+        var pool = this;
+        if (typeof values === "function") {
+            callback = values;
+            values = null;
+        }
+        callback = callback || nothing;
+        this.take(function (error, session) {
+            if (error) {
+                pool.counts.failed++;
+                callback(error);
+                return;
+            }
+            session.run(sql, values, function (failed, result) {
+                pool.counts[failed ? "failed" : "queries"]++;
+                pool.give(session, failed && failed.kind === "lost");
+                callback(failed || null, result);
+            });
+        });
+    };
+
+    Pool.prototype.stats = function () {
+        var stats = { size: this.size, idle: this.idle.length, waiting: this.waiting.length,
+            busy: this.busy.length + this.preparing };
+        stats.open = stats.idle + stats.busy;
+        for (var name in this.counts) {
+            stats[name] = this.counts[name];
+        }
+        return stats;
+    };
+
+    Pool.prototype.close = function (done) {
+        var before = this.closed;
+        this.closed = function () {
+            if (before) {
+                before();
+            }
+            (done || nothing)(null);
+        };
+        this.endWhenDone();
+    };
+
+    Pool.prototype.endWhenDone = function () {
+        if (!this.closed || this.ended || this.busy.length || this.waiting.length || this.preparing) {
+            return;
+        }
+        this.ended = true;
+        while (this.idle.length) {
+            closeForGood(this.idle.pop().db);
+        }
+        later(0, this.closed);
+    };
+
+    // Answers everybody with the error, and waits for nobody.
+    Pool.prototype.abandon = function (error) {
+        var sessions = this.busy.concat(this.idle), i;
+        this.closed = this.closed || nothing;
+        this.idle = [];
+        this.failWaiting(error);
+        for (i = 0; i < sessions.length; i++) {
+            sessions[i].abandon(error);
+        }
+    };
+
+    function publicPool(settings) {
+        var pool = new Pool(settings);
+        return {
+            inner: pool,
+            engine: engineOf(settings),
+            query: function (sql, values, callback) {
+                pool.query(sql, values, callback);
+            },
+            stats: function () {
+                return pool.stats();
+            },
+            close: function (done) {
+                pool.close(done);
+            }
+        };
+    }
+
+    // --- Transactions ---
+
+    // Who uses the worker of a connection object that the script made: one transaction at a time.
+    var locks = [];
+
+    function lockOf(db) {
+        for (var i = 0; i < locks.length; i++) {
+            if (locks[i].db === db) {
+                return locks[i];
+            }
+        }
+        return null;
+    }
+
+    function singleSource(db) {
+        var session = new Session(db, false);
+        return {
+            replaces: false,
+            take: function (callback) {
+                var lock = lockOf(db);
+                if (lock) {
+                    lock.waiting.push(callback);
+                } else {
+                    locks.push({ db: db, waiting: [] });
+                    callback(null, session);
+                }
+            },
+            give: function () {
+                var lock = lockOf(db), next = lock.waiting.shift();
+                if (next) {
+                    next(null, session);
+                } else {
+                    take(locks, lock);
+                }
+            }
+        };
+    }
+
+    function poolSource(pool) {
+        return {
+            replaces: true,
+            take: function (callback, waitMs) {
+                pool.take(callback, waitMs);
+            },
+            give: function (session, broken) {
+                pool.give(session, broken);
+            }
+        };
+    }
+
+    // One attempt: begin, mark, work, commit. Calls `ended` once with { error, phase }.
+    function Attempt(session, plan, ended) {
+        this.session = session;
+        this.plan = plan;
+        this.ended = ended;
+        this.phase = "begin";
+        this.queue = [];
+        this.running = true;
+        this.finishing = false;
+        this.over = false;
+    }
+
+    Attempt.prototype.start = function () {
+        var attempt = this, plan = this.plan;
+        this.session.begin(plan.isolation, function (error) {
+            if (error || attempt.late()) {
+                attempt.fail(error || attempt.late());
+            } else if (plan.mark) {
+                attempt.phase = "mark";
+                attempt.session.run("INSERT INTO " + plan.mark + " (id) VALUES (?)", [plan.id],
+                    function (failed) {
+                        if (failed || attempt.late()) {
+                            attempt.fail(failed || attempt.late());
+                        } else {
+                            attempt.work();
+                        }
+                    });
+            } else {
+                attempt.work();
+            }
+        });
+    };
+
+    Attempt.prototype.late = function () {
+        return this.expired || null;
+    };
+
+    Attempt.prototype.work = function () {
+        var attempt = this, plan = this.plan;
+        this.phase = "work";
+        this.running = false;
+        var tx = {
+            id: plan.id,
+            attempt: plan.attempts,
+            engine: this.session.engine,
+            query: function (sql, values, callback) {
+                attempt.add(sql, values, callback);
+            }
+        };
+        this.call(plan.work, [tx, function (error, value) {
+            attempt.finish(error, value);
+        }]);
+    };
+
+    // An exception of the script's code ends the transaction as finish(exception) does.
+    Attempt.prototype.call = function (code, values) {
+        try {
+            code.apply(null, values);
+        } catch (error) {
+            this.finish(error || new Error("vext: an exception without a value"));
+        }
+        this.next();
+    };
+
+    var ENDINGS = /^\s*(begin|start\s+transaction|commit|rollback|abort|end)\b/i;
+
+    Attempt.prototype.add = function (sql, values, callback) {
+        if (typeof values === "function") {
+            callback = values;
+            values = null;
+        }
+        callback = callback || nothing;
+        if (this.over || this.finishing) {
+            soon(callback, makeError("statement", "not run: the transaction has ended", "", sql));
+            return;
+        }
+        if (ENDINGS.test(sql)) {
+            this.fail(makeError("statement", "transaction() begins and ends it itself", "", sql));
+            return;
+        }
+        this.queue.push({ sql: sql, values: values, callback: callback });
+        this.next();
+    };
+
+    Attempt.prototype.finish = function (error, value) {
+        if (this.over || this.finishing) {
+            return;
+        }
+        this.finishing = true;
+        if (error) {
+            this.fail(error);
+        } else {
+            this.value = value;
+            this.next();
+        }
+    };
+
+    Attempt.prototype.next = function () {
+        var attempt = this, job;
+        if (this.over || this.running) {
+            return;
+        }
+        if (this.queue.length > 0) {
+            this.running = true;
+            job = this.queue.shift();
+            this.session.run(job.sql, job.values, function (error, result) {
+                attempt.running = false;
+                if (error) {
+                    attempt.failWith(job, error);
+                } else if (!attempt.over) {
+                    if (attempt.late()) {
+                        attempt.fail(attempt.late());
+                    } else {
+                        attempt.call(job.callback, [null, result]);
+                    }
+                }
+                if (attempt.ending) {
+                    attempt.ending();
+                }
+            });
+        } else if (this.finishing) {
+            this.commit();
+        }
+    };
+
+    Attempt.prototype.commit = function () {
+        var attempt = this;
+        this.phase = "commit";
+        this.running = true;
+        this.plan.value = this.value;
+        this.session.end("commit", function (error) {
+            attempt.running = false;
+            if (!error) {
+                attempt.close(null);
+            } else if (error.kind === "lost" || error.kind === "timeout") {
+                attempt.close(error);
+            } else {
+                attempt.fail(error);
+            }
+        });
+    };
+
+    // A statement failed: its callback hears of it first, and cannot change the outcome any more.
+    Attempt.prototype.failWith = function (job, error) {
+        var over = this.over;
+        this.over = true;
+        this.refuse([job], error);
+        this.over = over;
+        this.fail(error);
+    };
+
+    // Tells those whose statements failed or are not run any more; what they answer is too late.
+    Attempt.prototype.refuse = function (jobs, error) {
+        for (var i = 0; i < jobs.length; i++) {
+            try {
+                jobs[i].callback(error);
+            } catch (ignored) {
+                // The transaction is over already, and `done` tells why.
+            }
+        }
+    };
+
+    // Rolls back, after the statement that runs.
+    Attempt.prototype.fail = function (error) {
+        if (this.over) {
+            return;
+        }
+        var attempt = this, left = this.queue;
+        this.over = true;
+        this.queue = [];
+        this.refuse(left, makeError("statement", "not run: the transaction has failed"));
+        function rollBack() {
+            attempt.ending = null;
+            if (attempt.session.dead || error.kind === "lost") {
+                attempt.close(error);
+                return;
+            }
+            attempt.session.end("rollback", function (failed) {
+                // SQLite's and the server's own undoing leaves nothing to roll back.
+                attempt.broken = failed !== null && attempt.session.engine !== "sqlite";
+                attempt.close(error);
+            });
+        }
+        if (this.running && this.phase === "work") {
+            this.ending = rollBack;
+        } else {
+            rollBack();
+        }
+    };
+
+    Attempt.prototype.close = function (error) {
+        var ended = this.ended;
+        this.over = true;
+        this.ended = nothing;
+        ended({ error: error, phase: this.phase, broken: this.broken });
+    };
+
+    // The time is over.
+    Attempt.prototype.expire = function (error) {
+        this.expired = error;
+        if (this.session.owned && this.running) {
+            this.session.abandon(error);
+        } else if (!this.running) {
+            this.fail(error);
+        }
+    };
+
+    function makePlan(work, done, options) {
+        return {
+            work: work,
+            done: done || nothing,
+            isolation: option(options, "isolation", ""),
+            deadlineMs: option(options, "deadlineMs", 30000),
+            backoffMs: option(options, "backoffMs", 20),
+            backoffMaxMs: option(options, "backoffMaxMs", 1000),
+            id: option(options, "id", ""),
+            began: now(),
+            attempts: 0,
+            unresolved: false // a commit was sent, and nobody knows what became of it
+        };
+    }
+
+    function leftOf(plan) {
+        return plan.began + plan.deadlineMs - now();
+    }
+
+    function runAttempt(plan, session, ended) {
+        plan.attempts++;
+        var attempt = new Attempt(session, plan, function (outcome) {
+            forget(timer);
+            ended(outcome);
+        });
+        var timer = later(Math.max(1, leftOf(plan)), function () {
+            attempt.expire(makeError("timeout",
+                "the transaction did not end within " + plan.deadlineMs + " ms"));
+        });
+        attempt.start();
+    }
+
+    // Calls `again` after a random time that grows from attempt to attempt. @return false when
+    // the deadline comes first
+    function backOff(plan, again) {
+        var most = Math.min(plan.backoffMaxMs, plan.backoffMs * Math.pow(2, plan.attempts));
+        var wait = plan.backoffMs + Math.random() * Math.max(0, most - plan.backoffMs);
+        if (wait > leftOf(plan)) {
+            return false;
+        }
+        later(wait, again);
+        return true;
+    }
+
+    function infoOf(plan, repeated) {
+        return { id: plan.id, attempts: plan.attempts, milliseconds: now() - plan.began,
+            repeated: repeated === true };
+    }
+
+    function unknownOutcome(plan, error) {
+        var told = makeError("unknown", "nobody knows whether the commit was carried out: " +
+            error.message, error.code, error.sql);
+        told.id = plan.id;
+        return told;
+    }
+
+    function transaction(target, work, done, options) {
+        if (target && target.transaction && target.nodes) {
+            target.transaction(work, done, options);
+            return;
+        }
+        hostFunction("setTimeout");
+        var source = target.inner ? poolSource(target.inner) : singleSource(target);
+        var plan = makePlan(work, done, options);
+        (function again() {
+            source.take(function (refused, session) {
+                if (refused) {
+                    plan.done(refused, undefined, infoOf(plan));
+                    return;
+                }
+                runAttempt(plan, session, function (outcome) {
+                    var error = outcome.error, lost = error && error.kind === "lost";
+                    source.give(session, lost || outcome.broken);
+                    if (lost && outcome.phase === "commit" ||
+                            error && error.kind === "timeout" && outcome.phase === "commit") {
+                        error = unknownOutcome(plan, error);
+                    } else if (error && (error.kind === "conflict" || lost && source.replaces) &&
+                            backOff(plan, again)) {
+                        return;
+                    }
+                    plan.done(error, error ? undefined : plan.value, infoOf(plan));
+                });
+            }, Math.max(1, leftOf(plan)));
+        })();
+    }
+
+    // --- Many rows ---
+
+    // JSON text of values[from .. to], without brackets. In slices: the engine's own writer takes
+    // quadratic time for long lists.
+    function jsonList(values, from, to) {
+        var parts = [], step = 400;
+        for (; from < to; from += step) {
+            parts.push(JSON.stringify(values.slice(from, Math.min(from + step, to))).slice(1, -1));
+        }
+        return parts.join(",");
+    }
+
+    // Whether JSON says what each value is. @throws a row of another length
+    function isPlain(list, width) {
+        var plain = true;
+        for (var r = 0; r < list.length; r++) {
+            var row = list[r];
+            if (!row || row.length !== width) {
+                throw new TypeError("vext: a row has " + (row && row.length) + " values, not " + width);
+            }
+            for (var c = 0; c < width; c++) {
+                var value = row[c], type = typeof value;
+                if (type === "number" ? value - value !== 0 : type !== "string" &&
+                        type !== "boolean" && value !== null && value !== undefined &&
+                        !(value instanceof Date)) {
+                    plain = false;
+                }
+            }
+        }
+        return plain;
+    }
+
+    var ESCAPES = { n: "\n", t: "\t", r: "\r", b: "\b", f: "\f", "/": "/" };
+
+    // One column as the text of a PostgreSQL array, whose only escapes are \" and \\.
+    function arrayText(list, column) {
+        var values = [];
+        for (var r = 0; r < list.length; r++) {
+            values[r] = list[r][column];
+        }
+        var text = jsonList(values, 0, values.length);
+        if (text.indexOf("\\") >= 0) {
+            text = text.replace(/\\(u[0-9a-fA-F]{4}|[\s\S])/g, function (whole, escape) {
+                return escape.charAt(0) === "u" ? String.fromCharCode(parseInt(escape.slice(1), 16)) :
+                    ESCAPES[escape] || whole;
+            });
+        }
+        return quotedText("postgresql", "{" + text + "}");
+    }
+
+    function unnestText(head, list, types) {
+        var arrays = [];
+        for (var c = 0; c < types.length; c++) {
+            arrays.push(arrayText(list, c) + "::" + types[c] + "[]");
+        }
+        return head + " SELECT * FROM unnest(" + arrays.join(", ") + ")";
+    }
+
+    function jsonEachText(head, list, width) {
+        var columns = [];
+        for (var c = 0; c < width; c++) {
+            columns.push("json_extract(value, '$[" + c + "]')");
+        }
+        return head + " SELECT " + columns.join(", ") + " FROM json_each(" +
+            quotedText("sqlite", "[" + jsonList(list, 0, list.length) + "]") + ")";
+    }
+
+    function valuesText(head, list, engine) {
+        var lines = [];
+        for (var r = 0; r < list.length; r++) {
+            var row = list[r], cells = [];
+            for (var c = 0; c < row.length; c++) {
+                cells[c] = quoted(engine, row[c]);
+            }
+            lines[r] = cells.join(", ");
+        }
+        return head + " VALUES (" + lines.join("), (") + ")";
+    }
+
+    // How a column is named in the catalogue: folded, unless it is quoted.
+    function foldedName(name) {
+        return name.charAt(0) === '"' ? name.slice(1, -1).split('""').join('"') : name.toLowerCase();
+    }
+
+    // What the engine needs to know before the quickest form can be written.
+    var CATALOGUE = {
+        postgresql: "SELECT a.attname AS name, format_type(a.atttypid, -1) AS type " +
+            "FROM pg_attribute a JOIN pg_type t ON t.oid = a.atttypid " +
+            "WHERE a.attrelid = to_regclass(?) AND a.attnum > 0 AND NOT a.attisdropped " +
+            "AND t.typtype <> 'd' AND t.typcategory <> 'A'",
+        sqlite: "SELECT sqlite_compileoption_used('ENABLE_JSON1') AS has, " +
+            "sqlite_compileoption_used('OMIT_JSON') AS lacks, sqlite_version() AS version"
+    };
+
+    function typesOf(columns, catalogue) {
+        var known = {}, types = [];
+        each(catalogue, function (row) {
+            known["type " + row.name] = row.type;
+        }, true);
+        for (var c = 0; c < columns.length; c++) {
+            var type = known["type " + foldedName(columns[c])];
+            if (!type) {
+                return null;
+            }
+            types.push(type);
+        }
+        return types;
+    }
+
+    function hasJson(catalogue) {
+        var told = one(catalogue, true), version = told.version.split(".");
+        return Boolean(told.has || !told.lacks && Number(version[0]) * 100 + Number(version[1]) >= 338);
+    }
+
+    // A function that writes the statement for a list of rows.
+    function rowsWriter(engine, head, columns, catalogue) {
+        var width = columns.length;
+        var types = engine === "postgresql" ? typesOf(columns, catalogue) : null;
+        var json = engine === "sqlite" && hasJson(catalogue);
+        return function (list) {
+            if (isPlain(list, width) && (types || json)) {
+                return types ? unnestText(head, list, types) : jsonEachText(head, list, width);
+            }
+            return valuesText(head, list, engine);
+        };
+    }
+
+    var CHUNKS = { postgresql: 5000, sqlite: 5000, mysql: 1000, firebird: 1, other: 1 };
+    var CHUNK_TEXT = 4000000; // characters of one statement, about
+
+    function insertWith(tx, table, columns, source, options, done) {
+        var head = "INSERT INTO " + table + " (" + columns.join(", ") + ")";
+        var chunk = option(options, "chunk", CHUNKS[tx.engine]), progress = option(options, "onProgress");
+        var total = typeof source === "function" ? undefined : source.length;
+        var read = 0, stored = 0, under = 0, atEnd = false, ended = false, write = null;
+
+        function nextRows() {
+            var list = [], row;
+            if (typeof source !== "function") {
+                list = source.slice(read, read + chunk);
+            } else {
+                while (list.length < chunk && (row = source(read + list.length))) {
+                    list.push(row);
+                }
+            }
+            read += list.length;
+            atEnd = list.length < chunk;
+            return list;
+        }
+
+        function end(error) {
+            if (!ended) {
+                ended = true;
+                done(error, error ? undefined : stored);
+            }
+        }
+
+        // Two statements under way: one is written while the other runs.
+        function feed() {
+            while (!ended && !atEnd && under < 2) {
+                var list = nextRows();
+                if (list.length > 0) {
+                    send(list);
+                }
+            }
+            if (atEnd && under === 0) {
+                end(null);
+            }
+        }
+
+        function send(list) {
+            var text;
+            try {
+                text = write(list);
+            } catch (error) {
+                end(error);
+                return;
+            }
+            chunk = Math.max(1, Math.min(chunk, Math.floor(list.length * CHUNK_TEXT / text.length)));
+            under++;
+            tx.query(text, null, function (error) {
+                under--;
+                if (error) {
+                    end(error);
+                    return;
+                }
+                stored += list.length;
+                if (progress) {
+                    progress(stored, total);
+                }
+                feed();
+            });
+        }
+
+        function begin(error, catalogue) {
+            if (error) {
+                end(error);
+                return;
+            }
+            write = rowsWriter(tx.engine, head, columns, catalogue);
+            feed();
+        }
+        if (CATALOGUE[tx.engine]) {
+            tx.query(CATALOGUE[tx.engine], tx.engine === "postgresql" ? [table] : null, begin);
+        } else {
+            begin(null);
+        }
+    }
+
+    function insertRows(target, table, columns, source, done, options) {
+        if (target.query && target.attempt) { // inside a transaction
+            insertWith(target, table, columns, source, options, done || nothing);
+            return;
+        }
+        transaction(target, function (tx, finish) {
+            insertWith(tx, table, columns, source, options, finish);
+        }, done, options);
+    }
+
+    // --- Pages ---
+
+    // Rows behind the last one: (a > x) OR (a = x AND b > y).
+    function behindKey(keys) {
+        var ways = [];
+        for (var k = 0; k < keys.length; k++) {
+            ways.push("(" + keys.slice(0, k).concat("").join(" = ? AND ") + keys[k] + " > ?)");
+        }
+        return ways.join(" OR ");
+    }
+
+    function keyValues(last) {
+        var values = [];
+        for (var k = 0; k < last.length; k++) {
+            values = values.concat(last.slice(0, k + 1));
+        }
+        return values;
+    }
+
+    // The key of a page's last row. @throws where the next page could not be told by it
+    function lastKey(result, keys) {
+        var last = [];
+        for (var k = 0; k < keys.length; k++) {
+            var value = columnOf(result, foldedName(keys[k]))[result.rows - 1];
+            if (value === null || value === undefined) {
+                throw new Error("vext: the key " + keys[k] + " is NULL");
+            }
+            if (typeof value === "number" && Math.abs(value) > 9007199254740991) {
+                throw new Error("vext: the key " + keys[k] + " has more digits than a script number; " +
+                    "select it as text under another name, and page by something else");
+            }
+            last.push(value);
+        }
+        return last;
+    }
+
+    function byKey(plan) {
+        var keys = [].concat(plan.key), last = null;
+        var limit = plan.engine === "firebird" ? " FETCH FIRST " + plan.size + " ROWS ONLY" :
+            " LIMIT " + plan.size;
+        return {
+            next: function (query, callback) {
+                var sql = "SELECT * FROM (" + plan.sql + ") vext_page" +
+                    (last ? " WHERE " + behindKey(keys) : "") + " ORDER BY " + keys.join(", ") + limit;
+                query(sql, (plan.values || []).concat(last ? keyValues(last) : []),
+                    function (error, result) {
+                        try {
+                            last = !error && result.rows > 0 ? lastKey(result, keys) : last;
+                        } catch (wrong) {
+                            error = wrong;
+                        }
+                        callback(error, result);
+                    });
+            }
+        };
+    }
+
+    function byCursor(plan) {
+        var declared = false;
+        return {
+            next: function (query, callback) {
+                function fetch(error) {
+                    declared = true;
+                    if (error) {
+                        callback(error);
+                    } else {
+                        query("FETCH " + plan.size + " FROM vext_pages", null, callback);
+                    }
+                }
+                if (declared) {
+                    fetch(null);
+                } else {
+                    // Written into the text: the server prepares no DECLARE.
+                    query("DECLARE vext_pages NO SCROLL CURSOR FOR " +
+                        filled("postgresql", plan.sql, plan.values || []), null, fetch);
+                }
+            }
+        };
+    }
+
+    // Fetches page after page until there is none, or onPage says that it is enough.
+    function walk(pages, query, plan, onPage, done) {
+        var seen = { rows: 0, pages: 0, stopped: false }, ended = false;
+
+        function end(error) {
+            if (!ended) {
+                ended = true;
+                done(error, error ? undefined : seen);
+            }
+        }
+
+        function handle(result) {
+            var answered = false, last = result.rows < plan.size;
+            function next(more) {
+                if (answered) {
+                    return;
+                }
+                answered = true;
+                seen.stopped = more === false;
+                if (seen.stopped || last) {
+                    end(null);
+                } else {
+                    fetch();
+                }
+            }
+            seen.rows += result.rows;
+            seen.pages++;
+            try {
+                var answer = onPage(result, next);
+            } catch (error) {
+                end(error || new Error("vext: an exception without a value"));
+                return;
+            }
+            if (onPage.length < 2 || answer === false) {
+                next(answer);
+            }
+        }
+
+        function fetch() {
+            pages.next(query, function (error, result) {
+                if (error) {
+                    end(error);
+                } else if (result.rows === 0) {
+                    end(null);
+                } else {
+                    handle(result);
+                }
+            });
+        }
+        fetch();
+    }
+
+    function pages(target, request, onPage, done) {
+        var plan = { sql: request.sql, values: request.values, key: request.key, size: request.size || 1000 };
+        done = done || nothing;
+        if (request.key && target.query_thread) {
+            var session = new Session(target, false);
+            plan.engine = session.engine;
+            walk(byKey(plan), function (sql, values, callback) {
+                session.run(sql, values, callback);
+            }, plan, onPage, done);
+        } else if (request.key) {
+            plan.engine = target.engine;
+            walk(byKey(plan), target.query, plan, onPage, done);
+        } else if (target.attempt) {
+            walk(byCursor(plan), target.query, plan, onPage, done);
+        } else {
+            byCursorAlone(target, plan, onPage, done);
+        }
+    }
+
+    // A cursor lives in a transaction. Pages that were handed over are not taken back: one attempt.
+    function byCursorAlone(target, plan, onPage, done) {
+        transaction(target, function (tx, finish) {
+            if (tx.engine !== "postgresql") {
+                finish(new TypeError("vext: pages need a key; only PostgreSQL has cursors for scripts"));
+            } else if (tx.attempt > 1) {
+                finish(makeError("lost", "the cursor was lost with its transaction"));
+            } else {
+                walk(byCursor(plan), tx.query, plan, onPage, finish);
+            }
+        }, done, { deadlineMs: 2147483647 });
+    }
+
+    // --- Clusters ---
+
+    // What makes a node of each kind of cluster usable. `ready` answers one row: state and a text
+    // that is unlike any other.
+    var CLUSTERS = {
+        postgresql: {
+            driverName: "QPSQL",
+            connectOptions: "connect_timeout=2",
+            ready: "SELECT CASE WHEN pg_is_in_recovery() THEN 'replica' ELSE 'primary' END AS state, " +
+                "md5(random()::text || clock_timestamp()::text || pg_backend_pid()::text) AS word",
+            init: [],
+            interval: function (seconds) {
+                return "now() - interval '" + seconds + " seconds'";
+            }
+        },
+        galera: {
+            driverName: "QMYSQL",
+            connectOptions: "MYSQL_OPT_CONNECT_TIMEOUT=2",
+            ready: "SELECT IF(ready.VARIABLE_VALUE = 'ON' AND part.VARIABLE_VALUE = 'Primary', 'primary', " +
+                "'unready') AS state, UUID() AS word FROM information_schema.GLOBAL_STATUS ready, " +
+                "information_schema.GLOBAL_STATUS part WHERE ready.VARIABLE_NAME = 'WSREP_READY' " +
+                "AND part.VARIABLE_NAME = 'WSREP_CLUSTER_STATUS'",
+            // What another node has committed is seen here: no stale read after a move.
+            init: ["SET SESSION wsrep_sync_wait = 1"],
+            interval: function (seconds) {
+                return "NOW() - INTERVAL " + seconds + " SECOND";
+            }
+        }
+    };
+
+    function Cluster(settings) {
+        hostFunction("setTimeout");
+        hostFunction("clearTimeout");
+        this.kind = CLUSTERS[settings.engine];
+        if (!this.kind) {
+            throw new TypeError("vext: engine is \"postgresql\" or \"galera\", not " + settings.engine);
+        }
+        if (/MYSQL_OPT_RECONNECT/.test(settings.connectOptions)) {
+            throw new TypeError("vext: MYSQL_OPT_RECONNECT loses transactions in silence");
+        }
+        this.settings = settings;
+        this.marks = option(settings, "marks", "vext_marks");
+        this.pingMs = option(settings, "pingMs", 1000);
+        this.silenceMs = option(settings, "silenceMs", 3000);
+        this.nodes = [];
+        for (var i = 0; i < settings.nodes.length; i++) {
+            this.nodes.push(this.nodeOf(settings.nodes[i]));
+        }
+        this.current = null; // the node that takes writes, with its pool and its watch
+        this.last = null;    // the one before it
+        this.waiting = [];   // who waits for a node that takes writes
+        this.looking = false;
+        this.users = 0;      // transactions and reads under way
+        this.prefix = "";
+        this.counter = 0;
+        this.counts = { moves: 0, transactions: 0, repeated: 0, retried: 0, failed: 0, reads: 0 };
+    }
+
+    Cluster.prototype.nodeOf = function (own) {
+        var parameters = {}, all = [this.kind, this.settings, own], name, i;
+        for (i = 0; i < all.length; i++) {
+            for (name in all[i]) {
+                if (name !== "ready" && name !== "nodes") {
+                    parameters[name] = all[i][name];
+                }
+            }
+        }
+        if (!/connect_timeout|CONNECT_TIMEOUT/.test(parameters.connectOptions)) {
+            parameters.connectOptions += ";" + this.kind.connectOptions;
+        }
+        parameters.name = own.name || own.hostName + ":" + own.port;
+        return { name: parameters.name, parameters: parameters, pool: null, watch: null, failedAt: 0,
+            state: "" };
+    };
+
+    // Calls back with the node's state, "primary" or "replica", or with an error; at the latest
+    // after silenceMs, and opens the watch where there is none.
+    Cluster.prototype.ask = function (node, callback) {
+        var cluster = this, answered = false, second = false;
+
+        function answer(error, state) {
+            if (!answered) {
+                answered = true;
+                forget(timer);
+                node.state = state || "";
+                callback(error, state);
+            }
+        }
+
+        // A script that was busy itself finds the time over and the answer waiting: look again.
+        function tooLate() {
+            if (!second) {
+                second = true;
+                timer = later(20, tooLate);
+            } else if (!answered) {
+                answer(makeError("lost", node.name + " did not answer within " + cluster.silenceMs + " ms"));
+            }
+        }
+
+        try {
+            node.watch = node.watch && !node.watch.dead && node.watch.db.isOpen ? node.watch :
+                openSession(node.parameters, node.name + " watch");
+        } catch (error) {
+            var refused = error;
+        }
+        var timer = later(refused ? 0 : this.silenceMs, function () {
+            if (refused) {
+                answer(refused);
+            } else {
+                tooLate();
+            }
+        });
+        if (!refused) {
+            node.watch.run(this.kind.ready, null, function (error, result) {
+                var told = error ? null : one(result, true);
+                if (told) {
+                    cluster.prefix = cluster.prefix || told.word.split("-").join("");
+                }
+                answer(error || (told && told.state !== "unready" ? null :
+                    makeError("unready", node.name + " is not ready")), told && told.state);
+            });
+        }
+    };
+
+    function dropNode(node, error) {
+        var pool = node.pool, watch = node.watch;
+        node.pool = null;
+        node.watch = null;
+        node.state = "";
+        if (pool) {
+            pool.abandon(error);
+        }
+        if (watch) {
+            watch.abandon(error);
+        }
+    }
+
+    Cluster.prototype.poolOf = function (node) {
+        node.pool = node.pool || new Pool(node.parameters);
+        return node.pool;
+    };
+
+    // Hands over the node that takes writes, when there is one: callback(error, node).
+    Cluster.prototype.primary = function (milliseconds, callback) {
+        var cluster = this, waiter = { callback: callback };
+        if (this.current) {
+            callback(null, this.current);
+            return;
+        }
+        waiter.timer = later(Math.max(1, milliseconds), function () {
+            if (take(cluster.waiting, waiter)) {
+                callback(makeError("lost", "no node is ready: " + (cluster.why || "none was reached")));
+            }
+        });
+        this.waiting.push(waiter);
+        this.look();
+    };
+
+    // Asks one node after the other, those that have failed longest ago first.
+    Cluster.prototype.look = function () {
+        var cluster = this, order = this.nodes.slice(), at = 0, found = false;
+        if (this.looking) {
+            return;
+        }
+        this.looking = true;
+        order.sort(function (a, b) {
+            return a.failedAt - b.failedAt;
+        });
+
+        function next() {
+            if (cluster.waiting.length === 0) {
+                cluster.looking = false; // nobody needs it any more
+                return;
+            }
+            if (at === order.length) {
+                cluster.looking = false;
+                later(100, function () {
+                    if (cluster.waiting.length > 0) {
+                        cluster.look();
+                    }
+                });
+                return;
+            }
+            var node = order[at++];
+            cluster.ask(node, function (error, state) {
+                if (state === "primary") {
+                    cluster.looking = false;
+                    cluster.settle(node);
+                } else {
+                    cluster.why = error ? error.message : node.name + " takes no writes";
+                    if (error) {
+                        node.failedAt = now();
+                        dropNode(node, error);
+                    }
+                    later(0, next);
+                }
+            });
+        }
+        next();
+    };
+
+    Cluster.prototype.settle = function (node) {
+        var waiting = this.waiting, i;
+        this.current = node;
+        this.waiting = [];
+        if (this.last && this.last !== node) {
+            this.counts.moves++;
+            option(this.settings, "onMove", nothing)(this.last.name, node.name, this.why || "");
+        }
+        this.last = node;
+        this.watchOver(node);
+        for (i = 0; i < waiting.length; i++) {
+            forget(waiting[i].timer);
+            waiting[i].callback(null, node);
+        }
+    };
+
+    // While somebody uses the node it is asked how it is: a server that stands still answers
+    // nobody, and nothing else would tell.
+    Cluster.prototype.watchOver = function (node) {
+        var cluster = this;
+        if (node.watched) {
+            return;
+        }
+        node.watched = true;
+        (function beat() {
+            later(cluster.pingMs, function () {
+                if (cluster.current !== node || cluster.users === 0) {
+                    node.watched = false;
+                    return;
+                }
+                cluster.ask(node, function (error, state) {
+                    if (cluster.current !== node) {
+                        node.watched = false;
+                    } else if (state === "primary") {
+                        beat();
+                    } else {
+                        node.watched = false;
+                        cluster.lose(node, error || makeError("unready", node.name + " takes no writes"));
+                    }
+                });
+            });
+        })();
+    };
+
+    Cluster.prototype.lose = function (node, error) {
+        if (this.current === node) {
+            this.current = null;
+            this.why = error.message;
+        }
+        node.failedAt = now();
+        dropNode(node, error);
+        if (this.waiting.length > 0) {
+            this.look();
+        }
+    };
+
+    function isGone(error) {
+        return error && (error.kind === "lost" || error.kind === "unready");
+    }
+
+    Cluster.prototype.enter = function (node) {
+        this.users++;
+        this.watchOver(node);
+    };
+
+    Cluster.prototype.leave = function () {
+        this.users--;
+        this.endWhenDone();
+    };
+
+    Cluster.prototype.newId = function () {
+        var random = "";
+        while (random.length < 12) {
+            random += Math.floor(Math.random() * 65536).toString(16);
+        }
+        return this.prefix + "-" + (++this.counter).toString(36) + "-" + random.slice(0, 12);
+    };
+
+    Cluster.prototype.transaction = function (work, done, options) {
+        var cluster = this, plan = makePlan(work, done, options || this.settings);
+        plan.mark = this.marks;
+        if (this.closing) {
+            soon(function (error) {
+                plan.done(error, undefined, infoOf(plan));
+            }, makeError("closed", "the cluster is closed"));
+            return;
+        }
+        this.users++;
+        this.attempt(plan, function (error, repeated) {
+            if (error && error.kind !== "closed" && plan.unresolved) {
+                error = unknownOutcome(plan, error);
+            }
+            cluster.counts[error ? "failed" : "transactions"]++;
+            cluster.counts.repeated += repeated ? 1 : 0;
+            cluster.leave();
+            plan.done(error, error ? undefined : plan.value, infoOf(plan, repeated));
+        });
+    };
+
+    Cluster.prototype.attempt = function (plan, end) {
+        var cluster = this;
+
+        function again(error) {
+            if (!backOff(plan, function () {
+                cluster.counts.retried++;
+                cluster.attempt(plan, end);
+            })) {
+                end(error);
+            }
+        }
+
+        this.primary(leftOf(plan), function (nobody, node) {
+            if (nobody) {
+                end(nobody);
+                return;
+            }
+            plan.id = plan.id || cluster.newId();
+            cluster.watchOver(node);
+            var pool = cluster.poolOf(node);
+            pool.take(function (refused, session) {
+                if (refused) {
+                    if (isGone(refused)) {
+                        cluster.lose(node, refused);
+                        again(refused);
+                    } else {
+                        end(refused);
+                    }
+                    return;
+                }
+                runAttempt(plan, session, function (outcome) {
+                    pool.give(session, isGone(outcome.error) || outcome.broken);
+                    cluster.judge(plan, node, outcome, end, again);
+                });
+            }, Math.max(1, leftOf(plan)));
+        });
+    };
+
+    // What an attempt's outcome means for the transaction.
+    Cluster.prototype.judge = function (plan, node, outcome, end, again) {
+        var error = outcome.error;
+        if (!error) {
+            end(null);
+        } else if (outcome.phase === "mark" && error.kind === "duplicate") {
+            end(null, true); // an earlier attempt has committed
+        } else if (isGone(error)) {
+            plan.unresolved = plan.unresolved || outcome.phase === "commit";
+            if (this.current === node && node.pool) {
+                this.lose(node, error);
+            }
+            again(error);
+        } else if (error.kind === "timeout") {
+            plan.unresolved = plan.unresolved || outcome.phase === "commit";
+            end(error);
+        } else if (error.kind === "conflict") {
+            again(error);
+        } else if (outcome.phase === "mark" && /^(42P01|1146)$/.test(error.code)) {
+            this.makeMarks(node, function () {
+                again(error);
+            });
+        } else {
+            if (outcome.phase === "work") {
+                plan.unresolved = false; // its mark was new: no earlier attempt has committed
+            }
+            end(error);
+        }
+    };
+
+    // Whether it works shows at the next attempt: another script may be making the table as well.
+    Cluster.prototype.makeMarks = function (node, callback) {
+        this.poolOf(node).query("CREATE TABLE IF NOT EXISTS " + this.marks + " (id VARCHAR(100) NOT NULL " +
+            "PRIMARY KEY, made TIMESTAMP NOT NULL DEFAULT CURRENT_TIMESTAMP)", null, callback);
+    };
+
+    // Where the statement may be run again: it only reads.
+    function onlyReads(sql) {
+        return /^[\s(]*(select|show|values|table|explain|describe|with)\b/i.test(sql) &&
+            !/\b(insert|update|delete|merge|replace|into|nextval)\b/i.test(sql);
+    }
+
+    // A node for reading: a replica where there is one, and the primary otherwise.
+    Cluster.prototype.reader = function (plan, callback) {
+        var cluster = this, order = [], i;
+        for (i = 0; i < this.nodes.length; i++) {
+            this.turn = (option(this, "turn", -1) + 1) % this.nodes.length;
+            order.push(this.nodes[this.turn]);
+        }
+        this.turn = (this.turn + 1) % this.nodes.length;
+        (function next() {
+            var node = order.shift();
+            if (!node) {
+                cluster.primary(leftOf(plan), callback);
+            } else if (node === cluster.current && cluster.settings.engine !== "galera" ||
+                    now() - node.failedAt < cluster.silenceMs) {
+                next();
+            } else {
+                cluster.ask(node, function (error, state) {
+                    if (error) {
+                        node.failedAt = now();
+                        if (node !== cluster.current) {
+                            dropNode(node, error);
+                        }
+                        next();
+                    } else if (state === "replica" || cluster.settings.engine === "galera") {
+                        callback(null, node);
+                    } else {
+                        next();
+                    }
+                });
+            }
+        })();
+    };
+
+    Cluster.prototype.query = function (sql, values, callback, options) {
+        if (typeof values === "function") {
+            options = callback;
+            callback = values;
+            values = null;
+        }
+        callback = callback || nothing;
+        if (this.closing) {
+            soon(callback, makeError("closed", "the cluster is closed", "", sql));
+            return;
+        }
+        var cluster = this, plan = makePlan(null, null, options || this.settings);
+        this.users++;
+
+        function end(error, result) {
+            cluster.leave();
+            callback(error, result);
+        }
+
+        (function again() {
+            function run(nobody, node) {
+                if (nobody) {
+                    end(nobody);
+                    return;
+                }
+                var pool = cluster.poolOf(node), over = false;
+                var timer = later(Math.max(1, leftOf(plan)), function () {
+                    over = true;
+                    end(makeError("timeout", "no answer within " + plan.deadlineMs + " ms", "", sql));
+                });
+                if (node === cluster.current) {
+                    cluster.watchOver(node);
+                }
+                pool.query(sql, values, function (error, result) {
+                    forget(timer);
+                    if (over) {
+                        return;
+                    }
+                    if (isGone(error)) {
+                        cluster.lose(node, error);
+                    }
+                    plan.attempts++;
+                    if (!error) {
+                        cluster.counts.reads++;
+                        end(null, result);
+                    } else if (!(isGone(error) || error.kind === "conflict") || !onlyReads(sql) ||
+                            !backOff(plan, again)) {
+                        end(error);
+                    }
+                });
+            }
+            if (option(options, "replica", false)) {
+                cluster.reader(plan, run);
+            } else {
+                cluster.primary(leftOf(plan), run);
+            }
+        })();
+    };
+
+    Cluster.prototype.close = function (done) {
+        this.closing = done || nothing;
+        this.endWhenDone();
+    };
+
+    Cluster.prototype.endWhenDone = function () {
+        if (!this.closing || this.users > 0 || this.ended) {
+            return;
+        }
+        this.ended = true;
+        this.current = null;
+        for (var i = 0; i < this.nodes.length; i++) {
+            dropNode(this.nodes[i], makeError("closed", "the cluster is closed"));
+        }
+        soon(this.closing, null);
+    };
+
+    function publicCluster(settings) {
+        var cluster = new Cluster(settings), names = [], i;
+        for (i = 0; i < cluster.nodes.length; i++) {
+            names.push(cluster.nodes[i].name);
+        }
+        return {
+            nodes: names,
+            engine: engineOf(cluster.kind),
+            node: function () {
+                return cluster.current ? cluster.current.name : "";
+            },
+            open: function (callback) {
+                cluster.users++;
+                cluster.primary(option(settings, "deadlineMs", 30000), function (error, node) {
+                    cluster.leave();
+                    (callback || nothing)(error, node && node.name);
+                });
+            },
+            query: function (sql, values, callback, options) {
+                cluster.query(sql, values, callback, options);
+            },
+            transaction: function (work, done, options) {
+                cluster.transaction(work, done, options);
+            },
+            committed: function (id, callback) {
+                cluster.query("SELECT id FROM " + cluster.marks + " WHERE id = ?", [id],
+                    function (error, result) {
+                        callback(error, error ? undefined : result.rows > 0);
+                    });
+            },
+            cleanMarks: function (olderThanMs, done) {
+                var seconds = Math.ceil(Math.max(0, olderThanMs) / 1000);
+                cluster.query("DELETE FROM " + cluster.marks + " WHERE made < " +
+                    cluster.kind.interval(seconds), null, function (error, result) {
+                        (done || nothing)(error, error ? undefined : result.numRowsAffected);
+                    });
+            },
+            stats: function () {
+                var stats = { node: this.node(), users: cluster.users };
+                for (var name in cluster.counts) {
+                    stats[name] = cluster.counts[name];
+                }
+                return stats;
+            },
+            close: function (done) {
+                cluster.close(done);
+            }
+        };
+    }
+
+    // --- What scripts see ---
+
+    return {
+        timers: function (set, clear) {
+            handed.setTimeout = set;
+            handed.clearTimeout = clear;
+        },
+        rows: rows,
+        each: each,
+        one: one,
+        filled: function (db, sql, values) {
+            return filled(engineOf(db), sql, values);
+        },
+        pool: publicPool,
+        transaction: transaction,
+        insertRows: insertRows,
+        pages: pages,
+        cluster: publicCluster
+    };
+})(this);

@@ -1,0 +1,62 @@
+/// @file
+/// The script library in an engine with the plugin, as a host that has timers gives it to scripts.
+#pragma once
+
+#include "database_script.h"
+
+// By its path: host/engine has a script_host.h, too.
+#include "../../host/engine/timers.h"
+
+#include <QString>
+
+#include <memory>
+#include <vector>
+
+/// One engine with the plugin, timers and the library. In the test's thread.
+///
+/// Script globals besides those of DatabaseScript: `vext`; `done(value)`, which ends what outcome()
+/// waits for; `told(error)`, an error as "kind code", "none" without one; `open(parameters)`, a
+/// connection object that is open; `must(db, sql)`, a statement that has to succeed here and now.
+class LibraryScript : public DatabaseScript
+{
+public:
+    enum class Host { WithTimers, WithoutTimers };
+    explicit LibraryScript(Host host = Host::WithTimers);
+    ~LibraryScript();
+
+    /// Runs code and waits until it calls done(). @return the value as JSON, a text that tells so
+    /// when the call did not come in time
+    QString outcome(const QString &code, int ms = 60000, const char *file = __builtin_FILE(),
+                    int line = __builtin_LINE());
+    /// Waits for done() after code that was run before.
+    QString awaitOutcome(int ms = 60000);
+
+private:
+    std::unique_ptr<Timers> m_timers;
+};
+
+/// An object literal with the connection's parameters.
+QString literalOf(const ConnectionParameters &parameters);
+
+/// The database systems that the library is tested on, as far as this machine has them. In the
+/// test's thread.
+class LibraryDatabases
+{
+public:
+    LibraryDatabases();
+    ~LibraryDatabases();
+
+    /// Starts those that are there.
+    bool start(QString *error);
+    /// A data row for each, with the columns "parameters" (an object literal) and "skip" (why not).
+    void addRows() const;
+    /// The started one of this name, null when it is not there.
+    TestDatabase *find(const QString &name) const;
+
+private:
+    struct Entry {
+        std::unique_ptr<TestDatabase> database;
+        QString reason;
+    };
+    std::vector<Entry> m_entries;
+};

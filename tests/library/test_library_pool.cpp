@@ -1,0 +1,250 @@
+/// @file
+/// Pools of the script library.
+
+#include "library_script.h"
+
+#include "postgres_server.h"
+
+#include <QtTest>
+
+class TestLibraryPool : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    void connectionsAreMadeOnDemand();
+    void waitersAreServedInTheirOrder();
+    void waitingEndsWithATimeOut();
+    void closeLetsWorkEnd();
+    void closedPoolRefuses();
+    void failedStatementLeavesTheConnection();
+    void lostConnectionIsReplaced();
+    void idleConnectionIsLookedAt();
+    void preparationIsRunOnEachConnection();
+    void serverThatIsDownFailsEverybody();
+    void callbackIsNotCalledBeforeQueryReturns();
+
+private:
+    LibraryDatabases m_databases;
+    QString m_postgres; ///< parameters, empty where it is missing
+};
+
+#define NEEDS_POSTGRES()                                                                           \
+    do {                                                                                           \
+        if (m_postgres.isEmpty())                                                                  \
+            QSKIP("the PostgreSQL server is not installed");                                       \
+    } while (false)
+
+void TestLibraryPool::initTestCase()
+{
+    QString error;
+    QVERIFY2(m_databases.start(&error), qPrintable(error));
+    if (TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL")))
+        m_postgres = literalOf(postgres->parameters());
+}
+
+void TestLibraryPool::connectionsAreMadeOnDemand()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", size: 3});
+        var seen = [pool.stats().opened], left = 7;
+        pool.query("SELECT 1", function () {
+            pool.query("SELECT 1", function () {
+                seen.push(pool.stats().opened);
+                for (var i = 0; i < left; i++) {
+                    pool.query("SELECT ? AS n", [i], answer);
+                }
+                seen.push(pool.stats().opened, pool.stats().waiting);
+            });
+        });
+        function answer(error) {
+            if (--left === 0) {
+                var stats = pool.stats();
+                seen.push(stats.opened, stats.idle, stats.queries, stats.mostWaiting);
+                pool.close(function () { done(seen); });
+            }
+        }
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[0,1,3,4,3,3,9,4]"));
+}
+
+void TestLibraryPool::waitersAreServedInTheirOrder()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", size: 1});
+        var order = [];
+        for (var i = 0; i < 20; i++) {
+            pool.query("SELECT ? AS n", [i], function (error, result) { order.push(result.n[0]); });
+        }
+        pool.close(function () { done(order); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19]"));
+}
+
+void TestLibraryPool::waitingEndsWithATimeOut()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", size: 1, waitMs: 50});
+        var release, outcomes = [];
+        vext.transaction(pool, function (tx, finish) { release = finish; }, function (error) {
+            outcomes.push(told(error), pool.stats().timedOut);
+            pool.query("SELECT 1", function (later) {
+                outcomes.push(told(later));
+                pool.close(function () { done(outcomes); });
+            });
+        });
+        pool.query("SELECT 1", function (error) {
+            outcomes.push(told(error));
+            release();
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"timeout\",\"none\",1,\"none\"]"));
+}
+
+void TestLibraryPool::closeLetsWorkEnd()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", size: 2});
+        var ended = 0, told = [];
+        for (var i = 0; i < 6; i++) {
+            pool.query("WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM c WHERE n < 50000) " +
+                "SELECT count(*) AS n FROM c", function (error) { told.push(error); });
+        }
+        pool.close(function () { ended++; });
+        pool.close(function () { done([told, ended, pool.stats().open]); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[[null,null,null,null,null,null],1,0]"));
+    QVERIFY(script.waitFor(QStringLiteral("counters().length === 0")));
+}
+
+void TestLibraryPool::closedPoolRefuses()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:"});
+        pool.close();
+        pool.query("SELECT 1", function (error) { done(told(error)); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("\"closed\""));
+}
+
+void TestLibraryPool::failedStatementLeavesTheConnection()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool(%1);
+        pool.query("SELECT nix", function (error) {
+            var stats = pool.stats();
+            pool.close(function () { done([told(error), error.sql, stats.open, stats.failed, stats.lost]); });
+        });
+    )js")
+                                               .arg(m_postgres));
+    QCOMPARE(outcome, QStringLiteral("[\"statement 42703\",\"SELECT nix\",1,1,0]"));
+}
+
+void TestLibraryPool::lostConnectionIsReplaced()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var settings = %1;
+        settings.size = 1;
+        var pool = vext.pool(settings);
+        pool.query("SELECT pg_terminate_backend(pg_backend_pid())", function (error) {
+            pool.query("SELECT 5 AS n", function (later, result) {
+                var stats = pool.stats();
+                pool.close(function () { done([error.kind, told(later), result.N, stats.opened, stats.lost]); });
+            });
+        });
+    )js")
+                                               .arg(m_postgres));
+    QCOMPARE(outcome, QStringLiteral("[\"lost\",\"none\",[5],2,1]"));
+}
+
+void TestLibraryPool::idleConnectionIsLookedAt()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var settings = %1;
+        settings.pingAfterMs = -1; // before each use
+        var pool = vext.pool(settings), outside = open(%1);
+        pool.query("SELECT pg_backend_pid() AS pid", function (error, result) {
+            must(outside, "SELECT pg_terminate_backend(" + result.PID[0] + ", 5000)");
+            outside.close();
+            pool.query("SELECT 5 AS n", function (later, again) {
+                var stats = pool.stats();
+                pool.close(function () { done([told(later), again && again.N, stats.opened, stats.lost]); });
+            });
+        });
+    )js")
+                                               .arg(m_postgres));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",[5],2,1]"));
+}
+
+void TestLibraryPool::preparationIsRunOnEachConnection()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var settings = %1;
+        settings.init = ["SET application_name = 'prepared'", "SET statement_timeout = 4711"];
+        var pool = vext.pool(settings), seen = [];
+        function look() {
+            pool.query("SELECT current_setting('statement_timeout') AS t", function (error, result) {
+                seen.push(result.T[0]);
+                if (seen.length === 2) {
+                    pool.close(function () { done(seen); });
+                }
+            });
+        }
+        look();
+        look();
+    )js")
+                                               .arg(m_postgres));
+    QCOMPARE(outcome, QStringLiteral("[\"4711ms\",\"4711ms\"]"));
+}
+
+void TestLibraryPool::serverThatIsDownFailsEverybody()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var settings = %1;
+        settings.port = 1;
+        var pool = vext.pool(settings), kinds = [];
+        for (var i = 0; i < 3; i++) {
+            pool.query("SELECT 1", function (error) {
+                kinds.push(error.kind);
+                if (kinds.length === 3) {
+                    pool.close(function () { done([kinds, pool.stats().failed]); });
+                }
+            });
+        }
+    )js")
+                                               .arg(m_postgres));
+    QCOMPARE(outcome, QStringLiteral("[[\"lost\",\"lost\",\"lost\"],3]"));
+}
+
+void TestLibraryPool::callbackIsNotCalledBeforeQueryReturns()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QNONE"}), returned = 0, early = [];
+        pool.query("SELECT 1", function (error) { early.push(returned === 0); });
+        pool.close();
+        pool.query("SELECT 1", function (error) { early.push(returned === 0); done(early); });
+        returned = 1;
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[false,false]"));
+}
+
+QTEST_GUILESS_MAIN(TestLibraryPool)
+#include "test_library_pool.moc"

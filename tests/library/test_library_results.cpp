@@ -1,0 +1,258 @@
+/// @file
+/// The script library: its global, rows as objects, values written into statements.
+
+#include "library_script.h"
+
+#include <QtTest>
+
+class TestLibraryResults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    void definesOneGlobal();
+    void missingTimersAreNamed();
+    void timersAreTakenFromTheHost();
+
+    void rowsAreObjects();
+    void eachEndsWhenItIsTold();
+    void oneIsTheFirstRowOrNull();
+    void whatIsNoResultIsATypeError();
+
+    void questionMarksArePlaceholdersWhereTheServerReadsNone_data();
+    void questionMarksArePlaceholdersWhereTheServerReadsNone();
+    void wrongNumberOfValuesIsAnError();
+    void valueThatCannotBeWrittenIsAnError_data();
+    void valueThatCannotBeWrittenIsAnError();
+    void valuesComeBackAsTheyWere_data();
+    void valuesComeBackAsTheyWere();
+
+private:
+    LibraryDatabases m_databases;
+};
+
+void TestLibraryResults::initTestCase()
+{
+    QString error;
+    QVERIFY2(m_databases.start(&error), qPrintable(error));
+}
+
+void TestLibraryResults::definesOneGlobal()
+{
+    LibraryScript script;
+    script.eval(QStringLiteral("var library = vext, before = {}, added = [];"
+                               "delete this.vext; for (var n in this) before[n] = true;"));
+    QFile file(QStringLiteral(VEXT_SOURCE_DIR "/library/vext.js"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    script.eval(QString::fromUtf8(file.readAll()));
+    QCOMPARE(script.text(QStringLiteral("(function (scope) { for (var n in scope) if (!before[n]) "
+                                        "added.push(n); return added.sort().join(); })(this)")),
+             QStringLiteral("string:vext"));
+}
+
+void TestLibraryResults::missingTimersAreNamed()
+{
+    LibraryScript script(LibraryScript::Host::WithoutTimers);
+    for (const char *call :
+         {"vext.pool({driverName: 'QSQLITE'})", "vext.transaction({}, done, done)",
+          "vext.cluster({engine: 'postgresql', nodes: [{}]})"}) {
+        const QString text = script.host().evalThrows(QString::fromUtf8(call));
+        QVERIFY2(text.contains(QStringLiteral("no setTimeout")) &&
+                     text.contains(QStringLiteral("vext.timers(")),
+                 qPrintable(text));
+    }
+}
+
+void TestLibraryResults::timersAreTakenFromTheHost()
+{
+    LibraryScript script(LibraryScript::Host::WithoutTimers);
+    Timers timers;
+    timers.install(script.host().engine());
+    script.eval(QStringLiteral(
+        "var handed = 0, set = setTimeout, clear = clearTimeout; delete this.setTimeout;"
+        "delete this.clearTimeout;"
+        "vext.timers(function (f, ms) { handed++; return set(f, ms); }, clear);"));
+    const QString outcome = script.outcome(QStringLiteral(
+        "var pool = vext.pool({driverName: 'QSQLITE', databaseName: ':memory:'});"
+        "pool.query('SELECT 1 AS n', function (error, result) {"
+        "    pool.close(function () { done([told(error), result.n, handed > 0]); }); });"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",[1],true]"));
+    timers.clear();
+}
+
+void TestLibraryResults::rowsAreObjects()
+{
+    LibraryScript script;
+    script.eval(QStringLiteral("var db = open({driverName: 'QSQLITE', databaseName: ':memory:'});"
+                               "var result = must(db, \"SELECT 1 AS Id, NULL AS note, 'a' AS rows "
+                               "UNION ALL SELECT 2, 'x', 'b'\");"));
+    QCOMPARE(script.text(QStringLiteral("JSON.stringify(vext.rows(result))")),
+             QStringLiteral("string:[{\"Id\":1,\"note\":null,\"rows\":\"a\"},"
+                            "{\"Id\":2,\"note\":\"x\",\"rows\":\"b\"}]"));
+    QCOMPARE(script.text(QStringLiteral("vext.rows(result, true)[1].id")),
+             QStringLiteral("number:2"));
+    QCOMPARE(script.text(QStringLiteral("vext.rows(must(db, 'SELECT 1 AS a WHERE 0')).length")),
+             QStringLiteral("number:0"));
+}
+
+void TestLibraryResults::eachEndsWhenItIsTold()
+{
+    LibraryScript script;
+    script.eval(
+        QStringLiteral("var result = {fields_names: ['N'], fields_index: [[5, 6, 7]], rows: 3},"
+                       "seen = [];"));
+    QCOMPARE(script.text(QStringLiteral("vext.each(result, function (row, at) {"
+                                        "    seen.push(row.N + ':' + at); return at < 1; })")),
+             QStringLiteral("number:2"));
+    QCOMPARE(script.text(QStringLiteral("seen.join()")), QStringLiteral("string:5:0,6:1"));
+    QCOMPARE(script.text(QStringLiteral("vext.each(result, function () {})")),
+             QStringLiteral("number:3"));
+}
+
+void TestLibraryResults::oneIsTheFirstRowOrNull()
+{
+    LibraryScript script;
+    QCOMPARE(script.text(QStringLiteral(
+                 "vext.one({fields_names: ['N'], fields_index: [[5, 6]], rows: 2}, true).n")),
+             QStringLiteral("number:5"));
+    QCOMPARE(
+        script.text(QStringLiteral("vext.one({fields_names: ['N'], fields_index: [[]], rows: 0})")),
+        QStringLiteral("null"));
+}
+
+void TestLibraryResults::whatIsNoResultIsATypeError()
+{
+    LibraryScript script;
+    for (const char *value : {"false", "undefined", "{}", "7"}) {
+        const QString text =
+            script.host().evalThrows(QStringLiteral("vext.rows(%1)").arg(QString::fromUtf8(value)));
+        QVERIFY2(text.startsWith(QStringLiteral("TypeError: vext: no result object")),
+                 qPrintable(text));
+    }
+}
+
+void TestLibraryResults::questionMarksArePlaceholdersWhereTheServerReadsNone_data()
+{
+    QTest::addColumn<QString>("driver");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("filled"); // with the values 7 and 'a'
+    const auto row = [](const char *name, const char *driver, const char *text,
+                        const char *filled) {
+        QTest::newRow(name) << QString::fromUtf8(driver) << QString::fromUtf8(text)
+                            << QString::fromUtf8(filled);
+    };
+    row("plain", "QSQLITE", "SELECT ?, ?", "SELECT 7, 'a'");
+    row("at the ends", "QSQLITE", "?+?", "7+'a'");
+    row("in a string", "QSQLITE", "'?''?' ? ?", "'?''?' 7 'a'");
+    row("backslash ends a string", "QSQLITE", "'\\' ? ?", "'\\' 7 'a'");
+    row("in a quoted name", "QSQLITE", "\"?\" [?] `?` ? ?", "\"?\" [?] `?` 7 'a'");
+    row("in a line comment", "QSQLITE", "? -- ?\n?", "7 -- ?\n'a'");
+    row("in a comment", "QSQLITE", "? /* ? /* */ ?", "7 /* ? /* */ 'a'");
+    row("open comment", "QSQLITE", "? ? /* ?", "7 'a' /* ?");
+    row("nested comment", "QPSQL", "? /* /* ? */ ? */ ?", "7 /* /* ? */ ? */ 'a'");
+    row("dollar quotes", "QPSQL", "? $$ ? $$ $q$ ? $$ $q$ ?", "7 $$ ? $$ $q$ ? $$ $q$ 'a'");
+    row("dollar inside a name", "QPSQL", "a$b ? c$d ?", "a$b 7 c$d 'a'");
+    row("numbered parameter is no quote", "QPSQL", "$1 ? $1 ?", "$1 7 $1 'a'");
+    row("escape string", "QPSQL", "E'\\'?' ? e'\\\\' ?", "E'\\'?' 7 e'\\\\' 'a'");
+    row("plain string with a backslash", "QPSQL", "'\\' ? ?", "'\\' 7 'a'");
+    row("array and cast", "QPSQL", "a[?]::int, ?", "a[7]::int, 'a'");
+    row("name that ends with e", "QPSQL", "SELECT type'\\' ? ?", "SELECT type'\\' 7 'a'");
+    row("hash comment", "QMYSQL", "? # ?\n?", "7 # ?\n'a'");
+    row("escaped quote", "QMYSQL", "'\\'?' ? \"\\\"?\" ?", "'\\'?' 7 \"\\\"?\" 'a'");
+    row("backtick", "QMYSQL", "`?``?` ? ?", "`?``?` 7 'a'");
+}
+
+void TestLibraryResults::questionMarksArePlaceholdersWhereTheServerReadsNone()
+{
+    QFETCH(QString, driver);
+    QFETCH(QString, text);
+    QFETCH(QString, filled);
+    LibraryScript script;
+    QScriptEngine *engine = script.host().engine();
+    engine->globalObject().setProperty(QStringLiteral("sql"), text);
+    QCOMPARE(
+        script.eval(QStringLiteral("vext.filled({driverName: '%1'}, sql, [7, 'a'])").arg(driver))
+            .toString(),
+        filled);
+}
+
+void TestLibraryResults::wrongNumberOfValuesIsAnError()
+{
+    LibraryScript script;
+    const QString text = script.host().evalThrows(
+        QStringLiteral("vext.filled({driverName: 'QSQLITE'}, 'SELECT ?, ?', [1])"));
+    QVERIFY2(text.contains(QStringLiteral("2 placeholders and 1 values")), qPrintable(text));
+}
+
+void TestLibraryResults::valueThatCannotBeWrittenIsAnError_data()
+{
+    QTest::addColumn<QString>("driver");
+    QTest::addColumn<QString>("value");
+    QTest::newRow("function") << "QSQLITE"
+                              << "function () {}";
+    QTest::newRow("object") << "QPSQL"
+                            << "{a: 1}";
+    QTest::newRow("array") << "QMYSQL"
+                           << "[1]";
+    QTest::newRow("NaN") << "QSQLITE"
+                         << "NaN";
+    QTest::newRow("infinity") << "QMYSQL"
+                              << "-Infinity";
+    QTest::newRow("NUL character") << "QPSQL"
+                                   << "'a\\u0000b'";
+    QTest::newRow("half a character") << "QMYSQL"
+                                      << "'\\ud800'";
+}
+
+void TestLibraryResults::valueThatCannotBeWrittenIsAnError()
+{
+    QFETCH(QString, driver);
+    QFETCH(QString, value);
+    LibraryScript script;
+    const QString text = script.host().evalThrows(
+        QStringLiteral("vext.filled({driverName: '%1'}, 'SELECT ?', [%2])").arg(driver, value));
+    QVERIFY2(text.startsWith(QStringLiteral("TypeError: vext:")) ||
+                 text.startsWith(QStringLiteral("URIError")),
+             qPrintable(text));
+}
+
+void TestLibraryResults::valuesComeBackAsTheyWere_data()
+{
+    m_databases.addRows();
+}
+
+void TestLibraryResults::valuesComeBackAsTheyWere()
+{
+    QFETCH(QString, parameters);
+    QFETCH(QString, skip);
+    if (!skip.isEmpty())
+        QSKIP(qPrintable(skip));
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool(%1);
+        var texts = ["", "it's", "'); DROP TABLE kept; --", "back\\slash", "\\'", "\\", "?", "$1 :a",
+            "quote \" and `", "line\nbreak\ttab\rreturn", "\u0416\u0443\u043a \u65e5\u672c", "%", "--", "/*"];
+        var numbers = [0, -1, 0.5, -1.25e-7, 9007199254740991, -9007199254740991, 1e300];
+        var wrong = [], left = texts.length + numbers.length;
+        function check(value, pattern) {
+            pool.query("SELECT " + pattern + " AS v", [value], function (error, result) {
+                if (error || Number(result.fields_index[0][0]) !== value && result.fields_index[0][0] !== value) {
+                    wrong.push([value, told(error), error ? error.message : result.fields_index[0][0]]);
+                }
+                if (--left === 0) {
+                    pool.close(function () { done(wrong); });
+                }
+            });
+        }
+        var engine = pool.engine, text = engine === "mysql" ? "?" : "CAST(? AS TEXT)";
+        texts.forEach(function (value) { check(value, text); });
+        numbers.forEach(function (value) { check(value, engine === "postgresql" ? "?::float8" : "? + 0"); });
+    )js")
+                                               .arg(parameters));
+    QCOMPARE(outcome, QStringLiteral("[]"));
+}
+
+QTEST_GUILESS_MAIN(TestLibraryResults)
+#include "test_library_results.moc"

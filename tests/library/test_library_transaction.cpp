@@ -1,0 +1,437 @@
+/// @file
+/// Transactions of the script library on one database.
+
+#include "library_script.h"
+
+#include "tcp_relay.h"
+
+#include <QtTest>
+
+class TestLibraryTransaction : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    void workIsCommitted_data();
+    void workIsCommitted();
+    void errorOfFinishRollsBack_data();
+    void errorOfFinishRollsBack();
+    void failedStatementEndsTheTransaction_data();
+    void failedStatementEndsTheTransaction();
+    void exceptionRollsBack_data();
+    void exceptionRollsBack();
+    void transactionsOfOneConnectionTakeTurns_data();
+    void transactionsOfOneConnectionTakeTurns();
+    void callbacksLeftOverAreTold();
+    void endingStatementsAreRefused();
+    void deadlineEndsWorkThatNeverFinishes();
+    void deadlineEndsAStatementThatHangs();
+
+    void deadlockIsTriedAgain_data();
+    void deadlockIsTriedAgain();
+    void serializationFailureIsTriedAgain();
+    void lockedDatabaseIsTriedAgain();
+    void retriesEndAtTheDeadline();
+
+    void connectionLostDuringWorkIsReplacedByThePool();
+    void connectionLostDuringTheCommitIsUnknown();
+
+private:
+    bool fetch(QString *parameters) const;
+
+    LibraryDatabases m_databases;
+};
+
+/// Parameters of the data row's system in `parameters`, or a skip.
+#define FETCH_PARAMETERS()                                                                         \
+    QFETCH(QString, parameters);                                                                   \
+    QFETCH(QString, skip);                                                                         \
+    if (!skip.isEmpty())                                                                           \
+    QSKIP(qPrintable(skip))
+
+#define NEEDS(system, parameters)                                                                  \
+    TestDatabase *database = m_databases.find(QStringLiteral(system));                             \
+    if (!database)                                                                                 \
+        QSKIP("not installed: " system);                                                           \
+    const QString parameters = literalOf(database->parameters())
+
+namespace
+{
+
+/// `db`, open, with an empty table "t".
+const char Prepared[] = R"js(
+    var settings = %1, db = open(settings);
+    must(db, "DROP TABLE IF EXISTS t");
+    must(db, "CREATE TABLE t (id INTEGER PRIMARY KEY, n INTEGER)");
+    function ids() {
+        return vext.rows(must(db, "SELECT id FROM t ORDER BY id"), true).map(function (row) { return row.id; });
+    }
+)js";
+
+QString prepared(const QString &parameters, const char *code)
+{
+    return QString::fromUtf8(Prepared).arg(parameters) + QString::fromUtf8(code);
+}
+
+} // namespace
+
+void TestLibraryTransaction::initTestCase()
+{
+    QString error;
+    QVERIFY2(m_databases.start(&error), qPrintable(error));
+}
+
+void TestLibraryTransaction::workIsCommitted_data()
+{
+    m_databases.addRows();
+}
+
+void TestLibraryTransaction::workIsCommitted()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        vext.transaction(db, function (tx, finish) {
+            tx.query("INSERT INTO t VALUES (?, ?)", [1, 10]);
+            tx.query("INSERT INTO t VALUES (?, ?)", [2, 20], function (error, result) {
+                tx.query("SELECT sum(n) AS s FROM t", function (failed, sums) {
+                    finish(null, vext.one(sums, true).s);
+                });
+            });
+        }, function (error, value, info) {
+            done([told(error), Number(value), ids(), info.attempts, info.repeated]);
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",30,[1,2],1,false]"));
+}
+
+void TestLibraryTransaction::errorOfFinishRollsBack_data()
+{
+    m_databases.addRows();
+}
+
+void TestLibraryTransaction::errorOfFinishRollsBack()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        vext.transaction(db, function (tx, finish) {
+            tx.query("INSERT INTO t VALUES (1, 10)", function () { finish("enough", 5); });
+        }, function (error, value, info) {
+            done([error, value === undefined, ids(), info.attempts]);
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"enough\",true,[],1]"));
+}
+
+void TestLibraryTransaction::failedStatementEndsTheTransaction_data()
+{
+    m_databases.addRows();
+}
+
+void TestLibraryTransaction::failedStatementEndsTheTransaction()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        var heard = [];
+        vext.transaction(db, function (tx, finish) {
+            tx.query("INSERT INTO t VALUES (1, 10)");
+            tx.query("INSERT INTO t VALUES (1, 11)", function (error) {
+                heard.push(error.kind);
+                finish(null); // too late
+            });
+            tx.query("INSERT INTO t VALUES (2, 20)", function (error) { heard.push(error.message); });
+            finish(null, 1);
+        }, function (error, value, info) {
+            done([error.kind, heard, ids(), info.attempts]);
+        });
+    )js"));
+    QCOMPARE(outcome,
+             QStringLiteral(
+                 "[\"duplicate\",[\"duplicate\",\"not run: the transaction has failed\"],[],1]"));
+}
+
+void TestLibraryTransaction::exceptionRollsBack_data()
+{
+    m_databases.addRows();
+}
+
+void TestLibraryTransaction::exceptionRollsBack()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        vext.transaction(db, function (tx, finish) {
+            tx.query("INSERT INTO t VALUES (1, 10)", function () { throw new Error("inside"); });
+        }, function (error) {
+            vext.transaction(db, function (tx, finish) { throw "at once"; }, function (other) {
+                done([error.message, other, ids()]);
+            });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"inside\",\"at once\",[]]"));
+}
+
+void TestLibraryTransaction::transactionsOfOneConnectionTakeTurns_data()
+{
+    m_databases.addRows();
+}
+
+void TestLibraryTransaction::transactionsOfOneConnectionTakeTurns()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        var order = [], left = 3;
+        function add(id, fails) {
+            vext.transaction(db, function (tx, finish) {
+                order.push("begin " + id);
+                tx.query("INSERT INTO t VALUES (?, 0)", [id], function () {
+                    setTimeout(function () { finish(fails ? "no" : null); }, 5);
+                });
+            }, function () {
+                order.push("end " + id);
+                if (--left === 0) {
+                    done([order, ids()]);
+                }
+            });
+        }
+        add(1);
+        add(2, true);
+        add(3);
+    )js"));
+    QCOMPARE(outcome,
+             QStringLiteral(
+                 "[[\"begin 1\",\"end 1\",\"begin 2\",\"end 2\",\"begin 3\",\"end 3\"],[1,3]]"));
+}
+
+void TestLibraryTransaction::callbacksLeftOverAreTold()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var db = open({driverName: "QSQLITE", databaseName: ":memory:"}), kept;
+        vext.transaction(db, function (tx, finish) { kept = tx; finish(null, 1); }, function () {
+            var returned = false;
+            kept.query("SELECT 1", function (error) { done([error.message, returned]); });
+            returned = true;
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"not run: the transaction has ended\",true]"));
+}
+
+void TestLibraryTransaction::endingStatementsAreRefused()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var db = open({driverName: "QSQLITE", databaseName: ":memory:"});
+        var texts = ["commit", " ROLLBACK TO a", "Begin", "start  transaction", "end", "\nabort;"], heard = [];
+        (function next() {
+            if (texts.length === 0) {
+                done(heard);
+                return;
+            }
+            var text = texts.shift();
+            vext.transaction(db, function (tx, finish) { tx.query(text); finish(); }, function (error) {
+                heard.push(/begins and ends it itself/.test(error && error.message));
+                next();
+            });
+        })();
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[true,true,true,true,true,true]"));
+}
+
+void TestLibraryTransaction::deadlineEndsWorkThatNeverFinishes()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var db = open({driverName: "QSQLITE", databaseName: ":memory:"});
+        vext.transaction(db, function () {}, function (error) { done(told(error)); }, {deadlineMs: 50});
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("\"timeout\""));
+}
+
+void TestLibraryTransaction::deadlineEndsAStatementThatHangs()
+{
+    NEEDS("PostgreSQL", parameters);
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool(%1), began = Date.now();
+        vext.transaction(pool, function (tx, finish) {
+            tx.query("SELECT pg_sleep(8)", finish);
+        }, function (error) {
+            var early = Date.now() - began < 7000;
+            pool.query("SELECT 1", function (later) {
+                pool.close(function () { done([told(error), early, told(later)]); });
+            });
+        }, {deadlineMs: 100});
+    )js")
+                                               .arg(parameters));
+    QCOMPARE(outcome, QStringLiteral("[\"timeout\",true,\"none\"]"));
+}
+
+void TestLibraryTransaction::deadlockIsTriedAgain_data()
+{
+    m_databases.addRows();
+}
+
+/// Two transactions change two rows in opposite order, and wait for one another in between.
+void TestLibraryTransaction::deadlockIsTriedAgain()
+{
+    FETCH_PARAMETERS();
+    if (parameters.contains(QLatin1String("QSQLITE")))
+        QSKIP("SQLite's transactions have one lock, taken at the beginning");
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        must(db, "INSERT INTO t VALUES (1, 0), (2, 0)");
+        settings.size = 2;
+        var pool = vext.pool(settings), waiting = [], attempts = 0, left = 2, errors = [];
+        function change(first, second) {
+            vext.transaction(pool, function (tx, finish) {
+                tx.query("UPDATE t SET n = n + 1 WHERE id = ?", [first], function () {
+                    function go() {
+                        // What is queued behind the deadlock must not be run in autocommit.
+                        tx.query("UPDATE t SET n = n + 1 WHERE id = ?", [second]);
+                        tx.query("UPDATE t SET n = n + 100 WHERE id = ?", [second]);
+                        finish();
+                    }
+                    if (tx.attempt > 1) {
+                        go();
+                        return;
+                    }
+                    waiting.push(go);
+                    if (waiting.length === 2) {
+                        waiting.forEach(function (start) { start(); });
+                    }
+                });
+            }, function (error, value, info) {
+                errors.push(told(error));
+                attempts += info.attempts;
+                if (--left === 0) {
+                    pool.close(function () {
+                        done([errors, attempts, vext.rows(must(db, "SELECT n FROM t ORDER BY id"), true)]);
+                    });
+                }
+            });
+        }
+        change(1, 2);
+        change(2, 1);
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[[\"none\",\"none\"],3,[{\"n\":102},{\"n\":102}]]"));
+}
+
+void TestLibraryTransaction::serializationFailureIsTriedAgain()
+{
+    NEEDS("PostgreSQL", parameters);
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        must(db, "INSERT INTO t VALUES (1, 5)");
+        var seen = [];
+        vext.transaction(vext.pool(settings), function (tx, finish) {
+            tx.query("SELECT n FROM t", function (error, result) {
+                seen.push(result.N[0]);
+                if (tx.attempt === 1) {
+                    must(db, "UPDATE t SET n = 6");
+                }
+                tx.query("UPDATE t SET n = ?", [result.N[0] * 10], finish);
+            });
+        }, function (error, value, info) {
+            done([told(error), seen, info.attempts, must(db, "SELECT n FROM t").N]);
+        }, {isolation: "REPEATABLE READ"});
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",[5,6],2,[60]]"));
+}
+
+void TestLibraryTransaction::lockedDatabaseIsTriedAgain()
+{
+    NEEDS("SQLite file", parameters);
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        settings.connectOptions = "QSQLITE_BUSY_TIMEOUT=1";
+        must(db, "BEGIN IMMEDIATE");
+        setTimeout(function () { must(db, "COMMIT"); }, 100);
+        var pool = vext.pool(settings);
+        vext.transaction(pool, function (tx, finish) {
+            tx.query("INSERT INTO t VALUES (1, 1)", finish);
+        }, function (error, value, info) {
+            pool.close(function () { done([told(error), info.attempts > 1, ids()]); });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",true,[1]]"));
+}
+
+void TestLibraryTransaction::retriesEndAtTheDeadline()
+{
+    NEEDS("SQLite file", parameters);
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        settings.connectOptions = "QSQLITE_BUSY_TIMEOUT=1";
+        must(db, "BEGIN IMMEDIATE");
+        var pool = vext.pool(settings);
+        vext.transaction(pool, function (tx, finish) { finish(); }, function (error, value, info) {
+            must(db, "COMMIT");
+            pool.close(function () { done([error.kind, info.attempts > 1]); });
+        }, {deadlineMs: 500, backoffMaxMs: 50});
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"conflict\",true]"));
+}
+
+void TestLibraryTransaction::connectionLostDuringWorkIsReplacedByThePool()
+{
+    NEEDS("PostgreSQL", parameters);
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        var pool = vext.pool(settings);
+        vext.transaction(pool, function (tx, finish) {
+            tx.query("INSERT INTO t VALUES (1, 1)");
+            if (tx.attempt === 1) {
+                tx.query("SELECT pg_terminate_backend(pg_backend_pid())");
+            }
+            tx.query("INSERT INTO t VALUES (2, 1)", finish);
+        }, function (error, value, info) {
+            pool.close(function () { done([told(error), info.attempts, ids()]); });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",2,[1,2]]"));
+}
+
+/// The relay keeps the commit's answer back and then cuts the line.
+void TestLibraryTransaction::connectionLostDuringTheCommitIsUnknown()
+{
+    TestDatabase *database = m_databases.find(QStringLiteral("PostgreSQL"));
+    if (!database)
+        QSKIP("not installed: PostgreSQL");
+    TcpRelay relay;
+    QVERIFY(relay.start(quint16(database->parameters().port)));
+    ConnectionParameters through = database->parameters();
+    through.port = relay.port();
+    LibraryScript script;
+    script.eval(prepared(literalOf(database->parameters()), R"js(
+        must(db, "CREATE OR REPLACE FUNCTION pause() RETURNS trigger LANGUAGE plpgsql AS " +
+            "'BEGIN PERFORM pg_sleep(1); RETURN NULL; END'");
+        must(db, "CREATE CONSTRAINT TRIGGER slow AFTER INSERT ON t DEFERRABLE INITIALLY DEFERRED " +
+            "FOR EACH ROW EXECUTE FUNCTION pause()");
+        var committing = false;
+    )js"));
+    script.eval(QString::fromUtf8(R"js(
+        ended = null;
+        var pool = vext.pool(%1);
+        vext.transaction(pool, function (tx, finish) {
+            tx.query("INSERT INTO t VALUES (1, 1)", function (error) {
+                finish(error);
+                committing = true;
+            });
+        }, function (error, value, info) {
+            pool.close(function () { done([error.kind, info.attempts]); });
+        });
+    )js")
+                    .arg(literalOf(through)));
+    QVERIFY(script.waitFor(QStringLiteral("committing")));
+    relay.cut();
+    QCOMPARE(script.awaitOutcome(), QStringLiteral("[\"unknown\",1]"));
+}
+
+QTEST_GUILESS_MAIN(TestLibraryTransaction)
+#include "test_library_transaction.moc"
