@@ -1,5 +1,21 @@
 #include "bound_statement.h"
 
+#include <cmath>
+#include <limits>
+
+QVariant withExactNumber(const QVariant &value)
+{
+    constexpr double LargestExact = 9007199254740991.0;
+    if (value.userType() != QMetaType::Double)
+        return value;
+    const double number = value.toDouble();
+    if (!(std::abs(number) <= LargestExact) || std::trunc(number) != number)
+        return value;
+    if (std::abs(number) <= std::numeric_limits<int>::max())
+        return int(number);
+    return qlonglong(number);
+}
+
 bool DriverStatement::prepare()
 {
     const QString text = plan().withMarks();

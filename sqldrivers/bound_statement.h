@@ -52,6 +52,10 @@ private:
     StockResult m_result;
 };
 
+/// An integer for what a script calls 5 or 9007199254740991, which is a double there: databases do
+/// not take a double for a number of rows or of days. Everything else stays.
+QVariant withExactNumber(const QVariant &value);
+
 /// Prepared by the stock driver with "?" for every value.
 class DriverStatement : public BoundStatement
 {

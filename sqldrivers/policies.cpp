@@ -1,6 +1,7 @@
 #include "policy.h"
 
 #include "policy_firebird.h"
+#include "policy_mariadb.h"
 #include "policy_odbc.h"
 #include "policy_plain.h"
 #include "policy_sqlite.h"
@@ -40,6 +41,8 @@ std::unique_ptr<Policy> makePolicy(const QString &key, QSqlDriver *stock)
         return std::make_unique<SqlitePolicy>(stock);
     if (dialect == SqlDialect::Firebird)
         return std::make_unique<FirebirdPolicy>(stock);
+    if (dialect == SqlDialect::MariaDb)
+        return std::make_unique<MariaDbPolicy>(stock);
     if (dialect == SqlDialect::Odbc)
         return std::make_unique<OdbcPolicy>(stock);
     return std::make_unique<PlainPolicy>(stock, dialect);

@@ -7,7 +7,6 @@
 #include <QSqlField>
 #include <QThread>
 
-#include <cmath>
 #include <utility>
 
 namespace
@@ -80,18 +79,6 @@ QString stateOf(const QSqlError &error)
     return QString();
 }
 
-/// The client's own number for what a script gives as 5 or 9007199254740991.0: the stock driver
-/// would round the double up.
-QVariant exactNumber(const QVariant &value)
-{
-    constexpr double LargestExact = 9007199254740991.0;
-    if (value.userType() != QMetaType::Double)
-        return value;
-    const double number = value.toDouble();
-    const bool isInteger = std::abs(number) <= LargestExact && std::trunc(number) == number;
-    return isInteger ? QVariant(qlonglong(number)) : value;
-}
-
 /// Whether a statement answers with neither columns nor values.
 bool returnsNothing(const StatementPlan &plan)
 {
@@ -126,7 +113,7 @@ public:
             return false;
         QVector<BoundValue> exact = values;
         for (BoundValue &bound : exact)
-            bound.value = exactNumber(bound.value);
+            bound.value = withExactNumber(bound.value);
         return DriverStatement::execute(exact);
     }
 

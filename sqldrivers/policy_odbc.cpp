@@ -124,6 +124,19 @@ QString sqliteLiteral(const BoundValue &bound, QString *refusal)
     }
 }
 
+class NumberStatement : public DriverStatement
+{
+public:
+    using DriverStatement::DriverStatement;
+    bool execute(const QVector<BoundValue> &values) override
+    {
+        QVector<BoundValue> exact = values;
+        for (BoundValue &bound : exact)
+            bound.value = withExactNumber(bound.value);
+        return DriverStatement::execute(exact);
+    }
+};
+
 /// The values are written into the text: the stock driver logs a warning for each failure of a
 /// prepared statement, also where a lock is tried again and again.
 class OdbcSqliteStatement : public LiteralStatement
@@ -243,7 +256,7 @@ std::unique_ptr<BoundStatement> OdbcPolicy::makeStatement(StatementPlan plan)
 {
     if (m_dialect == SqlDialect::OdbcSqlite)
         return std::make_unique<OdbcSqliteStatement>(std::move(plan), this);
-    return std::make_unique<DriverStatement>(std::move(plan), stock()->createResult());
+    return std::make_unique<NumberStatement>(std::move(plan), stock()->createResult());
 }
 
 void OdbcPolicy::beginPlain(const QString &text)

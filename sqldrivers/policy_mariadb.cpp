@@ -1,0 +1,309 @@
+#include "policy_mariadb.h"
+
+#include "deadline_watch.h"
+#include "leading_word.h"
+#include "mariadb_literal.h"
+
+#include <QCoreApplication>
+#include <QMutexLocker>
+#include <QSet>
+#include <QSqlField>
+
+#include <chrono>
+#include <thread>
+
+namespace
+{
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("MariaDbPolicy", text);
+}
+
+// Of the client library's header: types of numbers that are not exact.
+constexpr int FieldFloat = 4;
+constexpr int FieldDouble = 5;
+
+/// A server that has not taken a request by then is as good as dead.
+constexpr int DeadServerMs = 2000;
+/// The request that came before the statement had reached the server is repeated.
+constexpr int RepeatMs = 250;
+constexpr int LookMs = 2;
+
+/// The numbers by which server and client say that the connection is over.
+bool isLossNumber(unsigned int number)
+{
+    static const QSet<unsigned int> numbers{1053, 1077, 1079, 1080, 1152, 1153, 1154, 1155,
+                                            1156, 1157, 1158, 1159, 1160, 1161, 1184, 1927,
+                                            2002, 2003, 2006, 2013, 2055, 4031};
+    return numbers.contains(number);
+}
+
+/// The numbers with which rows that are still being sent may break off.
+bool breaksOff(unsigned int number)
+{
+    constexpr unsigned int Interrupted = 1317;
+    constexpr unsigned int TookTooLong = 1969;
+    return number == Interrupted || number == TookTooLong || isLossNumber(number);
+}
+
+/// What the stock driver can prepare and read the rows of.
+bool isPreparable(const QString &verb)
+{
+    static const QStringList verbs{QStringLiteral("SELECT"),  QStringLiteral("INSERT"),
+                                   QStringLiteral("UPDATE"),  QStringLiteral("DELETE"),
+                                   QStringLiteral("REPLACE"), QStringLiteral("WITH"),
+                                   QStringLiteral("VALUES"),  QStringLiteral("DO")};
+    return verbs.contains(verb);
+}
+
+/// What changes nothing that a prepared statement depends on: database, modes, character sets.
+bool leavesSessionAlone(const QString &verb)
+{
+    static const QStringList verbs{
+        QStringLiteral("BEGIN"),  QStringLiteral("START"),     QStringLiteral("COMMIT"),
+        QStringLiteral("SHOW"),   QStringLiteral("SAVEPOINT"), QStringLiteral("ROLLBACK"),
+        QStringLiteral("LOCK"),   QStringLiteral("RELEASE"),   QStringLiteral("EXPLAIN"),
+        QStringLiteral("UNLOCK"), QStringLiteral("DESCRIBE")};
+    return isPreparable(verb) || verbs.contains(verb);
+}
+
+QString optionOf(const QString &options, const char *name)
+{
+    const QStringList parts = options.split(QLatin1Char(';'));
+    for (const QString &part : parts) {
+        if (part.section(QLatin1Char('='), 0, 0).trimmed() == QLatin1String(name))
+            return part.section(QLatin1Char('='), 1).trimmed();
+    }
+    return QString();
+}
+
+/// As the stock driver makes it of the parameters.
+MariaDbAddress addressOf(const OpenParameters &parameters)
+{
+    const auto option = [&](const char *name) {
+        return optionOf(parameters.options, name).toLocal8Bit();
+    };
+    MariaDbAddress address;
+    address.host = parameters.host.toLocal8Bit();
+    address.user = parameters.user.toLocal8Bit();
+    address.password = parameters.password.toLocal8Bit();
+    address.socket = option("UNIX_SOCKET");
+    address.key = option("SSL_KEY");
+    address.certificate = option("SSL_CERT");
+    address.authority = option("SSL_CA");
+    address.authorityPath = option("SSL_CAPATH");
+    address.cipher = option("SSL_CIPHER");
+    address.port = parameters.port > 0 ? unsigned(parameters.port) : 0;
+    address.encrypts = parameters.options.contains(QLatin1String("CLIENT_SSL")) ||
+                       parameters.options.contains(QLatin1String("SSL_"));
+    return address;
+}
+
+class MariaDbStatement : public DriverStatement
+{
+public:
+    using DriverStatement::DriverStatement;
+    bool execute(const QVector<BoundValue> &values) override
+    {
+        QVector<BoundValue> bindable = values;
+        for (BoundValue &bound : bindable)
+            bound.value = MariaDbLiteral::bindable(bound.value);
+        return DriverStatement::execute(bindable);
+    }
+};
+
+} // namespace
+
+/// A request to cancel, repeated until its statement is over.
+struct MariaDbPolicy::Request {
+    MariaDbClient client;
+    MariaDbAddress address;
+    QByteArray text;
+    std::shared_ptr<SocketWatch> socket;
+    std::atomic<bool> isOver{false};
+
+    void repeat();
+    bool ask(st_mysql *&connection);
+};
+
+/// @return whether the server has taken the request
+bool MariaDbPolicy::Request::ask(st_mysql *&connection)
+{
+    if (!connection)
+        connection = client.open(address);
+    // Opening takes its time, and the statement may be over by now.
+    return connection && !isOver && client.run(connection, text);
+}
+
+/// In a thread of its own. The statement may wait for a server that is dead without a time-out:
+/// when the server does not take the request either, the line is cut.
+void MariaDbPolicy::Request::repeat()
+{
+    DeadlineWatch &watch = DeadlineWatch::instance();
+    DeadlineWatch::Id deadline = watch.add(DeadServerMs, [line = socket] { line->cut(); });
+    st_mysql *connection = nullptr;
+    while (!isOver) {
+        if (ask(connection)) {
+            watch.remove(deadline);
+            deadline = 0;
+        }
+        for (int ms = 0; ms < RepeatMs && !isOver; ms += LookMs)
+            std::this_thread::sleep_for(std::chrono::milliseconds(LookMs));
+    }
+    if (deadline)
+        watch.remove(deadline);
+    if (connection)
+        client.close(connection);
+}
+
+// --- Opening and closing ---
+
+QString MariaDbPolicy::stockOptions(const QString &options, const LayerOptions &layer) const
+{
+    if (layer.connectTimeoutMs <= 0 || options.contains(QLatin1String("MYSQL_OPT_CONNECT_TIMEOUT")))
+        return options;
+    const QString timeout =
+        QStringLiteral("MYSQL_OPT_CONNECT_TIMEOUT=%1").arg((layer.connectTimeoutMs + 999) / 1000);
+    return options.isEmpty() ? timeout : timeout + QLatin1Char(';') + options;
+}
+
+void MariaDbPolicy::opened(const OpenParameters &parameters)
+{
+    m_address = addressOf(parameters);
+}
+
+bool MariaDbPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &,
+                           QSqlError *error)
+{
+    m_connection = nativeHandle<st_mysql *>();
+    if (!m_connection || !m_client.resolve()) {
+        m_connection = nullptr;
+        *error = QSqlError(tr("MariaDB's client library was not found"), QString(),
+                           QSqlError::ConnectionError);
+        return false;
+    }
+    m_socket = std::make_shared<SocketWatch>(m_client.socket(m_connection));
+    m_killText = "KILL QUERY " + QByteArray::number(qulonglong(m_client.session(m_connection)));
+    // The stock driver's own choice holds three bytes a character and refuses an emoji.
+    m_client.setCharacterSet(m_connection, "utf8mb4");
+    m_hasServerTimeout =
+        layer.statementTimeoutMs > 0 &&
+        m_client.run(m_connection, "SET SESSION max_statement_time = " +
+                                       QByteArray::number(layer.statementTimeoutMs / 1000.0));
+    return true;
+}
+
+void MariaDbPolicy::detach()
+{
+    m_connection = nullptr;
+    m_socket.reset();
+    m_address = MariaDbAddress();
+    m_hasServerTimeout = false;
+}
+
+// --- Statements ---
+
+std::unique_ptr<BoundStatement> MariaDbPolicy::makeStatement(StatementPlan plan)
+{
+    QSqlResult *result = stock()->createResult();
+    if (isPreparable(plan.verb()))
+        return std::make_unique<MariaDbStatement>(std::move(plan), result);
+    return std::make_unique<LiteralStatement>(std::move(plan), result, MariaDbLiteral::of);
+}
+
+/// Columns that have changed since a statement was prepared are not noticed in every case, so only
+/// statements without any are kept.
+bool MariaDbPolicy::mayKeep(const StatementPlan &plan) const
+{
+    return plan.returnsNoColumns() && isPreparable(plan.verb());
+}
+
+bool MariaDbPolicy::endsKept(const QString &text) const
+{
+    return !leavesSessionAlone(leadingWord(text));
+}
+
+bool MariaDbPolicy::isStale(const QSqlError &error) const
+{
+    static const QStringList numbers{QStringLiteral("1243"), QStringLiteral("1615"),
+                                     QStringLiteral("2057")};
+    return numbers.contains(error.nativeErrorCode());
+}
+
+// --- Errors and loss ---
+
+/// QMYSQL (5.15) takes rows that break off for the end of all rows.
+QSqlError MariaDbPolicy::errorOf(StockResult &rows, Step step)
+{
+    const QSqlError error = rows.lastError();
+    if (error.isValid() || step != Step::Fetch || !m_connection)
+        return error;
+    const unsigned int number = m_client.errorNumber(m_connection);
+    if (!breaksOff(number))
+        return error;
+    return QSqlError(tr("the rows broke off"), m_client.errorText(m_connection),
+                     QSqlError::StatementError, QString::number(number));
+}
+
+QSqlError MariaDbPolicy::classified(const QSqlError &error, Step step)
+{
+    const unsigned int number = error.nativeErrorCode().toUInt();
+    QSqlError::ErrorType type = QSqlError::StatementError;
+    if (step == Step::Open || isLossNumber(number) || (m_socket && m_socket->isCut()))
+        type = QSqlError::ConnectionError;
+    else if (step == Step::Transaction)
+        type = QSqlError::TransactionError;
+    QString text = error.databaseText();
+    // The connection keeps the state of its last error, which may be another one.
+    if (m_connection && m_client.errorNumber(m_connection) == number && number != 0)
+        text += QStringLiteral(" (%1)").arg(m_client.state(m_connection));
+    return QSqlError(error.driverText(), text, type, error.nativeErrorCode());
+}
+
+bool MariaDbPolicy::isLost() const
+{
+    // The loss of a transaction is for its next statement to tell.
+    return m_socket && m_socket->isCut() && !m_client.isInTransaction(m_connection);
+}
+
+// --- Values ---
+
+QVector<ColumnRule> MariaDbPolicy::columnRules(const QSqlRecord &columns, const LayerOptions &layer)
+{
+    QVector<ColumnRule> rules = Policy::columnRules(columns, layer);
+    for (int i = 0; i < rules.size(); ++i) {
+        const int type = columns.field(i).typeID();
+        if (type == FieldFloat || type == FieldDouble)
+            rules[i].kind = ColumnRule::Real;
+    }
+    return rules;
+}
+
+// --- Cancelling ---
+
+void MariaDbPolicy::interrupt(CancelGate::Phase, bool)
+{
+    QMutexLocker locker(&m_mutex);
+    if (m_request)
+        return; // it repeats itself
+    m_request = std::make_shared<Request>();
+    m_request->client = m_client;
+    m_request->address = m_address;
+    m_request->text = m_killText;
+    m_request->socket = m_socket;
+    m_requests.start([request = m_request] { request->repeat(); });
+}
+
+bool MariaDbPolicy::settle()
+{
+    std::shared_ptr<Request> request;
+    {
+        QMutexLocker locker(&m_mutex);
+        request.swap(m_request);
+    }
+    if (!request)
+        return true;
+    request->isOver = true;
+    return m_requests.settle();
+}

@@ -1,0 +1,57 @@
+/// @file
+/// What MariaDB and MySQL do differently.
+#pragma once
+
+#include "detached_cancel.h"
+#include "mariadb_client.h"
+#include "policy.h"
+#include "socket_watch.h"
+
+#include <QMutex>
+
+#include <memory>
+
+/// Cancels with KILL QUERY over a second connection; a server that does not answer has its line
+/// cut. Sees a lost line at the socket. What the server cannot prepare goes with literals.
+class MariaDbPolicy : public Policy
+{
+public:
+    using Policy::Policy;
+
+    SqlDialect dialect() const override { return SqlDialect::MariaDb; }
+
+    QString stockOptions(const QString &options, const LayerOptions &layer) const override;
+    void opened(const OpenParameters &parameters) override;
+    bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
+                QSqlError *error) override;
+    void detach() override;
+    bool canCancel() const override { return m_connection != nullptr; }
+    bool hasServerTimeout() const override { return m_hasServerTimeout; }
+
+    std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;
+    bool mayKeep(const StatementPlan &plan) const override;
+    bool endsKept(const QString &text) const override;
+    bool isStale(const QSqlError &error) const override;
+
+    QSqlError errorOf(StockResult &rows, Step step) override;
+    QSqlError classified(const QSqlError &error, Step step) override;
+    bool isLost() const override;
+
+    QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
+
+    void interrupt(CancelGate::Phase phase, bool alone) override;
+    bool settle() override;
+
+private:
+    struct Request;
+
+    MariaDbClient m_client;
+    st_mysql *m_connection = nullptr; ///< the stock driver's
+    MariaDbAddress m_address;
+    QByteArray m_killText;
+    std::shared_ptr<SocketWatch> m_socket; ///< shared with the deadline of a request
+    QMutex m_mutex;
+    std::shared_ptr<Request> m_request; ///< m_mutex; of the statement that runs
+    DetachedCancel m_requests;
+    bool m_hasServerTimeout = false;
+};
