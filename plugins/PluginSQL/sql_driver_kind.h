@@ -21,6 +21,14 @@ enum Kind : int {
     Mimer = 11
 };
 
+/// What a statement and its result need to know of the connection on which it runs. It travels with
+/// them: the parameters of the connection object may be another driver's by then.
+struct ConnectionKind {
+    int driverType = Unknown; ///< kind of Qt driver
+    int dbmsType = Unknown;   ///< database system behind it
+    bool isKnown = false;
+};
+
 /// Kind of the driver of this name, compared without regard to case; 0 for an unknown one.
 int driverType(const QString &driverName);
 

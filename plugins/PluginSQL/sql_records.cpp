@@ -27,6 +27,13 @@ void structThrSql::releaseQuery()
     sqlQuery = nullptr;
 }
 
+QSqlError structThrSql::lastError() const
+{
+    if (ownError.isValid() || !sqlQuery)
+        return ownError;
+    return sqlQuery->lastError();
+}
+
 void structThrSql::reset()
 {
     // Values without an engine: they need none, and an engine that is gone does not matter.
@@ -47,5 +54,8 @@ void structThrSql::reset()
     current = 0;
     rowsAffected = 0;
     type = taskSql;
+    kind = SqlDriverKind::ConnectionKind();
+    ownError = QSqlError();
+    ownText.clear();
     timer.start();
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "column_values.h"
+#include "sql_driver_kind.h"
 
 #include <QElapsedTimer>
 #include <QList>
@@ -82,6 +83,12 @@ struct structThrSql {
     int current = 0;     ///< index of the statement being executed or converted
     int rowsAffected = 0;
     taskSqlType type = taskSql;
+    SqlDriverKind::ConnectionKind kind; ///< of the connection that runs it
+    QSqlError ownError;                 ///< of the worker; stands in place of the query's
+    QString ownText;                    ///< statement that was not sent because of it
+
+    /// What the last execution ended with.
+    QSqlError lastError() const;
 
 private:
     void reset();

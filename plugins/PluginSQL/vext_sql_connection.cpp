@@ -2,11 +2,11 @@
 
 #include "debug_line.h"
 #include "sql_driver_kind.h"
+#include "sql_secrets.h"
 #include "vext_sql.h"
 #include "vext_sql_module.h"
 
 #include <QDateTime>
-#include <QRegularExpression>
 #include <QTextCodec>
 
 namespace
@@ -48,17 +48,6 @@ QString firstFreeName(int number, MakeName makeName, IsFree isFree)
         if (isFree(name))
             return name;
     }
-}
-
-/// Connect options and ODBC connection strings may carry a password; no message shows it.
-QString withoutPassword(const QString &text)
-{
-    // Quoted values may hold the separator, and their own quote escaped.
-    static const QRegularExpression secret(
-        QStringLiteral(R"((password|passwd|pwd)(\s*=\s*))"
-                       R"((?:'(?:\\.|''|[^'\\])*'|"(?:""|[^"])*"|\{(?:\}\}|[^}])*\}|[^;])*)"),
-        QRegularExpression::CaseInsensitiveOption);
-    return QString(text).replace(secret, QStringLiteral("\\1\\2****"));
 }
 
 } // namespace
@@ -143,13 +132,15 @@ void VEXT_sqlThr::watchShownNames()
 
 // --- Parameters ---
 
-void VEXT_sqlThr::setParamToDb(QSqlDatabase &database)
+SqlDriverKind::ConnectionKind VEXT_sqlThr::setParamToDb(QSqlDatabase &database)
 {
     QMutexLocker locker(&m_mutexParams);
     const int driverType = SqlDriverKind::driverType(driverName);
     const int reported = database.driver() ? int(database.driver()->dbmsType()) : 0;
-    m_driverType.storeRelease(driverType);
-    m_dbmsType.storeRelease(SqlDriverKind::dbmsType(driverType, reported));
+    const SqlDriverKind::ConnectionKind kind{driverType,
+                                             SqlDriverKind::dbmsType(driverType, reported), true};
+    m_driverType.storeRelease(kind.driverType);
+    m_dbmsType.storeRelease(kind.dbmsType);
     if (!connectOptions.isEmpty())
         database.setConnectOptions(connectOptions);
     database.setHostName(hostName);
@@ -158,6 +149,7 @@ void VEXT_sqlThr::setParamToDb(QSqlDatabase &database)
     database.setDatabaseName(databaseName);
     database.setUserName(userName);
     database.setPassword(password);
+    return kind;
 }
 
 bool VEXT_sqlThr::setPostgresAppName(QSqlDatabase &database, const QString &suffix)
@@ -197,22 +189,34 @@ bool VEXT_sqlThr::open()
     // A thread that was told to stop and has not yet must not be told otherwise.
     if (!isRunning())
         m_thrStop.storeRelease(0);
-    if (!connectionName.isEmpty() && claimMainName(connectionName))
-        setName(connectionName);
-    else
-        setName(firstFreeName(
-            m_conNumber,
-            [this](const QString &number) {
-                return QStringLiteral("con_%1_sql_%2").arg(driverName, number);
-            },
-            &VEXT_sqlThr::claimMainName));
-    return openMain();
+    return openMain(claimNameToOpen());
 }
 
-bool VEXT_sqlThr::openMain()
+/// Takes the name under which the main connection is registered: the object's own one, or another
+/// that the object takes over.
+QString VEXT_sqlThr::claimNameToOpen()
 {
-    db = QSqlDatabase::addDatabase(driverName, connectionName);
-    setParamToDb(db);
+    const bool own = !connectionName.isEmpty() && claimMainName(connectionName);
+    const QString name =
+        own ? connectionName
+            : firstFreeName(
+                  m_conNumber,
+                  [this](const QString &number) {
+                      return QStringLiteral("con_%1_sql_%2").arg(driverName, number);
+                  },
+                  &VEXT_sqlThr::claimMainName);
+    // Only this object's last connection has the name, until the notification that closed it has
+    // been delivered: the object keeps its name, and the next open registers it again.
+    if (own || !m_closingNames.contains(connectionName))
+        setName(name);
+    return name;
+}
+
+bool VEXT_sqlThr::openMain(const QString &name)
+{
+    db = QSqlDatabase::addDatabase(driverName, name);
+    m_mainKind = setParamToDb(db);
+    m_tablesError = QSqlError();
     if (!db.open()) {
         setLastError(db.lastError());
         if (traceLog)
@@ -223,7 +227,7 @@ bool VEXT_sqlThr::openMain()
     connectDriver();
     if (!db.isOpen())
         return false;
-    if (m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql)
+    if (m_mainKind.dbmsType == SqlDriverKind::PostgreSql)
         setPostgresAppName(db, QString());
     m_shownOpen = true;
     ++cnt_opened;
@@ -240,7 +244,8 @@ void VEXT_sqlThr::refuseOpenTwice()
                             .arg(db.hostName(), db.databaseName(), QString::number(db.port()))
                       : QStringLiteral("%1:%2").arg(db.hostName(), db.databaseName());
     sendMessage(__LINE__, "open",
-                tr("перед открытием БД, закройте соединение с '%1'").arg(withoutPassword(target)),
+                tr("перед открытием БД, закройте соединение с '%1'")
+                    .arg(SqlSecrets::maskedConnection(target)),
                 0);
 }
 
@@ -255,11 +260,11 @@ void VEXT_sqlThr::reportOpenFailure()
     const QString portText = db.port() > 0 ? QStringLiteral(":%1").arg(db.port()) : QString();
     parameter("driverName    = '%1'", db.driverName());
     parameter("hostName      = '%1'", db.hostName() + portText);
-    parameter("databaseName  = '%1'", withoutPassword(db.databaseName()));
+    parameter("databaseName  = '%1'", SqlSecrets::maskedConnection(db.databaseName()));
     parameter("userName      = '%1'", db.userName());
     parameter("password      = '%1'", QStringLiteral("****"));
     if (!db.connectOptions().isEmpty())
-        parameter("connectOptions= '%1'", withoutPassword(db.connectOptions()));
+        parameter("connectOptions= '%1'", SqlSecrets::maskedConnection(db.connectOptions()));
     if (!connectionName.isEmpty())
         parameter("connectionName= '%1'", connectionName);
 }
@@ -277,6 +282,12 @@ void VEXT_sqlThr::dropMain(Dropped state)
     db = QSqlDatabase();
     m_shownOpen = false;
     m_pendingRemovals.clear(); // the driver that was to forget them goes
+    m_unsureEvents.clear();
+    if (state == Dropped::Lost)
+        m_mainWatch.sessionLost();
+    else if (state == Dropped::Open)
+        m_mainWatch.sessionClosed();
+    m_closingNames.append(name);
     // A driver must not lose its connection while it is delivering a notification.
     afterNotification([this, name, state] { closeRegistered(name, state); });
 }
@@ -291,6 +302,7 @@ void VEXT_sqlThr::closeRegistered(const QString &name, Dropped state)
         closing.close();
     }
     QSqlDatabase::removeDatabase(name);
+    m_closingNames.removeOne(name);
     QMutexLocker locker(&s_mutexWorkers);
     s_mainNames.removeOne(name);
 }
@@ -366,8 +378,9 @@ void VEXT_sqlThr::reportNotOpen(const char *function, int line)
 
 QString VEXT_sqlThr::notOpenText() const
 {
-    const QString target = QStringLiteral("%1:%2:%3")
-                               .arg(withoutPassword(databaseName), QString::number(port), hostName);
+    const QString target =
+        QStringLiteral("%1:%2:%3")
+            .arg(SqlSecrets::maskedConnection(databaseName), QString::number(port), hostName);
     return tr("не открыто соединение с '%1'").arg(target);
 }
 

@@ -1,6 +1,7 @@
 #include "vext_sql_thread.h"
 
 #include "debug_line.h"
+#include "sql_driver_kind.h"
 #include "vext_sql_module.h"
 #include "vext_static_enums.h"
 
@@ -99,19 +100,19 @@ bool VEXT_sqlThr::add_event(const QString &name)
     // Removed by the handler that adds it again: the driver still has it.
     if (m_pendingRemovals.removeOne(name))
         return true;
-    return subscribe(db.driver(), name);
+    const bool done = subscribe(db.driver(), name);
+    if (m_mainWatch.isOpen() && m_mainKind.dbmsType == SqlDriverKind::PostgreSql)
+        m_unsureEvents.append(name);
+    return done;
 }
 
 bool VEXT_sqlThr::rem_event(const QString &name)
 {
     if (db.isOpen() && isSupportEvent()) {
-        const QPointer<QSqlDriver> driver(db.driver());
+        m_unsureEvents.removeOne(name);
         if (!m_pendingRemovals.contains(name))
             m_pendingRemovals.append(name);
-        afterNotification([this, driver, name] {
-            if (m_pendingRemovals.removeOne(name) && driver && driver->isOpen())
-                driver->unsubscribeFromNotification(name);
-        });
+        retryRemovals();
     }
     const int index = m_listEvents.indexOf(name);
     if (index < 0)
@@ -123,9 +124,64 @@ bool VEXT_sqlThr::rem_event(const QString &name)
     return true;
 }
 
+/// Makes the driver forget what the script has removed. PostgreSQL refuses in a transaction that
+/// has failed; then the names wait for its end, and their events are dropped.
+void VEXT_sqlThr::retryRemovals()
+{
+    if (m_pendingRemovals.isEmpty())
+        return;
+    afterNotification([this] {
+        const QStringList names = db.isOpen() ? m_pendingRemovals : QStringList();
+        for (const QString &name : names) {
+            db.driver()->unsubscribeFromNotification(name);
+            if (!db.driver()->subscribedToNotifications().contains(name))
+                m_pendingRemovals.removeOne(name);
+        }
+    });
+}
+
+/// A rollback takes back what was subscribed in the transaction, and the driver does not notice.
+void VEXT_sqlThr::afterMainTransaction()
+{
+    retryRemovals();
+    const QStringList names = std::exchange(m_unsureEvents, {});
+    if (!names.isEmpty())
+        afterNotification([this, names] { renewSubscriptions(names); });
+}
+
+/// Subscribes again to what the server does not send; what it sends is left alone, so that nothing
+/// is missed.
+void VEXT_sqlThr::renewSubscriptions(const QStringList &names)
+{
+    if (!db.isOpen())
+        return;
+    QStringList sent;
+    {
+        QSqlQuery query(db);
+        query.setForwardOnly(true);
+        if (!query.exec(QStringLiteral("SELECT pg_listening_channels()")))
+            return;
+        while (query.next())
+            sent << query.value(0).toString();
+    }
+    QSqlDriver *driver = db.driver();
+    for (const QString &name : names) {
+        if (sent.contains(name) || !m_listEvents.contains(name))
+            continue;
+        if (driver->subscribedToNotifications().contains(name))
+            driver->unsubscribeFromNotification(name);
+        subscribe(driver, name);
+    }
+}
+
 QStringList VEXT_sqlThr::events() const
 {
-    return db.isOpen() ? db.driver()->subscribedToNotifications() : m_listEvents;
+    if (!db.isOpen())
+        return m_listEvents;
+    QStringList names = db.driver()->subscribedToNotifications();
+    for (const QString &removed : m_pendingRemovals)
+        names.removeAll(removed);
+    return names;
 }
 
 void VEXT_sqlThr::subscribeAll()
@@ -157,6 +213,8 @@ void VEXT_sqlThr::relayNotification(const QString &name, QSqlDriver::Notificatio
                                     const QVariant &payload)
 {
     const Entry entry(this);
+    if (m_pendingRemovals.contains(name))
+        return;
     ++m_notifying;
     emit event(name, source, payload);
     --m_notifying;

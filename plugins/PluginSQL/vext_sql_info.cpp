@@ -1,5 +1,6 @@
 #include "vext_sql_thread.h"
 
+#include "sql_secrets.h"
 #include "vext_sql.h"
 #include "vext_sql_module.h"
 
@@ -48,6 +49,13 @@ QStringList subscriptionTexts(const QStringList &names, const QStringList &place
     return texts;
 }
 
+/// With the texts, which QSqlError's own comparison (5.15) leaves out.
+bool sameError(const QSqlError &one, const QSqlError &other)
+{
+    return one == other && one.databaseText() == other.databaseText() &&
+           one.driverText() == other.driverText();
+}
+
 } // namespace
 
 /// What one statistics object shows, taken under the locks before any script value is made.
@@ -76,9 +84,15 @@ bool VEXT_sqlThr::tables(int ttype)
         reportNotOpen("tables", __LINE__);
         return false;
     }
+    const QSqlError before = db.lastError();
     QStringList names = db.tables(static_cast<QSql::TableType>(ttype & 0xff));
     std::sort(names.begin(), names.end());
-    const QSqlError error = db.lastError();
+    QSqlError error = db.lastError();
+    // Qt's drivers leave the error of an earlier transaction command where it was.
+    if (sameError(error, before) && !sameError(error, m_tablesError))
+        error = QSqlError();
+    else
+        m_tablesError = error;
     setLastError(error);
     clearSqlResult();
     if (m_engine && m_owner) {
@@ -118,7 +132,7 @@ VEXT_sqlThr::Statistics VEXT_sqlThr::statistics()
         s.connectionName = own ? objectName() : m_shownName;
         s.ownerName = own && m_owner ? m_owner->objectName() : m_shownOwnerName;
         s.driver = driverName;
-        s.database = databaseName;
+        s.database = SqlSecrets::maskedConnection(databaseName);
         s.user = userName;
         s.host = port > 0 ? QStringLiteral("%1:%2").arg(hostName, QString::number(port)) : hostName;
         s.events = m_listEvents;

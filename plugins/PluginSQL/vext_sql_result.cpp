@@ -1,6 +1,7 @@
 #include "vext_sql_thread.h"
 
 #include "debug_line.h"
+#include "query_reading.h"
 #include "result_object.h"
 #include "script_guard.h"
 #include "sql_driver_kind.h"
@@ -18,29 +19,6 @@ namespace
 QString queryResultName()
 {
     return QStringLiteral("queryResult");
-}
-
-/// Whether the rows of a driver are read without being kept by it. For the drivers below nothing
-/// that a script sees depends on it. The others may choose another kind of cursor on the server;
-/// QMYSQL (5.15) ends a streamed result silently when the connection breaks, so a part of the rows
-/// would pass for all of them; QIBASE (5.15) repeats the one row of a procedure for ever.
-bool readsForwardOnly(int driverType)
-{
-    return driverType == SqlDriverKind::PostgreSql || driverType == SqlDriverKind::SQLite;
-}
-
-/// QMYSQL (5.15) reports success and no columns when the connection breaks while it takes a result
-/// over; only the affected rows are unknown then, which they are for no statement that worked.
-/// @return the error that the connection gives when it is asked again.
-QSqlError silentLoss(QSqlQuery &query)
-{
-    if (query.isSelect() || query.numRowsAffected() != -1)
-        return QSqlError();
-    QSqlQuery probe(query.driver()->createResult());
-    if (!probe.exec(QStringLiteral("DO 0")))
-        return probe.lastError();
-    return QSqlError(QStringLiteral("QMYSQL"), QStringLiteral("the result was lost"),
-                     QSqlError::StatementError);
 }
 
 /// What the script itself may have put there goes too, without running its code.
@@ -62,9 +40,17 @@ void removeProperties(QScriptValue object)
 
 // --- From query to record: executing thread ---
 
-void VEXT_sqlThr::prepareReading(QSqlQuery &query) const
+/// Of the connection that ran the task; tasks that nobody has run here are taken for its own.
+SqlDriverKind::ConnectionKind VEXT_sqlThr::kindOf(const structThrSql *task) const
 {
-    query.setForwardOnly(readsForwardOnly(m_driverType.loadAcquire()));
+    if (task->kind.isKnown)
+        return task->kind;
+    return {m_driverType.loadAcquire(), m_dbmsType.loadAcquire(), true};
+}
+
+void VEXT_sqlThr::prepareReading(const structThrSql *task) const
+{
+    task->sqlQuery->setForwardOnly(QueryReading::readsForwardOnly(kindOf(task).driverType));
 }
 
 bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
@@ -74,27 +60,20 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
     structSqlResult result;
     QSqlQuery &query = *task->sqlQuery;
     result.index = task->current;
-    result.error = query.lastError();
+    result.error = task->lastError();
     result.size = query.size();
     result.executedQuery = query.executedQuery();
-    result.lastQuery = query.lastQuery();
+    result.lastQuery = task->ownText.isEmpty() ? query.lastQuery() : task->ownText;
     const bool executed = result.error.type() == QSqlError::NoError;
     if (executed && query.driver()) {
         describeColumns(query, result);
         // A procedure without output crashes some drivers when rows are asked for.
         if (!result.fields.isEmpty())
             readRows(task, result);
-        // Drivers that stream rows report some errors, and count the affected rows, only now.
-        result.error = query.lastError();
-        if (m_driverType.loadAcquire() == SqlDriverKind::MySql && !result.error.isValid() &&
-            result.fields.isEmpty())
-            result.error = silentLoss(query);
-        if (mayReadLastInsertId(query)) {
-            result.lastInsertId = query.lastInsertId();
-            result.hasLastInsertId = true;
-        }
+        finishResult(task, result);
+    } else {
+        result.numRowsAffected = std::max(0, query.numRowsAffected());
     }
-    result.numRowsAffected = std::max(0, query.numRowsAffected());
     if (executed && result.error.type() != QSqlError::NoError) {
         task->failed = true;
         setLastError(result.error);
@@ -108,6 +87,24 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
     task->rowsAffected += result.numRowsAffected;
     task->results.append(std::move(result));
     return good;
+}
+
+/// What is known only behind the last row: affected rows, the inserted id, and the errors that
+/// drivers report while they read.
+void VEXT_sqlThr::finishResult(const structThrSql *task, structSqlResult &result) const
+{
+    QSqlQuery &query = *task->sqlQuery;
+    result.error = query.lastError();
+    if (kindOf(task).driverType == SqlDriverKind::MySql && !result.error.isValid() &&
+        result.fields.isEmpty())
+        result.error = QueryReading::silentLoss(query);
+    if (mayReadLastInsertId(task)) {
+        result.lastInsertId = query.lastInsertId();
+        result.hasLastInsertId = true;
+    }
+    result.numRowsAffected = std::max(0, query.numRowsAffected());
+    if (!result.canceled && result.error.type() == QSqlError::NoError)
+        result.error = QueryReading::errorBehind(query);
 }
 
 void VEXT_sqlThr::describeColumns(const QSqlQuery &query, structSqlResult &result)
@@ -133,7 +130,8 @@ void VEXT_sqlThr::readRows(structThrSql *task, structSqlResult &result)
     fields.reserve(size_t(columns));
     for (structSqlFieldResult &field : result.fields)
         fields.push_back(&field);
-    for (uint row = 0; query.next(); ++row) {
+    uint row = 0;
+    for (bool onRow = QueryReading::toFirstRow(query); onRow; onRow = query.next(), ++row) {
         if (task->inThread && m_thrStop.loadAcquire() == 1) {
             result.canceled = true;
             task->failed = true;
@@ -151,10 +149,10 @@ void VEXT_sqlThr::readRows(structThrSql *task, structSqlResult &result)
 }
 
 /// PostgreSQL answers with an error where a statement made no id, and would spoil the query.
-bool VEXT_sqlThr::mayReadLastInsertId(const QSqlQuery &query) const
+bool VEXT_sqlThr::mayReadLastInsertId(const structThrSql *task) const
 {
-    const QSqlDriver::DbmsType dbms = query.driver()->dbmsType();
-    if (m_driverType.loadAcquire() != SqlDriverKind::Odbc)
+    const QSqlDriver::DbmsType dbms = task->sqlQuery->driver()->dbmsType();
+    if (kindOf(task).driverType != SqlDriverKind::Odbc)
         return dbms != QSqlDriver::PostgreSQL;
     switch (dbms) {
     case QSqlDriver::MSSqlServer:
@@ -169,8 +167,8 @@ bool VEXT_sqlThr::mayReadLastInsertId(const QSqlQuery &query) const
 
 void VEXT_sqlThr::setLast(structThrSql *task)
 {
-    const QString text = task->sqlQuery->lastQuery();
-    const QSqlError error = task->sqlQuery->lastError();
+    const QString text = task->ownText.isEmpty() ? task->sqlQuery->lastQuery() : task->ownText;
+    const QSqlError error = task->lastError();
     if (error.type() != QSqlError::NoError)
         task->failed = true;
     QMutexLocker locker(&m_mutexLast);
@@ -271,7 +269,7 @@ void VEXT_sqlThr::convertEntry(structThrSql *task, structSqlResult &entry)
     context.names = &m_resultNames;
     context.push = m_arrayPush;
     context.enableNull = enableNull;
-    context.upperCaseNames = m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql;
+    context.upperCaseNames = kindOf(task).dbmsType == SqlDriverKind::PostgreSql;
     ResultObject::fill(context, target, entry);
     if (!task->inThread)
         publishResult(target);

@@ -2,10 +2,14 @@
 
 #include "debug_line.h"
 #include "script_guard.h"
+#include "sql_secrets.h"
+#include "sqlite_schema_guard.h"
+#include "statement_rules.h"
 #include "vext_sql_call.h"
 #include "vext_sql_module.h"
 
 #include <memory>
+#include <utility>
 
 /// Traces the stages of a statement that asks for it with a "--" at its end, tracing on or off.
 class VEXT_sqlThr::Stopwatch
@@ -37,6 +41,67 @@ QString VEXT_sqlThr::procedureSql(const QString &text, int count) const
     return SqlText::procedureStatement(text, count, m_dbmsType.loadAcquire());
 }
 
+/// Executes a statement through `attempt`, which may be called several times, unless it must not be
+/// sent. Executing thread. @return whether it worked; the task knows the error.
+bool VEXT_sqlThr::execute(structThrSql *task, TransactionWatch &watch, const QString &sql,
+                          const std::function<bool()> &attempt)
+{
+    task->ownText.clear();
+    task->ownError = refusal(task, watch, sql);
+    if (task->ownError.isValid()) {
+        task->ownText = sql;
+        return false;
+    }
+    auto *driver = const_cast<QSqlDriver *>(task->sqlQuery->driver());
+    return SqliteSchemaGuard::run(driver, sql, attempt, &task->ownError);
+}
+
+/// Why the statement must not be sent; no error when it may.
+QSqlError VEXT_sqlThr::refusal(const structThrSql *task, const TransactionWatch &watch,
+                               const QString &sql)
+{
+    // ODBC drivers know the system only since they are open.
+    const int dbmsType = task->kind.dbmsType != SqlDriverKind::Unknown
+                             ? task->kind.dbmsType
+                             : int(task->sqlQuery->driver()->dbmsType());
+    const auto refused = [](const QString &text) {
+        return QSqlError(QString(), text, QSqlError::StatementError);
+    };
+    switch (StatementRules::refusal(sql, dbmsType)) {
+    case StatementRules::Refusal::NulCharacter:
+        return refused(tr("текст запроса содержит символ U+0000"));
+    case StatementRules::Refusal::CopyStream:
+        return refused(tr("COPY через STDIN и STDOUT не поддерживается драйвером"));
+    case StatementRules::Refusal::None:
+        break;
+    }
+    if (watch.isLost() &&
+        StatementRules::transactionStep(sql, dbmsType) == StatementRules::TransactionStep::Commit)
+        return lostTransactionError();
+    return QSqlError();
+}
+
+QSqlError VEXT_sqlThr::lostTransactionError()
+{
+    return QSqlError(QString(), tr("транзакция потеряна вместе с соединением"),
+                     QSqlError::TransactionError);
+}
+
+/// What a statement of the engine's thread changed for the connection.
+void VEXT_sqlThr::afterStatement(const QString &sql, const QSqlError &error)
+{
+    using Step = StatementRules::TransactionStep;
+    const Step step = StatementRules::transactionStep(sql, m_mainKind.dbmsType);
+    if (error.type() == QSqlError::NoError)
+        m_mainWatch.executed(step);
+    else if (error.type() == QSqlError::TransactionError && m_mainWatch.isLost())
+        m_mainWatch.ended(); // told once
+    if (step == Step::Commit || step == Step::Rollback)
+        afterMainTransaction();
+    else if (error.type() == QSqlError::NoError)
+        retryRemovals();
+}
+
 QScriptValue VEXT_sqlThr::query(const QString &sql)
 {
     const Entry entry(this);
@@ -49,21 +114,23 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
     if (!m_owner || !db.isOpen())
         return QScriptValue(false);
     if (traceLog)
-        sendMessage(__LINE__, "query", tr("sql='%1'").arg(sql), 2);
+        sendMessage(__LINE__, "query", tr("sql='%1'").arg(SqlSecrets::maskedStatement(sql)), 2);
 
     const bool timing = SqlText::asksForTiming(sql);
     const Stopwatch stopwatch(this, timing);
     stopwatch.stage(QStringLiteral("create struct"));
     auto task = std::make_unique<structThrSql>(db);
     task->timing = timing;
+    task->kind = m_mainKind;
     stopwatch.stage(QStringLiteral("create finish"));
-    prepareReading(*task->sqlQuery);
+    prepareReading(task.get());
     stopwatch.stage(QStringLiteral("query start"));
-    task->ok = task->sqlQuery->exec(sql);
+    task->ok = execute(task.get(), m_mainWatch, sql, [&] { return task->sqlQuery->exec(sql); });
     stopwatch.stage(QStringLiteral("query finish"));
     setLast(task.get());
 
     const QSqlError error = finishReading(task.get());
+    afterStatement(sql, error);
     if (error.type() == QSqlError::NoError && task->ok) {
         ++cnt_sql_ok;
         return fetchResFin(task.release());
@@ -71,9 +138,10 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
     task.reset();
     ++cnt_sql_er;
     reportFailure("query", error);
-    const QString message =
-        traceLog ? tr("ошибка выполнения: '%1'\n%2").arg(sql.trimmed(), error.text().trimmed())
-                 : tr("ошибка выполнения: '%1'").arg(error.text().trimmed());
+    const QString reason = SqlSecrets::maskedStatement(error.text().trimmed());
+    const QString message = traceLog ? tr("ошибка выполнения: '%1'\n%2")
+                                           .arg(SqlSecrets::maskedStatement(sql.trimmed()), reason)
+                                     : tr("ошибка выполнения: '%1'").arg(reason);
     sendMessage(__LINE__, "query", message, -1);
     closeOnConnectionError(error);
     return QScriptValue(false);
@@ -91,28 +159,36 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
     QVariantList values;
     if (!argumentValues(args, values) || !m_owner || !db.isOpen())
         return QScriptValue(false);
-    const QString statement =
-        SqlText::execStatement(text, values.size(), m_driverType.loadAcquire());
+    const QString statement = SqlText::execStatement(text, values.size(), m_mainKind.driverType);
 
     auto task = std::make_unique<structThrSql>(db);
-    prepareReading(*task->sqlQuery);
-    if (!task->sqlQuery->prepare(statement)) {
+    task->kind = m_mainKind;
+    prepareReading(task.get());
+    bool prepared = true;
+    bool trace = traceLog;
+    task->ok = execute(task.get(), m_mainWatch, statement, [&] {
+        prepared = task->sqlQuery->prepare(statement);
+        if (!prepared)
+            return false;
+        bindArguments(*task->sqlQuery, values, std::exchange(trace, false));
+        return task->sqlQuery->exec();
+    });
+    if (!prepared) {
         reportUnprepared(task.get(), text);
         return QScriptValue(false);
     }
-    bindArguments(*task->sqlQuery, values);
-    task->ok = task->sqlQuery->exec();
     setLast(task.get());
 
     const QSqlError error = finishReading(task.get());
+    afterStatement(statement, error);
     // The statement counters stay as they are here, unlike in query().
     if (error.type() == QSqlError::NoError && task->ok)
         return fetchResFin(task.release());
     task.reset();
     reportFailure("exec", error);
-    QString message = tr("ошибка выполнения: '%1'").arg(error.text());
+    QString message = tr("ошибка выполнения: '%1'").arg(SqlSecrets::maskedStatement(error.text()));
     if (traceLog)
-        message += QLatin1Char('\n') + statement;
+        message += QLatin1Char('\n') + SqlSecrets::maskedStatement(statement);
     sendMessage(__LINE__, "exec", message, -1);
     closeOnConnectionError(error);
     return QScriptValue(false);
@@ -126,7 +202,7 @@ QSqlError VEXT_sqlThr::finishReading(structThrSql *task)
         detachSqlResult(task);
         return task->results.constLast().error;
     }
-    const QSqlError error = task->sqlQuery->lastError();
+    const QSqlError error = task->lastError();
     task->releaseQuery();
     return error;
 }
@@ -138,9 +214,11 @@ void VEXT_sqlThr::reportUnprepared(structThrSql *task, const QString &text)
     setLastError(error);
     if (!traceLog)
         return;
-    sendMessage(__LINE__, "exec",
-                tr("не смог подготовить процедуру '%1' к выполнению\n%2").arg(text, error.text()),
-                -1);
+    sendMessage(
+        __LINE__, "exec",
+        tr("не смог подготовить процедуру '%1' к выполнению\n%2")
+            .arg(SqlSecrets::maskedStatement(text), SqlSecrets::maskedStatement(error.text())),
+        -1);
 }
 
 void VEXT_sqlThr::reportFailure(const char *function, const QSqlError &error)
@@ -151,8 +229,10 @@ void VEXT_sqlThr::reportFailure(const char *function, const QSqlError &error)
 
 void VEXT_sqlThr::closeOnConnectionError(const QSqlError &error)
 {
-    if (error.type() == QSqlError::ConnectionError)
-        close(true);
+    if (error.type() != QSqlError::ConnectionError)
+        return;
+    m_mainWatch.sessionLost();
+    close(true);
 }
 
 /// The numbered properties of `args`, in the iterator's order.
@@ -180,9 +260,8 @@ bool VEXT_sqlThr::argumentValues(const QScriptValue &args, QVariantList &values)
     return true;
 }
 
-void VEXT_sqlThr::bindArguments(QSqlQuery &query, const QVariantList &values)
+void VEXT_sqlThr::bindArguments(QSqlQuery &query, const QVariantList &values, bool trace)
 {
-    const bool trace = traceLog;
     for (int i = 0; i < values.size(); ++i) {
         const QVariant &value = values.at(i);
         QSql::ParamType type = QSql::In;

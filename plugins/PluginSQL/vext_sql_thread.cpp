@@ -4,6 +4,7 @@
 #include "lasting_text.h"
 #include "own_meta_types.h"
 #include "sql_driver_kind.h"
+#include "sql_secrets.h"
 #include "vext_sql.h"
 #include "vext_sql_module.h"
 #include "vextplugin_base.h"
@@ -311,9 +312,28 @@ bool VEXT_sqlThr::transactionCommand(bool (QSqlDatabase::*command)(), taskSqlTyp
     if (!db.isValid() || !db.isOpen() || !db.driver() ||
         !db.driver()->hasFeature(QSqlDriver::Transactions))
         return false;
-    if (!(db.*command)())
+    const Entry entry(this);
+    const bool running = isRunning();
+    const bool done = (db.*command)();
+    if (!done)
+        setLastError(db.lastError());
+    // A thread that has ended tells nobody else that its transaction went with it.
+    const bool lost =
+        type == taskCommit && (m_mainWatch.isLost() || (!running && m_threadWatch.isLost()));
+    if (lost)
+        setLastError(lostTransactionError());
+    if (!running)
+        m_threadWatch.ended();
+    if (type == taskTransaction) {
+        if (done)
+            m_mainWatch.begun();
+    } else {
+        m_mainWatch.ended();
+        afterMainTransaction();
+    }
+    if (!done || lost)
         return false;
-    if (isRunning())
+    if (running)
         appendSqlTaskType(type);
     return true;
 }
@@ -337,7 +357,11 @@ bool VEXT_sqlThr::rollback()
 
 void VEXT_sqlThr::completeTask(structThrSql *task)
 {
-    m_completeMethod.invoke(this, Qt::QueuedConnection, Q_ARG(structThrSql *, task));
+    if (m_completeMethod.invoke(this, Qt::QueuedConnection, Q_ARG(structThrSql *, task)))
+        return;
+    // Qt has forgotten the argument's type, for example; this way needs none.
+    QMetaObject::invokeMethod(
+        this, [this, task] { completeAsyncTask(task); }, Qt::QueuedConnection);
 }
 
 void VEXT_sqlThr::failTask(structThrSql *task)
@@ -401,7 +425,7 @@ void VEXT_sqlThr::createThreadConnection(ThreadConnection &con)
         m_timerNotUse.restart();
     }
     con.db = QSqlDatabase::addDatabase(driver, con.name);
-    setParamToDb(con.db);
+    con.kind = setParamToDb(con.db);
 }
 
 VEXT_sqlThr::Wake VEXT_sqlThr::waitForTask(bool trace)
@@ -489,7 +513,7 @@ bool VEXT_sqlThr::openThreadConnection(ThreadConnection &con, structThrSql *task
         takeNoMore();
         return false;
     }
-    if (!con.appNameSet && m_dbmsType.loadAcquire() == SqlDriverKind::PostgreSql) {
+    if (!con.appNameSet && con.kind.dbmsType == SqlDriverKind::PostgreSql) {
         setPostgresAppName(con.db, QStringLiteral(" thr"));
         con.appNameSet = true;
     }
@@ -500,9 +524,10 @@ bool VEXT_sqlThr::reopenThreadConnection(ThreadConnection &con)
 {
     // What a driver keeps of a connection that it found lost is freed only by close().
     setThreadDriver(nullptr);
-    if (con.opened)
+    if (con.opened) {
         con.db.close();
-    con.transactionLost = con.transactionLost || con.inTransaction;
+        m_threadWatch.sessionLost();
+    }
     con.inTransaction = false;
     if (!con.db.open()) {
         const QSqlError error = con.db.lastError();
@@ -554,31 +579,53 @@ void VEXT_sqlThr::runCommand(ThreadConnection &con, structThrSql *task)
 {
     switch (task->type) {
     case taskTransaction:
-        if (con.inTransaction)
-            con.db.rollback();
-        task->ok = con.db.transaction();
-        con.inTransaction = task->ok;
-        con.transactionLost = false;
+        beginTransaction(con, task);
         break;
     case taskCommit:
-        task->ok = !con.inTransaction || con.db.commit();
-        endCommit(con, task);
+        commitTransaction(con, task, true);
         break;
     case taskRollback:
-        task->ok = !con.inTransaction || con.db.rollback();
-        con.transactionLost = false;
-        con.inTransaction = false;
+        rollBackTransaction(con, task, true);
         break;
     default:
         break;
     }
 }
 
-/// A commit behind a lost connection is no success: what it was to keep is gone.
-void VEXT_sqlThr::endCommit(ThreadConnection &con, structThrSql *task)
+void VEXT_sqlThr::beginTransaction(ThreadConnection &con, structThrSql *task)
 {
-    task->ok = task->ok && !con.transactionLost;
-    con.transactionLost = false;
+    if (con.inTransaction)
+        con.db.rollback();
+    task->ok = con.db.transaction();
+    con.inTransaction = task->ok;
+    m_threadWatch.ended();
+    if (task->ok)
+        m_threadWatch.begun();
+    else
+        setLastError(con.db.lastError());
+}
+
+/// A commit behind a lost session is no success: what it was to keep is gone.
+/// @param onlyOwn leaves a connection alone on which transaction() began nothing.
+void VEXT_sqlThr::commitTransaction(ThreadConnection &con, structThrSql *task, bool onlyOwn)
+{
+    task->ok = (onlyOwn && !con.inTransaction) || con.db.commit();
+    if (!task->ok)
+        setLastError(con.db.lastError());
+    if (m_threadWatch.isLost()) {
+        task->ok = false;
+        setLastError(lostTransactionError());
+    }
+    m_threadWatch.ended();
+    con.inTransaction = false;
+}
+
+void VEXT_sqlThr::rollBackTransaction(ThreadConnection &con, structThrSql *task, bool onlyOwn)
+{
+    task->ok = (onlyOwn && !con.inTransaction) || con.db.rollback();
+    if (!task->ok)
+        setLastError(con.db.lastError());
+    m_threadWatch.ended();
     con.inTransaction = false;
 }
 
@@ -594,12 +641,13 @@ void VEXT_sqlThr::runStatements(ThreadConnection &con, structThrSql *task)
             return;
         }
         if (traceLog)
-            sendMessage(__LINE__, "run", tr("sql='%1'").arg(sql), 2);
+            sendMessage(__LINE__, "run", tr("sql='%1'").arg(SqlSecrets::maskedStatement(sql)), 2);
         if (runTransactionWord(con, task, sql))
             continue;
-        const bool lost = runStatement(con, task, sql) == QSqlError::ConnectionError;
-        if (lost)
+        if (runStatement(con, task, sql) == QSqlError::ConnectionError) {
+            con.lost = true;
             m_thrStop.storeRelease(1);
+        }
         // Statements that are left over do not make a failure of those that ran.
         if (m_thrStop.loadAcquire() == 1)
             return;
@@ -610,13 +658,10 @@ bool VEXT_sqlThr::runTransactionWord(ThreadConnection &con, structThrSql *task, 
 {
     switch (SqlText::transactionWord(sql)) {
     case SqlText::TransactionWord::Commit:
-        task->ok = con.db.commit();
-        endCommit(con, task);
+        commitTransaction(con, task, false);
         return true;
     case SqlText::TransactionWord::Rollback:
-        task->ok = con.db.rollback();
-        con.transactionLost = false;
-        con.inTransaction = false;
+        rollBackTransaction(con, task, false);
         return true;
     case SqlText::TransactionWord::None:
         break;
@@ -628,9 +673,10 @@ QSqlError::ErrorType VEXT_sqlThr::runStatement(ThreadConnection &con, structThrS
                                                const QString &sql)
 {
     task->timing = task->timing || SqlText::asksForTiming(sql);
+    task->kind = con.kind;
     task->sqlQuery = new QSqlQuery(con.db);
-    prepareReading(*task->sqlQuery);
-    task->ok = executeStatement(task, sql);
+    prepareReading(task);
+    task->ok = executeStatement(con, task, sql);
     setLast(task);
     detachSqlResult(task);
 
@@ -644,6 +690,7 @@ QSqlError::ErrorType VEXT_sqlThr::runStatement(ThreadConnection &con, structThrS
         task->ok = false;
     if (task->ok) {
         ++cnt_sql_ok;
+        m_threadWatch.executed(StatementRules::transactionStep(sql, con.kind.dbmsType));
     } else {
         ++cnt_sql_er;
         task->failed = true;
@@ -651,34 +698,47 @@ QSqlError::ErrorType VEXT_sqlThr::runStatement(ThreadConnection &con, structThrS
     return error;
 }
 
-bool VEXT_sqlThr::executeStatement(structThrSql *task, const QString &sql)
+bool VEXT_sqlThr::executeStatement(ThreadConnection &con, structThrSql *task, const QString &sql)
 {
     QSqlQuery &query = *task->sqlQuery;
     if (!task->isProc)
-        return query.exec(sql);
+        return execute(task, m_threadWatch, sql, [&] { return query.exec(sql); });
     const QVariantList values = task->procArgs.value(task->current);
-    const QString procedure = procedureSql(sql, values.size());
-    if (!query.prepare(procedure)) {
+    const QString procedure = SqlText::procedureStatement(sql, values.size(), con.kind.dbmsType);
+    bool prepared = true;
+    const bool done = execute(task, m_threadWatch, procedure, [&] {
+        prepared = query.prepare(procedure);
+        if (!prepared)
+            return false;
+        for (const QVariant &value : values)
+            query.addBindValue(value, QSql::In);
+        return query.exec();
+    });
+    if (!prepared) {
         setLast(task);
         if (traceLog) {
             sendMessage(
                 __LINE__, "run",
-                tr("не смог подготовить процедуру '%1' к выполнению\n%2").arg(sql, procedure), -1);
+                tr("не смог подготовить процедуру '%1' к выполнению\n%2")
+                    .arg(SqlSecrets::maskedStatement(sql), SqlSecrets::maskedStatement(procedure)),
+                -1);
         }
-        return false;
     }
-    for (const QVariant &value : values)
-        query.addBindValue(value, QSql::In);
-    return query.exec();
+    return done;
 }
 
 void VEXT_sqlThr::leave(ThreadConnection &con)
 {
     m_thrStop.storeRelease(1);
+    // A stop that waits goes on cancelling, which is not meant for the rollback.
+    setThreadDriver(nullptr);
+    if (con.lost || (con.opened && !con.db.isOpen()))
+        m_threadWatch.sessionLost();
+    else
+        m_threadWatch.sessionClosed();
     if (con.inTransaction)
         con.db.rollback();
     setLastError(con.db.lastError());
-    setThreadDriver(nullptr);
     if (con.opened)
         con.db.close();
     con.db = QSqlDatabase();

@@ -5,6 +5,7 @@
 #include "result_object.h"
 #include "sql_records.h"
 #include "sql_text.h"
+#include "transaction_watch.h"
 
 #include <QAtomicInt>
 #include <QElapsedTimer>
@@ -92,7 +93,8 @@ public:
     /// Chooses a connection name; raises a TypeError in the engine's context while open.
     void setConnectionName(const QString &name);
     /// Classifies the driver and copies the parameters into `db`. Engine's and worker thread.
-    void setParamToDb(QSqlDatabase &db);
+    /// @return the kind of the connection.
+    SqlDriverKind::ConnectionKind setParamToDb(QSqlDatabase &db);
     /// Tells a PostgreSQL server the application name. Engine's and worker thread.
     bool setPostgresAppName(QSqlDatabase &db, const QString &suffix);
     bool open();
@@ -138,6 +140,7 @@ public:
 
     bool isSupportEvent() const;
     bool add_event(const QString &name);
+    /// Where the server refuses for now, the name's events are dropped and it is asked again.
     bool rem_event(const QString &name);
     QStringList events() const;
 
@@ -257,9 +260,10 @@ private:
     struct ThreadConnection {
         QString name;
         QSqlDatabase db;
+        SqlDriverKind::ConnectionKind kind;
         bool inTransaction = false;
-        bool opened = false;          ///< at least once: close() has something to free
-        bool transactionLost = false; ///< with the server, before its commit
+        bool opened = false; ///< at least once: close() has something to free
+        bool lost = false;   ///< a statement found the session broken
         bool appNameSet = false;
     };
 
@@ -272,14 +276,16 @@ private:
     bool openThreadConnection(ThreadConnection &con, structThrSql *task);
     bool reopenThreadConnection(ThreadConnection &con);
     void setThreadDriver(QSqlDriver *driver);
-    static void endCommit(ThreadConnection &con, structThrSql *task);
+    void beginTransaction(ThreadConnection &con, structThrSql *task);
+    void commitTransaction(ThreadConnection &con, structThrSql *task, bool onlyOwn);
+    void rollBackTransaction(ThreadConnection &con, structThrSql *task, bool onlyOwn);
     void runTask(ThreadConnection &con, structThrSql *task);
     void runCommand(ThreadConnection &con, structThrSql *task);
     void runStatements(ThreadConnection &con, structThrSql *task);
     bool runTransactionWord(ThreadConnection &con, structThrSql *task, const QString &sql);
     QSqlError::ErrorType runStatement(ThreadConnection &con, structThrSql *task,
                                       const QString &sql);
-    bool executeStatement(structThrSql *task, const QString &sql);
+    bool executeStatement(ThreadConnection &con, structThrSql *task, const QString &sql);
     void leave(ThreadConnection &con);
 
     /// Hands a finished task to the engine's thread; not touched afterwards. Any thread.
@@ -300,7 +306,8 @@ private:
     void setName(const QString &name);
     static bool claimMainName(const QString &name);
     QString claimThreadName(const QString &wanted) const;
-    bool openMain();
+    QString claimNameToOpen();
+    bool openMain(const QString &name);
     void refuseOpenTwice();
     void reportOpenFailure();
     /// In which state the main connection is given up; Lost is what the driver found out itself.
@@ -315,18 +322,26 @@ private:
 
     // Statements.
     class Stopwatch;
+    bool execute(structThrSql *task, TransactionWatch &watch, const QString &sql,
+                 const std::function<bool()> &attempt);
+    static QSqlError refusal(const structThrSql *task, const TransactionWatch &watch,
+                             const QString &sql);
+    static QSqlError lostTransactionError();
     QSqlError finishReading(structThrSql *task);
+    void afterStatement(const QString &sql, const QSqlError &error);
     void reportFailure(const char *function, const QSqlError &error);
     void reportUnprepared(structThrSql *task, const QString &text);
     void closeOnConnectionError(const QSqlError &error);
-    void bindArguments(QSqlQuery &query, const QVariantList &values);
+    void bindArguments(QSqlQuery &query, const QVariantList &values, bool trace);
     bool argumentValues(const QScriptValue &args, QVariantList &values);
 
     // Results.
-    void prepareReading(QSqlQuery &query) const;
+    SqlDriverKind::ConnectionKind kindOf(const structThrSql *task) const;
+    void prepareReading(const structThrSql *task) const;
     static void describeColumns(const QSqlQuery &query, structSqlResult &result);
     void readRows(structThrSql *task, structSqlResult &result);
-    bool mayReadLastInsertId(const QSqlQuery &query) const;
+    void finishResult(const structThrSql *task, structSqlResult &result) const;
+    bool mayReadLastInsertId(const structThrSql *task) const;
     void prepareContainers(structThrSql *task);
     void convertEntry(structThrSql *task, structSqlResult &entry);
     void forgetAccepted(structThrSql *task);
@@ -341,6 +356,9 @@ private:
     void runDeferredSteps();
     void subscribeAll();
     void unsubscribeAll(QSqlDriver *driver);
+    void retryRemovals();
+    void afterMainTransaction();
+    void renewSubscriptions(const QStringList &names);
 
     // Introspection.
     struct Statistics;
@@ -373,6 +391,12 @@ private:
     int m_notifying = 0;                   ///< notifications being delivered
     std::vector<std::function<void()>> m_afterNotification;
     QStringList m_pendingRemovals; ///< names that the driver still has to forget
+    QStringList m_unsureEvents;    ///< subscribed in an open transaction: a rollback undoes them
+    QStringList m_closingNames;    ///< registered until a notification has been delivered
+    SqlDriverKind::ConnectionKind m_mainKind;
+    TransactionWatch m_mainWatch;
+    QSqlError m_tablesError;        ///< left in the driver by tables()
+    TransactionWatch m_threadWatch; ///< worker's; the engine's while the thread does not run
 
     std::atomic<bool> m_entered{false}; ///< run() has begun; Qt reads the object's name before
     bool m_leaving = true;              ///< the thread takes no more tasks; m_mutexSqlTasks

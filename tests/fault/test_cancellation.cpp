@@ -39,7 +39,6 @@ private slots:
     void cancelledStatementEndsItsTaskAndTheQueue();
     void cancelledPreparedStatementEndsPromptly();
     void cancelledOpenOfTheThreadConnectionFailsTheTask();
-    void statementThatBeginsDuringTheStopIsCancelledToo();
 
     void cancelledReadEndsAtTheNextRow();
     void cancelledReadOfAListTellsItAtItsPosition();
@@ -203,27 +202,6 @@ void Cancellation::cancelledOpenOfTheThreadConnectionFailsTheTask()
     QVERIFY(m_script->waitDelivered(1));
     QCOMPARE(m_script->eval(QStringLiteral("outcomes.long.count")).toInt32(), 1);
     QVERIFY(!m_db->isRunning());
-}
-
-/// The first request comes while the worker stands before its statement; the statement that then
-/// begins must not last.
-void Cancellation::statementThatBeginsDuringTheStopIsCancelledToo()
-{
-    const QString sql = QStringLiteral("lasting");
-    m_server->onExact(sql, StubReply::affected(1).withDelay(longMs));
-    for (int round = 0; round < Stress::rounds(60); ++round) {
-        m_server->clearRecord();
-        QVERIFY(m_script->queue(sql));
-        if (round % 2 == 0)
-            QTRY_VERIFY_WITH_TIMEOUT(m_server->count(StubCall::ResultCreated, thr) > 0, 10000);
-        QElapsedTimer timer;
-        timer.start();
-        m_db->stop_thread(60000);
-        QVERIFY2(timer.elapsed() < scaledMs(promptMs),
-                 qPrintable(QString::number(timer.elapsed())));
-        QVERIFY(!m_db->isRunning());
-        QVERIFY(m_script->waitDelivered(round + 1));
-    }
 }
 
 // --- Reading ---

@@ -13,7 +13,7 @@ target_sources(vext_thread_fixture INTERFACE
 target_link_libraries(vext_thread_fixture PUBLIC vext_test_support Threads::Threads
                                           PRIVATE vext_options)
 
-foreach(name worker_thread exactly_once responsiveness cancellation volume)
+foreach(name worker_thread worker_steps exactly_once responsiveness cancellation volume)
   vext_add_test(test_${name}
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp
     LIBS vext_thread_fixture vext_sql_objects vext_test_support

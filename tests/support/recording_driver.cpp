@@ -516,6 +516,13 @@ protected:
     QVariant data(int column) override { return m_row.value(column); }
     bool isNull(int column) override { return m_row.value(column).isNull(); }
 
+    bool nextResult() override
+    {
+        if (m_reply.errorBehind.isValid())
+            return fail(m_reply.errorBehind);
+        return false;
+    }
+
     int size() override
     {
         return m_reply.sizeUnknownWhenForwardOnly && isForwardOnly() ? -1 : m_reply.size;

@@ -109,6 +109,12 @@ struct StubReply {
         errorAtRow = rowError;
         return *this;
     }
+    /// A further result follows, and getting it fails.
+    StubReply &withErrorBehind(const QSqlError &nextError)
+    {
+        errorBehind = nextError;
+        return *this;
+    }
     /// Execution lasts so long. A cancel ends it at once when the driver can cancel.
     StubReply &withDelay(int ms)
     {
@@ -148,6 +154,7 @@ struct StubReply {
     QSqlError prepareError; ///< at preparation, when valid
     int errorRow = -1;
     QSqlError errorAtRow;
+    QSqlError errorBehind; ///< of nextResult(), when valid
     int delayMs = 0;
     int rowDelayMs = 0;
     ThreadGatePtr gate;

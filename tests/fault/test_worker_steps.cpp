@@ -1,0 +1,173 @@
+/// @file
+/// Single steps of the worker, seen from inside: how it leaves, hands tasks over and reads queries.
+#include "own_meta_types.h"
+#include "thread_fixture.h"
+
+#include <QElapsedTimer>
+#include <QSqlDatabase>
+#include <QtTest>
+
+#include <algorithm>
+#include <memory>
+
+namespace
+{
+
+const QString thr = QStringLiteral("_thr");
+constexpr int longMs = 120000;
+constexpr int promptMs = 10000;
+const QVector<StubReply::Column> oneColumn{{QStringLiteral("id"), QVariant::Int}};
+
+} // namespace
+
+class WorkerSteps : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void rollbackOfTheLeavingThreadIsNotCancelled();
+    void errorOfTheLastRollbackIsTheLastError();
+    void statementBehindACancelledOneIsCancelledToo();
+    void taskIsDeliveredThoughQtForgotItsType();
+    void positionedQueryIsReadFromItsFirstRow_data();
+    void positionedQueryIsReadFromItsFirstRow();
+
+private:
+    void begin();
+
+    std::unique_ptr<StubServer> m_server;
+    std::unique_ptr<MessageLog> m_log;
+    std::unique_ptr<ThreadFixture> m_script;
+    VEXT_SQL *m_db = nullptr;
+};
+
+void WorkerSteps::init()
+{
+    m_log = std::make_unique<MessageLog>(MessageLog::Forward::No);
+    m_server = std::make_unique<StubServer>(QStringLiteral("QPSQL"), QSqlDriver::PostgreSQL);
+    m_server->setFeature(QSqlDriver::CancelQuery);
+    m_script = std::make_unique<ThreadFixture>(QStringLiteral("QPSQL"));
+    m_db = m_script->connection();
+}
+
+void WorkerSteps::cleanup()
+{
+    m_script.reset();
+    QVERIFY2(m_server->liveResults() == 0, qPrintable(m_server->record()));
+    QVERIFY2(m_server->liveDrivers() == 0, qPrintable(m_server->record()));
+    m_server.reset();
+    VERIFY_NO_QT_COMPLAINTS(*m_log);
+    m_log.reset();
+}
+
+/// Opens a transaction on the thread connection.
+void WorkerSteps::begin()
+{
+    m_script->eval(QStringLiteral("db.start_thread(); db.transaction()"));
+    QVERIFY(m_script->queue(QStringLiteral("one")));
+    QVERIFY(m_script->waitDelivered(1));
+    QCOMPARE(m_server->count(StubCall::Begin, thr), 1);
+}
+
+void WorkerSteps::rollbackOfTheLeavingThreadIsNotCancelled()
+{
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
+    m_server->effect(StubCall::Rollback, StubEffect::held(gate), StubWhere::connection(thr));
+    begin();
+    m_db->stop_thread(1000); // asks again and again
+    QVERIFY(gate->waitReached());
+    QVERIFY(m_db->isRunning());
+    const QVector<StubCall> calls = m_server->calls();
+    const auto rollback = std::find_if(calls.begin(), calls.end(), [](const StubCall &call) {
+        return call.what == StubCall::Rollback;
+    });
+    QVERIFY2(std::none_of(rollback, calls.end(),
+                          [](const StubCall &call) { return call.what == StubCall::Cancel; }),
+             qPrintable(m_server->record()));
+    gate->release();
+    QVERIFY(waitStopped(m_db));
+    QCOMPARE(m_db->worker->lastError(), QString());
+}
+
+void WorkerSteps::errorOfTheLastRollbackIsTheLastError()
+{
+    m_server->fail(StubCall::Rollback,
+                   stubError(QSqlError::TransactionError, QStringLiteral("no rollback")),
+                   StubWhere::connection(thr));
+    begin();
+    QCOMPARE(m_db->worker->lastError(), QString());
+    m_db->stop_thread(60000);
+    QVERIFY2(m_db->worker->lastError().contains(QStringLiteral("no rollback")),
+             qPrintable(m_db->worker->lastError()));
+}
+
+/// The first request ends what the worker itself has sent, while the task's statement has still to
+/// begin; only asking again reaches that.
+void WorkerSteps::statementBehindACancelledOneIsCancelledToo()
+{
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
+    m_server->onPrefix(QStringLiteral("SET client_encoding"),
+                       StubReply::affected(0).withGate(gate));
+    m_server->onExact(QStringLiteral("lasting"), StubReply::affected(1).withDelay(longMs));
+    m_script->eval(QStringLiteral("db.app_name = 'test'"));
+    QVERIFY(m_script->queue(QStringLiteral("lasting")));
+    QVERIFY(gate->waitReached());
+    QElapsedTimer timer;
+    timer.start();
+    m_db->stop_thread(scaledMs(2 * promptMs));
+    QVERIFY2(timer.elapsed() < scaledMs(promptMs), qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(!m_db->isRunning());
+    QVERIFY2(m_server->executed(thr).contains(QStringLiteral("lasting")),
+             qPrintable(m_server->record()));
+    QVERIFY(m_script->waitDelivered(1));
+    QCOMPARE(m_script->eval(QStringLiteral("outcomes.lasting.error")).toString(),
+             QStringLiteral("canceling statement"));
+}
+
+void WorkerSteps::taskIsDeliveredThoughQtForgotItsType()
+{
+    QVERIFY(QMetaType::unregisterType(QMetaType::type("structThrSql*")));
+    QVERIFY(m_script->queue(QStringLiteral("one")));
+    const bool delivered = m_script->waitDelivered(1);
+    OwnMetaTypes::add<structThrSql *>("structThrSql*");
+    QVERIFY(delivered);
+    QCOMPARE(m_script->eval(QStringLiteral("outcomes.one.count")).toInt32(), 1);
+    m_log->clear(); // Qt complained of the type
+}
+
+void WorkerSteps::positionedQueryIsReadFromItsFirstRow_data()
+{
+    QTest::addColumn<bool>("forwardOnly");
+    QTest::addColumn<int>("steps");
+    QTest::addColumn<int>("rows");
+    QTest::newRow("fresh") << false << 0 << 3;
+    QTest::newRow("fresh, forward only") << true << 0 << 3;
+    QTest::newRow("on the first row") << false << 1 << 3;
+    QTest::newRow("on the first row, forward only") << true << 1 << 3;
+    QTest::newRow("on the last row") << false << 3 << 3;
+    QTest::newRow("behind the last row") << false << 4 << 3;
+    QTest::newRow("on the last row, forward only") << true << 3 << 1;
+}
+
+void WorkerSteps::positionedQueryIsReadFromItsFirstRow()
+{
+    QFETCH(bool, forwardOnly);
+    QFETCH(int, steps);
+    m_server->onExact(QStringLiteral("rows"), StubReply::table(oneColumn, {{1}, {2}, {3}}));
+    structThrSql task(m_db->worker->db);
+    task.sqlQuery->setForwardOnly(forwardOnly);
+    QVERIFY(task.sqlQuery->exec(QStringLiteral("rows")));
+    for (int n = 0; n < steps; ++n)
+        task.sqlQuery->next();
+    QVERIFY(m_db->worker->detachSqlResult(&task));
+    QTEST(int(task.results.constFirst().fields.constFirst().values.size()), "rows");
+    QVERIFY(!task.sqlQuery);
+}
+
+QTEST_GUILESS_MAIN(WorkerSteps)
+#include "test_worker_steps.moc"
