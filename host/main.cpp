@@ -1,6 +1,7 @@
 /// @file
 /// vext-run: runs a script with the SQL plugin.
 
+#include "message_log.h"
 #include "options.h"
 #include "program.h"
 #include "terminal.h"
@@ -10,7 +11,6 @@
 
 #include <clocale>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -44,13 +44,6 @@ void ignoreClosedPipes()
     struct sigaction action = {};
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
-}
-
-/// The message log goes to standard error, wherever the Qt build would send it.
-void writeLog(QtMsgType type, const QMessageLogContext &context, const QString &text)
-{
-    const QByteArray line = qFormatLogMessage(type, context, text).toUtf8() + '\n';
-    std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
 }
 
 QStringList commandLine(int argc, char **argv)
@@ -91,7 +84,7 @@ int main(int argc, char **argv)
     openStandardStreams();
     useUtf8();
     ignoreClosedPipes();
-    qInstallMessageHandler(writeLog);
+    MessageLog::install();
     // Taken first: the application object removes the options that Qt knows, which may be the
     // script's own.
     const QStringList arguments = commandLine(argc, argv);

@@ -87,7 +87,7 @@ bool Program::startHost()
     ScriptHost::Settings settings;
     settings.pluginFile = m_options.pluginFile;
     settings.arguments = m_options.arguments;
-    settings.level = m_options.level;
+    settings.log.level = m_options.level;
     settings.trace = m_options.trace;
     m_host.reset(new ScriptHost(settings));
     QString error;

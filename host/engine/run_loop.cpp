@@ -54,6 +54,7 @@ void RunLoop::dropEngine()
 bool RunLoop::eventFilter(QObject *receiver, QEvent *)
 {
     checkForException();
+    m_receiver = receiver;
     if (!m_engine || !m_end->isRequested() || m_engine->isEvaluating())
         return false;
     const QPointer<QObject> guarded(receiver);
@@ -65,7 +66,7 @@ void RunLoop::checkForException()
 {
     // While a script runs, its exceptions are its own affair: it may catch them.
     if (m_engine && !m_engine->isEvaluating() && m_engine->hasUncaughtException())
-        emit exceptionFound();
+        emit exceptionFound(m_receiver);
 }
 
 void RunLoop::poll()
@@ -77,6 +78,7 @@ void RunLoop::poll()
     if (++m_quietPolls < QuietPolls)
         return;
     if (!m_work.isAnyWorkerRunning()) {
+        emit idle();
         m_loop.quit();
         return;
     }

@@ -44,7 +44,10 @@ public:
 
 signals:
     /// The engine holds an uncaught exception and no script runs. The receiver takes it out.
-    void exceptionFound();
+    /// @param receiver the object whose event came last; null when it is gone or unknown
+    void exceptionFound(QObject *receiver);
+    /// Nothing is left to wait for.
+    void idle();
     /// The end is requested and no script runs: the receiver destroys the engine now, so that what
     /// is still in the event queue runs no callback.
     void scriptsMustEnd();
@@ -59,5 +62,6 @@ private:
     QEventLoop m_loop;
     QTimer m_poll;
     int m_holds = 0;
-    int m_quietPolls = 0; ///< consecutive observations without pending work
+    QPointer<QObject> m_receiver; ///< of the event that came last
+    int m_quietPolls = 0;         ///< consecutive observations without pending work
 };

@@ -95,9 +95,14 @@ void ScriptFailure::explainSyntax(const QString &code)
     hint = found.text;
 }
 
-QString ScriptFailure::formatted() const
+QString ScriptFailure::described() const
 {
-    const QString what = hint.isEmpty() ? text : QStringLiteral("%1; %2").arg(text, hint);
+    return hint.isEmpty() ? text : QStringLiteral("%1; %2").arg(text, hint);
+}
+
+QString ScriptFailure::formatted(const QString &connection) const
+{
+    const QString what = described();
     if (isSyntaxError)
         return QStringLiteral("%1: %2\n").arg(location(file, line, column), what);
     QString lines = QStringLiteral("uncaught exception: %1\n").arg(what);
@@ -105,6 +110,8 @@ QString ScriptFailure::formatted() const
         lines += QStringLiteral("  in %1, line %2%3\n")
                      .arg(file, QString::number(line),
                           column > 0 ? QStringLiteral(", column %1").arg(column) : QString());
+    if (!connection.isEmpty())
+        lines += QStringLiteral("  in a callback of the connection '%1'\n").arg(connection);
     for (const QString &entry : backtrace)
         lines += QStringLiteral("    %1\n").arg(entry);
     return lines;

@@ -23,6 +23,10 @@ struct ScriptFailure {
     /// For a mistake in the syntax of code that is no file: finds the column and the hint.
     void explainSyntax(const QString &code);
 
+    /// The thrown value with the hint.
+    QString described() const;
+
     /// The text for the operator, one or more lines, each with its line break.
-    QString formatted() const;
+    /// @param connection the connection whose callback threw; empty when it is about none
+    QString formatted(const QString &connection = QString()) const;
 };

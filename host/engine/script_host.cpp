@@ -4,7 +4,6 @@
 #include "console.h"
 #include "file_globals.h"
 #include "run_loop.h"
-#include "script_failure.h"
 #include "script_globals.h"
 
 #include <QCoreApplication>
@@ -19,8 +18,7 @@
 namespace
 {
 
-const int ExitException = 1;
-const int ExitSyntax = 2;
+const int ExitFailure = 1;
 const int ExitClosedPipe = 128 + SIGPIPE; ///< what a program ends with that does not look
 
 /// Objects released with deleteLater() go now: the library that holds their code goes next.
@@ -42,8 +40,11 @@ ScriptHost::ScriptHost(const Settings &settings, QObject *parent)
     connect(m_server.data(), &VextServer::message, this, &ScriptHost::onMessage);
     connect(m_post.data(), &VextPost::message, this, &ScriptHost::onMessage);
     connect(m_post.data(), &VextPost::objectInserted, this, &ScriptHost::onObjectInserted);
+    m_reporter.reset(new Reporter(m_engine, &m_terminal, &m_end));
     m_loop.reset(new RunLoop(m_engine, &m_end, PendingWork(m_post.data(), &m_timers)));
-    connect(m_loop.data(), &RunLoop::exceptionFound, this, [this] { reportException(QString()); });
+    connect(m_loop.data(), &RunLoop::exceptionFound, this,
+            [this](QObject *receiver) { m_reporter->tellException(QString(), receiver); });
+    connect(m_loop.data(), &RunLoop::idle, m_reporter.data(), &Reporter::tellAtEnd);
     connect(m_loop.data(), &RunLoop::scriptsMustEnd, this, &ScriptHost::destroyScripts);
     installGlobals();
 }
@@ -71,6 +72,8 @@ void ScriptHost::installGlobals()
 
 bool ScriptHost::start(QString *error)
 {
+    if (!m_reporter->log()->open(m_settings.log, error))
+        return false;
     if (!m_plugin.load(m_settings.pluginFile, error))
         return false;
     if (!m_plugin.install(m_engine)) {
@@ -106,7 +109,7 @@ QScriptValue ScriptHost::evaluate(const QString &code, const QString &fileName)
         return QScriptValue();
     if (!m_engine->hasUncaughtException())
         return value;
-    reportException(code);
+    m_reporter->tellException(code, nullptr);
     return QScriptValue();
 }
 
@@ -120,13 +123,13 @@ void ScriptHost::evaluateStatement(const QString &code, const QString &fileName)
 int ScriptHost::exec()
 {
     m_loop->exec();
-    return m_end.code();
+    // Who keeps going goes on after a failure, and ends with it all the same.
+    return m_reporter->hasFailed() && !m_end.isRequested() ? ExitFailure : m_end.code();
 }
 
 void ScriptHost::onMessage(const PluginMessage &received)
 {
-    if (received.level <= m_settings.level)
-        m_terminal.writeLine(Terminal::Stream::Error, received.formatted());
+    m_reporter->tellMessage(received);
     emit message(received);
 }
 
@@ -137,26 +140,14 @@ void ScriptHost::onOutputFailure(int error)
                          isClosed ? QStringLiteral("vext-run: standard output is closed")
                                   : QStringLiteral("vext-run: cannot write to standard output: %1")
                                         .arg(qt_error_string(error)));
-    m_end.request(isClosed ? ExitClosedPipe : ExitException);
+    m_end.request(isClosed ? ExitClosedPipe : ExitFailure);
 }
 
 void ScriptHost::onObjectInserted(QObject *object)
 {
+    m_reporter->watch(object);
     if (m_settings.trace && object->metaObject()->indexOfMethod("enableTraceLog()") >= 0)
         QMetaObject::invokeMethod(object, "enableTraceLog", Qt::DirectConnection);
-}
-
-void ScriptHost::reportException(const QString &code)
-{
-    ScriptFailure failure = ScriptFailure::take(m_engine);
-    if (failure.isSyntaxError && failure.column == 0)
-        failure.explainSyntax(code);
-    // quit() itself ends the running script with an exception.
-    if (m_end.isRequested())
-        return;
-    m_terminal.write(Terminal::Stream::Error, failure.formatted());
-    if (!m_keepGoing)
-        m_end.request(failure.isSyntaxError ? ExitSyntax : ExitException);
 }
 
 void ScriptHost::destroyScripts()
@@ -165,6 +156,7 @@ void ScriptHost::destroyScripts()
         return;
     QScriptEngine *engine = m_engine;
     m_engine = nullptr;
+    m_reporter->dropEngine();
     m_loop->dropEngine(); // the destruction below sends events, which the loop sees
     m_timers.clear();
     destroyObjects(engine);
@@ -193,6 +185,7 @@ void ScriptHost::shutDown()
     m_plugin.unload();
     m_terminal.setFailureHandler({});
     m_loop.reset();
+    m_reporter.reset();
     m_post.reset();
     m_server.reset();
 }

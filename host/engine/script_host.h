@@ -3,6 +3,7 @@
 #pragma once
 
 #include "plugin_library.h"
+#include "reporter.h"
 #include "script_end.h"
 #include "script_inclusion.h"
 #include "standard_input.h"
@@ -31,14 +32,14 @@ public:
     struct Settings {
         QString pluginFile;    ///< the library to load
         QStringList arguments; ///< what scripts read as `arguments`
-        int level = 0;         ///< messages up to this level are shown
+        Log::Settings log;     ///< which messages are shown, how and where
         bool trace = false;    ///< new connection objects start with their trace on
     };
 
     explicit ScriptHost(const Settings &settings, QObject *parent = nullptr);
     ~ScriptHost() override;
 
-    /// Loads the plugin and installs it into the engine.
+    /// Opens the log, loads the plugin and installs it into the engine.
     /// @return false with `error` set to a text for the user.
     bool start(QString *error);
 
@@ -49,8 +50,10 @@ public:
     /// The same for a file, which `include` then does not run once more.
     void setScriptFile(const QString &path);
 
-    /// Whether an uncaught exception leaves the program running. Off at first.
-    void setKeepGoing(bool on) { m_keepGoing = on; }
+    /// Whether an uncaught exception or a failed task leaves the program running. Off at first.
+    void setKeepGoing(bool on) { m_reporter->setKeepGoing(on); }
+
+    Reporter *reporter() { return m_reporter.data(); }
 
     /// Runs code. An uncaught exception is printed; unless the host keeps going, it requests the
     /// end with exit code 1, or 2 when the code could not be compiled.
@@ -86,13 +89,10 @@ private:
     void onMessage(const PluginMessage &message);
     void onObjectInserted(QObject *object);
     void onOutputFailure(int error);
-    /// @param code what has just been compiled, empty while callbacks run
-    void reportException(const QString &code);
     void destroyScripts();
     void destroyObjects(const QObject *engine);
 
     Settings m_settings;
-    bool m_keepGoing = false;
     Terminal m_terminal;
     StandardInput m_input;
     ScriptInclusion m_inclusion;
@@ -101,6 +101,7 @@ private:
     QScopedPointer<VextServer> m_server;
     QScopedPointer<VextPost> m_post;
     QScriptEngine *m_engine; ///< child of m_post
+    QScopedPointer<Reporter> m_reporter;
     QScopedPointer<RunLoop> m_loop;
     PluginLibrary m_plugin;
 };

@@ -28,8 +28,18 @@ void VextPost::insertObject(QObject *object, const QString &name)
     emit objectInserted(object);
 }
 
+QString VextPost::nameOf(const QObject *object) const
+{
+    // A message may come from a part of the object.
+    while (object && !m_objects.contains(QPointer<QObject>(const_cast<QObject *>(object))))
+        object = object->parent();
+    return object ? object->objectName() : QString();
+}
+
 void VextPost::plugin_msg(const char *source, int line, const char *operation, const QString &text,
                           int level)
 {
-    emit message(PluginMessage::from(source, line, operation, text, level));
+    PluginMessage received = PluginMessage::from(source, line, operation, text, level);
+    received.connection = nameOf(sender());
+    emit message(received);
 }

@@ -46,6 +46,9 @@ public slots:
                     int level);
 
 private:
+    /// The name of the script's object that an object is or belongs to; empty for others.
+    QString nameOf(const QObject *object) const;
+
     QList<QPointer<QObject>> m_objects;
     QDir m_directory;
 };

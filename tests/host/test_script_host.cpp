@@ -42,7 +42,7 @@ ScriptHost::Settings TestScriptHost::settings()
 {
     ScriptHost::Settings settings;
     settings.pluginFile = QStringLiteral(VEXT_PLUGIN_FILE);
-    settings.level = -2; // quiet
+    settings.log.level = -2; // quiet
     return settings;
 }
 
