@@ -2,6 +2,7 @@
 /// vext-run: runs a script with the SQL plugin.
 
 #include "message_log.h"
+#include "option_texts.h"
 #include "options.h"
 #include "program.h"
 #include "terminal.h"
@@ -66,11 +67,12 @@ int runProgram(const QStringList &arguments)
     }
     switch (options.action) {
     case Options::Action::ShowHelp:
-        terminal.write(Terminal::Stream::Output, Options::helpText());
+        terminal.write(Terminal::Stream::Output, OptionTexts::help());
+        return 0;
+    case Options::Action::ShowManual:
+        terminal.write(Terminal::Stream::Output, OptionTexts::manual());
         return 0;
     case Options::Action::ShowVersion:
-        terminal.write(Terminal::Stream::Output, Options::versionText());
-        return 0;
     case Options::Action::Run:
         break;
     }

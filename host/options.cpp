@@ -3,8 +3,6 @@
 namespace
 {
 
-const int TraceLevel = 2;
-
 /// Walks along a command line and takes options and their values off its front.
 class Arguments
 {
@@ -54,38 +52,119 @@ private:
     bool m_hasAttachedValue = false;
 };
 
-bool takeLevel(Arguments *arguments, const QString &name, int *level, QString *error)
+/// An option without a value.
+struct Flag {
+    const char *name;
+    void (*set)(Options *options);
+};
+
+const Flag Flags[] = {
+    {"--trace", [](Options *options) { options->trace = true; }},
+    {"--stock-drivers", [](Options *options) { options->stockDrivers = true; }},
+    {"--keep-going", [](Options *options) { options->keepGoing = true; }},
+    {"--quiet", [](Options *options) { options->log.level = LogRecord::Error; }},
+    {"--csv", [](Options *options) { options->format = ResultFormat::Csv; }},
+    {"--json", [](Options *options) { options->format = ResultFormat::Json; }},
+    {"--json-lines", [](Options *options) { options->format = ResultFormat::JsonLines; }},
+    {"--table", [](Options *options) { options->format = ResultFormat::Table; }},
+    {"--help", [](Options *options) { options->action = Options::Action::ShowHelp; }},
+    {"-h", [](Options *options) { options->action = Options::Action::ShowHelp; }},
+    {"--manual", [](Options *options) { options->action = Options::Action::ShowManual; }},
+    {"--version", [](Options *options) { options->action = Options::Action::ShowVersion; }},
+};
+
+/// An option with a value. `set` returns what the value should have been; empty: it is fine.
+struct Valued {
+    const char *name;
+    QString (*set)(Options *options, const QString &value);
+};
+
+QString setCode(Options *options, const QString &code)
 {
-    QString text;
-    if (!arguments->takeValue(name, &text, error))
-        return false;
+    options->hasCode = true;
+    options->printsValue = false;
+    options->code = code;
+    return QString();
+}
+
+QString setPrinted(Options *options, const QString &code)
+{
+    setCode(options, code);
+    options->printsValue = true;
+    return QString();
+}
+
+QString setLevel(Options *options, const QString &value)
+{
     bool isNumber = false;
-    *level = text.toInt(&isNumber);
-    if (!isNumber)
-        *error = QStringLiteral("option '%1' needs a number, not '%2'").arg(name, text);
-    return isNumber;
+    options->log.level = value.toInt(&isNumber);
+    return isNumber ? QString() : QStringLiteral("a number");
+}
+
+QString setLogFormat(Options *options, const QString &value)
+{
+    options->log.format = value == QLatin1String("json") ? Log::Format::Json : Log::Format::Text;
+    const bool isKnown = value == QLatin1String("json") || value == QLatin1String("text");
+    return isKnown ? QString() : QStringLiteral("\"text\" or \"json\"");
+}
+
+QString setLanguage(Options *options, const QString &value)
+{
+    options->language = value;
+    const bool isKnown = value == QLatin1String("ru") || value == QLatin1String("en");
+    return isKnown ? QString() : QStringLiteral("\"ru\" or \"en\"");
+}
+
+QString setText(QString *text, const QString &value)
+{
+    *text = value;
+    return value.isEmpty() ? QStringLiteral("a text") : QString();
+}
+
+const Valued ValuedOptions[] = {
+    {"-e", setCode},
+    {"-p", setPrinted},
+    {"--level", setLevel},
+    {"--log-format", setLogFormat},
+    {"--lang", setLanguage},
+    {"--log-file",
+     [](Options *options, const QString &value) { return setText(&options->log.file, value); }},
+    {"--open",
+     [](Options *options, const QString &value) { return setText(&options->address, value); }},
+    {"--plugin",
+     [](Options *options, const QString &value) { return setText(&options->pluginFile, value); }},
+};
+
+template <typename Table>
+auto find(const Table &table, const QString &name) -> decltype(&table[0])
+{
+    for (const auto &entry : table) {
+        if (name == QLatin1String(entry.name))
+            return &entry;
+    }
+    return nullptr;
+}
+
+bool takeValued(Arguments *arguments, const Valued &option, Options *options, QString *error)
+{
+    const QString name = QLatin1String(option.name);
+    QString value;
+    if (!arguments->takeValue(name, &value, error))
+        return false;
+    const QString wanted = option.set(options, value);
+    if (wanted.isEmpty())
+        return true;
+    *error = QStringLiteral("option '%1' needs %2, not '%3'").arg(name, wanted, value);
+    return false;
 }
 
 bool takeOption(Arguments *arguments, Options *options, QString *error)
 {
     const QString name = arguments->takeName();
-    if (name == QLatin1String("-e")) {
-        options->hasCode = true;
-        return arguments->takeValue(name, &options->code, error);
-    }
-    if (name == QLatin1String("--plugin"))
-        return arguments->takeValue(name, &options->pluginFile, error);
-    if (name == QLatin1String("--level"))
-        return takeLevel(arguments, name, &options->level, error);
-    if (name == QLatin1String("--trace")) {
-        options->trace = true;
-    } else if (name == QLatin1String("--stock-drivers")) {
-        options->stockDrivers = true;
-    } else if (name == QLatin1String("--help") || name == QLatin1String("-h")) {
-        options->action = Options::Action::ShowHelp;
-    } else if (name == QLatin1String("--version")) {
-        options->action = Options::Action::ShowVersion;
-    } else {
+    if (const Valued *option = find(ValuedOptions, name))
+        return takeValued(arguments, *option, options, error);
+    const Flag *flag = find(Flags, name);
+    if (!flag) {
         *error = QStringLiteral("unknown option '%1'").arg(name);
         return false;
     }
@@ -93,6 +172,7 @@ bool takeOption(Arguments *arguments, Options *options, QString *error)
         *error = QStringLiteral("option '%1' takes no value").arg(name);
         return false;
     }
+    flag->set(options);
     return true;
 }
 
@@ -113,36 +193,6 @@ bool Options::parse(const QStringList &commandLine, QString *error)
         scriptFile = rest.takeFirst();
     arguments = rest.rest();
     if (trace)
-        level = qMax(level, TraceLevel);
+        log.level = qMax(log.level, static_cast<int>(LogRecord::Statement));
     return true;
-}
-
-QString Options::helpText()
-{
-    return QStringLiteral(
-        "Usage: vext-run [options] [script.js [arguments...]]\n"
-        "       vext-run [options] -e CODE [arguments...]\n"
-        "\n"
-        "Runs a script with the SQL plugin. Without script and code it reads statements from\n"
-        "standard input, with a prompt if that is a terminal.\n"
-        "\n"
-        "Options:\n"
-        "  -e CODE        run CODE\n"
-        "  --plugin FILE  load this plugin library\n"
-        "  --level N      show messages up to level N: -1 errors, 0 notices (default),\n"
-        "                 1 state changes, 2 statement texts\n"
-        "  --trace        switch trace on for new connections and show levels up to 2\n"
-        "  --stock-drivers\n"
-        "                 use Qt's own SQL drivers, without Vext's layer over them\n"
-        "  --help         show this text\n"
-        "  --version      show the version\n"
-        "\n"
-        "Exit code: that of quit(); 0 at the end of the script; 1 after an uncaught exception;\n"
-        "2 for a wrong option, a missing file, a syntax error or a plugin that cannot be loaded;\n"
-        "128 and the signal's number after Ctrl-C and its like.\n");
-}
-
-QString Options::versionText()
-{
-    return QStringLiteral("vext-run " VEXT_VERSION "\n");
 }

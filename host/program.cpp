@@ -1,13 +1,18 @@
 #include "program.h"
 
+#include "connection_source.h"
 #include "driver_layer.h"
 #include "interrupt_watch.h"
+#include "open_connection.h"
 #include "plain_input.h"
 #include "plugin_library.h"
 #include "prompt.h"
 #include "run_loop.h"
 #include "script_file.h"
 #include "script_host.h"
+#include "sql_input.h"
+#include "value_output.h"
+#include "version_text.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -18,12 +23,14 @@
 namespace
 {
 
+const int ExitFailure = 1;
 const int ExitUsage = 2;
 const int SignalBase = 128; ///< the shell's way to tell a signal from an exit code
 
 /// The name of a script without a file, in messages and backtraces.
 const char CodeName[] = "[code]";
 const char InputName[] = "[input]";
+const char StandardInputName[] = "[stdin]";
 
 } // namespace
 
@@ -40,7 +47,7 @@ int Program::run()
 {
     QString code = m_options.code;
     const bool hasFile = !m_options.scriptFile.isEmpty();
-    if (hasFile && !readScript(&code))
+    if (hasFile && !isStandardInput() && !readScript(&code))
         return ExitUsage;
     InterruptWatch interrupts;
     connect(&interrupts, &InterruptWatch::interrupted, this, [&interrupts, this](int number) {
@@ -51,15 +58,72 @@ int Program::run()
     });
     if (!startHost())
         return ExitUsage;
+    if (m_options.action == Options::Action::ShowVersion)
+        return showVersion();
+    QScriptValue connection;
+    if (!m_options.address.isEmpty() && !openConnection(&connection))
+        return ExitUsage;
+    if (isStandardInput() && !readStandardInput(&code))
+        return ExitUsage;
     if (hasFile || m_options.hasCode)
         runScript(code);
+    else if (connection.isValid() && !::isatty(STDIN_FILENO))
+        runSql(connection);
     else
         readStatements();
+    return finish();
+}
+
+int Program::finish()
+{
     const int exitCode = m_host->exec();
     m_prompt = nullptr;
     m_source.reset(); // gives the terminal back before anything else is written
     m_host->shutDown();
     return exitCode;
+}
+
+bool Program::isStandardInput() const
+{
+    return m_options.scriptFile == QLatin1String("-");
+}
+
+bool Program::readStandardInput(QString *code)
+{
+    QByteArray bytes;
+    QString error;
+    if (!m_host->input()->readRest(&bytes, &error)) {
+        fail(QStringLiteral("cannot read the script from standard input: %1").arg(error));
+        return false;
+    }
+    *code = ScriptFile::code(bytes);
+    return true;
+}
+
+int Program::showVersion()
+{
+    m_host->terminal()->write(Terminal::Stream::Output,
+                              VersionText::all(m_host.data(), !m_options.stockDrivers));
+    return finish();
+}
+
+bool Program::openConnection(QScriptValue *connection)
+{
+    ConnectionAddress address;
+    QString error;
+    if (ConnectionSource::read(m_options.address, &address, &error))
+        *connection = OpenConnection::open(m_host->engine(), address, &error);
+    if (connection->isValid())
+        return true;
+    fail(error);
+    return false;
+}
+
+void Program::runSql(const QScriptValue &connection)
+{
+    SqlInput input(m_host.data(), connection, ValueOutput(m_host->terminal(), m_options.format));
+    if (!input.run(m_options.keepGoing))
+        m_host->end()->request(ExitFailure);
 }
 
 int Program::fail(const QString &error)
@@ -87,25 +151,32 @@ bool Program::startHost()
     ScriptHost::Settings settings;
     settings.pluginFile = m_options.pluginFile;
     settings.arguments = m_options.arguments;
-    settings.log.level = m_options.level;
+    settings.log = m_options.log;
     settings.trace = m_options.trace;
     m_host.reset(new ScriptHost(settings));
     QString error;
-    if (m_host->start(&error))
-        return true;
-    fail(error);
-    return false;
+    if (!m_host->start(&error)) {
+        fail(error);
+        return false;
+    }
+    m_host->setKeepGoing(m_options.keepGoing);
+    return true;
 }
 
 void Program::runScript(const QString &code)
 {
     const QString file = m_options.scriptFile;
-    if (file.isEmpty()) {
-        m_host->evaluate(code, QLatin1String(CodeName));
-        return;
+    if (isStandardInput()) {
+        m_host->setScriptFile(QLatin1String(StandardInputName), QDir::currentPath());
+        m_host->evaluate(code, QLatin1String(StandardInputName));
+    } else if (!file.isEmpty()) {
+        m_host->setScriptFile(file);
+        m_host->evaluate(code, file);
+    } else {
+        const QScriptValue value = m_host->evaluate(code, QLatin1String(CodeName));
+        if (m_options.printsValue && value.isValid())
+            ValueOutput(m_host->terminal(), m_options.format).print(value);
     }
-    m_host->setScriptFile(file);
-    m_host->evaluate(code, file);
 }
 
 void Program::readStatements()

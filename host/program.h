@@ -6,6 +6,7 @@
 
 #include <QObject>
 #include <QScopedPointer>
+#include <QScriptValue>
 
 class Prompt;
 class ScriptHost;
@@ -28,6 +29,12 @@ public:
 
 private:
     bool readScript(QString *code);
+    bool readStandardInput(QString *code);
+    bool isStandardInput() const;
+    int showVersion();
+    bool openConnection(QScriptValue *connection);
+    void runSql(const QScriptValue &connection);
+    int finish();
     bool startHost();
     void runScript(const QString &code);
     void readStatements();

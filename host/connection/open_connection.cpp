@@ -39,7 +39,7 @@ QScriptValue OpenConnection::open(QScriptEngine *engine, const ConnectionAddress
     QScriptValue global = engine->globalObject();
     const QString name = QLatin1String(GlobalName);
     QScriptValue value =
-        global.property(QStringLiteral("VEXT_SQL")).construct({QScriptValue(name)});
+        global.property(QStringLiteral("VEXT_SQL")).construct(QScriptValueList{QScriptValue(name)});
     QObject *connection = value.toQObject();
     if (!connection) {
         *error = QStringLiteral("there is no VEXT_SQL to open a connection with");

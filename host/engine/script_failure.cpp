@@ -110,9 +110,9 @@ QString ScriptFailure::formatted(const QString &connection) const
         lines += QStringLiteral("  in %1, line %2%3\n")
                      .arg(file, QString::number(line),
                           column > 0 ? QStringLiteral(", column %1").arg(column) : QString());
-    if (!connection.isEmpty())
-        lines += QStringLiteral("  in a callback of the connection '%1'\n").arg(connection);
     for (const QString &entry : backtrace)
         lines += QStringLiteral("    %1\n").arg(entry);
+    if (!connection.isEmpty())
+        lines += QStringLiteral("  in a callback of the connection '%1'\n").arg(connection);
     return lines;
 }

@@ -71,6 +71,9 @@ public:
     /// destructor too.
     void shutDown();
 
+    /// The version of the framework that the plugin was built for.
+    QString pluginVersion() const { return m_plugin.version(); }
+
     /// Null after the end.
     QScriptEngine *engine() const { return m_engine; }
     VextServer *server() const { return m_server.data(); }

@@ -21,6 +21,9 @@ public:
 
     void install(QScriptEngine *engine);
 
+    /// The lines, for the host itself.
+    LineReader *lines() { return &m_lines; }
+
     /// Takes all that is left, for the host itself.
     bool readRest(QByteArray *bytes, QString *error) { return m_lines.readRest(bytes, error); }
 

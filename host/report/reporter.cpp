@@ -56,6 +56,8 @@ LogRecord Reporter::recordHere(int level, const QString &connection) const
     LogRecord record;
     record.level = level;
     record.connection = connection;
+    record.file = m_file;
+    record.line = m_line;
     ScriptPlace::current(m_engine, &record.file, &record.line);
     return record;
 }
@@ -69,6 +71,22 @@ void Reporter::tellMessage(const PluginMessage &message)
     if (message.level == LogRecord::Error)
         m_lastError.insert(message.connection, message.text);
     m_log.write(record);
+}
+
+void Reporter::tellError(const QString &file, int line, const QString &text)
+{
+    LogRecord record;
+    record.level = LogRecord::Error;
+    record.file = file;
+    record.line = line;
+    record.text = text;
+    m_log.write(record);
+}
+
+void Reporter::setPlace(const QString &file, int line)
+{
+    m_file = file;
+    m_line = line;
 }
 
 void Reporter::tellException(const QString &code, QObject *receiver)

@@ -40,6 +40,13 @@ public:
 
     void tellMessage(const PluginMessage &message);
 
+    /// Tells an error that has a place in what the user has written.
+    void tellError(const QString &file, int line, const QString &text);
+
+    /// The place of what is done now, for messages that come while no script runs.
+    /// @param file empty: none
+    void setPlace(const QString &file, int line);
+
     /// Takes the uncaught exception out of the engine and tells it.
     /// @param code what has just been compiled; empty while callbacks run
     /// @param receiver the object whose event the callback answered; null when unknown
@@ -63,6 +70,8 @@ private:
     ScriptEnd *m_end;
     Log m_log;
     ConnectionWatch m_watch;
+    QString m_file; ///< of setPlace()
+    int m_line = 0;
     bool m_keepsGoing = false;
     bool m_hasFailed = false;
     QHash<QString, QString> m_lastError; ///< by the connection's name: its last message of an error

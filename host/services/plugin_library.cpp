@@ -99,6 +99,11 @@ QObject *PluginLibrary::globalObject() const
     return m_interface ? m_interface->globalObject() : nullptr;
 }
 
+QString PluginLibrary::version() const
+{
+    return m_interface ? QString::fromLatin1(m_interface->vext_plugin_version()) : QString();
+}
+
 QString PluginLibrary::defaultFile()
 {
     const QDir program(QCoreApplication::applicationDirPath());

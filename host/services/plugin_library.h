@@ -36,6 +36,9 @@ public:
     /// The plugin's global object, or null.
     QObject *globalObject() const;
 
+    /// The version of the framework that the library was built for; empty when none is loaded.
+    QString version() const;
+
     /// Where the library lies by default: next to the running program's folder, in a build tree
     /// as well as installed.
     static QString defaultFile();

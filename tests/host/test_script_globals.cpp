@@ -353,9 +353,9 @@ void TestScriptGlobals::errorsAreShownByDefaultWithLevelAndSource()
 {
     const HostOutcome outcome =
         runCode(openSqlite() + QStringLiteral("db.query_thread(['select 1', '']);"));
-    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 1, outcome);
     const QRegularExpression line(QStringLiteral(
-        "^\\[-1 error\\] plugins/PluginSQL/vext_sql_thread:\\d+ run: пустой запрос$"));
+        " error \\[main\\] run: пустой запрос\n$"));
     VERIFY_OUTCOME(QRegularExpression(line.pattern(), QRegularExpression::MultilineOption)
                        .match(outcome.errors)
                        .hasMatch(),
@@ -396,11 +396,11 @@ void TestScriptGlobals::levelDecidesWhichMessagesAreShown()
         QStringLiteral("var db = new VEXT_SQL(); db.traceLog = true; db.isSupportEvent;") +
             openSqlite() + QStringLiteral("db.traceLog = true; db.query_thread(['select 1', '']);"),
         options);
-    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
-    VERIFY_OUTCOME(outcome.errors.contains(QStringLiteral("[-1 error] ")) == error, outcome);
-    VERIFY_OUTCOME(outcome.errors.contains(QStringLiteral("[0 notice] ")) == notice, outcome);
-    VERIFY_OUTCOME(outcome.errors.contains(QStringLiteral("[1 trace] ")) == stateChange, outcome);
-    VERIFY_OUTCOME(outcome.errors.contains(QStringLiteral("[2 statement] ")) == statement, outcome);
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 1, outcome);
+    VERIFY_OUTCOME(outcome.errors.contains(QStringLiteral(" error [")) == error, outcome);
+    VERIFY_OUTCOME(outcome.errors.contains(QStringLiteral(" notice [")) == notice, outcome);
+    VERIFY_OUTCOME(outcome.errors.contains(QStringLiteral(" trace [")) == stateChange, outcome);
+    VERIFY_OUTCOME(outcome.errors.contains(QStringLiteral(" statement [")) == statement, outcome);
 }
 
 void TestScriptGlobals::traceIsOnForNewConnectionsOnly()
