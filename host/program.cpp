@@ -184,6 +184,7 @@ void Program::readStatements()
     if (::isatty(STDIN_FILENO)) {
         m_prompt = new Prompt(m_host->terminal());
         m_source.reset(m_prompt);
+        InterruptWatch::setInterruptEnds(false);
         m_host->setKeepGoing(true);
     } else {
         m_source.reset(new PlainInput(STDIN_FILENO));

@@ -12,26 +12,33 @@ namespace
 
 const int Signals[] = {SIGINT, SIGTERM, SIGHUP};
 
+const int SignalBase = 128; ///< the shell's way to tell a signal from an exit code
+
 /// Written by the constructor before the handler is set, read by the handler.
 volatile int s_writeEnd = -1;
-
-/// Does only what is allowed in a signal handler.
-void onSignal(int number)
-{
-    const int savedErrno = errno;
-    const unsigned char byte = static_cast<unsigned char>(number);
-    const ssize_t written = ::write(s_writeEnd, &byte, 1);
-    (void)written; // a full pipe holds enough news already
-    errno = savedErrno;
-}
+volatile sig_atomic_t s_interruptEnds = 1;
 
 void setAction(int number, void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
     sigemptyset(&action.sa_mask);
-    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    action.sa_flags = SA_RESTART;
     sigaction(number, &action, nullptr);
+}
+
+/// Does only what is allowed in a signal handler.
+void onSignal(int number)
+{
+    const int savedErrno = errno;
+    for (int caught : Signals)
+        setAction(caught, SIG_DFL);
+    if (number != SIGINT || s_interruptEnds)
+        EndWatchdog::start(static_cast<unsigned char>(SignalBase + number));
+    const unsigned char byte = static_cast<unsigned char>(number);
+    const ssize_t written = ::write(s_writeEnd, &byte, 1);
+    (void)written; // a full pipe holds enough news already
+    errno = savedErrno;
 }
 
 } // namespace
@@ -54,6 +61,7 @@ InterruptWatch::~InterruptWatch()
     for (int number : Signals)
         setAction(number, SIG_DFL);
     s_writeEnd = -1;
+    s_interruptEnds = 1;
     m_notifier.reset();
     ::close(m_pipe[0]);
     ::close(m_pipe[1]);
@@ -63,8 +71,14 @@ void InterruptWatch::arm()
 {
     if (!m_notifier)
         return;
+    EndWatchdog::calm();
     for (int number : Signals)
         setAction(number, onSignal);
+}
+
+void InterruptWatch::setInterruptEnds(bool on)
+{
+    s_interruptEnds = on ? 1 : 0;
 }
 
 void InterruptWatch::read()

@@ -2,14 +2,16 @@
 /// Ctrl-C and its relatives.
 #pragma once
 
+#include "end_watchdog.h"
+
 #include <QObject>
 #include <QScopedPointer>
 
 class QSocketNotifier;
 
 /// Turns the signals SIGINT, SIGTERM and SIGHUP into one Qt signal, delivered by the event loop.
-/// Each of them is caught once: the second one has its default effect and ends the process at
-/// once, which is the way out of a script that never returns to the event loop.
+/// One of them is caught: the second one has its default effect and ends the process at once. A
+/// process that does not come to its end after the first one is ended two seconds later.
 ///
 /// At most one instance at a time. Thread: the application's.
 class InterruptWatch : public QObject
@@ -21,8 +23,11 @@ public:
     /// Gives the signals back their default effect.
     ~InterruptWatch() override;
 
-    /// Catches each signal once more.
+    /// Catches a signal once more, and lets the process live on.
     void arm();
+
+    /// Whether SIGINT, too, gives the process two seconds. On at first; at a prompt it is a key.
+    static void setInterruptEnds(bool on);
 
 signals:
     /// @param number the number of the signal
@@ -31,6 +36,7 @@ signals:
 private:
     void read();
 
+    EndWatchdog m_watchdog;
     int m_pipe[2] = {-1, -1};
     QScopedPointer<QSocketNotifier> m_notifier;
 };

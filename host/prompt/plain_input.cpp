@@ -43,12 +43,14 @@ void PlainInput::read()
 void PlainInput::takeLines()
 {
     int begin = 0;
-    for (int end = m_bytes.indexOf('\n'); end >= 0; end = m_bytes.indexOf('\n', begin)) {
+    for (int end = m_bytes.indexOf('\n', m_searched); end >= 0;
+         end = m_bytes.indexOf('\n', begin)) {
         const QByteArray line = m_bytes.mid(begin, end - begin);
         begin = end + 1;
         takeLine(line);
     }
     m_bytes.remove(0, begin);
+    m_searched = m_bytes.size();
 }
 
 void PlainInput::takeLine(const QByteArray &line)

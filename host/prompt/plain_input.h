@@ -34,5 +34,6 @@ private:
     bool m_stopped = false;
     QScopedPointer<QSocketNotifier> m_notifier;
     QByteArray m_bytes; ///< read, but no whole line yet
+    int m_searched = 0; ///< up to here m_bytes holds no line break
     StatementBuffer m_buffer;
 };

@@ -3,6 +3,7 @@
 #include "driver_packages.h"
 #include "message_log.h"
 #include "misspelt_properties.h"
+#include "running_statements.h"
 #include "script_end.h"
 #include "script_failure.h"
 #include "script_place.h"
@@ -32,6 +33,7 @@ Reporter::Reporter(QScriptEngine *engine, Terminal *terminal, ScriptEnd *end, QO
 {
     connect(&m_watch, &ConnectionWatch::taskFailed, this, &Reporter::onTaskFailed);
     connect(&m_watch, &ConnectionWatch::opened, this, &Reporter::tellMisspelt);
+    connect(&m_watch, &ConnectionWatch::opened, this, &RunningStatements::add);
     MessageLog::setSink([this](const QString &line) { m_log.writeForeign(line); });
     MessageLog::setMissingDriverHandler([this](const QString &driver) {
         if (thread() == QThread::currentThread())

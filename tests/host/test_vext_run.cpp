@@ -65,6 +65,8 @@ private slots:
     void interruptDropsARunningStatement();
     void terminateEndsWithCode143();
     void secondInterruptEndsAScriptThatNeverReturns();
+    void oneSignalEndsWhateverRunsWithinTwoSeconds_data();
+    void oneSignalEndsWhateverRunsWithinTwoSeconds();
 };
 
 void TestVextRun::optionsThatAreWrongEndWithCode2_data()
@@ -103,8 +105,8 @@ void TestVextRun::helpNamesEveryOption()
 {
     const HostOutcome outcome = runHost({QStringLiteral("--help")});
     VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
-    for (const char *option : {"-e CODE", "--plugin FILE", "--level N", "--trace",
-                               "--stock-drivers", "--version"})
+    for (const char *option :
+         {"-e CODE", "--plugin FILE", "--level N", "--trace", "--stock-drivers", "--version"})
         VERIFY_OUTCOME(outcome.output.contains(QLatin1String(option)), outcome);
 }
 
@@ -581,6 +583,46 @@ void TestVextRun::secondInterruptEndsAScriptThatNeverReturns()
     const HostOutcome outcome = host.finish();
     VERIFY_OUTCOME(!outcome.endedByItself, outcome);
     QCOMPARE(host.process().exitStatus(), QProcess::CrashExit); // ended by the signal itself
+}
+
+void TestVextRun::oneSignalEndsWhateverRunsWithinTwoSeconds_data()
+{
+    QTest::addColumn<QString>("code");
+    QTest::addColumn<int>("number");
+    QTest::addColumn<QStringList>("options");
+    const QString endless = QStringLiteral("print('on'); for (;;);");
+    const QString statement =
+        openSqlite() + QStringLiteral("print('on'); db.query(\"%1\"); print('after'); for (;;);")
+                           .arg(QString::fromLatin1(LongSelect)
+                                    .replace(QLatin1String("3000000"), QLatin1String("900000000")));
+    const QStringList stock{QStringLiteral("--stock-drivers")};
+    QTest::newRow("endless script, Ctrl-C") << endless << SIGINT << QStringList();
+    QTest::newRow("endless script, SIGTERM") << endless << SIGTERM << QStringList();
+    QTest::newRow("statement, SIGTERM") << statement << SIGTERM << QStringList();
+    QTest::newRow("statement that cannot be cancelled") << statement << SIGTERM << stock;
+    QTest::newRow("input that never comes")
+        << QStringLiteral("print('on'); stdin.readLine();") << SIGTERM << QStringList();
+}
+
+void TestVextRun::oneSignalEndsWhateverRunsWithinTwoSeconds()
+{
+    QFETCH(QString, code);
+    QFETCH(int, number);
+    QFETCH(QStringList, options);
+    HostProcess host;
+    QVERIFY(host.start(options + QStringList{QStringLiteral("-e"), code}));
+    QVERIFY(host.waitForOutput(QStringLiteral("on\n")));
+    QVERIFY(host.send(number));
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(host.process().waitForFinished(HostProcess::limitMs));
+    const qint64 elapsed = timer.elapsed();
+    const HostOutcome outcome = host.finish();
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 128 + number, outcome);
+    // A loaded machine gives the process its share of time late.
+    QVERIFY2(elapsed <
+                 2000 * qEnvironmentVariable("VEXT_TEST_TIME_FACTOR", QStringLiteral("1")).toInt(),
+             qPrintable(QString::number(elapsed)));
 }
 
 QTEST_GUILESS_MAIN(TestVextRun)
