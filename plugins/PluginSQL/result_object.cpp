@@ -38,7 +38,7 @@ public:
         if (name == QLatin1String("__proto__"))
             setWithoutPrototype(m_engine->toStringHandle(name), values, {});
         else
-            set(m_engine->toStringHandle(name), values);
+            set(m_names.column(m_engine, name), values);
     }
 
     void set(ResultObject::Names::Name name, const QScriptValue &value,
@@ -68,7 +68,7 @@ private:
     }
 
     QScriptEngine *m_engine;
-    const ResultObject::Names &m_names;
+    ResultObject::Names &m_names;
     QScriptValue m_object;
 };
 
@@ -84,6 +84,18 @@ void ResultObject::Names::make(QScriptEngine *engine)
                                       "fields_nulls", "fields_types",  "fields_typeN"};
     for (size_t i = 0; i < Count; ++i)
         m_names[i] = engine->toStringHandle(QLatin1String(texts[i]));
+}
+
+QScriptString ResultObject::Names::column(QScriptEngine *engine, const QString &name)
+{
+    const auto known = m_columns.constFind(name);
+    if (known != m_columns.constEnd())
+        return *known;
+    const QScriptString handle = engine->toStringHandle(name);
+    if (m_columns.size() >= MostColumns)
+        m_columns.clear();
+    m_columns.insert(name, handle);
+    return handle;
 }
 
 QScriptValue ResultObject::newObjects(QScriptEngine *engine, int count)

@@ -4,6 +4,7 @@
 
 #include "sql_records.h"
 
+#include <QHash>
 #include <QScriptEngine>
 #include <QScriptString>
 #include <QScriptValue>
@@ -13,8 +14,8 @@
 namespace ResultObject
 {
 
-/// The names that every result has, as the engine keeps them: made from texts each time, they would
-/// cost more than the properties. Belongs to one engine, made with its first result.
+/// The names of a result's properties as the engine keeps them: made from texts each time, they
+/// would cost more than the properties. Belongs to one engine, made with its first result.
 class Names
 {
 public:
@@ -36,9 +37,14 @@ public:
 
     void make(QScriptEngine *engine);
     const QScriptString &at(Name name) const { return m_names[name]; }
+    /// The name of a column. Those of the results before are remembered, as far as they are few.
+    QScriptString column(QScriptEngine *engine, const QString &name);
 
 private:
+    static constexpr int MostColumns = 256;
+
     std::array<QScriptString, Count> m_names;
+    QHash<QString, QScriptString> m_columns;
 };
 
 /// With what, and how, the values of a connection are shown.
