@@ -243,7 +243,7 @@ void VEXT_sqlThr::refuseOpenTwice()
         db.port() > 0 ? QStringLiteral("%1:%3:%2")
                             .arg(db.hostName(), db.databaseName(), QString::number(db.port()))
                       : QStringLiteral("%1:%2").arg(db.hostName(), db.databaseName());
-    sendMessage(__LINE__, "open",
+    sendMessage(WorkerLines::Connection + __LINE__, "open",
                 tr("перед открытием БД, закройте соединение с '%1'")
                     .arg(SqlSecrets::maskedConnection(target)),
                 0);
@@ -253,10 +253,11 @@ void VEXT_sqlThr::refuseOpenTwice()
 void VEXT_sqlThr::reportOpenFailure()
 {
     const auto parameter = [this](const char *pattern, const QString &value) {
-        sendMessage(__LINE__, "open", QString::fromUtf8(pattern).arg(value), 1);
+        sendMessage(WorkerLines::Connection + __LINE__, "open",
+                    QString::fromUtf8(pattern).arg(value), 1);
     };
-    sendMessage(__LINE__, "open", tr("не смог подключиться к БД '%1'").arg(db.lastError().text()),
-                -1);
+    sendMessage(WorkerLines::Connection + __LINE__, "open",
+                tr("не смог подключиться к БД '%1'").arg(db.lastError().text()), -1);
     const QString portText = db.port() > 0 ? QStringLiteral(":%1").arg(db.port()) : QString();
     parameter("driverName    = '%1'", db.driverName());
     parameter("hostName      = '%1'", db.hostName() + portText);
@@ -331,7 +332,7 @@ void VEXT_sqlThr::announceEvents()
     const bool supported = isSupportEvent();
     const bool trace = traceLog;
     if (trace) {
-        DebugLine::debug(VextSqlModule::Worker, __LINE__, "open")
+        DebugLine::debug(VextSqlModule::Worker, WorkerLines::Connection + __LINE__, "open")
             << QDateTime::currentMSecsSinceEpoch() << "subscribeToNotification"
             << (supported ? "" : "no") << "supported";
     }
@@ -339,7 +340,8 @@ void VEXT_sqlThr::announceEvents()
     int level = LevelUnasked;
     if (trace)
         level = supported ? 2 : 0;
-    sendMessage(__LINE__, "open", tr("драйвер %1 поддерживает события").arg(who), level);
+    sendMessage(WorkerLines::Connection + __LINE__, "open",
+                tr("драйвер %1 поддерживает события").arg(who), level);
 }
 
 // --- Close ---

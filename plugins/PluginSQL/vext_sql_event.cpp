@@ -87,16 +87,18 @@ bool VEXT_sqlThr::add_event(const QString &name)
     }
     const bool trace = traceLog;
     if (trace) {
-        DebugLine::debug(VextSqlModule::Worker, __LINE__, "add_event")
+        DebugLine::debug(VextSqlModule::Worker, WorkerLines::Event + __LINE__, "add_event")
             << place.leftJustified(CalleeWidth) << name;
     }
     if (!db.isOpen() || !isSupportEvent()) {
         if (trace)
-            traceEvent("add_event", __LINE__, "subscribeToNotification offLine", name);
+            traceEvent("add_event", WorkerLines::Event + __LINE__,
+                       "subscribeToNotification offLine", name);
         return true;
     }
     if (trace)
-        traceEvent("add_event", __LINE__, "subscribeToNotification onLine", name);
+        traceEvent("add_event", WorkerLines::Event + __LINE__, "subscribeToNotification onLine",
+                   name);
     // Removed by the handler that adds it again: the driver still has it.
     if (m_pendingRemovals.removeOne(name))
         return true;
@@ -189,7 +191,7 @@ void VEXT_sqlThr::subscribeAll()
     const QStringList names = m_listEvents;
     for (const QString &name : names) {
         if (traceLog) {
-            DebugLine::debug(VextSqlModule::Worker, __LINE__, "open")
+            DebugLine::debug(VextSqlModule::Worker, WorkerLines::Event + __LINE__, "open")
                 << "subscribeToNotification onLine" << name;
         }
         subscribe(db.driver(), name);
@@ -202,7 +204,7 @@ void VEXT_sqlThr::unsubscribeAll(QSqlDriver *driver)
     const QStringList names = m_listEvents;
     for (const QString &name : names) {
         if (traceLog)
-            traceEvent("close", __LINE__, "unsubscribeFromNotification", name);
+            traceEvent("close", WorkerLines::Event + __LINE__, "unsubscribeFromNotification", name);
         driver->unsubscribeFromNotification(name);
     }
 }

@@ -81,7 +81,7 @@ bool VEXT_sqlThr::tables(int ttype)
 {
     const Entry entry(this);
     if (!db.isOpen()) {
-        reportNotOpen("tables", __LINE__);
+        reportNotOpen("tables", WorkerLines::Info + __LINE__);
         return false;
     }
     const QSqlError before = db.lastError();

@@ -278,7 +278,7 @@ void VEXT_sqlThr::convertEntry(structThrSql *task, structSqlResult &entry)
 void VEXT_sqlThr::fetchResThr(structThrSql *task)
 {
     if (!task || !task->sqlQuery) {
-        DebugLine::critical(VextSqlModule::Worker, __LINE__, "fetchResThr")
+        DebugLine::critical(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "fetchResThr")
             << (task ? "no query" : "no task");
         delete task;
         return;
@@ -368,7 +368,8 @@ void VEXT_sqlThr::queryFinThr(structThrSql *task)
 {
     const Entry entry(this);
     if (!task) {
-        DebugLine::critical(VextSqlModule::Worker, __LINE__, "queryFinThr") << "no task";
+        DebugLine::critical(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "queryFinThr")
+            << "no task";
         return;
     }
     const std::unique_ptr<structThrSql> owned(task);
@@ -376,7 +377,7 @@ void VEXT_sqlThr::queryFinThr(structThrSql *task)
         return;
     const bool isFunction = task->func.isFunction();
     if (task->timing) {
-        DebugLine::debug(VextSqlModule::Worker, __LINE__, "queryFinThr")
+        DebugLine::debug(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "queryFinThr")
             << "isFunc: " << (isFunction ? "true" : "false");
     }
     const QScriptValue age(m_engine, qsreal(task->timer.elapsed()));
@@ -392,14 +393,15 @@ void VEXT_sqlThr::callBack(structThrSql *task, const QScriptValue &age)
     const QPointer<QScriptEngine> engine = m_engine;
     const bool timing = task->timing;
     if (timing)
-        DebugLine::debug(VextSqlModule::Worker, __LINE__, "queryFinThr") << "call";
+        DebugLine::debug(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "queryFinThr")
+            << "call";
     QScriptValueList args{task->result, task->error, age};
     args += task->callArgs;
     const QScriptValue returned = task->func.call(task->thisObject, args);
     if (!timing)
         return;
     const bool threw = engine && engine->hasUncaughtException();
-    DebugLine::debug(VextSqlModule::Worker, __LINE__, "queryFinThr")
+    DebugLine::debug(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "queryFinThr")
         << "return" << returned.toString() << (threw ? ":----- Exception !!!" : "");
 }
 

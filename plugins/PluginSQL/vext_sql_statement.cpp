@@ -27,7 +27,8 @@ public:
         if (!m_on)
             return;
         const QString ms = QString::number(double(m_timer.nsecsElapsed()) / 1e6, 'f', 3);
-        m_worker->sendMessage(__LINE__, "query", QStringLiteral("%1 ms %2").arg(ms, name), 0);
+        m_worker->sendMessage(WorkerLines::Statement + __LINE__, "query",
+                              QStringLiteral("%1 ms %2").arg(ms, name), 0);
     }
 
 private:
@@ -106,7 +107,7 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
 {
     const Entry entry(this);
     if (!db.isOpen()) {
-        reportNotOpen("query", __LINE__);
+        reportNotOpen("query", WorkerLines::Statement + __LINE__);
         return QScriptValue(false);
     }
     clearSqlResult();
@@ -114,7 +115,8 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
     if (!m_owner || !db.isOpen())
         return QScriptValue(false);
     if (traceLog)
-        sendMessage(__LINE__, "query", tr("sql='%1'").arg(SqlSecrets::maskedStatement(sql)), 2);
+        sendMessage(WorkerLines::Statement + __LINE__, "query",
+                    tr("sql='%1'").arg(SqlSecrets::maskedStatement(sql)), 2);
 
     const bool timing = SqlText::asksForTiming(sql);
     const Stopwatch stopwatch(this, timing);
@@ -142,7 +144,7 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
     const QString message = traceLog ? tr("ошибка выполнения: '%1'\n%2")
                                            .arg(SqlSecrets::maskedStatement(sql.trimmed()), reason)
                                      : tr("ошибка выполнения: '%1'").arg(reason);
-    sendMessage(__LINE__, "query", message, -1);
+    sendMessage(WorkerLines::Statement + __LINE__, "query", message, -1);
     closeOnConnectionError(error);
     return QScriptValue(false);
 }
@@ -151,7 +153,7 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
 {
     const Entry entry(this);
     if (!db.isOpen()) {
-        reportNotOpen("exec", __LINE__);
+        reportNotOpen("exec", WorkerLines::Statement + __LINE__);
         return QScriptValue(false);
     }
     clearSqlResult();
@@ -189,7 +191,7 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
     QString message = tr("ошибка выполнения: '%1'").arg(SqlSecrets::maskedStatement(error.text()));
     if (traceLog)
         message += QLatin1Char('\n') + SqlSecrets::maskedStatement(statement);
-    sendMessage(__LINE__, "exec", message, -1);
+    sendMessage(WorkerLines::Statement + __LINE__, "exec", message, -1);
     closeOnConnectionError(error);
     return QScriptValue(false);
 }
@@ -215,7 +217,7 @@ void VEXT_sqlThr::reportUnprepared(structThrSql *task, const QString &text)
     if (!traceLog)
         return;
     sendMessage(
-        __LINE__, "exec",
+        WorkerLines::Statement + __LINE__, "exec",
         tr("не смог подготовить процедуру '%1' к выполнению\n%2")
             .arg(SqlSecrets::maskedStatement(text), SqlSecrets::maskedStatement(error.text())),
         -1);
@@ -223,7 +225,7 @@ void VEXT_sqlThr::reportUnprepared(structThrSql *task, const QString &text)
 
 void VEXT_sqlThr::reportFailure(const char *function, const QSqlError &error)
 {
-    DebugLine::critical(VextSqlModule::Worker, __LINE__, function)
+    DebugLine::critical(VextSqlModule::Worker, WorkerLines::Statement + __LINE__, function)
         << qUtf8Printable(type2str(error.type()));
 }
 
@@ -252,7 +254,8 @@ bool VEXT_sqlThr::argumentValues(const QScriptValue &args, QVariantList &values)
         QVariant variant;
         if (!SqlCall::toVariant(data.isValid() ? data : value, engine, variant)) {
             if (!watch.threw())
-                sendMessage(__LINE__, "exec", tr("слишком большой аргумент"), -1);
+                sendMessage(WorkerLines::Statement + __LINE__, "exec",
+                            tr("слишком большой аргумент"), -1);
             return false;
         }
         values.append(variant);
@@ -269,7 +272,7 @@ void VEXT_sqlThr::bindArguments(QSqlQuery &query, const QVariantList &values, bo
             type |= QSql::Binary;
         query.bindValue(QStringLiteral(":a%1").arg(i), value, type);
         if (trace) {
-            sendMessage(__LINE__, "exec",
+            sendMessage(WorkerLines::Statement + __LINE__, "exec",
                         tr("sql bind %1 value:  type=%2")
                             .arg(QString::number(i + 1), QLatin1String(value.typeName())),
                         2);
