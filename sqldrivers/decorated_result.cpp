@@ -3,6 +3,7 @@
 #include "decorated_driver.h"
 
 #include <QCoreApplication>
+#include <QSqlField>
 #include <QSqlRecord>
 #include <QtSql/private/qsqlresult_p.h>
 
@@ -482,7 +483,18 @@ QVariant DecoratedResult::lastInsertId() const
 
 QSqlRecord DecoratedResult::record() const
 {
-    return m_rows ? m_rows->record() : QSqlRecord();
+    QSqlRecord columns = m_rows ? m_rows->record() : QSqlRecord();
+    const DecoratedDriver *driver = owner();
+    for (int i = 0; driver && i < columns.count(); ++i) {
+        const QString given = columns.fieldName(i);
+        const QString name = driver->policy()->columnName(given);
+        if (name == given)
+            continue;
+        QSqlField column = columns.field(i);
+        column.setName(name);
+        columns.replace(i, column);
+    }
+    return columns;
 }
 
 QVariant DecoratedResult::handle() const

@@ -160,6 +160,9 @@ public:
     /// The rules of a result's columns, one each, or none at all.
     virtual QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer);
 
+    /// The right name of a result's column, where the stock driver misreads it.
+    virtual QString columnName(const QString &name) const { return name; }
+
     // --- Notifications ---
 
     /// Subscribes to the stock driver's notifications. `outer` is the driver that the caller knows.

@@ -7,6 +7,7 @@
 #include <QSqlField>
 #include <QThread>
 
+#include <algorithm>
 #include <utility>
 
 namespace
@@ -327,6 +328,15 @@ QVector<ColumnRule> FirebirdPolicy::columnRules(const QSqlRecord &columns,
         any = true;
     }
     return any ? rules : QVector<ColumnRule>();
+}
+
+/// QIBASE (5.15) reads the bytes of names as Latin-1.
+QString FirebirdPolicy::columnName(const QString &name) const
+{
+    constexpr ushort LastAscii = 0x7f;
+    const bool isAscii =
+        std::all_of(name.cbegin(), name.cend(), [](QChar c) { return c.unicode() <= LastAscii; });
+    return isAscii || !m_isUtf8 ? name : QString::fromUtf8(name.toLatin1());
 }
 
 // --- Notifications ---

@@ -51,6 +51,8 @@ public:
     bool adjustsValues(const LayerOptions &layer) const override;
     QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
 
+    QString columnName(const QString &name) const override;
+
     bool subscribe(const QString &name, QObject *outer) override;
 
     void interrupt(CancelGate::Phase phase, bool alone) override;

@@ -39,14 +39,6 @@ bool isLossNumber(unsigned int number)
     return numbers.contains(number);
 }
 
-/// The numbers with which rows that are still being sent may break off.
-bool breaksOff(unsigned int number)
-{
-    constexpr unsigned int Interrupted = 1317;
-    constexpr unsigned int TookTooLong = 1969;
-    return number == Interrupted || number == TookTooLong || isLossNumber(number);
-}
-
 /// What the stock driver can prepare and read the rows of.
 bool isPreparable(const QString &verb)
 {
@@ -232,19 +224,6 @@ bool MariaDbPolicy::isStale(const QSqlError &error) const
 }
 
 // --- Errors and loss ---
-
-/// QMYSQL (5.15) takes rows that break off for the end of all rows.
-QSqlError MariaDbPolicy::errorOf(StockResult &rows, Step step)
-{
-    const QSqlError error = rows.lastError();
-    if (error.isValid() || step != Step::Fetch || !m_connection)
-        return error;
-    const unsigned int number = m_client.errorNumber(m_connection);
-    if (!breaksOff(number))
-        return error;
-    return QSqlError(tr("the rows broke off"), m_client.errorText(m_connection),
-                     QSqlError::StatementError, QString::number(number));
-}
 
 QSqlError MariaDbPolicy::classified(const QSqlError &error, Step step)
 {

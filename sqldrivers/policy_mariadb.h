@@ -33,7 +33,6 @@ public:
     bool endsKept(const QString &text) const override;
     bool isStale(const QSqlError &error) const override;
 
-    QSqlError errorOf(StockResult &rows, Step step) override;
     QSqlError classified(const QSqlError &error, Step step) override;
     bool isLost() const override;
 

@@ -356,6 +356,13 @@ QVector<ColumnRule> OdbcPolicy::columnRules(const QSqlRecord &columns, const Lay
     return rules;
 }
 
+/// The stock driver takes a length in bytes for one in characters, and reads on behind the end.
+QString OdbcPolicy::columnName(const QString &name) const
+{
+    const int end = name.indexOf(QChar());
+    return end < 0 ? name : name.left(end);
+}
+
 // --- Cancelling ---
 
 void OdbcPolicy::interrupt(CancelGate::Phase phase, bool alone)

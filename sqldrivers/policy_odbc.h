@@ -42,6 +42,8 @@ public:
 
     QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
 
+    QString columnName(const QString &name) const override;
+
     void interrupt(CancelGate::Phase phase, bool alone) override;
     bool settle() override { return m_cancel.settle(); }
 
