@@ -119,7 +119,9 @@ bool DecoratedResult::exec()
     detachFromResultSet();
     if (!m_isPrepared)
         return runPlain(*driver);
-    if ((!m_bound || m_session != driver->session()) && !obtain(*driver))
+    const bool isUsable =
+        m_bound && m_session == driver->session() && (!m_wasKept || m_bound->isFresh());
+    if (!isUsable && !obtain(*driver))
         return false;
     return runBound(*driver);
 }
@@ -229,6 +231,7 @@ bool DecoratedResult::runBound(DecoratedDriver &driver)
         good = executeBound(driver, values);
     }
     m_worthKeeping = good && driver.policy()->mayKeep(m_bound->plan());
+    m_wasKept = good; // from now on it may age
     d_ptr->executedQuery = m_bound->sentText();
     good = conclude(driver, good, Policy::Step::Execute);
     if (good && hasOutValues())
@@ -262,7 +265,8 @@ bool DecoratedResult::runPlain(DecoratedDriver &driver)
 
 void DecoratedResult::applySettings(StockResult &rows, const DecoratedDriver &driver)
 {
-    m_adjusts = driver.policy()->adjustsValues(driver.options());
+    m_adjusts = true;
+    m_knowsColumns = false;
     m_rules.clear();
     rows.setForwardOnly(isForwardOnly());
     rows.setPrecision(driver.options().exactNumbers ? QSql::HighPrecision
@@ -446,19 +450,25 @@ QVariant DecoratedResult::data(int column)
 {
     if (!m_rows)
         return QVariant();
-    const QVariant value = m_rows->data(column);
     if (!m_adjusts)
-        return value;
-    if (m_rules.isEmpty())
-        findRules();
+        return m_rows->data(column);
+    if (!m_knowsColumns)
+        readColumns();
+    const QVariant value =
+        m_rereads ? owner()->policy()->reread(*m_rows, column, m_rows->data(column))
+                  : m_rows->data(column);
     return column >= 0 && column < m_rules.size() ? m_rules.at(column).applied(value) : value;
 }
 
-void DecoratedResult::findRules()
+/// What the columns of this execution need, found with its first value.
+void DecoratedResult::readColumns()
 {
-    if (DecoratedDriver *driver = owner())
+    DecoratedDriver *driver = owner();
+    m_rereads = driver && driver->policy()->rereads(*m_rows);
+    if (driver && driver->policy()->adjustsValues(driver->options()))
         m_rules = driver->policy()->columnRules(m_rows->record(), driver->options());
-    m_adjusts = !m_rules.isEmpty();
+    m_knowsColumns = true;
+    m_adjusts = m_rereads || !m_rules.isEmpty();
 }
 
 bool DecoratedResult::isNull(int column)

@@ -73,7 +73,7 @@ private:
     void beginStatement(DecoratedDriver &driver);
     void endStatement();
     void finish();
-    void findRules();
+    void readColumns();
 
     std::shared_ptr<CancelGate> m_gate;
     CancelGate::Statement m_cancel;
@@ -87,6 +87,8 @@ private:
     bool m_isPrepared = false; ///< exec() runs m_bound, else m_text
     bool m_wasKept = false;    ///< m_bound had been prepared earlier
     bool m_worthKeeping = false;
-    bool m_adjusts = false;      ///< values go through m_rules
-    QVector<ColumnRule> m_rules; ///< of the columns of m_rows; empty until the first value
+    bool m_adjusts = false;      ///< values are changed, or it is not known yet
+    bool m_knowsColumns = false; ///< m_rereads and m_rules are those of m_rows
+    bool m_rereads = false;
+    QVector<ColumnRule> m_rules; ///< of the columns of m_rows; empty for none
 };

@@ -4,6 +4,7 @@
 #include "policy_mariadb.h"
 #include "policy_odbc.h"
 #include "policy_plain.h"
+#include "policy_postgres.h"
 #include "policy_sqlite.h"
 
 #include <QSqlField>
@@ -39,6 +40,8 @@ std::unique_ptr<Policy> makePolicy(const QString &key, QSqlDriver *stock)
     const SqlDialect dialect = dialectOf(key);
     if (dialect == SqlDialect::Sqlite)
         return std::make_unique<SqlitePolicy>(stock);
+    if (dialect == SqlDialect::PostgreSql)
+        return std::make_unique<PostgresPolicy>(stock);
     if (dialect == SqlDialect::Firebird)
         return std::make_unique<FirebirdPolicy>(stock);
     if (dialect == SqlDialect::MariaDb)

@@ -159,6 +159,19 @@ public:
     virtual bool adjustsValues(const LayerOptions &layer) const { return layer.exactNumbers; }
     /// The rules of a result's columns, one each, or none at all.
     virtual QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer);
+    /// Whether a result, which was just executed, has columns whose values reread() is asked for.
+    virtual bool rereads(StockResult &rows)
+    {
+        Q_UNUSED(rows)
+        return false;
+    }
+    /// The right value of a cell of the current row, where the stock driver may have misread it.
+    virtual QVariant reread(StockResult &rows, int column, const QVariant &value)
+    {
+        Q_UNUSED(rows)
+        Q_UNUSED(column)
+        return value;
+    }
 
     /// The right name of a result's column, where the stock driver misreads it.
     virtual QString columnName(const QString &name) const { return name; }

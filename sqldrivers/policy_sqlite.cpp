@@ -1,5 +1,7 @@
 #include "policy_sqlite.h"
 
+#include "leading_word.h"
+
 #include <QCoreApplication>
 #include <QStringList>
 
@@ -32,11 +34,6 @@ QString tr(const char *text)
 int primaryCode(const QSqlError &error)
 {
     return error.nativeErrorCode().toInt() & PrimaryMask;
-}
-
-QString verbOf(const QString &text)
-{
-    return StatementPlan::of(SqlDialect::Sqlite, text).verb();
 }
 
 bool endsTransaction(const QString &verb)
@@ -164,7 +161,7 @@ void SqlitePolicy::finished(const QString &text, bool good)
     // An interrupted change, a full disk and their like end the whole transaction, and the next
     // change would be committed by itself. A failed COMMIT is over for the script, too.
     if (!good && m_wasInTransaction && !inTransaction() && !text.isEmpty() &&
-        !endsTransaction(verbOf(text)))
+        !endsTransaction(leadingWord(text)))
         m_rolledBack = true;
     m_wasInTransaction = inTransaction();
 }
@@ -173,10 +170,10 @@ QSqlError SqlitePolicy::refusal(const QString &text)
 {
     if (!m_rolledBack)
         return QSqlError();
-    const StatementPlan plan = StatementPlan::of(dialect(), text);
-    if (endsTransaction(plan.verb())) {
+    const QString verb = leadingWord(text);
+    if (endsTransaction(verb)) {
         m_rolledBack = false;
-    } else if (plan.verb() == QLatin1String("ROLLBACK")) {
+    } else if (verb == QLatin1String("ROLLBACK")) {
         pretendTransaction();
         return QSqlError();
     }

@@ -28,6 +28,7 @@ class StockResult
         using QSqlResult::fetchNext;
         using QSqlResult::fetchPrevious;
         using QSqlResult::isActive;
+        using QSqlResult::isForwardOnly;
         using QSqlResult::isNull;
         using QSqlResult::isSelect;
         using QSqlResult::lastError;
@@ -90,6 +91,7 @@ public:
     bool isNull(int column) { return call(&Door::isNull, column); }
 
     int at() const { return call(&Door::at); }
+    bool isForwardOnly() const { return call(&Door::isForwardOnly); }
     bool isActive() const { return call(&Door::isActive); }
     bool isSelect() const { return call(&Door::isSelect); }
     QSqlError lastError() const { return call(&Door::lastError); }

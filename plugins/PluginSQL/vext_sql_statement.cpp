@@ -1,6 +1,7 @@
 #include "vext_sql_thread.h"
 
 #include "debug_line.h"
+#include "driver_text.h"
 #include "script_guard.h"
 #include "sql_secrets.h"
 #include "sqlite_schema_guard.h"
@@ -161,7 +162,10 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
     QVariantList values;
     if (!argumentValues(args, values) || !m_owner || !db.isOpen())
         return QScriptValue(false);
-    const QString statement = SqlText::execStatement(text, values.size(), m_mainKind.driverType);
+    QString statement;
+    const bool positional = DriverText::complete(db.driver(), text, values.size(), statement);
+    if (!positional)
+        statement = SqlText::execStatement(text, values.size(), m_mainKind.driverType);
 
     auto task = std::make_unique<structThrSql>(db);
     task->kind = m_mainKind;
@@ -172,7 +176,7 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
         prepared = task->sqlQuery->prepare(statement);
         if (!prepared)
             return false;
-        bindArguments(*task->sqlQuery, values, std::exchange(trace, false));
+        bindArguments(*task->sqlQuery, values, positional, std::exchange(trace, false));
         return task->sqlQuery->exec();
     });
     if (!prepared) {
@@ -263,14 +267,18 @@ bool VEXT_sqlThr::argumentValues(const QScriptValue &args, QVariantList &values)
     return true;
 }
 
-void VEXT_sqlThr::bindArguments(QSqlQuery &query, const QVariantList &values, bool trace)
+void VEXT_sqlThr::bindArguments(QSqlQuery &query, const QVariantList &values, bool positional,
+                                bool trace)
 {
     for (int i = 0; i < values.size(); ++i) {
         const QVariant &value = values.at(i);
         QSql::ParamType type = QSql::In;
         if (value.userType() == QMetaType::QByteArray)
             type |= QSql::Binary;
-        query.bindValue(QStringLiteral(":a%1").arg(i), value, type);
+        if (positional)
+            query.bindValue(i, value, type);
+        else
+            query.bindValue(QStringLiteral(":a%1").arg(i), value, type);
         if (trace) {
             sendMessage(WorkerLines::Statement + __LINE__, "exec",
                         tr("sql bind %1 value:  type=%2")

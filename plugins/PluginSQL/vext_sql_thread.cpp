@@ -1,6 +1,7 @@
 #include "vext_sql_thread.h"
 
 #include "debug_line.h"
+#include "driver_text.h"
 #include "lasting_text.h"
 #include "own_meta_types.h"
 #include "sql_driver_kind.h"
@@ -704,7 +705,9 @@ bool VEXT_sqlThr::executeStatement(ThreadConnection &con, structThrSql *task, co
     if (!task->isProc)
         return execute(task, m_threadWatch, sql, [&] { return query.exec(sql); });
     const QVariantList values = task->procArgs.value(task->current);
-    const QString procedure = SqlText::procedureStatement(sql, values.size(), con.kind.dbmsType);
+    QString procedure;
+    if (!DriverText::complete(query.driver(), sql, values.size(), procedure))
+        procedure = SqlText::procedureStatement(sql, values.size(), con.kind.dbmsType);
     bool prepared = true;
     const bool done = execute(task, m_threadWatch, procedure, [&] {
         prepared = query.prepare(procedure);

@@ -332,7 +332,7 @@ private:
     void reportFailure(const char *function, const QSqlError &error);
     void reportUnprepared(structThrSql *task, const QString &text);
     void closeOnConnectionError(const QSqlError &error);
-    void bindArguments(QSqlQuery &query, const QVariantList &values, bool trace);
+    void bindArguments(QSqlQuery &query, const QVariantList &values, bool positional, bool trace);
     bool argumentValues(const QScriptValue &args, QVariantList &values);
 
     // Results.

@@ -1,0 +1,305 @@
+#include "policy_postgres.h"
+
+#include "leading_word.h"
+#include "postgres_literal.h"
+#include "postgres_value.h"
+
+#include <QCoreApplication>
+#include <QRegularExpression>
+#include <QStringList>
+
+#include <chrono>
+#include <thread>
+
+namespace
+{
+
+/// A server that has not taken a request by then is as good as dead.
+constexpr int DeadServerMs = 2000;
+/// The request that came before the statement had reached the server is repeated.
+constexpr int RepeatMs = 250;
+constexpr int LookMs = 2;
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("PostgresPolicy", text);
+}
+
+/// What PREPARE takes.
+bool isPreparable(const QString &verb)
+{
+    static const QStringList verbs{
+        QStringLiteral("SELECT"), QStringLiteral("INSERT"), QStringLiteral("UPDATE"),
+        QStringLiteral("DELETE"), QStringLiteral("VALUES"), QStringLiteral("WITH"),
+        QStringLiteral("MERGE"),  QStringLiteral("TABLE")};
+    return verbs.contains(verb);
+}
+
+/// What changes neither tables nor names that a kept statement depends on.
+bool leavesSchemaAlone(const QString &verb)
+{
+    static const QStringList verbs{
+        QStringLiteral("BEGIN"),  QStringLiteral("START"),     QStringLiteral("COMMIT"),
+        QStringLiteral("END"),    QStringLiteral("SAVEPOINT"), QStringLiteral("RELEASE"),
+        QStringLiteral("LISTEN"), QStringLiteral("NOTIFY"),    QStringLiteral("UNLISTEN"),
+        QStringLiteral("SHOW"),   QStringLiteral("FETCH"),     QStringLiteral("COPY"),
+        QStringLiteral("LOCK"),   QStringLiteral("EXPLAIN")};
+    return isPreparable(verb) || verbs.contains(verb);
+}
+
+bool isConnectionCode(const QString &code)
+{
+    return code.startsWith(QLatin1String("08")) || code == QLatin1String("57P01") ||
+           code == QLatin1String("57P02") || code == QLatin1String("57P03");
+}
+
+} // namespace
+
+/// A request to cancel, repeated until its statement is over.
+struct PostgresPolicy::Request {
+    PostgresClient client;
+    std::shared_ptr<pg_cancel> handle;
+    std::shared_ptr<SocketWatch> socket;
+    std::atomic<bool> isOver{false};
+
+    void repeat();
+};
+
+/// In a thread of its own. libpq's request has no time-out, and neither has the statement that
+/// waits for the same server: when it does not answer, the line is cut.
+void PostgresPolicy::Request::repeat()
+{
+    DeadlineWatch &watch = DeadlineWatch::instance();
+    DeadlineWatch::Id deadline = 0;
+    char error[256];
+    while (!isOver) {
+        if (!deadline)
+            deadline = watch.add(DeadServerMs, [line = socket] { line->cut(); });
+        if (client.cancel(handle.get(), error, sizeof error) == 1) {
+            watch.remove(deadline);
+            deadline = 0;
+        }
+        for (int ms = 0; ms < RepeatMs && !isOver; ms += LookMs)
+            std::this_thread::sleep_for(std::chrono::milliseconds(LookMs));
+    }
+    if (deadline)
+        watch.remove(deadline);
+}
+
+PostgresPolicy::~PostgresPolicy()
+{
+    PostgresPolicy::detach();
+}
+
+// --- Opening and closing ---
+
+QString PostgresPolicy::stockOptions(const QString &options, const LayerOptions &layer) const
+{
+    if (layer.connectTimeoutMs == 0 || options.contains(QLatin1String("connect_timeout")))
+        return options;
+    // libpq counts in seconds, and takes one for two.
+    const int seconds = (layer.connectTimeoutMs + 999) / 1000;
+    const QString timeout = QStringLiteral("connect_timeout=%1").arg(seconds);
+    return options.isEmpty() ? timeout : timeout + QLatin1Char(';') + options;
+}
+
+bool PostgresPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &,
+                            QSqlError *error)
+{
+    auto session = std::make_shared<PostgresSession>();
+    session->connection = nativeHandle<pg_conn *>();
+    if (!session->connection || !session->client.resolve()) {
+        *error = QSqlError(tr("PostgreSQL's client library was not found"), QString(),
+                           QSqlError::ConnectionError);
+        return false;
+    }
+    m_session = session;
+    m_socket = std::make_shared<SocketWatch>(session->client.socket(session->connection));
+    if (pg_cancel *handle = session->client.getCancel(session->connection))
+        m_cancelHandle.reset(handle, session->client.freeCancel);
+    m_statementTimeoutMs = layer.statementTimeoutMs;
+    setStatementTimeout();
+    return true;
+}
+
+void PostgresPolicy::detach()
+{
+    if (!m_session)
+        return;
+    m_session->connection = nullptr;
+    m_session.reset();
+    m_socket.reset();
+    m_cancelHandle.reset();
+}
+
+void PostgresPolicy::setStatementTimeout()
+{
+    if (m_statementTimeoutMs > 0) {
+        m_session->client.run(m_session->connection, "SET statement_timeout = " +
+                                                         QByteArray::number(m_statementTimeoutMs));
+    }
+}
+
+// --- Cancelling ---
+
+void PostgresPolicy::interrupt(CancelGate::Phase, bool)
+{
+    QMutexLocker locker(&m_mutex);
+    if (!m_cancelHandle || m_request)
+        return;
+    m_request = std::make_shared<Request>();
+    m_request->client = m_session->client;
+    m_request->handle = m_cancelHandle;
+    m_request->socket = m_socket;
+    m_requests.start([request = m_request] { request->repeat(); });
+}
+
+bool PostgresPolicy::settle()
+{
+    QMutexLocker locker(&m_mutex);
+    if (!m_request)
+        return true;
+    m_request->isOver = true;
+    m_request.reset();
+    // On a line that was cut no request can hit anything any more.
+    return !isBroken() && m_requests.settle();
+}
+
+// --- Statements ---
+
+std::unique_ptr<BoundStatement> PostgresPolicy::makeStatement(StatementPlan plan)
+{
+    QSqlResult *result = stock()->createResult();
+    if (isPreparable(plan.verb()) && plan.valueCount() > 0)
+        return std::make_unique<PostgresStatement>(std::move(plan), result, m_session);
+    return std::make_unique<LiteralStatement>(std::move(plan), result, &PostgresLiteral::inText);
+}
+
+bool PostgresPolicy::mayKeep(const StatementPlan &plan) const
+{
+    return isPreparable(plan.verb()) && plan.valueCount() > 0;
+}
+
+/// What a statement may fail with whose tables have changed since it was prepared.
+bool PostgresPolicy::isStale(const QSqlError &error) const
+{
+    if (!m_session->isIdle())
+        return false;
+    const QString code = error.nativeErrorCode();
+    return code == QLatin1String("26000") || code == QLatin1String("0A000") ||
+           code.startsWith(QLatin1String("22")) || code.startsWith(QLatin1String("42"));
+}
+
+void PostgresPolicy::finished(const QString &text, bool good)
+{
+    Q_UNUSED(good)
+    if (m_session->isIdle())
+        ++m_session->transaction;
+    const QString verb = leadingWord(text);
+    if (!verb.isEmpty() && !leavesSchemaAlone(verb))
+        ++m_session->schema;
+    if (verb == QLatin1String("DISCARD") || verb == QLatin1String("RESET"))
+        setStatementTimeout();
+    keepSettings();
+}
+
+/// Qt's driver (5.15) reads dates in ISO style and texts in UTF-8, whatever the session says.
+QSqlError PostgresPolicy::refusal(const QString &text)
+{
+    if (leadingWord(text) != QLatin1String("SET"))
+        return QSqlError();
+    static const QRegularExpression style(QStringLiteral("^[^=]*\\bdatestyle\\b(?!.*\\biso\\b)"),
+                                          QRegularExpression::CaseInsensitiveOption |
+                                              QRegularExpression::DotMatchesEverythingOption);
+    static const QRegularExpression encoding(
+        QStringLiteral("^[^=']*\\b(client_encoding|names)\\b(?!.*\\b(utf-?8|unicode|default)\\b)"),
+        QRegularExpression::CaseInsensitiveOption |
+            QRegularExpression::DotMatchesEverythingOption);
+    if (style.match(text).hasMatch())
+        return QSqlError(QString(), tr("DateStyle stays ISO: the driver reads dates in no other"),
+                         QSqlError::StatementError);
+    if (encoding.match(text).hasMatch())
+        return QSqlError(QString(), tr("client_encoding stays UTF8: the driver reads no other"),
+                         QSqlError::StatementError);
+    return QSqlError();
+}
+
+/// A function may have changed them, or a reset to what the server starts with.
+void PostgresPolicy::keepSettings()
+{
+    const PostgresClient &client = m_session->client;
+    if (m_session->transactionStatus() != PostgresClient::Idle &&
+        m_session->transactionStatus() != PostgresClient::InTransaction)
+        return;
+    const QByteArray style = client.parameterStatus(m_session->connection, "DateStyle");
+    if (!style.startsWith("ISO"))
+        client.run(m_session->connection, "SET DateStyle TO 'ISO'");
+    const QByteArray encoding = client.parameterStatus(m_session->connection, "client_encoding");
+    if (encoding != "UTF8")
+        client.run(m_session->connection, "SET client_encoding TO 'UTF8'");
+}
+
+// --- Errors and loss ---
+
+bool PostgresPolicy::isBroken() const
+{
+    return !m_session || m_session->client.status(m_session->connection) != 0 ||
+           m_socket->isCut();
+}
+
+QSqlError PostgresPolicy::classified(const QSqlError &error, Step step)
+{
+    const QString code = error.nativeErrorCode();
+    QSqlError::ErrorType type = error.type();
+    if (step == Step::Open || isConnectionCode(code) || isBroken())
+        type = QSqlError::ConnectionError;
+    else if (step != Step::Transaction)
+        type = QSqlError::StatementError;
+    return QSqlError(error.driverText(), error.databaseText(), type, code);
+}
+
+/// A transaction that is open is not given up unseen: its next statement fails, so that nothing
+/// behind it runs on a new session by itself.
+bool PostgresPolicy::isLost() const
+{
+    if (!m_session)
+        return false;
+    const PostgresClient::TransactionStatus status = m_session->transactionStatus();
+    if (status == PostgresClient::InTransaction || status == PostgresClient::InFailedTransaction)
+        return false;
+    return isBroken();
+}
+
+// --- Values ---
+
+bool PostgresPolicy::rereads(StockResult &rows)
+{
+    const auto *result = resultOf(rows);
+    if (!result)
+        return false;
+    const int columns = m_session->client.columnCount(result);
+    for (int c = 0; c < columns; ++c) {
+        if (PostgresValue::needsLook(m_session->client.columnType(result, c)))
+            return true;
+    }
+    return false;
+}
+
+QVariant PostgresPolicy::reread(StockResult &rows, int column, const QVariant &value)
+{
+    const auto *result = resultOf(rows);
+    if (!result || value.isNull())
+        return value;
+    const unsigned type = m_session->client.columnType(result, column);
+    if (!PostgresValue::needsLook(type))
+        return value;
+    const int row = rows.isForwardOnly() ? 0 : rows.at();
+    return PostgresValue::read(type, m_session->client.value(result, row, column), value);
+}
+
+const pg_result *PostgresPolicy::resultOf(StockResult &rows) const
+{
+    const QVariant handle = rows.handle();
+    return m_session && handle.isValid() ? *static_cast<pg_result *const *>(handle.constData())
+                                         : nullptr;
+}

@@ -1,0 +1,100 @@
+#include "postgres_statement.h"
+
+#include "postgres_literal.h"
+
+// --- Session ---
+
+PostgresClient::TransactionStatus PostgresSession::transactionStatus() const
+{
+    return connection ? PostgresClient::TransactionStatus(client.transactionStatus(connection))
+                      : PostgresClient::Unknown;
+}
+
+void PostgresSession::forget(const QByteArray &name)
+{
+    // Within a transaction a failure would end it, and rows that are on their way would be lost.
+    if (connection)
+        unused.append(name);
+}
+
+void PostgresSession::forgetUnused()
+{
+    if (unused.isEmpty() || !isIdle())
+        return;
+    const QVector<QByteArray> names = std::move(unused);
+    unused.clear();
+    for (const QByteArray &name : names)
+        client.run(connection, "DEALLOCATE " + name);
+}
+
+// --- Statement ---
+
+PostgresStatement::PostgresStatement(StatementPlan plan, QSqlResult *result,
+                                     std::shared_ptr<PostgresSession> session)
+    : BoundStatement(std::move(plan), result)
+    , m_session(std::move(session))
+{
+}
+
+PostgresStatement::~PostgresStatement()
+{
+    if (!m_name.isEmpty())
+        m_session->forget(m_name);
+}
+
+bool PostgresStatement::prepare()
+{
+    // What may mean an operator of jsonb is only told from a placeholder by the number of values.
+    const bool ambiguous = plan().valueCount() > 0 && plan().refusal(0).isEmpty();
+    return ambiguous || tellServer();
+}
+
+bool PostgresStatement::tellServer()
+{
+    m_session->forgetUnused();
+    m_transaction = m_session->transaction;
+    m_schema = m_session->schema;
+    const QByteArray name = "vext_" + QByteArray::number(++m_session->lastName);
+    const QString text =
+        QLatin1String("PREPARE ") + QString::fromLatin1(name) + QLatin1String(" AS ") +
+        plan().withNumbers();
+    result().renew(text);
+    result().setForwardOnly(false);
+    if (!result().reset(text))
+        return false;
+    m_name = name;
+    return true;
+}
+
+bool PostgresStatement::isFresh() const
+{
+    if (m_name.isEmpty() || m_schema != m_session->schema)
+        return false;
+    return m_session->isIdle() || m_transaction == m_session->transaction;
+}
+
+bool PostgresStatement::execute(const QVector<BoundValue> &values)
+{
+    const bool forwardOnly = result().isForwardOnly();
+    if (m_name.isEmpty() && !tellServer())
+        return false;
+    const bool older = m_hasRun && m_session->isIdle();
+    const auto numbers =
+        older ? PostgresLiteral::Numbers::Quoted : PostgresLiteral::Numbers::Bare;
+    QString text = QLatin1String("EXECUTE ") + QString::fromLatin1(m_name);
+    for (int i = 0; i < values.size(); ++i) {
+        QString refusal;
+        text += i == 0 ? QLatin1Char('(') : QLatin1Char(',');
+        text += PostgresLiteral::of(values.at(i).value, numbers, &refusal);
+        if (!refusal.isEmpty()) {
+            result().fail(QSqlError(QString(), refusal, QSqlError::StatementError));
+            return false;
+        }
+    }
+    if (!values.isEmpty())
+        text += QLatin1Char(')');
+    result().renew(text);
+    result().setForwardOnly(forwardOnly);
+    m_hasRun = true;
+    return result().reset(text);
+}

@@ -1,0 +1,57 @@
+/// @file
+/// Statements that a PostgreSQL server keeps by name.
+#pragma once
+
+#include "bound_statement.h"
+#include "postgres_client.h"
+
+#include <QByteArray>
+#include <QVector>
+
+#include <memory>
+
+/// What the kept statements of one session have in common. It is shared with them, since they may
+/// outlive the session; the connection is null then.
+struct PostgresSession {
+    PostgresClient client;
+    pg_conn *connection = nullptr;
+    int lastName = 0;       ///< names are never used twice in a session
+    int transaction = 0;    ///< changes whenever no transaction is open
+    int schema = 0;         ///< changes with every statement that may change tables and settings
+    QVector<QByteArray> unused; ///< names that the server is still to forget
+
+    PostgresClient::TransactionStatus transactionStatus() const;
+    bool isIdle() const { return transactionStatus() == PostgresClient::Idle; }
+    /// Has the server forget a name, at once or when no transaction can be harmed by it.
+    void forget(const QByteArray &name);
+    void forgetUnused();
+};
+
+/// Prepared with PREPARE and run with EXECUTE, both as texts: the stock driver's own prepared
+/// statements rewrite the text and are dropped with each result.
+///
+/// Another session may change a table's columns. What was prepared before is then of the wrong
+/// type, at worst in silence, so: within a transaction only what was prepared in that transaction is
+/// used, since the locks it holds keep the tables as they are. Outside, values go as texts, which
+/// the server reads by the type it knows and refuses where they do not fit; then it is prepared anew.
+class PostgresStatement : public BoundStatement
+{
+public:
+    PostgresStatement(StatementPlan plan, QSqlResult *result,
+                      std::shared_ptr<PostgresSession> session);
+    ~PostgresStatement() override;
+
+    bool prepare() override;
+    bool execute(const QVector<BoundValue> &values) override;
+    bool isFresh() const override;
+    QString sentText() const override { return plan().withNumbers(); }
+
+private:
+    bool tellServer();
+
+    std::shared_ptr<PostgresSession> m_session;
+    QByteArray m_name; ///< empty until the server knows the statement
+    int m_transaction = 0;
+    int m_schema = 0;
+    bool m_hasRun = false;
+};
