@@ -91,8 +91,8 @@ private:
     void request();
 
     QMutex m_mutex;
-    QVector<Statement *> m_active;        ///< m_mutex
-    Interrupter *m_interrupter = nullptr; ///< m_mutex
-    bool m_requested = false;             ///< m_mutex; a request since the last settling
+    QVector<Statement *> m_active;               ///< m_mutex
+    Interrupter *m_interrupter = nullptr;        ///< m_mutex
+    bool m_requested = false;                    ///< m_mutex; a request since the last settling
     std::atomic<Statement *> m_current{nullptr}; ///< written by the connection's thread alone
 };

@@ -22,7 +22,8 @@ class DecoratedDriver : public QSqlDriver
     Q_OBJECT
 
 public:
-    /// @param key the stock driver's key. Without that driver open() fails and says what to install.
+    /// @param key the stock driver's key. Without that driver open() fails and says what to
+    /// install.
     explicit DecoratedDriver(const QString &key, QObject *parent = nullptr);
     ~DecoratedDriver() override;
 

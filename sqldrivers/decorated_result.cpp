@@ -150,6 +150,12 @@ bool DecoratedResult::prepareAnew(DecoratedDriver &driver)
         return refuse(refused);
     m_bound.reset();
     StatementPlan plan = StatementPlan::of(driver.policy()->dialect(), m_text);
+    if (plan.hasSeveral() && plan.valueCount() > 0) {
+        // A server would run the rest of the text while it prepares the first of them.
+        return refuse(QSqlError(QString(),
+                                tr("a text with placeholders holds one statement, not several"),
+                                QSqlError::StatementError));
+    }
     rememberNames(plan);
     m_bound = driver.policy()->makeStatement(std::move(plan));
     m_rows = &m_bound->result();
@@ -454,9 +460,9 @@ QVariant DecoratedResult::data(int column)
         return m_rows->data(column);
     if (!m_knowsColumns)
         readColumns();
-    const QVariant value =
-        m_rereads ? owner()->policy()->reread(*m_rows, column, m_rows->data(column))
-                  : m_rows->data(column);
+    const QVariant value = m_rereads
+                               ? owner()->policy()->reread(*m_rows, column, m_rows->data(column))
+                               : m_rows->data(column);
     return column >= 0 && column < m_rules.size() ? m_rules.at(column).applied(value) : value;
 }
 

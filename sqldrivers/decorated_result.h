@@ -77,7 +77,7 @@ private:
 
     std::shared_ptr<CancelGate> m_gate;
     CancelGate::Statement m_cancel;
-    DeadlineWatch::Id m_deadline = 0; ///< of the statement that runs
+    DeadlineWatch::Id m_deadline = 0;        ///< of the statement that runs
     std::unique_ptr<BoundStatement> m_bound; ///< the prepared statement, ours while it is used
     std::unique_ptr<StockResult> m_plain;    ///< for texts that are sent as they are
     StockResult *m_rows = nullptr;           ///< of the last execution, one of the two

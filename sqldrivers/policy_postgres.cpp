@@ -28,10 +28,10 @@ QString tr(const char *text)
 /// What PREPARE takes.
 bool isPreparable(const QString &verb)
 {
-    static const QStringList verbs{
-        QStringLiteral("SELECT"), QStringLiteral("INSERT"), QStringLiteral("UPDATE"),
-        QStringLiteral("DELETE"), QStringLiteral("VALUES"), QStringLiteral("WITH"),
-        QStringLiteral("MERGE"),  QStringLiteral("TABLE")};
+    static const QStringList verbs{QStringLiteral("SELECT"), QStringLiteral("INSERT"),
+                                   QStringLiteral("UPDATE"), QStringLiteral("DELETE"),
+                                   QStringLiteral("VALUES"), QStringLiteral("WITH"),
+                                   QStringLiteral("MERGE"),  QStringLiteral("TABLE")};
     return verbs.contains(verb);
 }
 
@@ -213,8 +213,7 @@ QSqlError PostgresPolicy::refusal(const QString &text)
                                               QRegularExpression::DotMatchesEverythingOption);
     static const QRegularExpression encoding(
         QStringLiteral("^[^=']*\\b(client_encoding|names)\\b(?!.*\\b(utf-?8|unicode|default)\\b)"),
-        QRegularExpression::CaseInsensitiveOption |
-            QRegularExpression::DotMatchesEverythingOption);
+        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
     if (style.match(text).hasMatch())
         return QSqlError(QString(), tr("DateStyle stays ISO: the driver reads dates in no other"),
                          QSqlError::StatementError);
@@ -243,8 +242,7 @@ void PostgresPolicy::keepSettings()
 
 bool PostgresPolicy::isBroken() const
 {
-    return !m_session || m_session->client.status(m_session->connection) != 0 ||
-           m_socket->isCut();
+    return !m_session || m_session->client.status(m_session->connection) != 0 || m_socket->isCut();
 }
 
 QSqlError PostgresPolicy::classified(const QSqlError &error, Step step)

@@ -72,8 +72,8 @@ bool SqlitePolicy::attach(const LayerOptions &, const std::shared_ptr<CancelGate
         !m_library.resolve("sqlite3_exec", m_execute) ||
         !m_library.resolve("sqlite3_progress_handler", onProgressOf) ||
         !m_library.resolve("sqlite3_busy_handler", onBusyOf)) {
-        *error = QSqlError(tr("SQLite's library was not found"), QString(),
-                           QSqlError::ConnectionError);
+        *error =
+            QSqlError(tr("SQLite's library was not found"), QString(), QSqlError::ConnectionError);
         return false;
     }
     m_db = db;
@@ -142,10 +142,10 @@ bool SqlitePolicy::mayKeep(const StatementPlan &plan) const
     // Qt's driver (5.15) crashes when a "SELECT *" is run again after a column was added.
     if (plan.namesAllColumns())
         return false;
-    static const QStringList verbs{
-        QStringLiteral("SELECT"), QStringLiteral("INSERT"),  QStringLiteral("UPDATE"),
-        QStringLiteral("DELETE"), QStringLiteral("REPLACE"), QStringLiteral("WITH"),
-        QStringLiteral("VALUES")};
+    static const QStringList verbs{QStringLiteral("SELECT"),  QStringLiteral("INSERT"),
+                                   QStringLiteral("UPDATE"),  QStringLiteral("DELETE"),
+                                   QStringLiteral("REPLACE"), QStringLiteral("WITH"),
+                                   QStringLiteral("VALUES")};
     return verbs.contains(plan.verb());
 }
 
@@ -202,10 +202,11 @@ void SqlitePolicy::pretendTransaction()
 
 QSqlError SqlitePolicy::transactionGone(QSqlError::ErrorType type) const
 {
-    return QSqlError(QString(),
-                     tr("the transaction was rolled back when a statement of it failed; nothing of "
-                        "it is left to commit, and rollback() has to come before the next statement"),
-                     type);
+    return QSqlError(
+        QString(),
+        tr("the transaction was rolled back when a statement of it failed; nothing of "
+           "it is left to commit, and rollback() has to come before the next statement"),
+        type);
 }
 
 // --- Errors ---

@@ -52,6 +52,6 @@ private:
     std::shared_ptr<CancelGate> m_gate;
     int m_busyTimeoutMs = 0;
     std::chrono::steady_clock::time_point m_lockDeadline; ///< of the lock that is waited for
-    bool m_wasInTransaction = false; ///< after the last statement
-    bool m_rolledBack = false;       ///< SQLite has ended a transaction that the script has not
+    bool m_wasInTransaction = false;                      ///< after the last statement
+    bool m_rolledBack = false; ///< SQLite has ended a transaction that the script has not
 };

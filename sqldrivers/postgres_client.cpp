@@ -15,9 +15,8 @@ bool PostgresClient::resolve()
            m_library.resolve("PQtransactionStatus", transactionStatus) &&
            m_library.resolve("PQparameterStatus", parameterStatus) &&
            m_library.resolve("PQgetCancel", getCancel) &&
-           m_library.resolve("PQfreeCancel", freeCancel) &&
-           m_library.resolve("PQcancel", cancel) && m_library.resolve("PQexec", exec) &&
-           m_library.resolve("PQresultStatus", resultStatus) &&
+           m_library.resolve("PQfreeCancel", freeCancel) && m_library.resolve("PQcancel", cancel) &&
+           m_library.resolve("PQexec", exec) && m_library.resolve("PQresultStatus", resultStatus) &&
            m_library.resolve("PQclear", clear) && m_library.resolve("PQnfields", columnCount) &&
            m_library.resolve("PQftype", columnType) && m_library.resolve("PQgetvalue", value);
 }

@@ -42,22 +42,14 @@ PostgresStatement::~PostgresStatement()
         m_session->forget(m_name);
 }
 
-bool PostgresStatement::prepare()
-{
-    // What may mean an operator of jsonb is only told from a placeholder by the number of values.
-    const bool ambiguous = plan().valueCount() > 0 && plan().refusal(0).isEmpty();
-    return ambiguous || tellServer();
-}
-
 bool PostgresStatement::tellServer()
 {
     m_session->forgetUnused();
     m_transaction = m_session->transaction;
     m_schema = m_session->schema;
     const QByteArray name = "vext_" + QByteArray::number(++m_session->lastName);
-    const QString text =
-        QLatin1String("PREPARE ") + QString::fromLatin1(name) + QLatin1String(" AS ") +
-        plan().withNumbers();
+    const QString text = QLatin1String("PREPARE ") + QString::fromLatin1(name) +
+                         QLatin1String(" AS ") + plan().withNumbers();
     result().renew(text);
     result().setForwardOnly(false);
     if (!result().reset(text))
@@ -79,8 +71,7 @@ bool PostgresStatement::execute(const QVector<BoundValue> &values)
     if (m_name.isEmpty() && !tellServer())
         return false;
     const bool older = m_hasRun && m_session->isIdle();
-    const auto numbers =
-        older ? PostgresLiteral::Numbers::Quoted : PostgresLiteral::Numbers::Bare;
+    const auto numbers = older ? PostgresLiteral::Numbers::Quoted : PostgresLiteral::Numbers::Bare;
     QString text = QLatin1String("EXECUTE ") + QString::fromLatin1(m_name);
     for (int i = 0; i < values.size(); ++i) {
         QString refusal;

@@ -43,9 +43,9 @@ int offsetSeconds(const QRegularExpressionMatch &match)
 
 QVariant farDate(unsigned type, const QByteArray &raw, const QVariant &value)
 {
-    static const QRegularExpression form(
-        QStringLiteral(R"(^(?<y>\d+)-(?<m>\d+)-(?<d>\d+)(?: (?<time>\d+:\d+:\d+)(?:\.(?<f>\d+))?)"
-                       R"((?:(?<sign>[+-])(?<oh>\d+)(?::(?<om>\d+))?(?::(?<os>\d+))?)?)?(?<bc> BC)?$)"));
+    static const QRegularExpression form(QStringLiteral(
+        R"(^(?<y>\d+)-(?<m>\d+)-(?<d>\d+)(?: (?<time>\d+:\d+:\d+)(?:\.(?<f>\d+))?)"
+        R"((?:(?<sign>[+-])(?<oh>\d+)(?::(?<om>\d+))?(?::(?<os>\d+))?)?)?(?<bc> BC)?$)"));
     const QRegularExpressionMatch match = form.match(QString::fromLatin1(raw));
     if (!match.hasMatch())
         return value;
@@ -56,9 +56,9 @@ QVariant farDate(unsigned type, const QByteArray &raw, const QVariant &value)
     if (type == Date)
         return date;
     const QString fraction = match.captured(QStringLiteral("f")).leftJustified(3, QLatin1Char('0'));
-    const QTime time = QTime::fromString(match.captured(QStringLiteral("time")),
-                                         QStringLiteral("hh:mm:ss"))
-                           .addMSecs(fraction.leftRef(3).toInt());
+    const QTime time =
+        QTime::fromString(match.captured(QStringLiteral("time")), QStringLiteral("hh:mm:ss"))
+            .addMSecs(fraction.leftRef(3).toInt());
     if (type == Timestamp)
         return QDateTime(date, time);
     return QDateTime(date, time, Qt::OffsetFromUTC, offsetSeconds(match)).toLocalTime();

@@ -33,8 +33,7 @@ QStringList pluginFiles()
 bool hasKey(const QPluginLoader &loader, const QString &key)
 {
     const QJsonObject all = loader.metaData();
-    if (all.value(QLatin1String("IID")).toString() !=
-        QLatin1String(QSqlDriverFactoryInterface_iid))
+    if (all.value(QLatin1String("IID")).toString() != QLatin1String(QSqlDriverFactoryInterface_iid))
         return false;
     const QJsonObject own = all.value(QLatin1String("MetaData")).toObject();
     if (own.contains(QLatin1String(LayerMark)))
