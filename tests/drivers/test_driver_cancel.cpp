@@ -1,0 +1,453 @@
+/// @file
+/// Cancelling through the layer's drivers: each phase of a statement ends at once, and no statement
+/// is ever hit but the one that was meant.
+
+#include "deadline.h"
+#include "layer_path.h"
+#include "layered_systems.h"
+
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+#include <QSqlDatabase>
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QThread>
+#include <QtTest>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace
+{
+
+constexpr int PromptMs = 500;
+constexpr int AskAgainMs = 100; // as the plugin does
+
+/// Statements of one system.
+struct SystemSql {
+    const char *system;
+    const char *compute; ///< lasts until it is cancelled
+    const char *rows;    ///< %1 rows of one column
+    const char *count;   ///< counts up to the bound value
+    const char *countTo; ///< counts up to %1
+};
+
+const SystemSql &sqlOf(const QString &system)
+{
+    static const SystemSql all[] = {
+        {"PostgreSQL", "SELECT pg_sleep(120)", "SELECT g FROM generate_series(1, %1) g",
+         "SELECT count(*) FROM generate_series(1, ?)",
+         "SELECT count(*) FROM generate_series(1, %1)"},
+        {"SQLite file",
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT count(*) FROM n",
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT %1) SELECT i FROM n",
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT ?) "
+         "SELECT count(*) FROM n",
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT %1) "
+         "SELECT count(*) FROM n"},
+    };
+    for (const SystemSql &sql : all) {
+        if (system == QLatin1String(sql.system))
+            return sql;
+    }
+    qFatal("no statements for %s", qPrintable(system));
+}
+
+QString utf8(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+bool isCancelled(const QSqlError &error)
+{
+    return error.type() == QSqlError::StatementError &&
+           error.databaseText().startsWith(QLatin1String("cancelled"));
+}
+
+/// One connection in a thread of its own, where the test's functions run one after the other.
+class Worker : public QThread
+{
+public:
+    Worker(const ConnectionParameters &parameters, QString name)
+        : m_parameters(parameters)
+        , m_name(std::move(name))
+    {
+    }
+    ~Worker() override { wait(); }
+
+    /// Runs the work on an open connection, in the thread.
+    void begin(std::function<void(QSqlDatabase &)> work)
+    {
+        m_work = std::move(work);
+        start();
+    }
+    /// While the work runs; null before and after.
+    QSqlDriver *driver() const { return m_driver.load(); }
+    /// Asks to cancel as long as the work runs.
+    /// @return milliseconds from the first request to the end of the work
+    qint64 cancelUntilEnd()
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (!isFinished()) {
+            {
+                const std::lock_guard<std::mutex> locker(m_mutex);
+                if (QSqlDriver *driver = m_driver)
+                    driver->cancelQuery();
+            }
+            wait(AskAgainMs);
+        }
+        return timer.elapsed();
+    }
+    /// One request, unless the connection is gone.
+    void cancelOnce()
+    {
+        const std::lock_guard<std::mutex> locker(m_mutex);
+        if (QSqlDriver *driver = m_driver)
+            driver->cancelQuery();
+    }
+
+protected:
+    void run() override
+    {
+        {
+            QSqlDatabase db = m_parameters.database(m_name);
+            if (db.open()) {
+                setDriver(db.driver());
+                m_work(db);
+                setDriver(nullptr);
+            }
+        }
+        QSqlDatabase::removeDatabase(m_name);
+    }
+
+private:
+    void setDriver(QSqlDriver *driver)
+    {
+        const std::lock_guard<std::mutex> locker(m_mutex);
+        m_driver = driver;
+    }
+
+    ConnectionParameters m_parameters;
+    QString m_name;
+    std::function<void(QSqlDatabase &)> m_work;
+    std::mutex m_mutex;
+    std::atomic<QSqlDriver *> m_driver{nullptr};
+};
+
+} // namespace
+
+class TestDriverCancel : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    void driverSaysThatItCanCancel_data() { everySystem(); }
+    void driverSaysThatItCanCancel();
+    void computationEndsAtOnce_data() { everySystem(); }
+    void computationEndsAtOnce();
+    void preparedComputationEndsAtOnce_data() { everySystem(); }
+    void preparedComputationEndsAtOnce();
+    void longFetchEndsAtOnce_data() { everySystem(); }
+    void longFetchEndsAtOnce();
+    void lockWaitEndsAtOnce_data() { everySystem(); }
+    void lockWaitEndsAtOnce();
+    void cancelOfAnIdleConnectionDoesNothing_data() { everySystem(); }
+    void cancelOfAnIdleConnectionDoesNothing();
+    void noStatementIsHitByTheCancelOfAnother_data() { everySystem(); }
+    void noStatementIsHitByTheCancelOfAnother();
+    void cancelRacesWithOpenAndClose_data() { everySystem(); }
+    void cancelRacesWithOpenAndClose();
+    void timeLimitEndsAStatementWithATextOfItsOwn_data() { everySystem(); }
+    void timeLimitEndsAStatementWithATextOfItsOwn();
+
+private:
+    void everySystem();
+    ConnectionParameters parameters(const QString &system)
+    {
+        return m_systems.get(system).parameters();
+    }
+    void endsAtOnce(const QString &system, const std::function<QSqlError(QSqlDatabase &)> &work);
+
+    LayeredSystems m_systems;
+};
+
+void TestDriverCancel::initTestCase()
+{
+    useDriverLayer();
+}
+
+void TestDriverCancel::everySystem()
+{
+    QTest::addColumn<QString>("system");
+    for (const QString &system : LayeredSystems::names())
+        QTest::newRow(qPrintable(system)) << system;
+}
+
+void TestDriverCancel::driverSaysThatItCanCancel()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    {
+        QSqlDatabase db = parameters(system).database(QStringLiteral("can"));
+        QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+        QVERIFY(db.driver()->hasFeature(QSqlDriver::CancelQuery));
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("can"));
+}
+
+/// Runs the work in another thread, cancels it, and looks at the connection afterwards.
+void TestDriverCancel::endsAtOnce(const QString &system,
+                                  const std::function<QSqlError(QSqlDatabase &)> &work)
+{
+    Worker worker(parameters(system), QStringLiteral("cancelled"));
+    std::atomic<bool> begun{false};
+    QSqlError error;
+    bool isOpen = false;
+    bool nextWorks = false;
+    worker.begin([&](QSqlDatabase &db) {
+        begun = true;
+        error = work(db);
+        isOpen = db.isOpen();
+        QSqlQuery next(db);
+        nextWorks = next.exec(LayeredSystems::selectWithoutTable(system, QStringLiteral("1"))) &&
+                    next.next();
+    });
+    QTRY_VERIFY(begun);
+    QTest::qWait(150); // the statement is under way; were it not, the request would be repeated
+    QVERIFY(!worker.isFinished());
+    const qint64 ms = worker.cancelUntilEnd();
+    QVERIFY2(isCancelled(error), qPrintable(error.text()));
+    QVERIFY2(ms < scaledMs(PromptMs), qPrintable(QString::number(ms)));
+    QVERIFY(isOpen);
+    QVERIFY(nextWorks);
+}
+
+void TestDriverCancel::computationEndsAtOnce()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    endsAtOnce(system, [&](QSqlDatabase &db) {
+        QSqlQuery query(db);
+        query.exec(utf8(sqlOf(system).compute));
+        return query.lastError();
+    });
+}
+
+void TestDriverCancel::preparedComputationEndsAtOnce()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    endsAtOnce(system, [&](QSqlDatabase &db) {
+        QSqlQuery query(db);
+        query.prepare(utf8(sqlOf(system).count));
+        query.addBindValue(1000000000);
+        query.exec();
+        return query.lastError();
+    });
+}
+
+void TestDriverCancel::longFetchEndsAtOnce()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    endsAtOnce(system, [&](QSqlDatabase &db) {
+        QSqlQuery query(db);
+        query.setForwardOnly(true);
+        if (!query.exec(utf8(sqlOf(system).rows).arg(1000000000)))
+            return query.lastError();
+        while (query.next()) {
+        }
+        return query.lastError();
+    });
+}
+
+void TestDriverCancel::lockWaitEndsAtOnce()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    {
+        QSqlDatabase holder = parameters(system).database(QStringLiteral("holder"));
+        QVERIFY2(holder.open(), qPrintable(holder.lastError().text()));
+        QSqlQuery query(holder);
+        query.exec(QStringLiteral("DROP TABLE locked"));
+        QVERIFY(
+            query.exec(QStringLiteral("CREATE TABLE locked (id INTEGER PRIMARY KEY, n INTEGER)")));
+        QVERIFY(query.exec(QStringLiteral("INSERT INTO locked VALUES (1, 0)")));
+        QVERIFY(holder.transaction());
+        QVERIFY(query.exec(QStringLiteral("UPDATE locked SET n = 1 WHERE id = 1")));
+        endsAtOnce(system, [&](QSqlDatabase &db) {
+            QSqlQuery waiting(db);
+            waiting.exec(QStringLiteral("UPDATE locked SET n = 2 WHERE id = 1"));
+            return waiting.lastError();
+        });
+        QVERIFY(holder.commit());
+        holder.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("holder"));
+}
+
+void TestDriverCancel::cancelOfAnIdleConnectionDoesNothing()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    {
+        QSqlDatabase db = parameters(system).database(QStringLiteral("idle"));
+        QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+        const QString sql = LayeredSystems::selectWithoutTable(system, QStringLiteral("1"));
+        for (int i = 0; i < 20; ++i) {
+            db.driver()->cancelQuery();
+            QSqlQuery query(db);
+            QVERIFY2(query.exec(sql), qPrintable(query.lastError().text()));
+            QVERIFY(query.next());
+            QVERIFY(!query.next());
+            QVERIFY(!query.lastError().isValid());
+            db.driver()->cancelQuery();
+        }
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("idle"));
+}
+
+namespace
+{
+
+/// Runs one statement of a random kind and length. @return its error
+QSqlError runAny(QSqlDatabase &db, const SystemSql &sql, QRandomGenerator &random)
+{
+    const int length = 1 + random.bounded(random.bounded(10) == 0 ? 200000 : 3000);
+    QSqlQuery query(db);
+    query.setForwardOnly(random.bounded(2) == 0);
+    switch (random.bounded(4)) {
+    case 0:
+        query.prepare(utf8(sql.count));
+        query.addBindValue(length);
+        query.exec();
+        break;
+    case 1:
+        query.exec(utf8(sql.countTo).arg(length));
+        break;
+    default:
+        query.exec(utf8(sql.rows).arg(length));
+    }
+    // Some leave rows behind.
+    int rows = 0;
+    const int wanted = random.bounded(2) == 0 ? length + 1 : random.bounded(length + 1);
+    while (!query.lastError().isValid() && rows < wanted && query.next())
+        ++rows;
+    return query.lastError();
+}
+
+} // namespace
+
+/// Requests come only while odd statements run, and every request has returned before an even one
+/// begins: an even statement that fails was hit by a request that was not its own.
+void TestDriverCancel::noStatementIsHitByTheCancelOfAnother()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    bool given = false;
+    const int seedGiven = qEnvironmentVariableIntValue("VEXT_TEST_SEED", &given);
+    const quint32 seed = given ? quint32(seedGiven) : QRandomGenerator::global()->generate();
+    qDebug("seed %u", seed);
+    const int rounds = system == QLatin1String("SQLite file") ? 3000 : 1000;
+    std::mutex window;
+    bool isOpen = false; // window
+    int hit = 0;
+    int wrong = 0;
+    QString wrongText;
+    Worker worker(parameters(system), QStringLiteral("racing"));
+    worker.begin([&](QSqlDatabase &db) {
+        QRandomGenerator random(seed);
+        const auto setWindow = [&](bool open) {
+            const std::lock_guard<std::mutex> locker(window);
+            isOpen = open;
+        };
+        for (int round = 0; round < rounds && wrong == 0; ++round) {
+            setWindow(true);
+            const QSqlError own = runAny(db, sqlOf(system), random);
+            setWindow(false);
+            hit += isCancelled(own) ? 1 : 0;
+            if (own.isValid() && !isCancelled(own)) {
+                ++wrong;
+                wrongText = QStringLiteral("odd: ") + own.text();
+            }
+            const QSqlError other = runAny(db, sqlOf(system), random);
+            if (other.isValid()) {
+                ++wrong;
+                wrongText = other.text();
+            }
+        }
+    });
+    QRandomGenerator random(seed + 1);
+    while (!worker.isFinished()) {
+        {
+            const std::lock_guard<std::mutex> locker(window);
+            if (isOpen)
+                worker.cancelOnce();
+        }
+        QThread::usleep(random.bounded(2000u));
+    }
+    QVERIFY2(wrong == 0, qPrintable(QStringLiteral("%1 (seed %2)").arg(wrongText).arg(seed)));
+    QVERIFY2(hit > 0, "no statement was cancelled at all");
+    qDebug("%d of %d cancelled, %d hit wrongly", hit, rounds, wrong);
+}
+
+void TestDriverCancel::cancelRacesWithOpenAndClose()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    int failed = 0;
+    Worker worker(parameters(system), QStringLiteral("reopening"));
+    worker.begin([&](QSqlDatabase &db) {
+        QRandomGenerator random(7);
+        for (int round = 0; round < 30; ++round) {
+            for (int i = 0; i < 5; ++i)
+                runAny(db, sqlOf(system), random);
+            db.close();
+            failed += db.open() ? 0 : 1;
+        }
+    });
+    while (!worker.isFinished()) {
+        worker.cancelOnce();
+        QThread::usleep(300);
+    }
+    QCOMPARE(failed, 0);
+}
+
+void TestDriverCancel::timeLimitEndsAStatementWithATextOfItsOwn()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    ConnectionParameters limited = parameters(system);
+    if (!limited.connectOptions.isEmpty())
+        limited.connectOptions += QLatin1Char(';');
+    limited.connectOptions += QStringLiteral("VEXT_STATEMENT_TIMEOUT=300");
+    {
+        QSqlDatabase db = limited.database(QStringLiteral("limited"));
+        QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+        QSqlQuery query(db);
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(!query.exec(utf8(sqlOf(system).compute)) || !query.next());
+        const qint64 ms = timer.elapsed();
+        QVERIFY2(ms >= 290 && ms < scaledMs(1000), qPrintable(QString::number(ms)));
+        QCOMPARE(query.lastError().type(), QSqlError::StatementError);
+        QVERIFY2(!isCancelled(query.lastError()), qPrintable(query.lastError().text()));
+        QVERIFY(db.isOpen());
+        QVERIFY(query.exec(LayeredSystems::selectWithoutTable(system, QStringLiteral("1"))));
+        query.clear();
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("limited"));
+}
+
+QTEST_GUILESS_MAIN(TestDriverCancel)
+
+#include "test_driver_cancel.moc"
