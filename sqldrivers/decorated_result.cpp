@@ -449,7 +449,14 @@ bool DecoratedResult::nextResult()
     if (!m_rows || !driver)
         return false;
     beginStatement(*driver);
-    return conclude(*driver, m_rows->nextResult(), Policy::Step::Fetch);
+    const bool more = m_rows->nextResult();
+    if (more || driver->policy()->errorOf(*m_rows, Policy::Step::Fetch).isValid())
+        return conclude(*driver, more, Policy::Step::Fetch);
+    // The last result was the last one, which is no error.
+    endStatement();
+    setAt(m_rows->at());
+    setActive(m_rows->isActive());
+    return false;
 }
 
 QVariant DecoratedResult::data(int column)
