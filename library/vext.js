@@ -73,6 +73,7 @@ var vext = (function (scope) {
         [/Deadlock found/i, "conflict", "1213"],
         [/Lock wait timeout/i, "conflict", "1205"],
         [/Duplicate entry/i, "duplicate", "1062"],
+        [/^Table '.*' doesn't exist/i, "statement", "1146"],
         [/database (table |schema )?is locked/i, "conflict", "5"],
         [/UNIQUE constraint failed/i, "duplicate", "19"],
         [/deadlock|update conflicts with concurrent update/i, "conflict", ""]
@@ -84,6 +85,11 @@ var vext = (function (scope) {
         error.code = code || "";
         error.sql = sql || "";
         return error;
+    }
+
+    // Callbacks are told the database's text, lastError has the driver's behind it.
+    function isErrorOf(errors, text) {
+        return errors.text === text || errors.databaseText === text;
     }
 
     // The code of an error: PostgreSQL's stands in the text, the others' is a number that the
@@ -98,7 +104,7 @@ var vext = (function (scope) {
             return last;
         }
         var errors = db.lastErrors;
-        return errors.text === text && errors.number > 0 ? String(errors.number) : "";
+        return isErrorOf(errors, text) && errors.number > 0 ? String(errors.number) : "";
     }
 
     function failure(db, text, sql) {
@@ -115,7 +121,7 @@ var vext = (function (scope) {
             }
         }
         if (!kind && engineOf(db) !== "sqlite" && db.lastErrors.type === 1 &&
-                db.lastErrors.text === text) {
+                isErrorOf(db.lastErrors, text)) {
             kind = "lost";
         }
         return makeError(kind || "statement", text, code, sql);
@@ -1497,6 +1503,7 @@ var vext = (function (scope) {
         this.users = 0;      // transactions and reads under way
         this.prefix = "";
         this.counter = 0;
+        this.reads = -1;     // where the last read went
         this.counts = { moves: 0, transactions: 0, repeated: 0, retried: 0, failed: 0, reads: 0 };
     }
 
@@ -1824,17 +1831,17 @@ var vext = (function (scope) {
 
     // A node for reading: a replica where there is one, and the primary otherwise.
     Cluster.prototype.reader = function (plan, callback) {
-        var cluster = this, order = [], i;
-        for (i = 0; i < this.nodes.length; i++) {
-            this.turn = (option(this, "turn", -1) + 1) % this.nodes.length;
-            order.push(this.nodes[this.turn]);
+        var cluster = this, order = [], count = this.nodes.length;
+        for (var i = 1; i <= count; i++) {
+            order.push((this.reads + i) % count); // from the node behind the last one on
         }
-        this.turn = (this.turn + 1) % this.nodes.length;
         (function next() {
-            var node = order.shift();
-            if (!node) {
+            if (order.length === 0) {
                 cluster.primary(leftOf(plan), callback);
-            } else if (node === cluster.current && cluster.settings.engine !== "galera" ||
+                return;
+            }
+            var at = order.shift(), node = cluster.nodes[at];
+            if (node === cluster.current && cluster.settings.engine !== "galera" ||
                     now() - node.failedAt < cluster.silenceMs) {
                 next();
             } else {
@@ -1846,6 +1853,7 @@ var vext = (function (scope) {
                         }
                         next();
                     } else if (state === "replica" || cluster.settings.engine === "galera") {
+                        cluster.reads = at;
                         callback(null, node);
                     } else {
                         next();

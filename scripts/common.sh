@@ -16,7 +16,7 @@ build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-private-dev qtscript5-
 test_packages=(libsqlite3-dev libpq-dev
   libqt5sql5-psql libqt5sql5-mysql libqt5sql5-ibase libqt5sql5-odbc)
 # The servers that tests start. A test whose server is missing says so and is skipped.
-server_packages=(postgresql mariadb-server firebird3.0-server-core firebird3.0-utils
+server_packages=(postgresql mariadb-server galera-4 rsync firebird3.0-server-core firebird3.0-utils
   unixodbc odbc-postgresql libsqliteodbc)
 
 say() { printf 'vext: %s\n' "$*" >&2; }

@@ -1,0 +1,335 @@
+/// @file
+/// The script library on a PostgreSQL primary with two standbys.
+
+#include "cluster_script.h"
+#include "postgres_cluster.h"
+#include "tcp_relay.h"
+
+#include <QElapsedTimer>
+#include <QtTest>
+
+#include <csignal>
+
+class TestClusterPostgres : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+
+    void transfersSurviveTheirNode_data();
+    void transfersSurviveTheirNode();
+    void commitWithoutAnAnswerIsDoneOnce_data();
+    void commitWithoutAnAnswerIsDoneOnce();
+    void linesThatAreCutLoseNothing();
+    void asynchronousReplicationLosesWhatWasAcknowledged();
+    void marksCanBeAskedAndCleaned();
+    void readsGoToReplicas();
+    void noNodeIsAnErrorAtTheDeadline();
+    void closedClusterRefuses();
+
+private:
+    bool start(PostgresCluster &cluster, PostgresCluster::Commit commit);
+    static QStringList nodes(const PostgresCluster &cluster);
+
+    QString m_reason;
+};
+
+namespace
+{
+
+constexpr int Workers = 4;
+
+} // namespace
+
+void TestClusterPostgres::initTestCase()
+{
+    PostgresCluster::available(&m_reason);
+}
+
+void TestClusterPostgres::init()
+{
+    if (!m_reason.isEmpty())
+        QSKIP(qPrintable(m_reason));
+}
+
+bool TestClusterPostgres::start(PostgresCluster &cluster, PostgresCluster::Commit commit)
+{
+    if (cluster.start(commit))
+        return true;
+    QTest::qFail(qPrintable(cluster.error()), __FILE__, __LINE__);
+    return false;
+}
+
+QStringList TestClusterPostgres::nodes(const PostgresCluster &cluster)
+{
+    QStringList result;
+    for (int i = 0; i < cluster.count(); ++i)
+        result << nodeLiteral(cluster.parameters(i));
+    return result;
+}
+
+void TestClusterPostgres::transfersSurviveTheirNode_data()
+{
+    QTest::addColumn<int>("signalNumber");
+    QTest::newRow("killed") << SIGKILL;
+    QTest::newRow("stopped") << SIGSTOP;
+    QTest::newRow("ended") << SIGTERM;
+}
+
+/// With SIGTERM the server waits for its sessions to end: the cluster has to leave it by itself,
+/// because the old primary refuses new sessions and its watch is one of the old.
+void TestClusterPostgres::transfersSurviveTheirNode()
+{
+    QFETCH(int, signalNumber);
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::AnyOne))
+        return;
+    ClusterScript script;
+    script.prepareTransfers(servers.parameters(0));
+    script.makeCluster(QStringLiteral("postgresql"), nodes(servers), QString());
+    script.eval(QStringLiteral("startTransfers(cluster, %1)").arg(Workers));
+    QVERIFY2(script.waitForTransfers(30), qPrintable(script.text(QStringLiteral("failures"))));
+
+    // A fast shutdown where the smart one would wait for the sessions.
+    const int number = signalNumber == SIGTERM ? SIGINT : signalNumber;
+    QVERIFY(servers.stopNode(0, number));
+    QVERIFY2(servers.promote() > 0, qPrintable(servers.error()));
+    QVERIFY2(script.waitForTransfers(30), qPrintable(script.text(QStringLiteral("failures"))));
+    QVERIFY(script.finishTransfers());
+
+    QCOMPARE(script.wrongOn(servers.parameters(servers.primary())), QStringLiteral("[]"));
+    QCOMPARE(script.number(QStringLiteral("moves.length")), 1);
+    qInfo("%s", qPrintable(script.text(QStringLiteral(
+                    "acked.length + ' transfers, ' + infos.retried + ' tried again, ' + "
+                    "infos.repeated + ' had committed, longest ' + slowest + ' ms'"))));
+    servers.stopNode(0, SIGKILL); // lets go of what still waits for its answer
+}
+
+void TestClusterPostgres::commitWithoutAnAnswerIsDoneOnce_data()
+{
+    QTest::addColumn<bool>("committed");
+    QTest::newRow("the server has committed") << true;
+    QTest::newRow("the server has not") << false;
+}
+
+/// The relay keeps the COMMIT, or its answer, back. The commit waits for a lock of ours, so that
+/// the relay can be put in between at the right moment.
+void TestClusterPostgres::commitWithoutAnAnswerIsDoneOnce()
+{
+    QFETCH(bool, committed);
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+        return;
+    TcpRelay relay;
+    QVERIFY(relay.start(quint16(servers.port(0))));
+    ConnectionParameters through = servers.parameters(0);
+    through.port = relay.port();
+
+    ClusterScript script;
+    script.prepareTransfers(servers.parameters(0));
+    script.eval(QString::fromUtf8(R"js(
+        var direct = open(%1);
+        must(direct, "CREATE FUNCTION hold() RETURNS trigger LANGUAGE plpgsql AS " +
+            "'BEGIN PERFORM pg_advisory_xact_lock(7); RETURN NULL; END'");
+        must(direct, "CREATE CONSTRAINT TRIGGER slow AFTER INSERT ON transfers DEFERRABLE INITIALLY DEFERRED " +
+            "FOR EACH ROW EXECUTE FUNCTION hold()");
+        function waiting() {
+        return Number(
+            must(direct,
+                 "SELECT count(*) FROM pg_locks WHERE locktype = 'advisory' AND NOT granted")
+                .fields_index[0][0]);
+        }
+        function stored() {
+        return Number(must(direct, "SELECT count(*) FROM transfers").fields_index[0][0]);
+        }
+    )js")
+                    .arg(literalOf(servers.parameters(0))));
+    // The watch must find nothing before the line is cut.
+    script.makeCluster(QStringLiteral("postgresql"), {nodeLiteral(through)},
+                       QStringLiteral(", pingMs: 600000"));
+    QVERIFY(!script.outcome(QStringLiteral("cluster.open(function (error) { done(told(error)); })"))
+                 .contains(QStringLiteral("lost")));
+    script.eval(QStringLiteral("must(direct, 'SELECT pg_advisory_lock(7)');"
+                               "ended = null;"
+                               "transferOnce(cluster, function () { done(true); });"));
+    QVERIFY(script.waitFor(QStringLiteral("waiting() === 1")));
+    relay.blackHole();
+    if (committed) {
+        script.eval(QStringLiteral("must(direct, 'SELECT pg_advisory_unlock(7)')"));
+        QVERIFY(script.waitFor(QStringLiteral("stored() === 1")));
+    } else {
+        script.eval(
+            QStringLiteral("must(direct, 'SELECT pg_terminate_backend(pid, 10000) FROM pg_locks "
+                           "WHERE locktype = \\'advisory\\' AND NOT granted')"));
+        QCOMPARE(script.number(QStringLiteral("stored()")), 0);
+        script.eval(QStringLiteral("must(direct, 'SELECT pg_advisory_unlock(7)')"));
+    }
+    relay.cut();
+    relay.heal();
+    script.awaitOutcome();
+    QCOMPARE(script.number(QStringLiteral("stored()")), 1);
+    QCOMPARE(script.number(QStringLiteral("infos.repeated")), committed ? 1 : 0);
+    QCOMPARE(script.number(QStringLiteral("infos.retried")), 1);
+    QCOMPARE(script.wrongOn(servers.parameters(0)), QStringLiteral("[]"));
+}
+
+void TestClusterPostgres::linesThatAreCutLoseNothing()
+{
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+        return;
+    TcpRelay relay;
+    QVERIFY(relay.start(quint16(servers.port(0))));
+    ConnectionParameters through = servers.parameters(0);
+    through.port = relay.port();
+    ClusterScript script;
+    script.prepareTransfers(servers.parameters(0));
+    script.makeCluster(QStringLiteral("postgresql"),
+                       {nodeLiteral(through), nodeLiteral(servers.parameters(1))}, QString());
+    script.eval(QStringLiteral("startTransfers(cluster, %1)").arg(Workers));
+    for (int cuts = 0; cuts < 12; ++cuts) {
+        QVERIFY2(script.waitForTransfers(5 + cuts % 4),
+                 qPrintable(script.text(QStringLiteral("failures"))));
+        relay.cut();
+    }
+    QVERIFY(script.finishTransfers());
+    QVERIFY(script.number(QStringLiteral("infos.retried")) > 0);
+    QCOMPARE(script.wrongOn(servers.parameters(0)), QStringLiteral("[]"));
+}
+
+/// The same transfers, and nothing but the replication is different: the check can see a loss.
+void TestClusterPostgres::asynchronousReplicationLosesWhatWasAcknowledged()
+{
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+        return;
+    ClusterScript script;
+    script.prepareTransfers(servers.parameters(0));
+    script.makeCluster(QStringLiteral("postgresql"), nodes(servers), QString());
+    script.eval(QStringLiteral("startTransfers(cluster, %1)").arg(Workers));
+    QVERIFY(script.waitForTransfers(20));
+    QVERIFY(servers.holdBackStandbys());
+    QVERIFY(script.waitForTransfers(30));
+    QVERIFY(servers.stopNode(0, SIGKILL));
+    QVERIFY2(servers.promote() > 0, qPrintable(servers.error()));
+    QVERIFY(script.waitForTransfers(20));
+    QVERIFY(script.finishTransfers());
+
+    const QString wrong = script.wrongOn(servers.parameters(servers.primary()));
+    QVERIFY2(wrong.contains(QStringLiteral("was acknowledged and is lost")), qPrintable(wrong));
+    QVERIFY2(!wrong.contains(QStringLiteral("times")), qPrintable(wrong));
+    QVERIFY2(!wrong.contains(QStringLiteral("the sum")), qPrintable(wrong));
+}
+
+void TestClusterPostgres::marksCanBeAskedAndCleaned()
+{
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+        return;
+    ClusterScript script;
+    script.prepareTransfers(servers.parameters(0));
+    script.makeCluster(QStringLiteral("postgresql"), nodes(servers),
+                       QStringLiteral(", marks: 'own_marks'"));
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var seen = [];
+        function pay(callback) {
+            cluster.transaction(function (tx, finish) {
+                tx.query("INSERT INTO transfers (n) VALUES (77)", finish);
+            }, function (error, value, info) {
+                seen.push(told(error), info.repeated);
+                callback();
+            }, {id: "bill 77"});
+        }
+        pay(function () {
+            pay(function () {
+                cluster.committed("bill 77", function (error, yes) {
+                    seen.push(yes);
+                    cluster.committed("bill 78", function (failed, no) {
+                        seen.push(no);
+                        cluster.cleanMarks(3600000, function (wrong, none) {
+                            seen.push(none);
+                            cluster.cleanMarks(0, function (bad, gone) {
+                                seen.push(gone);
+                                cluster.query("SELECT n FROM transfers", function (e, result) {
+                                    seen.push(result.rows);
+                                    done(seen);
+                                });
+                            });
+                        });
+                    });
+                });
+            });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",false,\"none\",true,true,false,0,1,1]"));
+}
+
+void TestClusterPostgres::readsGoToReplicas()
+{
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+        return;
+    ClusterScript script;
+    script.makeCluster(QStringLiteral("postgresql"), nodes(servers), QString());
+    script.eval(QString::fromUtf8(R"js(
+        function ask(replica, callback) {
+            cluster.query("SELECT pg_is_in_recovery() AS replica, inet_server_port() AS port",
+                function (error, result) {
+                    callback(error ? told(error) : [result.REPLICA[0], result.PORT[0]]);
+                }, {replica: replica});
+        }
+        function askThree(callback) {
+            ask(true, function (first) {
+                ask(true, function (second) {
+                    ask(false, function (third) { callback([first, second, third]); });
+                });
+            });
+        }
+    )js"));
+    const QString together = script.outcome(QString::fromUtf8(R"js(
+        askThree(function (all) {
+            done([all[0][0], all[1][0], all[2][0], all[0][1] !== all[1][1]]);
+        });
+    )js"));
+    QCOMPARE(together, QStringLiteral("[true,true,false,true]"));
+    for (int node : {1, 2})
+        QVERIFY(servers.stopNode(node, SIGKILL));
+    const QString alone = script.outcome(QString::fromUtf8(R"js(
+        askThree(function (all) { done([all[0][0], all[1][0], all[2][0]]); });
+    )js"));
+    QCOMPARE(alone, QStringLiteral("[false,false,false]"));
+}
+
+void TestClusterPostgres::noNodeIsAnErrorAtTheDeadline()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var cluster = vext.cluster({engine: "postgresql", deadlineMs: 300,
+            nodes: [{hostName: "127.0.0.1", port: 1}, {hostName: "127.0.0.1", port: 2}]});
+        cluster.transaction(function (tx, finish) { finish(); }, function (error, value, info) {
+            cluster.query("SELECT 1", function (other) {
+                cluster.close(function () { done([error.kind, info.attempts, other.kind]); });
+            });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"lost\",0,\"lost\"]"));
+}
+
+void TestClusterPostgres::closedClusterRefuses()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var cluster = vext.cluster({engine: "postgresql", nodes: [{hostName: "127.0.0.1", port: 1}]});
+        cluster.close(function () {
+            cluster.transaction(function () {}, function (error) {
+                cluster.query("SELECT 1", function (other) { done([error.kind, other.kind]); });
+            });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"closed\",\"closed\"]"));
+}
+
+QTEST_GUILESS_MAIN(TestClusterPostgres)
+#include "test_cluster_postgres.moc"
