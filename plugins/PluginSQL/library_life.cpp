@@ -1,5 +1,6 @@
 #include "library_life.h"
 
+#include "connection_names.h"
 #include "own_meta_types.h"
 #include "plugin_sql.h"
 #include "script_tag.h"
@@ -21,8 +22,8 @@ QAtomicInt VEXT_sqlThr::s_conCounter;
 QAtomicInt VEXT_sqlThr::s_typeFloat;
 QList<VEXT_sqlThr *> VEXT_sqlThr::s_workers;
 QMutex VEXT_sqlThr::s_mutexWorkers;
-QStringList VEXT_sqlThr::s_threadNames;
-QStringList VEXT_sqlThr::s_mainNames;
+QMutex ConnectionNames::s_mutex;
+QStringList ConnectionNames::s_used;
 
 namespace
 {

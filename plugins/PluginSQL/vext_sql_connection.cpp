@@ -9,6 +9,8 @@
 #include <QDateTime>
 #include <QTextCodec>
 
+#include <algorithm>
+
 namespace
 {
 
@@ -16,11 +18,6 @@ constexpr int StopOnCloseMs = 90000;
 /// Level of the message about notifications while tracing is off: sent all the same, on purpose at
 /// a level that no host shows by default.
 constexpr int LevelUnasked = 5;
-
-QString singleUnderscores(QString name)
-{
-    return name.replace(QLatin1String("__"), QLatin1String("_"));
-}
 
 /// The name that scripts read. They compare with it, the parenthesis behind one of them included.
 QString errorTypeName(QSqlError::ErrorType type)
@@ -39,17 +36,6 @@ int nativeNumber(const QSqlError &error)
     return code.isEmpty() ? -1 : code.toInt();
 }
 
-/// The first of the names counted from `number` on that is free.
-template <typename MakeName, typename IsFree>
-QString firstFreeName(int number, MakeName makeName, IsFree isFree)
-{
-    for (;; ++number) {
-        const QString name = makeName(QString::number(number));
-        if (isFree(name))
-            return name;
-    }
-}
-
 } // namespace
 
 // --- Names ---
@@ -64,47 +50,8 @@ void VEXT_sqlThr::setConnectionName(const QString &name)
             QScriptContext::TypeError);
         return;
     }
-    const QString base = name.isEmpty() ? QStringLiteral("sql") : name;
-    const QString wanted = singleUnderscores(QStringLiteral("%1_%2").arg(driverName, base));
-    if (!QSqlDatabase::contains(wanted)) {
-        setName(wanted);
-        return;
-    }
-    setName(firstFreeName(
-        m_conNumber,
-        [this, &base](const QString &number) {
-            return singleUnderscores(QStringLiteral("%1_%2_%3").arg(driverName, number, base));
-        },
-        [](const QString &free) { return !QSqlDatabase::contains(free); }));
-}
-
-/// Takes a name for a main connection. @return false when the process uses it already.
-bool VEXT_sqlThr::claimMainName(const QString &name)
-{
-    QMutexLocker locker(&s_mutexWorkers);
-    if (s_threadNames.contains(name) || s_mainNames.contains(name) || QSqlDatabase::contains(name))
-        return false;
-    s_mainNames.append(name);
-    return true;
-}
-
-/// Takes a name for the thread connection: the wanted one, unless another object of this library
-/// uses it. What anybody else has left behind under the name does not count.
-QString VEXT_sqlThr::claimThreadName(const QString &wanted) const
-{
-    QMutexLocker locker(&s_mutexWorkers);
-    const auto isFree = [](const QString &name) {
-        return !s_threadNames.contains(name) && !s_mainNames.contains(name);
-    };
-    const QString name =
-        isFree(wanted)
-            ? wanted
-            : firstFreeName(
-                  m_conNumber,
-                  [&wanted](const QString &number) { return wanted + QLatin1Char('_') + number; },
-                  isFree);
-    s_threadNames.append(name);
-    return name;
+    setName(ConnectionNames::ofObject(
+        driverName, name.isEmpty() ? QStringLiteral("sql") : name, m_conNumber));
 }
 
 void VEXT_sqlThr::setName(const QString &name)
@@ -194,27 +141,26 @@ bool VEXT_sqlThr::open()
 
 /// Takes the name under which the main connection is registered: the object's own one, or another
 /// that the object takes over.
-QString VEXT_sqlThr::claimNameToOpen()
+ClaimedName VEXT_sqlThr::claimNameToOpen()
 {
-    const bool own = !connectionName.isEmpty() && claimMainName(connectionName);
-    const QString name =
-        own ? connectionName
-            : firstFreeName(
-                  m_conNumber,
-                  [this](const QString &number) {
-                      return QStringLiteral("con_%1_sql_%2").arg(driverName, number);
-                  },
-                  &VEXT_sqlThr::claimMainName);
+    ClaimedName name = ConnectionNames::claimMain(connectionName, driverName, m_conNumber);
     // Only this object's last connection has the name, until the notification that closed it has
     // been delivered: the object keeps its name, and the next open registers it again.
-    if (own || !m_closingNames.contains(connectionName))
-        setName(name);
+    if (name.text() == connectionName || !isClosing(connectionName))
+        setName(name.text());
     return name;
 }
 
-bool VEXT_sqlThr::openMain(const QString &name)
+bool VEXT_sqlThr::isClosing(const QString &name) const
 {
-    db = QSqlDatabase::addDatabase(driverName, name);
+    return std::any_of(m_closingNames.cbegin(), m_closingNames.cend(),
+                       [&name](const ClaimedName &closing) { return closing.text() == name; });
+}
+
+bool VEXT_sqlThr::openMain(ClaimedName name)
+{
+    m_mainName = std::move(name);
+    db = QSqlDatabase::addDatabase(driverName, m_mainName.text());
     m_mainKind = setParamToDb(db);
     m_tablesError = QSqlError();
     if (!db.open()) {
@@ -288,7 +234,7 @@ void VEXT_sqlThr::dropMain(Dropped state)
         m_mainWatch.sessionLost();
     else if (state == Dropped::Open)
         m_mainWatch.sessionClosed();
-    m_closingNames.append(name);
+    m_closingNames.push_back(std::move(m_mainName));
     // A driver must not lose its connection while it is delivering a notification.
     afterNotification([this, name, state] { closeRegistered(name, state); });
 }
@@ -303,9 +249,10 @@ void VEXT_sqlThr::closeRegistered(const QString &name, Dropped state)
         closing.close();
     }
     QSqlDatabase::removeDatabase(name);
-    m_closingNames.removeOne(name);
-    QMutexLocker locker(&s_mutexWorkers);
-    s_mainNames.removeOne(name);
+    m_closingNames.erase(
+        std::remove_if(m_closingNames.begin(), m_closingNames.end(),
+                       [&name](const ClaimedName &closed) { return closed.text() == name; }),
+        m_closingNames.end());
 }
 
 void VEXT_sqlThr::connectDriver()

@@ -407,12 +407,14 @@ void VEXT_sqlThr::run()
 void VEXT_sqlThr::createThreadConnection(ThreadConnection &con)
 {
     QString driver;
+    QString wanted;
     {
         QMutexLocker locker(&m_mutexParams);
-        con.name = connectionName + QStringLiteral("_thr");
+        wanted = connectionName + QStringLiteral("_thr");
         driver = driverName;
     }
-    con.name = claimThreadName(con.name);
+    con.claim = ConnectionNames::claimThread(wanted, m_conNumber);
+    con.name = con.claim.text();
     if (QSqlDatabase::contains(con.name)) {
         {
             QSqlDatabase leftover = QSqlDatabase::database(con.name, false);
@@ -751,6 +753,5 @@ void VEXT_sqlThr::leave(ThreadConnection &con)
     }
     if (QSqlDatabase::contains(con.name))
         QSqlDatabase::removeDatabase(con.name);
-    QMutexLocker locker(&s_mutexWorkers);
-    s_threadNames.removeOne(con.name);
+    con.claim = ClaimedName();
 }

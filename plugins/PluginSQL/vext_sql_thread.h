@@ -2,6 +2,7 @@
 /// The worker of one connection: its parameters, its main connection, its queue and its thread.
 #pragma once
 
+#include "connection_names.h"
 #include "result_object.h"
 #include "sql_records.h"
 #include "sql_text.h"
@@ -247,10 +248,6 @@ public:
     /// Every worker of the process, guarded by s_mutexWorkers.
     static QList<VEXT_sqlThr *> s_workers;
     static QMutex s_mutexWorkers;
-    /// Names of the thread and of the main connections in use, so that no two connections of the
-    /// process ever share one; likewise.
-    static QStringList s_threadNames;
-    static QStringList s_mainNames;
 
     /// Takes the next task, waiting for one; null tells the caller to look at m_thrStop. Worker.
     structThrSql *getSqlTask();
@@ -258,6 +255,7 @@ public:
 private:
     /// The thread connection and what belongs to it while run() works. Worker.
     struct ThreadConnection {
+        ClaimedName claim;
         QString name;
         QSqlDatabase db;
         SqlDriverKind::ConnectionKind kind;
@@ -304,10 +302,9 @@ private:
 
     // Connection.
     void setName(const QString &name);
-    static bool claimMainName(const QString &name);
-    QString claimThreadName(const QString &wanted) const;
-    QString claimNameToOpen();
-    bool openMain(const QString &name);
+    ClaimedName claimNameToOpen();
+    bool isClosing(const QString &name) const;
+    bool openMain(ClaimedName name);
     void refuseOpenTwice();
     void reportOpenFailure();
     /// In which state the main connection is given up; Lost is what the driver found out itself.
@@ -392,7 +389,8 @@ private:
     std::vector<std::function<void()>> m_afterNotification;
     QStringList m_pendingRemovals; ///< names that the driver still has to forget
     QStringList m_unsureEvents;    ///< subscribed in an open transaction: a rollback undoes them
-    QStringList m_closingNames;    ///< registered until a notification has been delivered
+    ClaimedName m_mainName;        ///< under which `db` is registered
+    std::vector<ClaimedName> m_closingNames; ///< registered until a notification has been delivered
     SqlDriverKind::ConnectionKind m_mainKind;
     TransactionWatch m_mainWatch;
     QSqlError m_tablesError;        ///< left in the driver by tables()
