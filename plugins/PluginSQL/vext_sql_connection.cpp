@@ -50,8 +50,8 @@ void VEXT_sqlThr::setConnectionName(const QString &name)
             QScriptContext::TypeError);
         return;
     }
-    setName(ConnectionNames::ofObject(
-        driverName, name.isEmpty() ? QStringLiteral("sql") : name, m_conNumber));
+    setName(ConnectionNames::ofObject(driverName, name.isEmpty() ? QStringLiteral("sql") : name,
+                                      m_conNumber));
 }
 
 void VEXT_sqlThr::setName(const QString &name)

@@ -1,14 +1,14 @@
 #include "vext_sql_thread.h"
 
 #include "debug_line.h"
-#include "query_reading.h"
 #include "result_object.h"
+#include "result_reader.h"
 #include "script_guard.h"
 #include "sql_driver_kind.h"
 #include "vext_sql_module.h"
 
 #include <QScriptValueIterator>
-#include <QSqlRecord>
+#include <QSqlQuery>
 
 #include <algorithm>
 #include <memory>
@@ -48,11 +48,6 @@ SqlDriverKind::ConnectionKind VEXT_sqlThr::kindOf(const structThrSql *task) cons
     return {m_driverType.loadAcquire(), m_dbmsType.loadAcquire(), true};
 }
 
-void VEXT_sqlThr::prepareReading(const structThrSql *task) const
-{
-    task->sqlQuery->setForwardOnly(QueryReading::readsForwardOnly(kindOf(task).driverType));
-}
-
 bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
 {
     if (!task || !task->sqlQuery)
@@ -65,14 +60,13 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
     result.executedQuery = query.executedQuery();
     result.lastQuery = task->ownText.isEmpty() ? query.lastQuery() : task->ownText;
     const bool executed = result.error.type() == QSqlError::NoError;
+    ResultReader reader(query, kindOf(task));
     if (executed && query.driver()) {
-        describeColumns(query, result);
-        // A procedure without output crashes some drivers when rows are asked for.
-        if (!result.fields.isEmpty())
-            readRows(task, result);
-        finishResult(task, result);
+        reader.read(result,
+                    [this, task] { return task->inThread && m_thrStop.loadAcquire() == 1; });
+        task->failed = task->failed || result.canceled;
     } else {
-        result.numRowsAffected = std::max(0, query.numRowsAffected());
+        result.numRowsAffected = reader.affectedRows();
     }
     if (executed && result.error.type() != QSqlError::NoError) {
         task->failed = true;
@@ -87,82 +81,6 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
     task->rowsAffected += result.numRowsAffected;
     task->results.append(std::move(result));
     return good;
-}
-
-/// What is known only behind the last row: affected rows, the inserted id, and the errors that
-/// drivers report while they read.
-void VEXT_sqlThr::finishResult(const structThrSql *task, structSqlResult &result) const
-{
-    QSqlQuery &query = *task->sqlQuery;
-    result.error = query.lastError();
-    if (kindOf(task).driverType == SqlDriverKind::MySql && !result.error.isValid() &&
-        result.fields.isEmpty())
-        result.error = QueryReading::silentLoss(query);
-    if (mayReadLastInsertId(task)) {
-        result.lastInsertId = query.lastInsertId();
-        result.hasLastInsertId = true;
-    }
-    result.numRowsAffected = std::max(0, query.numRowsAffected());
-    if (!result.canceled && result.error.type() == QSqlError::NoError)
-        result.error = QueryReading::errorBehind(query);
-}
-
-void VEXT_sqlThr::describeColumns(const QSqlQuery &query, structSqlResult &result)
-{
-    const QSqlRecord record = query.record();
-    const bool onRow = query.isValid();
-    const int columns = record.count();
-    result.fields.reserve(columns);
-    for (int c = 0; c < columns; ++c) {
-        structSqlFieldResult field;
-        field.name = record.fieldName(c);
-        field.type = onRow ? record.value(c).userType() : 0;
-        result.fields.append(std::move(field));
-    }
-}
-
-void VEXT_sqlThr::readRows(structThrSql *task, structSqlResult &result)
-{
-    QSqlQuery &query = *task->sqlQuery;
-    const int columns = result.fields.size();
-    // One detach here instead of one a cell.
-    std::vector<structSqlFieldResult *> fields;
-    fields.reserve(size_t(columns));
-    for (structSqlFieldResult &field : result.fields)
-        fields.push_back(&field);
-    uint row = 0;
-    for (bool onRow = QueryReading::toFirstRow(query); onRow; onRow = query.next(), ++row) {
-        if (task->inThread && m_thrStop.loadAcquire() == 1) {
-            result.canceled = true;
-            task->failed = true;
-            return;
-        }
-        for (int c = 0; c < columns; ++c) {
-            structSqlFieldResult &field = *fields[size_t(c)];
-            const int type = field.values.appendCell(query.value(c));
-            if (type == QMetaType::UnknownType)
-                field.nulls.append(row);
-            else if (type != field.type)
-                field.type = type;
-        }
-    }
-}
-
-/// PostgreSQL answers with an error where a statement made no id, and would spoil the query.
-bool VEXT_sqlThr::mayReadLastInsertId(const structThrSql *task) const
-{
-    const QSqlDriver::DbmsType dbms = task->sqlQuery->driver()->dbmsType();
-    if (kindOf(task).driverType != SqlDriverKind::Odbc)
-        return dbms != QSqlDriver::PostgreSQL;
-    switch (dbms) {
-    case QSqlDriver::MSSqlServer:
-    case QSqlDriver::MySqlServer:
-    case QSqlDriver::PostgreSQL:
-    case QSqlDriver::Sybase:
-        return true;
-    default:
-        return false;
-    }
 }
 
 void VEXT_sqlThr::setLast(structThrSql *task)

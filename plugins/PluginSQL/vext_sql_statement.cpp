@@ -2,9 +2,10 @@
 
 #include "debug_line.h"
 #include "driver_text.h"
+#include "result_reader.h"
 #include "script_guard.h"
 #include "sql_secrets.h"
-#include "sqlite_schema_guard.h"
+#include "statement_execution.h"
 #include "statement_rules.h"
 #include "vext_sql_call.h"
 #include "vext_sql_module.h"
@@ -41,52 +42,6 @@ private:
 QString VEXT_sqlThr::procedureSql(const QString &text, int count) const
 {
     return SqlText::procedureStatement(text, count, m_dbmsType.loadAcquire());
-}
-
-/// Executes a statement through `attempt`, which may be called several times, unless it must not be
-/// sent. Executing thread. @return whether it worked; the task knows the error.
-bool VEXT_sqlThr::execute(structThrSql *task, TransactionWatch &watch, const QString &sql,
-                          const std::function<bool()> &attempt)
-{
-    task->ownText.clear();
-    task->ownError = refusal(task, watch, sql);
-    if (task->ownError.isValid()) {
-        task->ownText = sql;
-        return false;
-    }
-    auto *driver = const_cast<QSqlDriver *>(task->sqlQuery->driver());
-    return SqliteSchemaGuard::run(driver, sql, attempt, &task->ownError);
-}
-
-/// Why the statement must not be sent; no error when it may.
-QSqlError VEXT_sqlThr::refusal(const structThrSql *task, const TransactionWatch &watch,
-                               const QString &sql)
-{
-    // ODBC drivers know the system only since they are open.
-    const int dbmsType = task->kind.dbmsType != SqlDriverKind::Unknown
-                             ? task->kind.dbmsType
-                             : int(task->sqlQuery->driver()->dbmsType());
-    const auto refused = [](const QString &text) {
-        return QSqlError(QString(), text, QSqlError::StatementError);
-    };
-    switch (StatementRules::refusal(sql, dbmsType)) {
-    case StatementRules::Refusal::NulCharacter:
-        return refused(tr("текст запроса содержит символ U+0000"));
-    case StatementRules::Refusal::CopyStream:
-        return refused(tr("COPY через STDIN и STDOUT не поддерживается драйвером"));
-    case StatementRules::Refusal::None:
-        break;
-    }
-    if (watch.isLost() &&
-        StatementRules::transactionStep(sql, dbmsType) == StatementRules::TransactionStep::Commit)
-        return lostTransactionError();
-    return QSqlError();
-}
-
-QSqlError VEXT_sqlThr::lostTransactionError()
-{
-    return QSqlError(QString(), tr("транзакция потеряна вместе с соединением"),
-                     QSqlError::TransactionError);
 }
 
 /// What a statement of the engine's thread changed for the connection.
@@ -126,9 +81,10 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
     task->timing = timing;
     task->kind = m_mainKind;
     stopwatch.stage(QStringLiteral("create finish"));
-    prepareReading(task.get());
+    ResultReader(*task->sqlQuery, m_mainKind).prepare();
     stopwatch.stage(QStringLiteral("query start"));
-    task->ok = execute(task.get(), m_mainWatch, sql, [&] { return task->sqlQuery->exec(sql); });
+    task->ok =
+        StatementExecution::run(*task, m_mainWatch, sql, [&] { return task->sqlQuery->exec(sql); });
     stopwatch.stage(QStringLiteral("query finish"));
     setLast(task.get());
 
@@ -169,10 +125,10 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
 
     auto task = std::make_unique<structThrSql>(db);
     task->kind = m_mainKind;
-    prepareReading(task.get());
+    ResultReader(*task->sqlQuery, m_mainKind).prepare();
     bool prepared = true;
     bool trace = traceLog;
-    task->ok = execute(task.get(), m_mainWatch, statement, [&] {
+    task->ok = StatementExecution::run(*task, m_mainWatch, statement, [&] {
         prepared = task->sqlQuery->prepare(statement);
         if (!prepared)
             return false;

@@ -4,8 +4,10 @@
 #include "driver_text.h"
 #include "lasting_text.h"
 #include "own_meta_types.h"
+#include "result_reader.h"
 #include "sql_driver_kind.h"
 #include "sql_secrets.h"
+#include "statement_execution.h"
 #include "vext_sql.h"
 #include "vext_sql_module.h"
 #include "vextplugin_base.h"
@@ -322,7 +324,7 @@ bool VEXT_sqlThr::transactionCommand(bool (QSqlDatabase::*command)(), taskSqlTyp
     const bool lost =
         type == taskCommit && (m_mainWatch.isLost() || (!running && m_threadWatch.isLost()));
     if (lost)
-        setLastError(lostTransactionError());
+        setLastError(StatementExecution::lostTransaction());
     if (!running)
         m_threadWatch.ended();
     if (type == taskTransaction) {
@@ -617,7 +619,7 @@ void VEXT_sqlThr::commitTransaction(ThreadConnection &con, structThrSql *task, b
         setLastError(con.db.lastError());
     if (m_threadWatch.isLost()) {
         task->ok = false;
-        setLastError(lostTransactionError());
+        setLastError(StatementExecution::lostTransaction());
     }
     m_threadWatch.ended();
     con.inTransaction = false;
@@ -678,7 +680,7 @@ QSqlError::ErrorType VEXT_sqlThr::runStatement(ThreadConnection &con, structThrS
     task->timing = task->timing || SqlText::asksForTiming(sql);
     task->kind = con.kind;
     task->sqlQuery = new QSqlQuery(con.db);
-    prepareReading(task);
+    ResultReader(*task->sqlQuery, con.kind).prepare();
     task->ok = executeStatement(con, task, sql);
     setLast(task);
     detachSqlResult(task);
@@ -705,13 +707,13 @@ bool VEXT_sqlThr::executeStatement(ThreadConnection &con, structThrSql *task, co
 {
     QSqlQuery &query = *task->sqlQuery;
     if (!task->isProc)
-        return execute(task, m_threadWatch, sql, [&] { return query.exec(sql); });
+        return StatementExecution::run(*task, m_threadWatch, sql, [&] { return query.exec(sql); });
     const QVariantList values = task->procArgs.value(task->current);
     QString procedure;
     if (!DriverText::complete(query.driver(), sql, values.size(), procedure))
         procedure = SqlText::procedureStatement(sql, values.size(), con.kind.dbmsType);
     bool prepared = true;
-    const bool done = execute(task, m_threadWatch, procedure, [&] {
+    const bool done = StatementExecution::run(*task, m_threadWatch, procedure, [&] {
         prepared = query.prepare(procedure);
         if (!prepared)
             return false;

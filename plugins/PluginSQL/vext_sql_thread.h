@@ -38,7 +38,7 @@ class VEXT_SQL;
 /// Threads: the object lives in the engine's thread, and so does every member that is not marked
 /// otherwise. run() and what it calls execute in the worker thread and never touch a script value.
 /// Both threads call what gives a connection its parameters, executes a statement and reads its
-/// rows (prepareReading(), readRows(), detachSqlResult() and what they call), keeps the last
+/// rows (detachSqlResult()), keeps the last
 /// statement and its error (setLast(), setLastError()), and sends a message: each for the
 /// connection and the task that it holds itself. Beyond these two such a function touches atomics,
 /// and fields under their lock.
@@ -319,11 +319,6 @@ private:
 
     // Statements.
     class Stopwatch;
-    bool execute(structThrSql *task, TransactionWatch &watch, const QString &sql,
-                 const std::function<bool()> &attempt);
-    static QSqlError refusal(const structThrSql *task, const TransactionWatch &watch,
-                             const QString &sql);
-    static QSqlError lostTransactionError();
     QSqlError finishReading(structThrSql *task);
     void afterStatement(const QString &sql, const QSqlError &error);
     void reportFailure(const char *function, const QSqlError &error);
@@ -334,11 +329,6 @@ private:
 
     // Results.
     SqlDriverKind::ConnectionKind kindOf(const structThrSql *task) const;
-    void prepareReading(const structThrSql *task) const;
-    static void describeColumns(const QSqlQuery &query, structSqlResult &result);
-    void readRows(structThrSql *task, structSqlResult &result);
-    void finishResult(const structThrSql *task, structSqlResult &result) const;
-    bool mayReadLastInsertId(const structThrSql *task) const;
     void prepareContainers(structThrSql *task);
     void convertEntry(structThrSql *task, structSqlResult &entry);
     void forgetAccepted(structThrSql *task);
