@@ -47,7 +47,7 @@ function(vext_add_test name)
     set(ARG_TIMEOUT 120)
   endif()
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} SKIP_RETURN_CODE 77
-    ENVIRONMENT "QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")
+    ENVIRONMENT "LANGUAGE=ru;QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")
   if(ARG_LABELS)
     set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}")
   endif()

@@ -1,6 +1,7 @@
 /// @file
 /// vext-run: runs a script with the SQL plugin.
 
+#include "languages.h"
 #include "message_log.h"
 #include "option_texts.h"
 #include "options.h"
@@ -55,7 +56,7 @@ QStringList commandLine(int argc, char **argv)
     return list;
 }
 
-int runProgram(const QStringList &arguments)
+int runProgram(const QStringList &arguments, const QString &language)
 {
     Terminal terminal;
     Options options;
@@ -76,6 +77,7 @@ int runProgram(const QStringList &arguments)
     case Options::Action::Run:
         break;
     }
+    Languages::use(options.language.isEmpty() ? language : options.language);
     return Program(options).run();
 }
 
@@ -84,6 +86,7 @@ int runProgram(const QStringList &arguments)
 int main(int argc, char **argv)
 {
     openStandardStreams();
+    const QString language = Languages::ofUser(); // before the environment is completed
     useUtf8();
     ignoreClosedPipes();
     MessageLog::install();
@@ -95,5 +98,5 @@ int main(int argc, char **argv)
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QCoreApplication::setApplicationName(QStringLiteral("vext-run"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VEXT_VERSION));
-    return runProgram(arguments);
+    return runProgram(arguments, language);
 }

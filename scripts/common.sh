@@ -11,7 +11,7 @@ build_dir="$root/build/$preset"
 
 # What the plugin and the host are built from and run with.
 build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-private-dev qtscript5-dev libreadline-dev
-  libqt5sql5-sqlite)
+  libqt5sql5-sqlite qttools5-dev-tools)
 # What the tests are built from: headers, and the drivers of every database system.
 test_packages=(libsqlite3-dev libpq-dev
   libqt5sql5-psql libqt5sql5-mysql libqt5sql5-ibase libqt5sql5-odbc)

@@ -2,6 +2,7 @@
 
 #include "script_guard.h"
 
+#include <QCoreApplication>
 #include <QScriptValueIterator>
 #include <QSet>
 
@@ -291,7 +292,8 @@ bool ArgumentSorter::takeStatementsWithArguments(const QScriptValue &array,
         return stopForException();
     if (m_arguments.size() != m_statements.size())
         return refuse(statementsText(
-            QStringLiteral("количество аргументов не соответствует количеству запросов"),
+            QCoreApplication::translate(
+                "VEXT_SQL", "количество аргументов не соответствует количеству запросов"),
             QStringLiteral("[[arg1], ...]")));
     return checkArgumentLists();
 }
@@ -305,7 +307,8 @@ bool ArgumentSorter::checkArgumentLists()
         if (list.userType() == QMetaType::QVariantList && !list.toList().isEmpty())
             continue;
         return refuseType(
-            statementsText(QStringLiteral("каждому запросу необходим массив аргументов"),
+            statementsText(QCoreApplication::translate(
+                               "VEXT_SQL", "каждому запросу необходим массив аргументов"),
                            QStringLiteral("[[arg1, ...], ...]")),
             m_lines.argumentsType, list.userType());
     }
@@ -422,12 +425,12 @@ QString ArgumentSorter::statementsText(const QString &reason,
 
 QString SqlCall::usageText(Function function)
 {
-    return QStringLiteral("использовать как %1").arg(callForms(function));
+    return QCoreApplication::translate("VEXT_SQL", "использовать как %1").arg(callForms(function));
 }
 
 QString SqlCall::tooLargeText()
 {
-    return QStringLiteral("слишком большой аргумент");
+    return QCoreApplication::translate("VEXT_SQL", "слишком большой аргумент");
 }
 
 structThrSql *SqlCall::makeTask(Function function, QScriptContext *context, QScriptEngine *engine,

@@ -15,6 +15,10 @@ QByteArray HostOutcome::described() const
 HostProcess::HostProcess()
 {
     m_process.setProgram(QStringLiteral(VEXT_RUN_FILE));
+    // The plugin's texts as its sources have them.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("LANGUAGE"), QStringLiteral("ru"));
+    m_process.setProcessEnvironment(environment);
 }
 
 HostProcess::~HostProcess()

@@ -127,11 +127,12 @@ const QStringList TestCommands::s_buildPackages{QStringLiteral("g++"),
                                                 QStringLiteral("qtbase5-private-dev"),
                                                 QStringLiteral("qtscript5-dev"),
                                                 QStringLiteral("libreadline-dev"),
-                                                QStringLiteral("libqt5sql5-sqlite")};
+                                                QStringLiteral("libqt5sql5-sqlite"),
+                                                QStringLiteral("qttools5-dev-tools")};
 const QStringList TestCommands::s_testPackages{
-    QStringLiteral("libsqlite3-dev"),    QStringLiteral("libpq-dev"),
-    QStringLiteral("libqt5sql5-psql"),   QStringLiteral("libqt5sql5-mysql"),
-    QStringLiteral("libqt5sql5-ibase"),  QStringLiteral("libqt5sql5-odbc")};
+    QStringLiteral("libsqlite3-dev"),   QStringLiteral("libpq-dev"),
+    QStringLiteral("libqt5sql5-psql"),  QStringLiteral("libqt5sql5-mysql"),
+    QStringLiteral("libqt5sql5-ibase"), QStringLiteral("libqt5sql5-odbc")};
 const QStringList TestCommands::s_serverPackages{QStringLiteral("postgresql"),
                                                  QStringLiteral("mariadb-server"),
                                                  QStringLiteral("firebird3.0-server-core"),
