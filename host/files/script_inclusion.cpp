@@ -1,5 +1,6 @@
 #include "script_inclusion.h"
 
+#include "program_files.h"
 #include "script_file.h"
 
 #include <QFileInfo>
@@ -28,6 +29,16 @@ QString pathFrom(const QString &includingFile, const QString &path)
     if (slash < 0 || QFileInfo(path).isAbsolute())
         return path;
     return includingFile.left(slash + 1) + path;
+}
+
+/// A file beside the script comes first: nobody's own file is hidden by one that comes with us.
+QString foundFrom(const QString &includingFile, const QString &path)
+{
+    const QString file = pathFrom(includingFile, path);
+    if (QFileInfo::exists(file))
+        return file;
+    const QString ofLibrary = ProgramFiles::libraryFile(path);
+    return ofLibrary.isEmpty() ? file : ofLibrary;
 }
 
 QScriptValue fail(QScriptContext *context, const QString &path, const QString &reason)
@@ -66,7 +77,7 @@ QScriptValue ScriptInclusion::include(QScriptContext *context, QScriptEngine *en
         return context->throwError(QScriptContext::TypeError,
                                    QStringLiteral("include: the argument must be a path"));
     }
-    const QString path = pathFrom(callingFile(context), argument.toString());
+    const QString path = foundFrom(callingFile(context), argument.toString());
     QSet<QString> &files = static_cast<ScriptInclusion *>(inclusion)->m_files;
     const QString identity = QFileInfo(path).canonicalFilePath();
     if (!identity.isEmpty() && files.contains(identity))
