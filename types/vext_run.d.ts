@@ -22,7 +22,8 @@ declare var scriptFile: string;
 
 /**
  * Runs a script file in the global scope, once however often it is included. The path is relative
- * to the including file, for code without a file to the working directory.
+ * to the including file, for code without a file to the working directory. The script library that
+ * comes with the program is found by its bare name: include("vext").
  */
 declare function include(path: string): void;
 

@@ -33,6 +33,8 @@ private slots:
     void anIncludeIsRelativeToItsFile();
     void anIncludeOfCodeIsRelativeToTheWorkingDirectory();
     void aFileThatIncludesItselfRunsOnce();
+    void theScriptLibraryIsIncludedByItsName();
+    void anOwnFileComesBeforeTheScriptLibrary();
     void errorsInIncludedFilesNameThatFile_data();
     void errorsInIncludedFilesNameThatFile();
     void missingIncludeIsAClearErrorAndCode1();
@@ -263,6 +265,24 @@ void TestScriptFiles::aFileThatIncludesItselfRunsOnce()
     store(QStringLiteral("b.js"), "print('b'); include('b.js'); include('a.js');\n");
     const HostOutcome outcome = runHost({m_folder->filePath(QStringLiteral("a.js"))});
     QCOMPARE(outcome.output, QStringLiteral("a\nb\n"));
+}
+
+void TestScriptFiles::theScriptLibraryIsIncludedByItsName()
+{
+    store(QStringLiteral("a.js"), "include('vext'); print(typeof vext.rows);\n");
+    const HostOutcome outcome = runHost({m_folder->filePath(QStringLiteral("a.js"))});
+    QCOMPARE(outcome.output, QStringLiteral("function\n"));
+    // Nothing but a bare name is looked up there.
+    const HostOutcome path = run(QStringLiteral("include('library/vext')"));
+    VERIFY_OUTCOME(path.exitCode == 1, path);
+}
+
+void TestScriptFiles::anOwnFileComesBeforeTheScriptLibrary()
+{
+    store(QStringLiteral("vext"), "print('mine');\n");
+    store(QStringLiteral("a.js"), "include('vext'); print(typeof vext);\n");
+    const HostOutcome outcome = runHost({m_folder->filePath(QStringLiteral("a.js"))});
+    QCOMPARE(outcome.output, QStringLiteral("mine\nundefined\n"));
 }
 
 void TestScriptFiles::errorsInIncludedFilesNameThatFile_data()
