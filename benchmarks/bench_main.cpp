@@ -51,6 +51,8 @@ public:
     void readRows(const Target &target, const QString &db, const Limits &limits);
     void smallStatements(const Target &target, const QString &db, const Limits &limits);
     void inserts(const Target &target, const QString &db, const Limits &limits);
+    /// The layer of drivers against the stock ones and the C interfaces.
+    void layer(const Target &target, const QString &db);
     void growth(const Target &target);
     /// Prints the table. @return what the process ends with
     int print();
@@ -164,6 +166,42 @@ void Bench::inserts(const Target &target, const QString &db, const Limits &limit
         c.ratio(QStringLiteral("async"), QStringLiteral("query")), limits.insertsQuery);
 }
 
+void Bench::layer(const Target &target, const QString &db)
+{
+    const auto run = [&](const QString &title, const Workload &workload, const QString &way,
+                         const QString &base, double limit) {
+        Comparison c(db + title, target, workload, {base, way}, false);
+        if (measure(c))
+            add(c.title(), c.ratio(way, base), limit);
+    };
+    const QString floor = QStringLiteral("floor");
+    const QString boundLayer = QStringLiteral("layer bound query");
+    Workload reading;
+    reading.rows = Rows;
+    run(QStringLiteral(" layer 500k x 6 / stock driver"), reading, QStringLiteral("layer query"),
+        QStringLiteral("query"), 1.06);
+    Workload lookUps;
+    lookUps.kind = Workload::Kind::Chain;
+    lookUps.pointQuery = true;
+    lookUps.count = 20000;
+    run(QStringLiteral(" layer 20k bound look-ups / unprepared C"), lookUps, boundLayer, floor, 1);
+    Workload inserting;
+    inserting.kind = Workload::Kind::Insert;
+    inserting.count = 20000;
+    const QString plugin = QStringLiteral("layer bound async");
+    if (target.postgres) {
+        run(QStringLiteral(" layer 20k bound inserts / prepared C"), inserting, boundLayer, floor,
+            1.5);
+        run(QStringLiteral(" 20k bound exec_thread, layer / prepared C"), inserting, plugin, floor,
+            1.9);
+    } else {
+        run(QStringLiteral(" layer 20k bound inserts / stock driver"), inserting, boundLayer,
+            QStringLiteral("bound query"), 0.85);
+        run(QStringLiteral(" 20k bound exec_thread, layer / texts"), inserting, plugin,
+            QStringLiteral("layer async"), 1);
+    }
+}
+
 void Bench::series(const Target &target, const QString &name, const QVector<int> &sizes,
                    Workload (*workloadOf)(int size), double limit)
 {
@@ -274,6 +312,7 @@ int main(int argc, char **argv)
     bench.readRows(sqlite, QStringLiteral("SQLite"), SqliteLimits);
     bench.smallStatements(sqlite, QStringLiteral("SQLite"), SqliteLimits);
     bench.inserts(sqlite, QStringLiteral("SQLite"), SqliteLimits);
+    bench.layer(sqlite, QStringLiteral("SQLite"));
     if (parser.isSet(QStringLiteral("growth")))
         bench.growth(sqlite);
 
@@ -289,5 +328,6 @@ int main(int argc, char **argv)
     bench.readRows(postgres, QStringLiteral("PostgreSQL"), PostgresLimits);
     bench.smallStatements(postgres, QStringLiteral("PostgreSQL"), PostgresLimits);
     bench.inserts(postgres, QStringLiteral("PostgreSQL"), PostgresLimits);
+    bench.layer(postgres, QStringLiteral("PostgreSQL"));
     return bench.print();
 }

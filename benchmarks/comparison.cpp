@@ -22,6 +22,17 @@ double medianOf(QVector<double> values)
 
 Measurement runWay(const QString &way, const Target &target, const Workload &workload)
 {
+    const QString layer = QStringLiteral("layer ");
+    if (way.startsWith(layer)) {
+        QCoreApplication::addLibraryPath(QStringLiteral(VEXT_LAYER_PATH));
+        return runWay(way.mid(layer.size()), target, workload);
+    }
+    const QString bound = QStringLiteral("bound ");
+    if (way.startsWith(bound)) {
+        Workload withValues = workload;
+        withValues.bound = true;
+        return runWay(way.mid(bound.size()), target, withValues);
+    }
     if (way == QLatin1String("floor"))
         return target.postgres ? floorPostgres(target, workload) : floorSqlite(target, workload);
     if (way == QLatin1String("query"))

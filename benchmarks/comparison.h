@@ -9,7 +9,9 @@
 #include <QStringList>
 #include <QVector>
 
-/// The ways to do a workload: "floor", "query", "thread", "script", "sync", "async".
+/// The ways to do a workload: "floor", "query", "thread", "script", "sync", "async";
+/// the same with "layer " in front goes through the layer of drivers, with "bound "
+/// values are bound, each time in a fresh query.
 Measurement runWay(const QString &way, const Target &target, const Workload &workload);
 
 /// One workload on one database, measured in several ways.

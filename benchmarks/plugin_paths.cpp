@@ -111,7 +111,7 @@ QString workCode(const Target &target, const Workload &workload)
             "function done(r, e) { if (e) throw e; if (--left == 0) finished(); }"
             "for (var i = 0; i < sql.length; ++i) db.query_thread(done, sql[i]);");
     case Workload::Kind::Insert:
-        return target.postgres
+        return target.postgres || workload.bound
                    ? QStringLiteral("var left = %1;"
                                     "function done(r, e) { if (e) throw e; if (--left == 0)"
                                     "  db.query_thread(finished, 'commit'); }"

@@ -42,8 +42,47 @@ QVector<QVector<QVariant>> readColumns(const QSqlDatabase &db, const QString &sq
     return columns;
 }
 
+constexpr int LookUpColumns = 6;
+
+/// Rows by a key that is bound; a fresh query each, as scripts make them.
+void lookUpBound(const QSqlDatabase &db, const Workload &workload)
+{
+    for (int i = 0; i < workload.count; ++i) {
+        QSqlQuery query(db);
+        query.setForwardOnly(true);
+        query.prepare(QStringLiteral(
+            "select id, part, weight, label, kind, total from big where id = ?"));
+        query.addBindValue(workload.key(i));
+        if (!query.exec() || !query.next())
+            qFatal("%s", qPrintable(query.lastError().text()));
+        for (int c = 0; c < LookUpColumns; ++c) {
+            const QVariant value = query.value(c);
+            Q_UNUSED(value)
+        }
+    }
+}
+
+void insertBound(QSqlDatabase &db, const Workload &workload)
+{
+    db.transaction();
+    for (int i = 0; i < workload.count; ++i) {
+        QSqlQuery query(db);
+        query.prepare(QStringLiteral("insert into inserts values(?, ?, ?)"));
+        query.addBindValue(i);
+        query.addBindValue(QStringLiteral("text %1").arg(i));
+        query.addBindValue(i * 0.5);
+        if (!query.exec())
+            qFatal("%s", qPrintable(query.lastError().text()));
+    }
+    db.commit();
+}
+
 void work(QSqlDatabase &db, const Target &target, const Workload &workload)
 {
+    if (workload.bound && workload.kind == Workload::Kind::Insert)
+        return insertBound(db, workload);
+    if (workload.bound)
+        return lookUpBound(db, workload);
     switch (workload.kind) {
     case Workload::Kind::Read:
         readAway(db, workload.readStatement());

@@ -20,7 +20,7 @@ QString Workload::readStatement() const
 
 QString Workload::smallStatement(int i) const
 {
-    const int first = (i * 37) % 400000 + 1;
+    const int first = key(i);
     if (pointQuery)
         return QStringLiteral("select id, part, weight, label, kind, total from big where id = %1")
             .arg(first);

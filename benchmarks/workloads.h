@@ -31,8 +31,11 @@ struct Workload {
     int columns = 0; ///< of Read; 0 reads the six columns of the large table
     int count = 0;   ///< of statements or connections
 
+    bool bound = false; ///< set by the way: look-ups and inserts bind their values
     QString readStatement() const;
     bool pointQuery = false; ///< Chain and Queue read one row by its key instead of a report
+    /// What is looked up by statement number i.
+    int key(int i) const { return (i * 37) % 400000 + 1; }
     /// Statement number i of Chain and Queue: a report over 500 rows, or one row by its key.
     QString smallStatement(int i) const;
 };

@@ -169,10 +169,10 @@ bool PostgresPolicy::settle()
 
 std::unique_ptr<BoundStatement> PostgresPolicy::makeStatement(StatementPlan plan)
 {
-    QSqlResult *result = stock()->createResult();
     if (isPreparable(plan.verb()) && plan.valueCount() > 0)
-        return std::make_unique<PostgresStatement>(std::move(plan), result, m_session);
-    return std::make_unique<LiteralStatement>(std::move(plan), result, &PostgresLiteral::inText);
+        return std::make_unique<PostgresStatement>(std::move(plan), stock(), m_session);
+    return std::make_unique<LiteralStatement>(std::move(plan), stock()->createResult(),
+                                              &PostgresLiteral::inText);
 }
 
 bool PostgresPolicy::mayKeep(const StatementPlan &plan) const
@@ -183,7 +183,7 @@ bool PostgresPolicy::mayKeep(const StatementPlan &plan) const
 /// What a statement may fail with whose tables have changed since it was prepared.
 bool PostgresPolicy::isStale(const QSqlError &error) const
 {
-    if (!m_session->isIdle())
+    if (!m_session->wasIdle)
         return false;
     const QString code = error.nativeErrorCode();
     return code == QLatin1String("26000") || code == QLatin1String("0A000") ||
@@ -193,19 +193,18 @@ bool PostgresPolicy::isStale(const QSqlError &error) const
 void PostgresPolicy::finished(const QString &text, bool good)
 {
     Q_UNUSED(good)
-    if (m_session->isIdle())
-        ++m_session->transaction;
     const QString verb = leadingWord(text);
     if (!verb.isEmpty() && !leavesSchemaAlone(verb))
         ++m_session->schema;
     if (verb == QLatin1String("DISCARD") || verb == QLatin1String("RESET"))
         setStatementTimeout();
-    keepSettings();
 }
 
 /// Qt's driver (5.15) reads dates in ISO style and texts in UTF-8, whatever the session says.
 QSqlError PostgresPolicy::refusal(const QString &text)
 {
+    m_session->statementBegins();
+    keepSettings();
     if (leadingWord(text) != QLatin1String("SET"))
         return QSqlError();
     static const QRegularExpression style(QStringLiteral("^[^=]*\\bdatestyle\\b(?!.*\\biso\\b)"),
@@ -220,6 +219,12 @@ QSqlError PostgresPolicy::refusal(const QString &text)
     if (encoding.match(text).hasMatch())
         return QSqlError(QString(), tr("client_encoding stays UTF8: the driver reads no other"),
                          QSqlError::StatementError);
+    return QSqlError();
+}
+
+QSqlError PostgresPolicy::refusal(Command)
+{
+    m_session->statementBegins();
     return QSqlError();
 }
 
@@ -260,10 +265,7 @@ QSqlError PostgresPolicy::classified(const QSqlError &error, Step step)
 /// behind it runs on a new session by itself.
 bool PostgresPolicy::isLost() const
 {
-    if (!m_session)
-        return false;
-    const PostgresClient::TransactionStatus status = m_session->transactionStatus();
-    if (status == PostgresClient::InTransaction || status == PostgresClient::InFailedTransaction)
+    if (!m_session || m_session->inTransaction())
         return false;
     return isBroken();
 }

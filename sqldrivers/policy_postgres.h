@@ -29,6 +29,7 @@ public:
 
     std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;
     QSqlError refusal(const QString &text) override;
+    QSqlError refusal(Command command) override;
     void finished(const QString &text, bool good) override;
     bool mayKeep(const StatementPlan &plan) const override;
     bool isStale(const QSqlError &error) const override;

@@ -10,6 +10,26 @@ PostgresClient::TransactionStatus PostgresSession::transactionStatus() const
                       : PostgresClient::Unknown;
 }
 
+void PostgresSession::statementBegins()
+{
+    wasIdle = isIdle();
+    if (wasIdle)
+        ++transaction;
+}
+
+bool PostgresSession::inTransaction() const
+{
+    switch (transactionStatus()) {
+    case PostgresClient::InTransaction:
+    case PostgresClient::InFailedTransaction:
+        return true;
+    case PostgresClient::Active:
+        return !wasIdle;
+    default:
+        return false;
+    }
+}
+
 void PostgresSession::forget(const QByteArray &name)
 {
     // Within a transaction a failure would end it, and rows that are on their way would be lost.
@@ -29,9 +49,10 @@ void PostgresSession::forgetUnused()
 
 // --- Statement ---
 
-PostgresStatement::PostgresStatement(StatementPlan plan, QSqlResult *result,
+PostgresStatement::PostgresStatement(StatementPlan plan, const QSqlDriver *driver,
                                      std::shared_ptr<PostgresSession> session)
-    : BoundStatement(std::move(plan), result)
+    : BoundStatement(std::move(plan), driver->createResult())
+    , m_driver(driver)
     , m_session(std::move(session))
 {
 }
@@ -65,12 +86,18 @@ bool PostgresStatement::isFresh() const
     return m_session->isIdle() || m_transaction == m_session->transaction;
 }
 
+/// The stock driver's result holds the line until it is destroyed or used again.
+void PostgresStatement::release()
+{
+    result().replace(m_driver->createResult());
+}
+
 bool PostgresStatement::execute(const QVector<BoundValue> &values)
 {
     const bool forwardOnly = result().isForwardOnly();
     if (m_name.isEmpty() && !tellServer())
         return false;
-    const bool older = m_hasRun && m_session->isIdle();
+    const bool older = m_hasRun && m_session->wasIdle;
     const auto numbers = older ? PostgresLiteral::Numbers::Quoted : PostgresLiteral::Numbers::Bare;
     QString text = QLatin1String("EXECUTE ") + QString::fromLatin1(m_name);
     for (int i = 0; i < values.size(); ++i) {

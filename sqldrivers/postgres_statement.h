@@ -16,11 +16,16 @@ struct PostgresSession {
     PostgresClient client;
     pg_conn *connection = nullptr;
     int lastName = 0;    ///< names are never used twice in a session
-    int transaction = 0; ///< changes whenever no transaction is open
+    int transaction = 0; ///< changes with each statement outside of a transaction
+    bool wasIdle = true; ///< the statement that runs, or ran last, began outside of one
     int schema = 0;      ///< changes with every statement that may change tables and settings
     QVector<QByteArray> unused; ///< names that the server is still to forget
 
     PostgresClient::TransactionStatus transactionStatus() const;
+    /// Called before each statement.
+    void statementBegins();
+    /// As far as can be told while rows are still on their way.
+    bool inTransaction() const;
     bool isIdle() const { return transactionStatus() == PostgresClient::Idle; }
     /// Has the server forget a name, at once or when no transaction can be harmed by it.
     void forget(const QByteArray &name);
@@ -38,7 +43,7 @@ struct PostgresSession {
 class PostgresStatement : public BoundStatement
 {
 public:
-    PostgresStatement(StatementPlan plan, QSqlResult *result,
+    PostgresStatement(StatementPlan plan, const QSqlDriver *driver,
                       std::shared_ptr<PostgresSession> session);
     ~PostgresStatement() override;
 
@@ -47,11 +52,13 @@ public:
     bool prepare() override { return true; }
     bool execute(const QVector<BoundValue> &values) override;
     bool isFresh() const override;
+    void release() override;
     QString sentText() const override { return plan().withNumbers(); }
 
 private:
     bool tellServer();
 
+    const QSqlDriver *m_driver;
     std::shared_ptr<PostgresSession> m_session;
     QByteArray m_name; ///< empty until the server knows the statement
     int m_transaction = 0;

@@ -1,0 +1,272 @@
+/// @file
+/// Statements that the layer keeps prepared stay right whatever happens to their tables.
+
+#include "layer_path.h"
+#include "layered_systems.h"
+
+#include <QSqlDatabase>
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QSqlRecord>
+#include <QtTest>
+
+namespace
+{
+
+const QString Connection = QStringLiteral("kept");
+const QString Other = QStringLiteral("other");
+const QString Postgres = QStringLiteral("PostgreSQL");
+
+QString utf8(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+/// What one text with one value gives, in a query of its own; the error's text where it fails.
+QString answer(const QSqlDatabase &db, const QString &sql, const QVariant &value)
+{
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    query.prepare(sql);
+    query.addBindValue(value);
+    if (!query.exec())
+        return QStringLiteral("error: ") + query.lastError().text();
+    QStringList cells;
+    while (query.next()) {
+        for (int c = 0; c < query.record().count(); ++c)
+            cells.append(query.value(c).toString());
+    }
+    return cells.join(QLatin1Char('|'));
+}
+
+} // namespace
+
+class TestDriverKept : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { useDriverLayer(); }
+    void cleanup();
+
+    void serverHoldsOneStatementForTheSameText();
+    void leastUsedStatementsAreForgotten();
+    void keptStatementIsRightAfter_data();
+    void keptStatementIsRightAfter();
+    void changeByAnotherConnectionIsNoticed_data();
+    void changeByAnotherConnectionIsNoticed();
+    void failedStatementIsNotKept_data() { everySystem(); }
+    void failedStatementIsNotKept();
+    void twoQueriesOfOneTextDoNotDisturbEachOther_data() { everySystem(); }
+    void twoQueriesOfOneTextDoNotDisturbEachOther();
+
+private:
+    void everySystem();
+    void open(const QString &system);
+    void run(const QString &sql, const QString &connection = Connection);
+
+    LayeredSystems m_systems;
+};
+
+void TestDriverKept::everySystem()
+{
+    QTest::addColumn<QString>("system");
+    for (const QString &system : LayeredSystems::names())
+        QTest::newRow(qPrintable(system)) << system;
+}
+
+void TestDriverKept::cleanup()
+{
+    for (const QString &name : {Connection, Other}) {
+        if (!QSqlDatabase::contains(name))
+            continue;
+        QSqlDatabase::database(name, false).close();
+        QSqlDatabase::removeDatabase(name);
+    }
+}
+
+void TestDriverKept::run(const QString &sql, const QString &connection)
+{
+    QSqlQuery query(QSqlDatabase::database(connection, false));
+    QVERIFY2(query.exec(sql), qPrintable(sql + QLatin1Char('\n') + query.lastError().text()));
+}
+
+/// Two connections, and the table with the row (1, 'one').
+void TestDriverKept::open(const QString &system)
+{
+    for (const QString &name : {Connection, Other}) {
+        QSqlDatabase db = m_systems.get(system).parameters().database(name);
+        QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    }
+    run(QStringLiteral("DROP TABLE IF EXISTS kept_rows"));
+    run(QStringLiteral("CREATE TABLE kept_rows (id INTEGER PRIMARY KEY, a VARCHAR(40))"));
+    run(QStringLiteral("INSERT INTO kept_rows VALUES (1, 'one')"));
+}
+
+void TestDriverKept::serverHoldsOneStatementForTheSameText()
+{
+    USE_SYSTEM(m_systems, Postgres);
+    open(Postgres);
+    const QSqlDatabase db = QSqlDatabase::database(Connection, false);
+    for (int i = 0; i < 5; ++i)
+        QCOMPARE(answer(db, QStringLiteral("SELECT a FROM kept_rows WHERE id = ?"), 1),
+                 QStringLiteral("one"));
+    QSqlQuery query(db);
+    QVERIFY(query.exec(QStringLiteral("SELECT count(*), sum(generic_plans + custom_plans) FROM "
+                                      "pg_prepared_statements WHERE statement LIKE '%kept_rows%'")));
+    QVERIFY(query.next());
+    QCOMPARE(query.value(0).toInt(), 1);
+    QCOMPARE(query.value(1).toInt(), 5);
+}
+
+void TestDriverKept::leastUsedStatementsAreForgotten()
+{
+    USE_SYSTEM(m_systems, Postgres);
+    open(Postgres);
+    const QSqlDatabase db = QSqlDatabase::database(Connection, false);
+    for (int i = 0; i < 400; ++i)
+        QCOMPARE(answer(db, QStringLiteral("SELECT %1 + id FROM kept_rows WHERE id = ?").arg(i), 1),
+                 QString::number(i + 1));
+    QSqlQuery query(db);
+    QVERIFY(query.exec(QStringLiteral("SELECT count(*) FROM pg_prepared_statements")));
+    QVERIFY(query.next());
+    QVERIFY2(query.value(0).toInt() <= 140, qPrintable(query.value(0).toString()));
+}
+
+void TestDriverKept::keptStatementIsRightAfter_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QStringList>("changes");
+    QTest::addColumn<QString>("select");
+    QTest::addColumn<QString>("expected");
+    const QString one = QStringLiteral("SELECT a FROM kept_rows WHERE id = ?");
+    const QString all = QStringLiteral("SELECT * FROM kept_rows WHERE id = ?");
+    const QString add = QStringLiteral("ALTER TABLE kept_rows ADD COLUMN b INTEGER DEFAULT 7");
+    const QString drop = QStringLiteral("DROP TABLE kept_rows");
+    const QString create = QStringLiteral("CREATE TABLE kept_rows (id INTEGER, a INTEGER)");
+    const QString fill = QStringLiteral("INSERT INTO kept_rows VALUES (1, 5)");
+    for (const QString &system : LayeredSystems::names()) {
+        const auto row = [&system](const char *what, const QStringList &changes,
+                                   const QString &select, const char *expected) {
+            QTest::addRow("%s, %s", qPrintable(system), what)
+                << system << changes << select << utf8(expected);
+        };
+        row("a new column", {add}, one, "one");
+        row("a new column, all columns", {add}, all, "1|one|7");
+        row("another table of the name", {drop, create, fill}, one, "5");
+        row("another table of the name, all columns", {drop, create, fill}, all, "1|5");
+        row("a rollback", {QStringLiteral("BEGIN"), QStringLiteral("DELETE FROM kept_rows"),
+                           QStringLiteral("ROLLBACK")},
+            one, "one");
+        row("a table made and rolled back",
+            {QStringLiteral("BEGIN"), drop, create, fill, QStringLiteral("ROLLBACK")}, one, "one");
+    }
+    QTest::newRow("PostgreSQL, DISCARD ALL")
+        << Postgres << QStringList{QStringLiteral("DISCARD ALL")} << one << QStringLiteral("one");
+    QTest::newRow("PostgreSQL, DEALLOCATE ALL in a transaction")
+        << Postgres << QStringList{QStringLiteral("BEGIN"), QStringLiteral("DEALLOCATE ALL")} << one
+        << QStringLiteral("one");
+    QTest::newRow("PostgreSQL, another schema")
+        << Postgres
+        << QStringList{QStringLiteral("CREATE SCHEMA IF NOT EXISTS second"),
+                       QStringLiteral("CREATE TABLE IF NOT EXISTS second.kept_rows AS SELECT 1 AS "
+                                      "id, 'second'::text AS a"),
+                       QStringLiteral("SET search_path TO second, public")}
+        << one << QStringLiteral("second");
+}
+
+void TestDriverKept::keptStatementIsRightAfter()
+{
+    QFETCH(QString, system);
+    QFETCH(QStringList, changes);
+    QFETCH(QString, select);
+    QFETCH(QString, expected);
+    USE_SYSTEM(m_systems, system);
+    open(system);
+    const QSqlDatabase db = QSqlDatabase::database(Connection, false);
+    for (int i = 0; i < 3; ++i)
+        QVERIFY(answer(db, select, 1).contains(QLatin1String("one")));
+    for (const QString &change : qAsConst(changes))
+        run(change);
+    for (int i = 0; i < 3; ++i)
+        QCOMPARE(answer(db, select, 1), expected);
+}
+
+void TestDriverKept::changeByAnotherConnectionIsNoticed_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("change");
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("expected");
+    for (const QString &system : LayeredSystems::names()) {
+        QTest::addRow("%s, a new column", qPrintable(system))
+            << system << QStringLiteral("ALTER TABLE kept_rows ADD COLUMN b INTEGER DEFAULT 7")
+            << QVariant(QStringLiteral("two")) << QStringLiteral("two");
+    }
+    QTest::newRow("PostgreSQL, text that becomes a number")
+        << Postgres << QStringLiteral("ALTER TABLE kept_rows ALTER a TYPE numeric USING 1")
+        << QVariant(1.5) << QStringLiteral("1.5");
+    QTest::newRow("PostgreSQL, longer text")
+        << Postgres << QStringLiteral("ALTER TABLE kept_rows ALTER a TYPE text")
+        << QVariant(QString(80, QLatin1Char('x'))) << QString(80, QLatin1Char('x'));
+}
+
+void TestDriverKept::changeByAnotherConnectionIsNoticed()
+{
+    QFETCH(QString, system);
+    QFETCH(QString, change);
+    QFETCH(QVariant, value);
+    QFETCH(QString, expected);
+    USE_SYSTEM(m_systems, system);
+    open(system);
+    const QSqlDatabase db = QSqlDatabase::database(Connection, false);
+    const QString update = QStringLiteral("UPDATE kept_rows SET a = ?");
+    const QString select = QStringLiteral("SELECT a FROM kept_rows WHERE id = ?");
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(answer(db, update, QStringLiteral("one")), QString());
+        QCOMPARE(answer(db, select, 1), QStringLiteral("one"));
+    }
+    run(change, Other);
+    QCOMPARE(answer(db, update, value), QString());
+    QCOMPARE(answer(db, select, 1), expected);
+}
+
+void TestDriverKept::failedStatementIsNotKept()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    open(system);
+    const QSqlDatabase db = QSqlDatabase::database(Connection, false);
+    const QString insert = QStringLiteral("INSERT INTO kept_rows (id) VALUES (?)");
+    QVERIFY(answer(db, insert, 1).startsWith(QLatin1String("error")));
+    QVERIFY(answer(db, insert, 1).startsWith(QLatin1String("error")));
+    QCOMPARE(answer(db, insert, 2), QString());
+    QCOMPARE(answer(db, insert, 3), QString());
+    QVERIFY(db.isOpen());
+}
+
+void TestDriverKept::twoQueriesOfOneTextDoNotDisturbEachOther()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    open(system);
+    run(QStringLiteral("INSERT INTO kept_rows VALUES (2, 'two')"));
+    const QSqlDatabase db = QSqlDatabase::database(Connection, false);
+    const QString sql = QStringLiteral("SELECT a FROM kept_rows WHERE id >= ? ORDER BY id");
+    QSqlQuery first(db);
+    first.prepare(sql);
+    first.addBindValue(1);
+    QVERIFY(first.exec());
+    QVERIFY(first.next());
+    QCOMPARE(answer(db, sql, 2), QStringLiteral("two"));
+    QCOMPARE(first.value(0).toString(), QStringLiteral("one"));
+    QVERIFY(first.next());
+    QCOMPARE(first.value(0).toString(), QStringLiteral("two"));
+    QVERIFY(!first.next());
+    QVERIFY(!first.lastError().isValid());
+}
+
+QTEST_GUILESS_MAIN(TestDriverKept)
+
+#include "test_driver_kept.moc"
