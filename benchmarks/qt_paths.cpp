@@ -50,8 +50,8 @@ void lookUpBound(const QSqlDatabase &db, const Workload &workload)
     for (int i = 0; i < workload.count; ++i) {
         QSqlQuery query(db);
         query.setForwardOnly(true);
-        query.prepare(QStringLiteral(
-            "select id, part, weight, label, kind, total from big where id = ?"));
+        query.prepare(
+            QStringLiteral("select id, part, weight, label, kind, total from big where id = ?"));
         query.addBindValue(workload.key(i));
         if (!query.exec() || !query.next())
             qFatal("%s", qPrintable(query.lastError().text()));

@@ -52,3 +52,13 @@ function(vext_add_test name)
     set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}")
   endif()
 endfunction()
+
+# vext_add_layered_run(NAME) runs a test program a second time, as NAME_layered, with the layer of
+# drivers in front of the stock ones. What differs on purpose it tells by VEXT_DRIVER_LAYER.
+function(vext_add_layered_run name)
+  get_test_property(${name} TIMEOUT timeout)
+  add_test(NAME ${name}_layered COMMAND ${name})
+  set_tests_properties(${name}_layered PROPERTIES TIMEOUT ${timeout} SKIP_RETURN_CODE 77
+    LABELS "drivers"
+    ENVIRONMENT "QT_PLUGIN_PATH=${CMAKE_BINARY_DIR}/qtplugins;VEXT_DRIVER_LAYER=1;QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")
+endfunction()

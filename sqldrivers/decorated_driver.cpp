@@ -145,9 +145,10 @@ bool DecoratedDriver::isOpen() const
     return !m_lost;
 }
 
-void DecoratedDriver::giveUp()
+void DecoratedDriver::giveUp(const QSqlError &reason)
 {
     m_lost = true;
+    setLastError(reason);
 }
 
 QSqlResult *DecoratedDriver::createResult() const
@@ -182,7 +183,7 @@ bool DecoratedDriver::command(Policy::Command command, bool (QSqlDriver::*run)()
         m_gate->run(statement);
     const bool good = (m_stock.get()->*run)();
     if (!m_gate->end(statement))
-        giveUp();
+        giveUp(DecoratedResult::unanswered());
     if (good)
         setLastError(QSqlError());
     else

@@ -73,8 +73,8 @@ public:
     /// Changes with each open and close: what was prepared under another number is gone.
     int session() const { return m_session; }
     /// Gives a connection up on which a late request to cancel might still arrive, or that an error
-    /// has shown to be lost. isOpen() is false from then on.
-    void giveUp();
+    /// has shown to be lost. isOpen() is false from then on, and lastError() tells why.
+    void giveUp(const QSqlError &reason);
 
 public Q_SLOTS:
     /// Ends the statement that runs, and the rows that are being read. Any thread; returns at once.

@@ -51,7 +51,7 @@ QSqlError DecoratedResult::explained(DecoratedDriver &driver, const QSqlError &e
 {
     const QSqlError classified = driver.policy()->classified(error, step);
     if (classified.type() == QSqlError::ConnectionError) {
-        driver.giveUp();
+        driver.giveUp(classified);
         return classified;
     }
     const QString code = classified.nativeErrorCode();
@@ -68,6 +68,12 @@ QSqlError DecoratedResult::explained(DecoratedDriver &driver, const QSqlError &e
         break;
     }
     return classified;
+}
+
+QSqlError DecoratedResult::unanswered()
+{
+    return QSqlError(tr("Connection given up"), tr("the server does not answer"),
+                     QSqlError::ConnectionError);
 }
 
 // --- Running ---
@@ -350,7 +356,7 @@ void DecoratedResult::endStatement()
     if (m_gate->end(m_cancel))
         return;
     if (DecoratedDriver *driver = owner())
-        driver->giveUp();
+        driver->giveUp(unanswered());
 }
 
 void DecoratedResult::detachFromResultSet()
@@ -420,7 +426,12 @@ void DecoratedResult::fail(const QSqlError &error)
 
 bool DecoratedResult::fetchNext()
 {
-    return m_rows && !stopAtCancel() && moved(m_rows->fetchNext());
+    if (!m_rows || stopAtCancel())
+        return false;
+    if (!m_rows->fetchNext())
+        return moved(false);
+    ++d_ptr->idx; // as every stock driver does; this is the step that is taken most often
+    return true;
 }
 
 bool DecoratedResult::fetchFirst()

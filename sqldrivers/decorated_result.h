@@ -16,7 +16,7 @@ class DecoratedDriver;
 /// Stands between a QSqlQuery and the stock driver's result: finds the placeholders itself, takes
 /// kept statements and gives them back, tells the gate what can be cancelled, and reports errors as
 /// the connection's policy sees them. The connection's thread. It may outlive its driver.
-class DecoratedResult : public QSqlResult
+class DecoratedResult final : public QSqlResult
 {
 public:
     explicit DecoratedResult(const DecoratedDriver *driver);
@@ -26,6 +26,9 @@ public:
     /// everything else is as the policy classifies it. A lost connection is given up.
     static QSqlError explained(DecoratedDriver &driver, const QSqlError &error,
                                CancelGate::Reason reason, Policy::Step step);
+
+    /// Why a connection is given up on which a request to cancel got stuck.
+    static QSqlError unanswered();
 
     QVariant handle() const override;
 

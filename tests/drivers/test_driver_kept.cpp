@@ -113,8 +113,9 @@ void TestDriverKept::serverHoldsOneStatementForTheSameText()
         QCOMPARE(answer(db, QStringLiteral("SELECT a FROM kept_rows WHERE id = ?"), 1),
                  QStringLiteral("one"));
     QSqlQuery query(db);
-    QVERIFY(query.exec(QStringLiteral("SELECT count(*), sum(generic_plans + custom_plans) FROM "
-                                      "pg_prepared_statements WHERE statement LIKE '%kept_rows%'")));
+    QVERIFY(
+        query.exec(QStringLiteral("SELECT count(*), sum(generic_plans + custom_plans) FROM "
+                                  "pg_prepared_statements WHERE statement LIKE '%kept_rows%'")));
     QVERIFY(query.next());
     QCOMPARE(query.value(0).toInt(), 1);
     QCOMPARE(query.value(1).toInt(), 5);
@@ -156,8 +157,9 @@ void TestDriverKept::keptStatementIsRightAfter_data()
         row("a new column, all columns", {add}, all, "1|one|7");
         row("another table of the name", {drop, create, fill}, one, "5");
         row("another table of the name, all columns", {drop, create, fill}, all, "1|5");
-        row("a rollback", {QStringLiteral("BEGIN"), QStringLiteral("DELETE FROM kept_rows"),
-                           QStringLiteral("ROLLBACK")},
+        row("a rollback",
+            {QStringLiteral("BEGIN"), QStringLiteral("DELETE FROM kept_rows"),
+             QStringLiteral("ROLLBACK")},
             one, "one");
         row("a table made and rolled back",
             {QStringLiteral("BEGIN"), drop, create, fill, QStringLiteral("ROLLBACK")}, one, "one");
