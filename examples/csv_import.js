@@ -1,19 +1,24 @@
 // The nightly import: CSV lines go into PostgreSQL in one transaction, all or none, with bound
 // values and a progress report, while the script stays responsive.
 //
-//   ./run examples/csv_import.js hostName=127.0.0.1 userName=me password=secret databaseName=test
+//   ./run examples/csv_import.js hostName=127.0.0.1 userName=me databaseName=test file=prices.csv
 //
-// Further arguments: rows=2000 (lines to import), batch=250, broken=0 (number of a line with a bad
-// price, which undoes everything). The host has no file functions, so the lines are made here.
+// The password comes from PGPASSFILE (~/.pgpass) or PGPASSWORD, where no list of processes shows it.
+// The file has a header and the columns article, name and price. Without file= some lines are made
+// here; further arguments for them: rows=2000, broken=0 (number of a line with a bad price, which
+// undoes everything). batch=250 is the number of lines in a task.
 
 var settings = { rows: 2000, batch: 250, broken: 0 };
+var file = "";
 var db = new VEXT_SQL("import");
 db.driverName = "QPSQL";
 db.app_name = "nightly import";
 for (var i = 0; i < arguments.length; i++) {
     var at = arguments[i].indexOf("=");
     var name = arguments[i].slice(0, at), value = arguments[i].slice(at + 1);
-    if (name in settings) {
+    if (name === "file") {
+        file = value;
+    } else if (name in settings) {
         settings[name] = Number(value);
     } else {
         db[name] = name === "port" ? Number(value) : value;
@@ -31,9 +36,23 @@ function makeCsv(rows) {
     return lines.join("\n") + "\n";
 }
 
+// The lines of the file, or the made ones, without the header.
+function readCsv() {
+    if (!file) {
+        return makeCsv(settings.rows).split("\n").slice(1, -1);
+    }
+    var lines = [];
+    readLines(file, function (line, number) {
+        if (number > 1) {
+            lines.push(line);
+        }
+    });
+    return lines;
+}
+
 // One line into its fields; quoted fields may hold commas and doubled quotes. An empty field that
-// is not quoted is NULL.
-function fieldsOf(line) {
+// is not quoted is NULL. Throws when the quotes are broken.
+function fieldsOf(line, number) {
     var fields = [];
     var at = 0;
     while (at <= line.length) {
@@ -47,6 +66,9 @@ function fieldsOf(line) {
                     at++;
                 }
                 text += line.charAt(at);
+            }
+            if (line.charAt(at) !== "\"" || (at + 1 < line.length && line.charAt(at + 1) !== ",")) {
+                throw new Error((file || "line") + ":" + number + ": broken quotes");
             }
             fields.push(text);
             at += 2; // the closing quote and the comma
@@ -62,6 +84,15 @@ function fieldsOf(line) {
 
 // --- The import ---
 
+var rows = [];
+try {
+    rows = readCsv().map(function (line, n) {
+        return fieldsOf(line, n + 2);
+    });
+} catch (e) {
+    console.error("nothing imported,", e.message);
+    quit(1);
+}
 if (!db.open()) {
     console.error("cannot open the database:", db.lastError);
     quit(1);
@@ -72,7 +103,6 @@ if (db.query("CREATE TABLE IF NOT EXISTS prices (article integer PRIMARY KEY, na
     quit(1);
 }
 
-var lines = makeCsv(settings.rows).split("\n").slice(1, -1);
 var imported = 0;
 var failed = false;
 
@@ -97,9 +127,9 @@ function stopOnError(result, error) {
 function importFrom(first) {
     var heads = [];
     var values = [];
-    for (var n = first; n < lines.length && n < first + settings.batch; n++) {
+    for (var n = first; n < rows.length && n < first + settings.batch; n++) {
         heads.push("INSERT INTO prices VALUES"); // becomes INSERT INTO prices VALUES(?,?,?)
-        values.push(fieldsOf(lines[n]));
+        values.push(rows[n]);
     }
     if (heads.length === 1) {
         values = values[0]; // one statement takes its values directly
@@ -117,8 +147,8 @@ function importFrom(first) {
             }
         }
         imported += errors.length;
-        print("imported " + imported + " of " + lines.length);
-        if (imported < lines.length) {
+        write("\rimported " + imported + " of " + rows.length); // shown on a terminal only
+        if (imported < rows.length) {
             importFrom(imported);
         } else {
             finish();

@@ -1,7 +1,9 @@
 // A job queue on PostgreSQL: whoever puts a job into the table wakes the workers with NOTIFY, and
 // each job is done once however many workers there are.
 //
-//   ./run examples/job_queue.js hostName=127.0.0.1 userName=me password=secret databaseName=test
+//   ./run examples/job_queue.js hostName=127.0.0.1 userName=me databaseName=test
+//
+// The password comes from PGPASSFILE (~/.pgpass) or PGPASSWORD.
 //
 // Further arguments: jobs=5 (how many jobs to make), workers=2.
 

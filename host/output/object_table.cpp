@@ -6,6 +6,7 @@
 
 #include <QHash>
 #include <QScriptValueIterator>
+#include <QSet>
 
 #include <algorithm>
 
@@ -43,7 +44,8 @@ public:
     QVector<TableColumn> take()
     {
         for (TableColumn &column : m_columns)
-            column.alignRight = m_numbers.value(column.heading, false);
+            column.alignRight =
+                m_numbers.contains(column.heading) && !m_others.contains(column.heading);
         return m_columns;
     }
 
@@ -56,7 +58,6 @@ private:
                 return;
             index = m_columns.size();
             m_indexes.insert(name, index);
-            m_numbers.insert(name, true);
             m_columns.append({name, {}, false});
         }
         QVector<TableCell> &cells = m_columns[index].cells;
@@ -68,13 +69,15 @@ private:
     {
         if (value.isNull())
             return {QString(), true};
-        m_numbers[name] = m_numbers.value(name) && value.isNumber();
+        if (!value.isUndefined())
+            (value.isNumber() ? m_numbers : m_others).insert(name);
         return {value.isUndefined() ? QString() : ValueText::plain(value), false};
     }
 
     QVector<TableColumn> m_columns;
     QHash<QString, int> m_indexes;
-    QHash<QString, bool> m_numbers; ///< whether a column holds nothing else
+    QSet<QString> m_numbers; ///< columns that hold any
+    QSet<QString> m_others;  ///< columns that hold anything else
     int m_rows = 0;
 };
 

@@ -15,7 +15,8 @@ namespace
 const QStringList &pages()
 {
     static const QStringList files{QStringLiteral("README.md"), QStringLiteral("docs/api.md"),
-                                   QStringLiteral("docs/threads.md")};
+                                   QStringLiteral("docs/threads.md"),
+                                   QStringLiteral("docs/vext-run.md")};
     return files;
 }
 
