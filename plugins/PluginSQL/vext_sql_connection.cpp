@@ -61,20 +61,7 @@ void VEXT_sqlThr::setName(const QString &name)
     while (isRunning() && !m_entered)
         QThread::msleep(1);
     setObjectName(name);
-    setParameter(m_shownName, name);
-}
-
-/// Statistics of another engine's thread must not read object names that change in this one.
-void VEXT_sqlThr::watchShownNames()
-{
-    setParameter(m_shownOwnerName, m_owner->objectName());
-    connect(m_owner, &QObject::objectNameChanged, this,
-            [this](const QString &name) { setParameter(m_shownOwnerName, name); });
-    if (QObject *post = m_engine ? m_engine->parent() : nullptr) {
-        setParameter(m_shownPostName, post->objectName());
-        connect(post, &QObject::objectNameChanged, this,
-                [this](const QString &name) { setParameter(m_shownPostName, name); });
-    }
+    m_shown.setConnection(name);
 }
 
 // --- Parameters ---
@@ -175,7 +162,7 @@ bool VEXT_sqlThr::openMain(ClaimedName name)
         return false;
     if (m_mainKind.dbmsType == SqlDriverKind::PostgreSql)
         setPostgresAppName(db, QString());
-    m_shownOpen = true;
+    m_shown.isOpen = true;
     ++cnt_opened;
     emit opened();
     return db.isOpen();
@@ -227,7 +214,7 @@ void VEXT_sqlThr::dropMain(Dropped state)
     disconnect(driver, nullptr, this, nullptr);
     const QString name = db.connectionName();
     db = QSqlDatabase();
-    m_shownOpen = false;
+    m_shown.isOpen = false;
     m_pendingRemovals.clear(); // the driver that was to forget them goes
     m_unsureEvents.clear();
     if (state == Dropped::Lost)

@@ -1,7 +1,6 @@
 #include "vext_sql_thread.h"
 
 #include "sql_secrets.h"
-#include "vext_sql.h"
 #include "vext_sql_module.h"
 
 #include <QDateTime>
@@ -37,18 +36,6 @@ constexpr Feature Features[] = {
     {"CancelQuery", QSqlDriver::CancelQuery},
 };
 
-/// "place name" for each subscription, the places padded to the longest of them.
-QStringList subscriptionTexts(const QStringList &names, const QStringList &places)
-{
-    int width = 0;
-    for (const QString &place : places)
-        width = std::max(width, place.size());
-    QStringList texts;
-    for (int i = 0; i < names.size(); ++i)
-        texts << QStringLiteral("%1 %2").arg(places.value(i).leftJustified(width), names.at(i));
-    return texts;
-}
-
 /// With the texts, which QSqlError's own comparison (5.15) leaves out.
 bool sameError(const QSqlError &one, const QSqlError &other)
 {
@@ -57,25 +44,6 @@ bool sameError(const QSqlError &one, const QSqlError &other)
 }
 
 } // namespace
-
-/// What one statistics object shows, taken under the locks before any script value is made.
-struct VEXT_sqlThr::Statistics {
-    QString postName;
-    QString connectionName;
-    QString ownerName;
-    QString driver;
-    QString database;
-    QString user;
-    QString host;
-    QStringList events;
-    QStringList eventPlaces;
-    bool isOpen = false;
-    bool isRunning = false;
-    double queue = 0;
-    double finished = 0;
-    double idleMs = 0;
-    double currentMs = 0;
-};
 
 bool VEXT_sqlThr::tables(int ttype)
 {
@@ -121,16 +89,18 @@ QVariant VEXT_sqlThr::hasFeature() const
 }
 
 /// Also for another engine's thread: only atomics, and what the locks guard.
-VEXT_sqlThr::Statistics VEXT_sqlThr::statistics()
+Statistics VEXT_sqlThr::statistics()
 {
     Statistics s;
     const bool own = thread() == QThread::currentThread();
+    const QObject *owner = own ? parent() : nullptr;
     const QObject *post = own && m_engine ? m_engine->parent() : nullptr;
+    const ShownNames::Texts shown = m_shown.texts();
+    s.postName = post ? post->objectName() : shown.post;
+    s.connectionName = own ? objectName() : shown.connection;
+    s.ownerName = owner ? owner->objectName() : shown.owner;
     {
         QMutexLocker locker(&m_mutexParams);
-        s.postName = post ? post->objectName() : m_shownPostName;
-        s.connectionName = own ? objectName() : m_shownName;
-        s.ownerName = own && m_owner ? m_owner->objectName() : m_shownOwnerName;
         s.driver = driverName;
         s.database = SqlSecrets::maskedConnection(databaseName);
         s.user = userName;
@@ -138,8 +108,13 @@ VEXT_sqlThr::Statistics VEXT_sqlThr::statistics()
         s.events = m_listEvents;
         s.eventPlaces = m_listEventsCallee;
     }
-    s.isOpen = own ? db.isOpen() : m_shownOpen.load();
+    s.isOpen = own ? db.isOpen() : m_shown.isOpen.load();
     s.isRunning = isRunning();
+    s.opens = cnt_open.loadAcquire();
+    s.opened = cnt_opened.loadAcquire();
+    s.closed = cnt_closed.loadAcquire();
+    s.statements = cnt_sql_ok.loadAcquire();
+    s.failures = cnt_sql_er.loadAcquire();
     QMutexLocker locker(&m_mutexSqlTasks);
     const bool busy = m_thrSqlBusy.loadAcquire() == 1;
     s.queue = m_thrSqlQueue.loadAcquire();
@@ -154,40 +129,5 @@ QScriptValue VEXT_sqlThr::counters(QScriptEngine *eng)
     QScriptEngine *engine = eng;
     if (!engine)
         engine = m_engine;
-    if (!engine)
-        return QScriptValue();
-    const Statistics s = statistics();
-    QScriptValue object = engine->newObject();
-    const auto text = [&](const char *key, const QString &value) {
-        object.setProperty(QLatin1String(key), QScriptValue(engine, value), Fixed);
-    };
-    const auto number = [&](const char *key, double value) {
-        object.setProperty(QLatin1String(key), QScriptValue(engine, value), Fixed);
-    };
-    if (eng)
-        text("postName", s.postName);
-    text("connectionName", s.connectionName);
-    number("is_opened", s.isOpen ? 1 : 0);
-    number("cnt_open", cnt_open);
-    number("cnt_opened", cnt_opened);
-    number("cnt_closed", cnt_closed);
-    number("cnt_sql_ok", cnt_sql_ok);
-    number("cnt_sql_er", cnt_sql_er);
-    text("driver", s.driver);
-    text("database", s.database);
-    text("user", s.user);
-    text("host", s.host);
-    if (eng) {
-        object.setProperty(
-            QStringLiteral("subscribeEvents"),
-            qScriptValueFromSequence(engine, subscriptionTexts(s.events, s.eventPlaces)), Fixed);
-    }
-    text("dbObjectName", s.ownerName);
-    if (s.isRunning) {
-        number("thr_sql_queue", s.queue);
-        number("thr_sql_finish", s.finished);
-        number("thr_notUsedMs", s.idleMs);
-        number("thr_sql_currMs", s.currentMs);
-    }
-    return object;
+    return engine ? statistics().toScript(engine, eng) : QScriptValue();
 }

@@ -60,7 +60,7 @@ VEXT_sqlThr::VEXT_sqlThr(VEXT_SQL *owner, QScriptEngine *engine)
     // Emitted by the ending thread, so it arrives in the engine's thread when the thread is over.
     connect(this, &QThread::finished, this, &VEXT_sqlThr::restartForWaitingTasks,
             Qt::QueuedConnection);
-    watchShownNames();
+    m_shown.follow(this, owner, engine ? engine->parent() : nullptr);
     setConnectionName(QString());
     clearSqlResult();
 

@@ -6,6 +6,7 @@
 #include "result_object.h"
 #include "sql_records.h"
 #include "sql_text.h"
+#include "statistics.h"
 #include "transaction_watch.h"
 
 #include <QAtomicInt>
@@ -315,7 +316,6 @@ private:
     void connectDriver();
     void setLastError(const QSqlError &error);
     void reportNotOpen(const char *function, int line);
-    void watchShownNames();
 
     // Statements.
     class Stopwatch;
@@ -348,7 +348,6 @@ private:
     void renewSubscriptions(const QStringList &names);
 
     // Introspection.
-    struct Statistics;
     Statistics statistics();
 
     void sendMessage(int line, const char *function, const QString &text, int level);
@@ -389,11 +388,7 @@ private:
     std::atomic<bool> m_entered{false}; ///< run() has begun; Qt reads the object's name before
     bool m_leaving = true;              ///< the thread takes no more tasks; m_mutexSqlTasks
 
-    // What statistics of other engines' threads may show; m_mutexParams.
-    QString m_shownOwnerName;
-    QString m_shownPostName;
-    QString m_shownName;
-    std::atomic<bool> m_shownOpen{false};
+    ShownNames m_shown; ///< what statistics of other engines' threads may show
 
     QMetaMethod m_completeMethod; ///< looked up once; read-only afterwards
 };
