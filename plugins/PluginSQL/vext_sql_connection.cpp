@@ -215,15 +215,14 @@ void VEXT_sqlThr::dropMain(Dropped state)
     const QString name = db.connectionName();
     db = QSqlDatabase();
     m_shown.isOpen = false;
-    m_pendingRemovals.clear(); // the driver that was to forget them goes
-    m_unsureEvents.clear();
+    m_relay.forgetDriver();
     if (state == Dropped::Lost)
         m_mainWatch.sessionLost();
     else if (state == Dropped::Open)
         m_mainWatch.sessionClosed();
     m_closingNames.push_back(std::move(m_mainName));
     // A driver must not lose its connection while it is delivering a notification.
-    afterNotification([this, name, state] { closeRegistered(name, state); });
+    m_relay.afterDelivery([this, name, state] { closeRegistered(name, state); });
 }
 
 /// Closes and unregisters a connection that only its registration still holds.

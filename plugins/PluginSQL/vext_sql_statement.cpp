@@ -54,9 +54,9 @@ void VEXT_sqlThr::afterStatement(const QString &sql, const QSqlError &error)
     else if (error.type() == QSqlError::TransactionError && m_mainWatch.isLost())
         m_mainWatch.ended(); // told once
     if (step == Step::Commit || step == Step::Rollback)
-        afterMainTransaction();
+        m_relay.afterTransaction();
     else if (error.type() == QSqlError::NoError)
-        retryRemovals();
+        m_relay.retryRemovals();
 }
 
 QScriptValue VEXT_sqlThr::query(const QString &sql)

@@ -86,7 +86,7 @@ VEXT_sqlThr::~VEXT_sqlThr()
     m_accepted.clear();
     if (db.isValid() && db.isOpen())
         close(true);
-    runDeferredSteps();
+    m_relay.runDeferredSteps();
 
     QMutexLocker locker(&s_mutexWorkers);
     s_workers.removeOne(this);
@@ -332,7 +332,7 @@ bool VEXT_sqlThr::transactionCommand(bool (QSqlDatabase::*command)(), taskSqlTyp
             m_mainWatch.begun();
     } else {
         m_mainWatch.ended();
-        afterMainTransaction();
+        m_relay.afterTransaction();
     }
     if (!done || lost)
         return false;

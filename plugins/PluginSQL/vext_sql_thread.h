@@ -3,6 +3,7 @@
 #pragma once
 
 #include "connection_names.h"
+#include "notification_relay.h"
 #include "result_object.h"
 #include "sql_records.h"
 #include "sql_text.h"
@@ -339,13 +340,8 @@ private:
     // Notifications.
     void relayNotification(const QString &name, QSqlDriver::NotificationSource source,
                            const QVariant &payload);
-    void afterNotification(std::function<void()> step);
-    void runDeferredSteps();
     void subscribeAll();
     void unsubscribeAll(QSqlDriver *driver);
-    void retryRemovals();
-    void afterMainTransaction();
-    void renewSubscriptions(const QStringList &names);
 
     // Introspection.
     Statistics statistics();
@@ -374,11 +370,8 @@ private:
     int m_depth = 0;                       ///< entries on the stack
     Ending m_ending = Ending::None;        ///< asked for while there were some
     std::deque<structThrSql *> m_accepted; ///< queued, running or undelivered, in order
-    int m_notifying = 0;                   ///< notifications being delivered
-    std::vector<std::function<void()>> m_afterNotification;
-    QStringList m_pendingRemovals; ///< names that the driver still has to forget
-    QStringList m_unsureEvents;    ///< subscribed in an open transaction: a rollback undoes them
-    ClaimedName m_mainName;        ///< under which `db` is registered
+    NotificationRelay m_relay{this, db, m_listEvents};
+    ClaimedName m_mainName;                  ///< under which `db` is registered
     std::vector<ClaimedName> m_closingNames; ///< registered until a notification has been delivered
     SqlDriverKind::ConnectionKind m_mainKind;
     TransactionWatch m_mainWatch;
