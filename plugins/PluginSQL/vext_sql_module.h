@@ -22,5 +22,6 @@ constexpr int Statement = 2000;  ///< vext_sql_statement.cpp
 constexpr int Result = 3000;     ///< vext_sql_result.cpp
 constexpr int Event = 4000;      ///< vext_sql_event.cpp
 constexpr int Info = 5000;       ///< vext_sql_info.cpp
+constexpr int Run = 6000;        ///< vext_sql_run.cpp
 
 } // namespace WorkerLines

@@ -8,6 +8,7 @@
 #include "sql_records.h"
 #include "sql_text.h"
 #include "statistics.h"
+#include "thread_session.h"
 #include "transaction_watch.h"
 
 #include <QAtomicInt>
@@ -255,38 +256,21 @@ public:
     structThrSql *getSqlTask();
 
 private:
-    /// The thread connection and what belongs to it while run() works. Worker.
-    struct ThreadConnection {
-        ClaimedName claim;
-        QString name;
-        QSqlDatabase db;
-        SqlDriverKind::ConnectionKind kind;
-        bool inTransaction = false;
-        bool opened = false; ///< at least once: close() has something to free
-        bool lost = false;   ///< a statement found the session broken
-        bool appNameSet = false;
-    };
-
     // Thread body, in the order in which things happen. Worker.
     enum class Wake { Task, Stop, Idle, TimedOut };
     Wake waitForTask(bool trace);
     structThrSql *takeTask();
     void traceIdle(qint64 idleMs, bool leaving);
-    void createThreadConnection(ThreadConnection &con);
-    bool openThreadConnection(ThreadConnection &con, structThrSql *task);
-    bool reopenThreadConnection(ThreadConnection &con);
+    bool openConnection(ThreadSession &session, structThrSql *task);
+    bool reopenConnection(ThreadSession &session);
     void setThreadDriver(QSqlDriver *driver);
-    void beginTransaction(ThreadConnection &con, structThrSql *task);
-    void commitTransaction(ThreadConnection &con, structThrSql *task, bool onlyOwn);
-    void rollBackTransaction(ThreadConnection &con, structThrSql *task, bool onlyOwn);
-    void runTask(ThreadConnection &con, structThrSql *task);
-    void runCommand(ThreadConnection &con, structThrSql *task);
-    void runStatements(ThreadConnection &con, structThrSql *task);
-    bool runTransactionWord(ThreadConnection &con, structThrSql *task, const QString &sql);
-    QSqlError::ErrorType runStatement(ThreadConnection &con, structThrSql *task,
+    void runTask(ThreadSession &session, structThrSql *task);
+    void keepOutcome(structThrSql *task, const ThreadSession::Outcome &outcome);
+    void runStatements(ThreadSession &session, structThrSql *task);
+    QSqlError::ErrorType runStatement(ThreadSession &session, structThrSql *task,
                                       const QString &sql);
-    bool executeStatement(ThreadConnection &con, structThrSql *task, const QString &sql);
-    void leave(ThreadConnection &con);
+    bool executeStatement(structThrSql *task, const QString &sql);
+    void leave(ThreadSession &session);
 
     /// Hands a finished task to the engine's thread; not touched afterwards. Any thread.
     void completeTask(structThrSql *task);
