@@ -1,0 +1,127 @@
+// vext-run with a real server: addresses, passwords, and connections that are lost.
+
+#include "host_process.h"
+#include "postgres_server.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#define VERIFY_OUTCOME(condition, outcome) QVERIFY2(condition, (outcome).described().constData())
+
+class TestRunConnections : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void passwordComesFromAPasswordFile();
+    void passwordComesFromTheEnvironment();
+    void aLostListenerEndsWithCode1();
+    void aListenerThatWasReopenedIsFine();
+
+private:
+    /// The address of the server, without the password.
+    QString address() const;
+    HostOutcome runWith(const QString &variable, const QString &value);
+    bool startListener(HostProcess *host, const QString &code);
+
+    PostgresServer m_server;
+};
+
+void TestRunConnections::initTestCase()
+{
+    QString reason;
+    if (!m_server.available(&reason))
+        QSKIP(qPrintable(reason));
+    QVERIFY(m_server.start());
+}
+
+void TestRunConnections::init()
+{
+    if (!m_server.isRunning())
+        QVERIFY(m_server.startAgain());
+}
+
+QString TestRunConnections::address() const
+{
+    const ConnectionParameters server = m_server.parameters();
+    return QStringLiteral("postgresql://%1@%2:%3/%4")
+        .arg(server.userName, server.hostName, QString::number(server.port), server.databaseName);
+}
+
+HostOutcome TestRunConnections::runWith(const QString &variable, const QString &value)
+{
+    HostProcess host;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(variable, value);
+    host.process().setProcessEnvironment(environment);
+    host.start({QStringLiteral("--open"), address(), QStringLiteral("--csv"), QStringLiteral("-p"),
+                QStringLiteral("db.query('select 7 as n')")});
+    return host.finish();
+}
+
+void TestRunConnections::passwordComesFromAPasswordFile()
+{
+    const QTemporaryDir folder;
+    QFile file(folder.filePath(QStringLiteral("pgpass")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("*:*:*:*:" + m_server.parameters().password.toUtf8() + "\n");
+    file.close();
+    QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner));
+    const HostOutcome outcome = runWith(QStringLiteral("PGPASSFILE"), file.fileName());
+    VERIFY_OUTCOME(outcome.output == QLatin1String("N\r\n7\r\n"), outcome);
+}
+
+void TestRunConnections::passwordComesFromTheEnvironment()
+{
+    for (const char *name : {"PGPASSWORD", "VEXT_PASSWORD"}) {
+        const HostOutcome outcome = runWith(QLatin1String(name), m_server.parameters().password);
+        VERIFY_OUTCOME(outcome.output == QLatin1String("N\r\n7\r\n"), outcome);
+    }
+    const HostOutcome refused =
+        runWith(QStringLiteral("VEXT_PASSWORD"), QStringLiteral("not-the-password"));
+    VERIFY_OUTCOME(refused.exitCode == 2, refused);
+    VERIFY_OUTCOME(!refused.errors.contains(QLatin1String("not-the-password")), refused);
+}
+
+bool TestRunConnections::startListener(HostProcess *host, const QString &code)
+{
+    const QString script = QStringLiteral("var db = new VEXT_SQL('news');\n") +
+                           m_server.parameters().script(QStringLiteral("db")) +
+                           QStringLiteral("\nif (!db.open()) throw db.lastError;\n"
+                                          "db.add_event('news'); print('listening');\n") +
+                           code;
+    return host->start({QStringLiteral("-e"), script}) &&
+           host->waitForOutput(QStringLiteral("listening\n"));
+}
+
+void TestRunConnections::aLostListenerEndsWithCode1()
+{
+    HostProcess host;
+    QVERIFY(startListener(&host, QString()));
+    QVERIFY(host.staysAlive(200));
+    QVERIFY(m_server.shutDown(PostgresServer::Shutdown::Immediate));
+    const HostOutcome outcome = host.finish();
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 1, outcome);
+    VERIFY_OUTCOME(outcome.errors.contains(QLatin1String(" error [news] connection lost: ")),
+                   outcome);
+}
+
+void TestRunConnections::aListenerThatWasReopenedIsFine()
+{
+    HostProcess host;
+    QVERIFY(startListener(
+        &host, QStringLiteral("setInterval(function () { if (db.isOpen) return;\n"
+                              "  db.close(); if (db.open()) { print('again');"
+                              " db.rem_event('news'); db.close(); quit(0); } }, 100);")));
+    QVERIFY(m_server.shutDown(PostgresServer::Shutdown::Immediate));
+    QVERIFY(m_server.startAgain());
+    QVERIFY2(host.waitForOutput(QStringLiteral("again\n")), host.finish().described().constData());
+    const HostOutcome outcome = host.finish();
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
+}
+
+QTEST_GUILESS_MAIN(TestRunConnections)
+#include "test_run_connections.moc"
