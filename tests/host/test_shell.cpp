@@ -1,6 +1,7 @@
 // vext-run among the programs of a shell: values, SQL from a pipe, formats, logs.
 
 #include "host_process.h"
+#include "terminal_session.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -31,6 +32,7 @@ private slots:
     void messagesInAFile();
     void quietShowsErrorsOnly();
     void aLogFileThatCannotBeWrittenIsAClearError();
+    void progressIsShownOnATerminal();
 };
 
 namespace
@@ -230,6 +232,17 @@ void TestShell::aLogFileThatCannotBeWrittenIsAClearError()
     QCOMPARE(outcome.errors,
              QStringLiteral("vext-run: cannot write log file '/no/such/log': No such"
                             " file or directory\n"));
+}
+
+void TestShell::progressIsShownOnATerminal()
+{
+    const QTemporaryDir folder;
+    TerminalSession session(folder.path());
+    QVERIFY2(session.waitFor("vext> "), session.screen().constData());
+    session.type("write('\\r1' + '0 %'); write('\\r2' + '0 %'); print('do' + 'ne')\n");
+    // What follows a line of progress stands below it.
+    QVERIFY2(session.waitFor("10 %20 %"), session.screen().constData()); // without the returns
+    QVERIFY2(session.waitFor("\ndone"), session.screen().constData());
 }
 
 QTEST_GUILESS_MAIN(TestShell)
