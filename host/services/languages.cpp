@@ -1,7 +1,8 @@
 #include "languages.h"
 
+#include "program_files.h"
+
 #include <QCoreApplication>
-#include <QDir>
 #include <QTranslator>
 
 namespace
@@ -9,13 +10,6 @@ namespace
 
 /// The language that the plugin's sources are written in.
 const char SourceLanguage[] = "ru";
-
-/// In a build tree as well as installed.
-QString folder()
-{
-    const QDir program(QCoreApplication::applicationDirPath());
-    return QDir::cleanPath(program.absoluteFilePath(QStringLiteral("../share/vext/translations")));
-}
 
 } // namespace
 
@@ -34,7 +28,8 @@ void Languages::use(const QString &language)
     if (language == QLatin1String(SourceLanguage))
         return;
     QTranslator *translator = new QTranslator(QCoreApplication::instance());
-    if (translator->load(QStringLiteral("vext_%1").arg(language), folder()))
+    if (translator->load(QStringLiteral("vext_%1").arg(language),
+                         ProgramFiles::folder(QStringLiteral("translations"))))
         QCoreApplication::installTranslator(translator);
     else
         delete translator;
