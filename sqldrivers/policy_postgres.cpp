@@ -288,7 +288,7 @@ bool PostgresPolicy::rereads(StockResult &rows)
 QVariant PostgresPolicy::reread(StockResult &rows, int column, const QVariant &value)
 {
     const auto *result = resultOf(rows);
-    if (!result || value.isNull())
+    if (!result || rows.isNull(column)) // a date that was not understood is null, too
         return value;
     const unsigned type = m_session->client.columnType(result, column);
     if (!PostgresValue::needsLook(type))

@@ -3,6 +3,7 @@
 #include "leading_word.h"
 
 #include <QCoreApplication>
+#include <QSqlRecord>
 #include <QStringList>
 
 #include <algorithm>
@@ -207,6 +208,16 @@ QSqlError SqlitePolicy::transactionGone(QSqlError::ErrorType type) const
         tr("the transaction was rolled back when a statement of it failed; nothing of "
            "it is left to commit, and rollback() has to come before the next statement"),
         type);
+}
+
+// --- Values ---
+
+/// A column's type says nothing of its values.
+QVector<ColumnRule> SqlitePolicy::columnRules(const QSqlRecord &columns, const LayerOptions &layer)
+{
+    if (!layer.exactNumbers)
+        return {};
+    return QVector<ColumnRule>(columns.count(), {ColumnRule::ExactInteger, 0});
 }
 
 // --- Errors ---

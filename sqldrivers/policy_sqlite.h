@@ -32,6 +32,7 @@ public:
     void finished(const QString &text, bool good) override;
     bool mayKeep(const StatementPlan &plan) const override;
     bool isStale(const QSqlError &error) const override;
+    QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
     QSqlError classified(const QSqlError &error, Step step) override;
     void interrupt(CancelGate::Phase phase, bool alone) override;
 

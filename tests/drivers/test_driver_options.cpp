@@ -1,0 +1,350 @@
+/// @file
+/// What the layer's connect options, errors and transactions promise.
+
+#include "deadline.h"
+#include "layer_path.h"
+#include "layered_systems.h"
+
+#include <QElapsedTimer>
+#include <QSqlDatabase>
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QtTest>
+
+#include <atomic>
+#include <chrono>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+
+const QString Connection = QStringLiteral("options");
+const QString Postgres = QStringLiteral("PostgreSQL");
+const QString Sqlite = QStringLiteral("SQLite file");
+
+/// Listens on a port of its own; the system takes connections, and nobody answers.
+class SilentServer
+{
+public:
+    SilentServer()
+        : m_socket(::socket(AF_INET, SOCK_STREAM, 0))
+    {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        auto *general = reinterpret_cast<sockaddr *>(&address);
+        if (::bind(m_socket, general, length) == 0 && ::listen(m_socket, 5) == 0 &&
+            ::getsockname(m_socket, general, &length) == 0)
+            m_port = ntohs(address.sin_port);
+    }
+    ~SilentServer() { ::close(m_socket); }
+    int port() const { return m_port; } ///< 0: it does not listen
+
+private:
+    int m_socket;
+    int m_port = 0;
+};
+
+} // namespace
+
+class TestDriverOptions : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { useDriverLayer(); }
+    void cleanup();
+
+    void wrongOptionFailsTheOpen_data();
+    void wrongOptionFailsTheOpen();
+    void optionsMayStandAnywhere();
+    void exactNumbersKeepEveryDigit_data();
+    void exactNumbersKeepEveryDigit();
+    void withoutTheOptionNumbersStayNumbers();
+    void silentServerFailsTheOpenInTime();
+    void missingStockDriverNamesItsPackage();
+    void handleIsTheStockDrivers();
+    void cancelledChangeEndsSqlitesTransaction();
+    void errorOfSqliteLeavesTheTransactionAlone();
+    void settingsThatTheDriverNeedsAreKept();
+    void datesOutsideOfQtsRangeAreRight_data();
+    void datesOutsideOfQtsRangeAreRight();
+
+private:
+    QSqlDatabase database(const QString &system, const QString &options = {});
+    static QString failure(QSqlDatabase db, const QString &sql);
+
+    LayeredSystems m_systems;
+};
+
+void TestDriverOptions::cleanup()
+{
+    if (!QSqlDatabase::contains(Connection))
+        return;
+    QSqlDatabase::database(Connection, false).close();
+    QSqlDatabase::removeDatabase(Connection);
+}
+
+QSqlDatabase TestDriverOptions::database(const QString &system, const QString &options)
+{
+    ConnectionParameters parameters = m_systems.get(system).parameters();
+    parameters.connectOptions = options;
+    return parameters.database(Connection);
+}
+
+QString TestDriverOptions::failure(QSqlDatabase db, const QString &sql)
+{
+    QSqlQuery query(db);
+    return query.exec(sql) ? QString() : query.lastError().text();
+}
+
+void TestDriverOptions::wrongOptionFailsTheOpen_data()
+{
+    QTest::addColumn<QString>("options");
+    QTest::addColumn<QString>("part");
+    QTest::newRow("unknown name") << "VEXT_FASTER=1"
+                                  << "VEXT_FASTER";
+    QTest::newRow("no number") << "VEXT_STATEMENT_TIMEOUT=soon"
+                               << "soon";
+    QTest::newRow("negative") << "VEXT_CONNECT_TIMEOUT=-1"
+                              << "-1";
+    QTest::newRow("no value") << "VEXT_EXACT_NUMBERS"
+                              << "VEXT_EXACT_NUMBERS";
+    QTest::newRow("behind another") << "QSQLITE_BUSY_TIMEOUT=10;VEXT_X=1"
+                                    << "VEXT_X";
+}
+
+void TestDriverOptions::wrongOptionFailsTheOpen()
+{
+    QFETCH(QString, options);
+    QFETCH(QString, part);
+    USE_SYSTEM(m_systems, Sqlite);
+    QSqlDatabase db = database(Sqlite, options);
+    QVERIFY(!db.open());
+    QCOMPARE(db.lastError().type(), QSqlError::ConnectionError);
+    QVERIFY2(db.lastError().text().contains(part), qPrintable(db.lastError().text()));
+}
+
+void TestDriverOptions::optionsMayStandAnywhere()
+{
+    USE_SYSTEM(m_systems, Sqlite);
+    QSqlDatabase db =
+        database(Sqlite, QStringLiteral("QSQLITE_BUSY_TIMEOUT=10; VEXT_EXACT_NUMBERS=1 ;"
+                                        "VEXT_STATEMENT_TIMEOUT=0;QSQLITE_OPEN_URI"));
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+}
+
+void TestDriverOptions::exactNumbersKeepEveryDigit_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("expression");
+    QTest::addColumn<QVariant>("expected");
+    const QVariant beyond(QStringLiteral("9007199254740993"));
+    for (const QString &system : {Postgres, Sqlite}) {
+        const QByteArray name = system.toUtf8();
+        QTest::addRow("%s, beyond", name.constData()) << system << "9007199254740993" << beyond;
+        QTest::addRow("%s, below", name.constData())
+            << system << "-9007199254740993" << QVariant(QStringLiteral("-9007199254740993"));
+        QTest::addRow("%s, largest number", name.constData())
+            << system << "9007199254740991" << QVariant(9007199254740991LL);
+        QTest::addRow("%s, real", name.constData())
+            << system << (system == Postgres ? "0.5::float8" : "0.5") << QVariant(0.5);
+    }
+    QTest::newRow("PostgreSQL, decimal")
+        << Postgres << "123456789012345678.123456789::numeric"
+        << QVariant(QStringLiteral("123456789012345678.123456789"));
+}
+
+void TestDriverOptions::exactNumbersKeepEveryDigit()
+{
+    QFETCH(QString, system);
+    QFETCH(QString, expression);
+    QFETCH(QVariant, expected);
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db = database(system, QStringLiteral("VEXT_EXACT_NUMBERS=1"));
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QSqlQuery query(db);
+    QVERIFY2(query.exec(QStringLiteral("SELECT ") + expression),
+             qPrintable(query.lastError().text()));
+    QVERIFY(query.next());
+    QCOMPARE(query.value(0).userType() == QMetaType::QString,
+             expected.userType() == QMetaType::QString);
+    QCOMPARE(query.value(0).toString(), expected.toString());
+}
+
+void TestDriverOptions::withoutTheOptionNumbersStayNumbers()
+{
+    USE_SYSTEM(m_systems, Postgres);
+    QSqlDatabase db = database(Postgres);
+    QVERIFY(db.open());
+    QSqlQuery query(db);
+    QVERIFY(query.exec(QStringLiteral("SELECT 9007199254740993, 1.5::numeric")));
+    QVERIFY(query.next());
+    QVERIFY(query.value(0).userType() != int(QMetaType::QString));
+    QCOMPARE(query.value(0).toLongLong(), 9007199254740993LL);
+    QCOMPARE(query.value(1).userType(), int(QMetaType::Double));
+}
+
+void TestDriverOptions::silentServerFailsTheOpenInTime()
+{
+    USE_SYSTEM(m_systems, Postgres);
+    const SilentServer silent;
+    QVERIFY(silent.port() > 0);
+    QSqlDatabase db = database(Postgres, QStringLiteral("VEXT_CONNECT_TIMEOUT=2000"));
+    db.setHostName(QStringLiteral("127.0.0.1"));
+    db.setPort(silent.port());
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!db.open());
+    QVERIFY2(timer.elapsed() < 2000 + scaledMs(1500), qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(db.lastError().type(), QSqlError::ConnectionError);
+}
+
+void TestDriverOptions::missingStockDriverNamesItsPackage()
+{
+    const QStringList paths = QCoreApplication::libraryPaths();
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("first"));
+    db = QSqlDatabase();
+    QSqlDatabase::removeDatabase(QStringLiteral("first"));
+    // Qt knows its plugins by now; the layer looks for the stock driver each time.
+    for (const QString &path : paths) {
+        if (!path.endsWith(QLatin1String("/qtplugins")))
+            QCoreApplication::removeLibraryPath(path);
+    }
+    {
+        QSqlDatabase missing = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), Connection);
+        QVERIFY(!missing.open());
+        QCOMPARE(missing.lastError().type(), QSqlError::ConnectionError);
+        QVERIFY2(missing.lastError().text().contains(QLatin1String("libqt5sql5-psql")),
+                 qPrintable(missing.lastError().text()));
+    }
+    QCoreApplication::setLibraryPaths(paths);
+}
+
+void TestDriverOptions::handleIsTheStockDrivers()
+{
+    USE_SYSTEM(m_systems, Sqlite);
+    QSqlDatabase db = database(Sqlite);
+    QVERIFY(db.open());
+    QCOMPARE(db.driver()->handle().typeName(), "sqlite3*");
+    QCOMPARE(db.driver()->dbmsType(), QSqlDriver::SQLite);
+}
+
+void TestDriverOptions::cancelledChangeEndsSqlitesTransaction()
+{
+    USE_SYSTEM(m_systems, Sqlite);
+    QSqlDatabase db = database(Sqlite);
+    QVERIFY(db.open());
+    QCOMPARE(failure(db, QStringLiteral("CREATE TABLE IF NOT EXISTS changed (id INTEGER)")),
+             QString());
+    QCOMPARE(failure(db, QStringLiteral("DELETE FROM changed")), QString());
+    const QString first = QStringLiteral("INSERT INTO changed VALUES (1)");
+    const auto cancelOne = [&] {
+        QVERIFY(db.transaction());
+        QCOMPARE(failure(db, first), QString());
+        QSqlDriver *driver = db.driver();
+        std::atomic<bool> done{false};
+        std::thread canceller([&] {
+            while (!done) {
+                driver->cancelQuery();
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            }
+        });
+        const QString error = failure(
+            db, QStringLiteral("INSERT INTO changed WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+                               "SELECT i + 1 FROM n) SELECT i FROM n"));
+        done = true;
+        canceller.join();
+        QVERIFY2(error.startsWith(QLatin1String("cancelled")), qPrintable(error));
+        QVERIFY2(failure(db, first).contains(QLatin1String("rolled back")),
+                 qPrintable(failure(db, first)));
+    };
+    cancelOne();
+    QVERIFY(!db.commit());
+    QVERIFY(db.lastError().text().contains(QLatin1String("rolled back")));
+    cancelOne();
+    QVERIFY(db.rollback());
+    QSqlQuery query(db);
+    QVERIFY(query.exec(QStringLiteral("SELECT count(*) FROM changed")) && query.next());
+    QCOMPARE(query.value(0).toInt(), 0);
+    query.clear();
+    QVERIFY(db.transaction());
+    QCOMPARE(failure(db, first), QString());
+    QVERIFY(db.commit());
+}
+
+void TestDriverOptions::errorOfSqliteLeavesTheTransactionAlone()
+{
+    USE_SYSTEM(m_systems, Sqlite);
+    QSqlDatabase db = database(Sqlite);
+    QVERIFY(db.open());
+    QCOMPARE(
+        failure(db, QStringLiteral("CREATE TABLE IF NOT EXISTS keyed (id INTEGER PRIMARY KEY)")),
+        QString());
+    QCOMPARE(failure(db, QStringLiteral("DELETE FROM keyed")), QString());
+    QVERIFY(db.transaction());
+    const QString first = QStringLiteral("INSERT INTO keyed VALUES (1)");
+    QCOMPARE(failure(db, first), QString());
+    QSqlQuery query(db);
+    QVERIFY(!query.exec(first));
+    QCOMPARE(query.lastError().type(), QSqlError::StatementError);
+    QCOMPARE(query.lastError().nativeErrorCode(), QStringLiteral("19"));
+    QVERIFY(db.isOpen());
+    QCOMPARE(failure(db, QStringLiteral("INSERT INTO keyed VALUES (2)")), QString());
+    QVERIFY(db.commit());
+    QVERIFY(query.exec(QStringLiteral("SELECT count(*) FROM keyed")) && query.next());
+    QCOMPARE(query.value(0).toInt(), 2);
+}
+
+void TestDriverOptions::settingsThatTheDriverNeedsAreKept()
+{
+    USE_SYSTEM(m_systems, Postgres);
+    QSqlDatabase db = database(Postgres);
+    QVERIFY(db.open());
+    QVERIFY(failure(db, QStringLiteral("SET DateStyle TO German")).contains(QLatin1String("ISO")));
+    QVERIFY(failure(db, QStringLiteral("set client_encoding = 'LATIN1'"))
+                .contains(QLatin1String("UTF8")));
+    QCOMPARE(failure(db, QStringLiteral("SET DateStyle TO 'ISO, DMY'")), QString());
+    QCOMPARE(failure(db, QStringLiteral("SELECT set_config('DateStyle', 'German', false)")),
+             QString());
+    QSqlQuery query(db);
+    QVERIFY(query.exec(QStringLiteral("SELECT '2024-05-06'::date")) && query.next());
+    QCOMPARE(query.value(0).toDate(), QDate(2024, 5, 6));
+}
+
+void TestDriverOptions::datesOutsideOfQtsRangeAreRight_data()
+{
+    QTest::addColumn<QString>("expression");
+    QTest::addColumn<QVariant>("expected");
+    QTest::newRow("before Christ") << "'0044-03-15 BC'::date" << QVariant(QDate(-44, 3, 15));
+    QTest::newRow("far") << "'12024-03-15'::date" << QVariant(QDate(12024, 3, 15));
+    QTest::newRow("far timestamp")
+        << "'12024-03-15 10:20:30.5'::timestamp"
+        << QVariant(QDateTime(QDate(12024, 3, 15), QTime(10, 20, 30, 500)));
+    QTest::newRow("xid") << "'4000000000'::xid" << QVariant(4000000000LL);
+    QTest::newRow("plain date") << "'2024-03-15'::date" << QVariant(QDate(2024, 3, 15));
+}
+
+void TestDriverOptions::datesOutsideOfQtsRangeAreRight()
+{
+    QFETCH(QString, expression);
+    QFETCH(QVariant, expected);
+    USE_SYSTEM(m_systems, Postgres);
+    QSqlDatabase db = database(Postgres);
+    QVERIFY(db.open());
+    for (const bool forwardOnly : {true, false}) {
+        QSqlQuery query(db);
+        query.setForwardOnly(forwardOnly);
+        QVERIFY(query.exec(QStringLiteral("SELECT ") + expression) && query.next());
+        QCOMPARE(query.value(0), expected);
+    }
+}
+
+QTEST_GUILESS_MAIN(TestDriverOptions)
+
+#include "test_driver_options.moc"
