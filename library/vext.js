@@ -104,6 +104,9 @@ var vext = (function (scope) {
             return last;
         }
         var errors = db.lastErrors;
+        if (engineOf(db) === "postgresql" && isErrorOf(errors, text) && errors.number > 0) {
+            return ("0000" + errors.number).slice(-5); // the number has lost the zeros
+        }
         return isErrorOf(errors, text) && errors.number > 0 ? String(errors.number) : "";
     }
 
@@ -296,8 +299,9 @@ var vext = (function (scope) {
         var queued = false, thrown = null;
         try {
             queued = queue(this.db, function (result, error) {
-                if (error) {
-                    deliver(failure(session.db, error, sql));
+                if (error || error === "") { // some drivers fail without a word
+                    deliver(failure(session.db, error || session.db.lastError ||
+                        "the statement failed", sql));
                 } else if (result === false) {
                     deliver(session.unrun(sql));
                 } else {

@@ -5,7 +5,8 @@
 #include "postgres_cluster.h"
 #include "tcp_relay.h"
 
-#include <QElapsedTimer>
+#include <QProcess>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <csignal>
@@ -28,6 +29,7 @@ private Q_SLOTS:
     void readsGoToReplicas();
     void noNodeIsAnErrorAtTheDeadline();
     void closedClusterRefuses();
+    void exampleLosesNothingWithItsNode();
 
 private:
     bool start(PostgresCluster &cluster, PostgresCluster::Commit commit);
@@ -329,6 +331,46 @@ void TestClusterPostgres::closedClusterRefuses()
         });
     )js"));
     QCOMPARE(outcome, QStringLiteral("[\"closed\",\"closed\"]"));
+}
+
+/// examples/cluster_failover.js in the reference host.
+void TestClusterPostgres::exampleLosesNothingWithItsNode()
+{
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::AnyOne))
+        return;
+    // The library under the name by which the example includes it.
+    QTemporaryDir folder;
+    const QString source = QStringLiteral(VEXT_SOURCE_DIR);
+    const QString example = folder.filePath(QStringLiteral("cluster_failover.js"));
+    QVERIFY(QFile::copy(source + QStringLiteral("/library/vext.js"),
+                        folder.filePath(QStringLiteral("vext"))));
+    QVERIFY(QFile::copy(source + QStringLiteral("/examples/cluster_failover.js"), example));
+
+    QStringList addresses;
+    for (int i = 0; i < servers.count(); ++i)
+        addresses << QStringLiteral("127.0.0.1:%1").arg(servers.port(i));
+    QProcess host;
+    host.setProcessChannelMode(QProcess::MergedChannels);
+    host.start(QStringLiteral(VEXT_RUN_FILE),
+               {QStringLiteral("--plugin"), QStringLiteral(VEXT_PLUGIN_FILE), example,
+                QStringLiteral("nodes=") + addresses.join(QLatin1Char(',')),
+                QStringLiteral("databaseName=postgres"), QStringLiteral("userName=vext"),
+                QStringLiteral("seconds=%1").arg(scaledMs(4000) / 1000)});
+    // Transfers are under way when the first balance has changed.
+    LibraryScript script;
+    script.eval(QStringLiteral("var db = open(%1);").arg(literalOf(servers.parameters(0))));
+    const bool begun = script.waitFor(QStringLiteral(
+        "(db.query(\"SELECT 1 WHERE to_regclass('vext_accounts') IS NOT NULL\") || {}).rows === 1"
+        " && must(db, 'SELECT 1 FROM vext_accounts WHERE amount <> 1000').rows > 0"));
+    QVERIFY2(begun, host.readAll().constData());
+    QVERIFY(servers.stopNode(0, SIGKILL));
+    QVERIFY2(servers.promote() > 0, qPrintable(servers.error()));
+    QVERIFY(host.waitForFinished(scaledMs(60000)));
+    const QString told = QString::fromUtf8(host.readAll());
+    QVERIFY2(host.exitStatus() == QProcess::NormalExit && host.exitCode() == 0, qPrintable(told));
+    QVERIFY2(told.contains(QStringLiteral("moved from 127.0.0.1:")), qPrintable(told));
+    QVERIFY2(told.contains(QStringLiteral("total 10000: right")), qPrintable(told));
 }
 
 QTEST_GUILESS_MAIN(TestClusterPostgres)

@@ -21,6 +21,9 @@ private Q_SLOTS:
     void oneIsTheFirstRowOrNull();
     void whatIsNoResultIsATypeError();
 
+    void errorsTellTheirCodeWithAllItsDigits_data();
+    void errorsTellTheirCodeWithAllItsDigits();
+
     void questionMarksArePlaceholdersWhereTheServerReadsNone_data();
     void questionMarksArePlaceholdersWhereTheServerReadsNone();
     void wrongNumberOfValuesIsAnError();
@@ -131,6 +134,50 @@ void TestLibraryResults::whatIsNoResultIsATypeError()
         QVERIFY2(text.startsWith(QStringLiteral("TypeError: vext: no result object")),
                  qPrintable(text));
     }
+}
+
+void TestLibraryResults::errorsTellTheirCodeWithAllItsDigits_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("sql");
+    QTest::addColumn<QString>("told");
+    const auto raise = [](const char *state) {
+        return QStringLiteral(
+                   "DO 'BEGIN RAISE EXCEPTION ''no (12345)'' USING ERRCODE = ''%1''; END'")
+            .arg(QLatin1String(state));
+    };
+    const QString postgres = QStringLiteral("PostgreSQL");
+    const QString mariadb = QStringLiteral("MariaDB");
+    QTest::newRow("leading zero") << postgres << raise("08006") << "lost 08006";
+    QTest::newRow("letters") << postgres << "SELECT 1 FROM nix"
+                             << "statement 42P01";
+    QTest::newRow("conflict") << postgres << raise("40001") << "conflict 40001";
+    QTest::newRow("duplicate") << postgres << raise("23505") << "duplicate 23505";
+    QTest::newRow("read only") << postgres << raise("25006") << "unready 25006";
+    QTest::newRow("ordinary") << postgres << raise("P0001") << "statement P0001";
+    QTest::newRow("missing table") << mariadb << "SELECT 1 FROM nix"
+                                   << "statement 1146";
+    QTest::newRow("signal") << mariadb
+                            << "BEGIN NOT ATOMIC SIGNAL SQLSTATE '45000' SET MYSQL_ERRNO = 1213, "
+                               "MESSAGE_TEXT = 'no (40P01)'; END"
+                            << "conflict 1213";
+}
+
+void TestLibraryResults::errorsTellTheirCodeWithAllItsDigits()
+{
+    QFETCH(QString, system);
+    QFETCH(QString, sql);
+    QFETCH(QString, told);
+    TestDatabase *database = m_databases.find(system);
+    if (!database)
+        QSKIP(qPrintable(QStringLiteral("not installed: ") + system));
+    LibraryScript script;
+    script.host().engine()->globalObject().setProperty(QStringLiteral("sql"), sql);
+    const QString outcome =
+        script.outcome(QStringLiteral("var pool = vext.pool(%1); pool.query(sql, function (error) {"
+                                      "    pool.close(function () { done(told(error)); }); });")
+                           .arg(literalOf(database->parameters())));
+    QCOMPARE(outcome, QLatin1Char('"') + told + QLatin1Char('"'));
 }
 
 void TestLibraryResults::questionMarksArePlaceholdersWhereTheServerReadsNone_data()
@@ -246,7 +293,7 @@ void TestLibraryResults::valuesComeBackAsTheyWere()
                 }
             });
         }
-        var engine = pool.engine, text = engine === "mysql" ? "?" : "CAST(? AS TEXT)";
+        var engine = pool.engine, text = engine === "mysql" ? "CONCAT(?, '')" : "CAST(? AS TEXT)";
         texts.forEach(function (value) { check(value, text); });
         numbers.forEach(function (value) { check(value, engine === "postgresql" ? "?::float8" : "? + 0"); });
     )js")

@@ -34,6 +34,7 @@ private Q_SLOTS:
     void serializationFailureIsTriedAgain();
     void lockedDatabaseIsTriedAgain();
     void retriesEndAtTheDeadline();
+    void commitThatFailsTellsWhy();
 
     void connectionLostDuringWorkIsReplacedByThePool();
     void connectionLostDuringTheCommitIsUnknown();
@@ -376,6 +377,21 @@ void TestLibraryTransaction::retriesEndAtTheDeadline()
         }, {deadlineMs: 500, backoffMaxMs: 50});
     )js"));
     QCOMPARE(outcome, QStringLiteral("[\"conflict\",true]"));
+}
+
+void TestLibraryTransaction::commitThatFailsTellsWhy()
+{
+    NEEDS("PostgreSQL", parameters);
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        must(db, "ALTER TABLE t ADD UNIQUE (n) DEFERRABLE INITIALLY DEFERRED");
+        vext.transaction(db, function (tx, finish) {
+            tx.query("INSERT INTO t VALUES (1, 1), (2, 1)", finish);
+        }, function (error, value, info) {
+            done([told(error), /duplicate key/.test(error.message), error.sql, info.attempts, ids()]);
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"duplicate 23505\",true,\"commit\",1,[]]"));
 }
 
 void TestLibraryTransaction::connectionLostDuringWorkIsReplacedByThePool()
