@@ -49,6 +49,13 @@ bool isPreparable(const QString &verb)
     return verbs.contains(verb);
 }
 
+bool isChange(const QString &verb)
+{
+    static const QStringList verbs{QStringLiteral("INSERT"), QStringLiteral("UPDATE"),
+                                   QStringLiteral("DELETE"), QStringLiteral("REPLACE")};
+    return verbs.contains(verb);
+}
+
 /// What changes nothing that a prepared statement depends on: database, modes, character sets.
 bool leavesSessionAlone(const QString &verb)
 {
@@ -199,7 +206,9 @@ void MariaDbPolicy::detach()
 std::unique_ptr<BoundStatement> MariaDbPolicy::makeStatement(StatementPlan plan)
 {
     QSqlResult *result = stock()->createResult();
-    if (isPreparable(plan.verb()))
+    // QMYSQL (5.15) does not fetch the rows of a prepared change.
+    const bool changeWithRows = isChange(plan.verb()) && !plan.returnsNoColumns();
+    if (isPreparable(plan.verb()) && !changeWithRows)
         return std::make_unique<MariaDbStatement>(std::move(plan), result);
     return std::make_unique<LiteralStatement>(std::move(plan), result, MariaDbLiteral::of);
 }

@@ -269,13 +269,14 @@ void OdbcPolicy::beginPlain(const QString &text)
 
 bool OdbcPolicy::runPlain(StockResult &rows, const QString &text)
 {
-    return waitForLocks(rows, [&] { return rows.reset(text); });
+    if (m_dialect != SqlDialect::OdbcSqlite)
+        return rows.reset(text);
+    const QString plain = StatementPlan::withoutFalseMarks(m_dialect, text);
+    return waitForLocks(rows, [&] { return rows.reset(plain); });
 }
 
 bool OdbcPolicy::waitForLocks(StockResult &rows, const std::function<bool()> &run)
 {
-    if (m_dialect != SqlDialect::OdbcSqlite)
-        return run();
     const QDeadlineTimer deadline(m_lockWaitMs);
     while (!run()) {
         if (rows.lastError().nativeErrorCode() != QLatin1String(Busy) || m_isInterrupted ||

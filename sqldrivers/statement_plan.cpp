@@ -104,8 +104,34 @@ QString StatementPlan::complete(SqlDialect dialect, const QString &text, int cou
            list + form.behind + text.midRef(head.end);
 }
 
-StatementPlan StatementPlan::of(SqlDialect dialect, const QString &text)
+QString StatementPlan::withoutFalseMarks(SqlDialect dialect, const QString &text)
 {
+    if (!text.contains(QLatin1Char('?')))
+        return text;
+    QString result;
+    result.reserve(text.size());
+    for (const SqlToken &token : SqlScanner::scan(dialect, text)) {
+        const QStringRef part = SqlScanner::textOf(token, text);
+        const bool holdsMark = part.contains(QLatin1Char('?'));
+        if (token.kind == SqlToken::Comment && holdsMark) {
+            result += QLatin1Char(' ');
+        } else if (token.kind == SqlToken::QuotedName && holdsMark &&
+                   part.startsWith(QLatin1Char('['))) {
+            QString name = part.mid(1, part.size() - 2).toString();
+            name.replace(QLatin1Char('"'), QLatin1String("\"\""));
+            result += QLatin1Char('"') + name + QLatin1Char('"');
+        } else {
+            result += part;
+        }
+    }
+    return result;
+}
+
+StatementPlan StatementPlan::of(SqlDialect dialect, const QString &given)
+{
+    // SQLite's ODBC driver counts the question marks in comments and [names], too.
+    const QString text =
+        dialect == SqlDialect::OdbcSqlite ? withoutFalseMarks(dialect, given) : given;
     StatementPlan plan;
     plan.m_dialect = SqlScanner::systemOf(dialect);
     const QVector<SqlToken> tokens = SqlScanner::scan(dialect, text);

@@ -27,7 +27,10 @@ public:
     static QString complete(SqlDialect dialect, const QString &text, int count);
 
     /// Finds the placeholders of a complete text.
-    static StatementPlan of(SqlDialect dialect, const QString &text);
+    static StatementPlan of(SqlDialect dialect, const QString &given);
+
+    /// The text without the question marks that stand in comments and in [names], meaning the same.
+    static QString withoutFalseMarks(SqlDialect dialect, const QString &text);
 
     /// The texts around the placeholders, one more than there are placeholders.
     const QStringList &pieces() const { return m_pieces; }

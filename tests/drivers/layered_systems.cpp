@@ -14,7 +14,9 @@ LayeredSystems::LayeredSystems()
 
 QStringList LayeredSystems::names()
 {
-    return {QStringLiteral("PostgreSQL"), QStringLiteral("SQLite file")};
+    return {QStringLiteral("PostgreSQL"),         QStringLiteral("MariaDB"),
+            QStringLiteral("Firebird"),           QStringLiteral("SQLite file"),
+            QStringLiteral("ODBC to PostgreSQL"), QStringLiteral("ODBC to SQLite")};
 }
 
 bool LayeredSystems::started(const QString &name, QString *reason, QString *error)

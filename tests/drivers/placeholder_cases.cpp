@@ -6,6 +6,10 @@ namespace
 const char All[] = "*";
 const char Postgres[] = "PostgreSQL";
 const char Sqlite[] = "SQLite file";
+const char MariaDb[] = "MariaDB";
+const char Firebird[] = "Firebird";
+const char OdbcPostgres[] = "ODBC to PostgreSQL";
+const char OdbcSqlite[] = "ODBC to SQLite";
 
 } // namespace
 
@@ -105,6 +109,53 @@ const std::vector<PlaceholderCase> &placeholderCases()
         {Sqlite, "with", "WITH w AS (SELECT id FROM words WHERE id > ?) SELECT count(*) FROM w WHERE id < :b", "[1, 4]", "number:2"},
         {Sqlite, "replace", "REPLACE INTO scratch VALUES (?, ?)", "[7, 'r']", "changed: 1"},
         {Sqlite, "second statement behind", "SELECT id FROM words WHERE id = ?; DELETE FROM words", "[1]", "error: several"},
+
+        // MariaDB.
+        {MariaDb, "procedure", "note_of", "[2]", "string:two"},
+        {MariaDb, "procedure with the timing mark", "note_of --", "[2]", "string:two"},
+        {MariaDb, "call", "CALL note_of(?)", "[3]", "string:it's"},
+        {MariaDb, "call head", "CALL note_of", "[1]", "string:one"},
+        {MariaDb, "call with a wrong number", "CALL note_of(?)", "[1, 2]", "error: for 1, but 2"},
+        {MariaDb, "show", "SHOW TABLES LIKE ?", "['words']", "string:words"},
+        {MariaDb, "escaped string", "SELECT id FROM words WHERE note <> '\\'?' AND id = ?", "[1]", "number:1"},
+        {MariaDb, "string in double quotes", "SELECT id FROM words WHERE note <> \"?\" AND id = ?", "[1]", "number:1"},
+        {MariaDb, "name in backticks", "SELECT id AS `what?` FROM words WHERE id = ?", "[1]", "number:1"},
+        {MariaDb, "hash comment", "SELECT id # ?\nFROM words WHERE id = ?", "[1]", "number:1"},
+        {MariaDb, "executable comment", "SELECT id FROM words WHERE id = /*!50000 ? */", "[1]", "number:1"},
+        {MariaDb, "hyphens that are none of a comment", "SELECT 5--?", "[1]", "number:6"},
+        {MariaDb, "assignment", "SELECT @a := ?", "[5]", "*"},
+        {MariaDb, "limit", "SELECT id FROM words ORDER BY id LIMIT ?", "[2]", "number:1;number:2"},
+        {MariaDb, "suffix behind the values", "INSERT INTO scratch VALUES (?, ?) ON DUPLICATE KEY UPDATE note = :n", "[7, 'x', 'y']", "changed: 2"},
+        {MariaDb, "returning", "INSERT INTO scratch VALUES (?, ?) RETURNING id", "[5, 'x']", "number:5"},
+        {MariaDb, "with", "WITH w AS (SELECT id FROM words WHERE id > ?) SELECT count(*) FROM w WHERE id < :b", "[1, 4]", "number:2"},
+        {MariaDb, "replace", "REPLACE INTO scratch VALUES (?, ?)", "[7, 'r']", "changed: 2"},
+
+        // Firebird.
+        {Firebird, "procedure", "note_of", "[2]", "string:two"},
+        {Firebird, "procedure with the timing mark", "note_of --", "[2]", "string:two"},
+        {Firebird, "procedure with placeholders", "note_of(:id)", "[2]", "string:two"},
+        {Firebird, "execute procedure", "EXECUTE PROCEDURE note_of(?)", "[3]", "string:it's"},
+        {Firebird, "procedure as a table", "SELECT note FROM notes_from(?) WHERE id < :b", "[3, 4]", "string:it's"},
+        {Firebird, "block with variables", "EXECUTE BLOCK (a INTEGER = ?) RETURNS (b INTEGER) AS BEGIN b = :a + 1; SUSPEND; END", "[4]", "number:5"},
+        {Firebird, "missing value", "SELECT id FROM words WHERE id = ? OR id = ?", "[1]", "error: for 2, but 1"},
+        {Firebird, "alternative quotes", "SELECT q'{it's ?}' FROM words WHERE id = ?", "[1]", "string:it's ?"},
+        {Firebird, "quoted name", "SELECT id AS \"what?\" FROM words WHERE id = ?", "[1]", "number:1"},
+        {Firebird, "returning", "INSERT INTO scratch VALUES (?, ?) RETURNING id", "[5, 'x']", "number:5"},
+        {Firebird, "with", "WITH w AS (SELECT id FROM words WHERE id > ?) SELECT count(*) FROM w WHERE id < :b", "[1, 4]", "number:2"},
+        {Firebird, "merge", "MERGE INTO scratch s USING (SELECT id FROM words WHERE id = ?) n ON s.id = n.id WHEN NOT MATCHED THEN INSERT VALUES (n.id, ?)", "[1, 'm']", "changed: 1"},
+        {Firebird, "update or insert", "UPDATE OR INSERT INTO scratch VALUES (?, ?)", "[7, 'u']", "changed: *"},
+
+        // ODBC.
+        {OdbcPostgres, "procedure", "length", "['four']", "number:4"},
+        {OdbcPostgres, "call", "{call length(?)}", "['four']", "number:4"},
+        {OdbcPostgres, "call with the timing mark", "length --", "['four']", "number:4"},
+        {OdbcPostgres, "cast behind", "SELECT ?::int + 1", "[1]", "number:2"},
+        {OdbcPostgres, "suffix behind the values", "INSERT INTO scratch VALUES (?, ?) ON CONFLICT DO NOTHING RETURNING id", "[5, 'x']", "number:5"},
+        {OdbcPostgres, "with", "WITH w AS (SELECT id FROM words WHERE id > ?) SELECT count(*)::int FROM w WHERE id < :b", "[1, 4]", "number:2"},
+        {OdbcSqlite, "function", "length", "['four']", "number:4"},
+        {OdbcSqlite, "name in brackets", "SELECT id AS [what?] FROM words WHERE id = ?", "[1]", "number:1"},
+        {OdbcSqlite, "with", "WITH w AS (SELECT id FROM words WHERE id > ?) SELECT count(*) FROM w WHERE id < :b", "[1, 4]", "number:2"},
+        {OdbcSqlite, "replace", "REPLACE INTO scratch VALUES (?, ?)", "[7, 'r']", "changed: 1"},
     };
     return cases;
 }

@@ -43,6 +43,7 @@ private slots:
     void semicolonPartsStatements_data();
     void semicolonPartsStatements();
     void thousandValues();
+    void falseMarksAreTakenAway();
 };
 
 void TestStatementPlan::textIsCompleted_data()
@@ -367,6 +368,16 @@ void TestStatementPlan::thousandValues()
     QCOMPARE(plan.names(), names);
     QCOMPARE(plan.valueOf().constLast(), Count - 1);
     QVERIFY(plan.withNumbers().endsWith(QLatin1String(",$999,$1000,$1000")));
+}
+
+void TestStatementPlan::falseMarksAreTakenAway()
+{
+    const auto without = [](const char *text) {
+        return StatementPlan::withoutFalseMarks(SqlDialect::OdbcSqlite, QString::fromUtf8(text));
+    };
+    QCOMPARE(without("SELECT '?' /* ? */ AS [a\"?], ? -- why?\n, 1"),
+             QStringLiteral("SELECT '?'   AS \"a\"\"?\", ?  \n, 1"));
+    QCOMPARE(without("SELECT [a] -- b"), QStringLiteral("SELECT [a] -- b"));
 }
 
 QTEST_GUILESS_MAIN(TestStatementPlan)
