@@ -367,9 +367,17 @@ void DecoratedResult::detachFromResultSet()
     if (m_cancel.isCancelled())
         endStatement();
     // Rows that nobody wants may still be on their way: that can be cancelled until it is over.
-    if (m_rows)
+    if (m_rows && rowsAreAlive())
         m_rows->detach();
     endStatement();
+}
+
+/// Whether the session is still there in which the rows were made: ODBC's handles die with it.
+bool DecoratedResult::rowsAreAlive() const
+{
+    const DecoratedDriver *driver = owner();
+    const int session = m_rows == m_plain.get() ? m_plainSession : m_session;
+    return driver && driver->session() == session;
 }
 
 /// Gives up what was run and prepared last, or gives it back for its next use.

@@ -71,6 +71,7 @@ private:
     bool refuse(const QSqlError &error);
     bool conclude(DecoratedDriver &driver, bool good, Policy::Step step);
     bool moved(bool onRow);
+    bool rowsAreAlive() const;
     bool stopAtCancel();
     void fail(const QSqlError &error);
     void beginStatement(DecoratedDriver &driver);

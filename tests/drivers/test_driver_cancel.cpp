@@ -48,6 +48,28 @@ const SystemSql &sqlOf(const QString &system)
          "SELECT count(*) FROM n",
          "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT %1) "
          "SELECT count(*) FROM n"},
+        {"MariaDB", "SELECT SLEEP(120)", "SELECT seq FROM seq_1_to_%1",
+         "SELECT count(*) FROM seq_1_to_100000000 WHERE seq <= ?",
+         "SELECT count(*) FROM seq_1_to_%1"},
+        {"Firebird",
+         "EXECUTE BLOCK RETURNS (n INTEGER) AS BEGIN n = 0; WHILE (1 = 1) DO n = MOD(n + 1, 9); "
+         "SUSPEND; END",
+         "EXECUTE BLOCK RETURNS (i INTEGER) AS BEGIN i = 0; WHILE (i < %1) DO BEGIN i = i + 1; "
+         "SUSPEND; END END",
+         "EXECUTE BLOCK (m INTEGER = ?) RETURNS (i INTEGER) AS BEGIN i = 0; "
+         "WHILE (i < m) DO i = i + 1; SUSPEND; END",
+         "EXECUTE BLOCK RETURNS (i INTEGER) AS BEGIN i = 0; WHILE (i < %1) DO i = i + 1; "
+         "SUSPEND; END"},
+        {"ODBC to PostgreSQL", "SELECT pg_sleep(120)", "SELECT g FROM generate_series(1, %1) g",
+         "SELECT count(*) FROM generate_series(1, ?)",
+         "SELECT count(*) FROM generate_series(1, %1)"},
+        {"ODBC to SQLite",
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT count(*) FROM n",
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT %1) SELECT i FROM n",
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT ?) "
+         "SELECT count(*) FROM n",
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT %1) "
+         "SELECT count(*) FROM n"},
     };
     for (const SystemSql &sql : all) {
         if (system == QLatin1String(sql.system))
@@ -235,7 +257,9 @@ void TestDriverCancel::computationEndsAtOnce()
     USE_SYSTEM(m_systems, system);
     endsAtOnce(system, [&](QSqlDatabase &db) {
         QSqlQuery query(db);
-        query.exec(utf8(sqlOf(system).compute));
+        // Some systems compute when the first row is asked for.
+        if (query.exec(utf8(sqlOf(system).compute)))
+            query.next();
         return query.lastError();
     });
 }
@@ -248,7 +272,8 @@ void TestDriverCancel::preparedComputationEndsAtOnce()
         QSqlQuery query(db);
         query.prepare(utf8(sqlOf(system).count));
         query.addBindValue(1000000000);
-        query.exec();
+        if (query.exec())
+            query.next();
         return query.lastError();
     });
 }
@@ -351,6 +376,8 @@ QSqlError runAny(QSqlDatabase &db, const SystemSql &sql, QRandomGenerator &rando
 void TestDriverCancel::noStatementIsHitByTheCancelOfAnother()
 {
     QFETCH(QString, system);
+    if (system == QLatin1String("ODBC to SQLite"))
+        QSKIP("its driver copies all rows of each result: too slow for thousands of rounds");
     USE_SYSTEM(m_systems, system);
     bool given = false;
     const int seedGiven = qEnvironmentVariableIntValue("VEXT_TEST_SEED", &given);
