@@ -1,6 +1,7 @@
 /// @file
 /// vext-run: runs a script with the SQL plugin.
 
+#include "host_application.h"
 #include "languages.h"
 #include "message_log.h"
 #include "option_texts.h"
@@ -94,7 +95,7 @@ int main(int argc, char **argv)
     // script's own.
     const QStringList arguments = commandLine(argc, argv);
     int ownArguments = 1;
-    QCoreApplication application(ownArguments, argv);
+    const HostApplication application(ownArguments, argv);
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QCoreApplication::setApplicationName(QStringLiteral("vext-run"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VEXT_VERSION));

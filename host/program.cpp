@@ -6,7 +6,7 @@
 #include "open_connection.h"
 #include "plain_input.h"
 #include "plugin_library.h"
-#include "prompt.h"
+#include "prompt_session.h"
 #include "run_loop.h"
 #include "script_file.h"
 #include "script_host.h"
@@ -18,6 +18,7 @@
 #include <QFileInfo>
 
 #include <csignal>
+#include <cstdio>
 #include <unistd.h>
 
 namespace
@@ -51,7 +52,7 @@ int Program::run()
         return ExitUsage;
     InterruptWatch interrupts;
     connect(&interrupts, &InterruptWatch::interrupted, this, [&interrupts, this](int number) {
-        if (number == SIGINT && m_prompt && m_prompt->discardInput())
+        if (number == SIGINT && m_session && m_session->interrupt())
             interrupts.arm();
         else
             onInterrupt(number);
@@ -77,8 +78,8 @@ int Program::run()
 int Program::finish()
 {
     const int exitCode = m_host->exec();
-    m_prompt = nullptr;
-    m_source.reset(); // gives the terminal back before anything else is written
+    m_source.reset();
+    endPrompt(exitCode);
     m_host->shutDown();
     return exitCode;
 }
@@ -182,19 +183,42 @@ void Program::runScript(const QString &code)
 void Program::readStatements()
 {
     if (::isatty(STDIN_FILENO)) {
-        m_prompt = new Prompt(m_host->terminal());
-        m_source.reset(m_prompt);
-        InterruptWatch::setInterruptEnds(false);
-        m_host->setKeepGoing(true);
-    } else {
-        m_source.reset(new PlainInput(STDIN_FILENO));
+        startPrompt();
+        return;
     }
+    m_source.reset(new PlainInput(STDIN_FILENO));
     m_host->setScriptFile(QLatin1String(InputName), QDir::currentPath());
     m_host->runLoop()->hold();
     connect(m_source.data(), &StatementSource::statement, this, &Program::onStatement);
     connect(m_source.data(), &StatementSource::finished, this, &Program::onInputEnd);
     connect(m_host->end(), &ScriptEnd::requested, m_source.data(), &StatementSource::stop);
     m_source->start();
+}
+
+void Program::startPrompt()
+{
+    InterruptWatch::setInterruptEnds(false);
+    m_host->setKeepGoing(true);
+    m_host->setScriptFile(QLatin1String(InputName), QDir::currentPath());
+    m_host->runLoop()->hold();
+    m_session.reset(new PromptSession(m_host.data()));
+    // Who leaves the prompt wants to leave.
+    connect(m_session.data(), &PromptSession::finished, this,
+            [this] { m_host->end()->request(0); });
+    connect(m_host->end(), &ScriptEnd::requested, m_session.data(), &PromptSession::stop);
+    m_session->start();
+}
+
+/// Gives the terminal back before anything else is written.
+void Program::endPrompt(int exitCode)
+{
+    const bool mustNotWait = m_session && m_session->hasAbandoned();
+    m_session.reset();
+    if (!mustNotWait)
+        return;
+    // The worker of an abandoned statement ends with it, and nobody waits for that.
+    std::fflush(nullptr);
+    ::_exit(exitCode);
 }
 
 void Program::onStatement(const QString &code)
@@ -204,11 +228,7 @@ void Program::onStatement(const QString &code)
 
 void Program::onInputEnd()
 {
-    // Who leaves the prompt wants to leave; what comes through a pipe is a program.
-    if (m_prompt)
-        m_host->end()->request(0);
-    else
-        m_host->runLoop()->release();
+    m_host->runLoop()->release();
 }
 
 void Program::onInterrupt(int number)

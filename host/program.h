@@ -8,7 +8,7 @@
 #include <QScopedPointer>
 #include <QScriptValue>
 
-class Prompt;
+class PromptSession;
 class ScriptHost;
 class StatementSource;
 
@@ -38,6 +38,8 @@ private:
     bool startHost();
     void runScript(const QString &code);
     void readStatements();
+    void startPrompt();
+    void endPrompt(int exitCode);
     void onStatement(const QString &code);
     void onInputEnd();
     void onInterrupt(int number);
@@ -46,5 +48,5 @@ private:
     Options m_options;
     QScopedPointer<ScriptHost> m_host;
     QScopedPointer<StatementSource> m_source;
-    Prompt *m_prompt = nullptr; ///< m_source when that is a terminal
+    QScopedPointer<PromptSession> m_session; ///< null without a terminal
 };

@@ -17,6 +17,7 @@ const int SignalBase = 128; ///< the shell's way to tell a signal from an exit c
 /// Written by the constructor before the handler is set, read by the handler.
 volatile int s_writeEnd = -1;
 volatile sig_atomic_t s_interruptEnds = 1;
+void (*volatile s_hook)() = nullptr;
 
 void setAction(int number, void (*handler)(int))
 {
@@ -35,6 +36,8 @@ void onSignal(int number)
         setAction(caught, SIG_DFL);
     if (number != SIGINT || s_interruptEnds)
         EndWatchdog::start(static_cast<unsigned char>(SignalBase + number));
+    if (s_hook)
+        s_hook();
     const unsigned char byte = static_cast<unsigned char>(number);
     const ssize_t written = ::write(s_writeEnd, &byte, 1);
     (void)written; // a full pipe holds enough news already
@@ -74,6 +77,11 @@ void InterruptWatch::arm()
     EndWatchdog::calm();
     for (int number : Signals)
         setAction(number, onSignal);
+}
+
+void InterruptWatch::setHook(void (*hook)())
+{
+    s_hook = hook;
 }
 
 void InterruptWatch::setInterruptEnds(bool on)

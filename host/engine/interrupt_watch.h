@@ -23,6 +23,10 @@ public:
     /// Gives the signals back their default effect.
     ~InterruptWatch() override;
 
+    /// A function that is called in the signal handler and does only what is allowed there; null
+    /// for none.
+    static void setHook(void (*hook)());
+
     /// Catches a signal once more, and lets the process live on.
     void arm();
 

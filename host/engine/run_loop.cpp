@@ -1,5 +1,6 @@
 #include "run_loop.h"
 
+#include "host_application.h"
 #include "script_end.h"
 
 #include <QAbstractEventDispatcher>
@@ -55,7 +56,8 @@ bool RunLoop::eventFilter(QObject *receiver, QEvent *)
 {
     checkForException();
     m_receiver = receiver;
-    if (!m_engine || !m_end->isRequested() || m_engine->isEvaluating())
+    if (!m_engine || !m_end->isRequested() || m_engine->isEvaluating() ||
+        HostApplication::isNested())
         return false;
     const QPointer<QObject> guarded(receiver);
     emit scriptsMustEnd();
@@ -64,7 +66,10 @@ bool RunLoop::eventFilter(QObject *receiver, QEvent *)
 
 void RunLoop::checkForException()
 {
-    // While a script runs, its exceptions are its own affair: it may catch them.
+    // While a script runs, its exceptions are its own affair: it may catch them. A callback does
+    // not count as running; but then this event came to pass inside another one.
+    if (HostApplication::isNested())
+        return;
     if (m_engine && !m_engine->isEvaluating() && m_engine->hasUncaughtException())
         emit exceptionFound(m_receiver);
 }

@@ -129,7 +129,8 @@ int ScriptHost::exec()
 
 void ScriptHost::onMessage(const PluginMessage &received)
 {
-    m_reporter->tellMessage(received);
+    if (!m_messageFilter || m_messageFilter(received))
+        m_reporter->tellMessage(received);
     emit message(received);
 }
 

@@ -16,6 +16,8 @@
 #include <QScopedPointer>
 #include <QStringList>
 
+#include <functional>
+
 class QScriptEngine;
 class RunLoop;
 
@@ -52,6 +54,12 @@ public:
 
     /// Whether an uncaught exception or a failed task leaves the program running. Off at first.
     void setKeepGoing(bool on) { m_reporter->setKeepGoing(on); }
+
+    /// Tells whether a message is shown.
+    using MessageFilter = std::function<bool(const PluginMessage &message)>;
+
+    /// Asked for every message that would be shown; an empty filter lets all of them pass.
+    void setMessageFilter(const MessageFilter &filter) { m_messageFilter = filter; }
 
     Reporter *reporter() { return m_reporter.data(); }
 
@@ -96,6 +104,7 @@ private:
     void destroyObjects(const QObject *engine);
 
     Settings m_settings;
+    MessageFilter m_messageFilter;
     Terminal m_terminal;
     StandardInput m_input;
     ScriptInclusion m_inclusion;

@@ -1,39 +1,53 @@
 #include "prompt.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
+#include "screen.h"
+#include "table_printer.h"
+
 #include <QSocketNotifier>
-#include <QStandardPaths>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <unistd.h>
 
-#include <readline/history.h>
 #include <readline/readline.h>
 
 namespace
 {
 
-const char FirstPrompt[] = "vext> ";
-const char NextPrompt[] = "  ... ";
-const int HistoryLines = 1000;
+/// The line editor looks at the whole line for each key; longer texts belong into a file.
+const int MaxLineSize = 1000000;
 
-void readHistory()
+const char *promptText(Prompt::Kind kind)
 {
-    using_history();
-    stifle_history(HistoryLines);
-    read_history(QFile::encodeName(Prompt::historyFile()).constData());
+    switch (kind) {
+    case Prompt::Kind::First:
+        return "vext> ";
+    case Prompt::Kind::NextOfSql:
+        return " ...; ";
+    case Prompt::Kind::Next:
+        break;
+    }
+    return "  ... ";
 }
 
-void writeHistory()
+/// The longest text with which all candidates begin.
+QString commonStart(const QStringList &candidates)
 {
-    const QString file = Prompt::historyFile();
-    if (!QDir().mkpath(QFileInfo(file).path()))
-        return; // no history is no reason to fail
-    write_history(QFile::encodeName(file).constData());
-    QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner);
+    QString common = candidates.first();
+    for (const QString &candidate : candidates) {
+        int size = 0;
+        while (size < common.size() && size < candidate.size() &&
+               common.at(size).toLower() == candidate.at(size).toLower())
+            ++size;
+        common.truncate(size);
+    }
+    return common;
+}
+
+char *newText(const QString &text)
+{
+    return ::strdup(text.toUtf8().constData());
 }
 
 } // namespace
@@ -41,109 +55,150 @@ void writeHistory()
 Prompt *Prompt::s_active = nullptr;
 
 Prompt::Prompt(Terminal *terminal, QObject *parent)
-    : StatementSource(parent)
+    : QObject(parent)
     , m_terminal(terminal)
+    , m_notifier(new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read))
 {
     s_active = this;
     rl_readline_name = "vext-run";
-    rl_catch_signals = 0;         // the host has handlers of its own
-    rl_bind_key('\t', rl_insert); // there is no completion of script names
-    readHistory();
+    rl_catch_signals = 0; // the host has handlers of its own
+    rl_attempted_completion_function = &Prompt::onComplete;
+    // Words with their dots: what stands before a dot decides what may follow it.
+    rl_completer_word_break_characters = const_cast<char *>(" \t\n\"'`@><=;|&{}()[],+-*/!?:%^~");
+    rl_completer_quote_characters = "";
+    rl_basic_quote_characters = "";
+    m_notifier->setEnabled(false);
+    connect(m_notifier.data(), &QSocketNotifier::activated, this, &Prompt::readCharacter);
+    m_terminal->setScreenSharer(this);
 }
 
 Prompt::~Prompt()
 {
     m_terminal->setScreenSharer(nullptr);
-    removeHandler();
-    writeHistory();
-    clear_history();
+    remove();
+    rl_attempted_completion_function = nullptr;
     s_active = nullptr;
 }
 
-QString Prompt::historyFile()
+void Prompt::resume(Kind kind)
 {
-    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    return folder + QStringLiteral("/vext/vext-run-history");
-}
-
-void Prompt::start()
-{
-    m_notifier.reset(new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read));
-    connect(m_notifier.data(), &QSocketNotifier::activated, this, [] { rl_callback_read_char(); });
-    m_terminal->setScreenSharer(this);
-    installHandler();
+    setStatus(QString());
+    m_kind = kind;
+    install();
 }
 
 void Prompt::stop()
 {
     m_stopped = true;
-    removeHandler();
-    if (m_notifier)
-        m_notifier->setEnabled(false);
+    remove();
 }
 
-void Prompt::installHandler()
+void Prompt::install()
 {
-    if (m_stopped)
+    if (m_stopped || m_waiting)
         return;
-    m_installed = true;
     m_waiting = true;
-    rl_callback_handler_install(m_buffer.isOpen() ? NextPrompt : FirstPrompt, &Prompt::onLine);
+    rl_callback_handler_install(promptText(m_kind), &Prompt::onLine);
+    m_notifier->setEnabled(true);
 }
 
-void Prompt::removeHandler()
+void Prompt::remove()
 {
-    if (!m_installed)
+    if (!m_waiting)
         return;
-    m_installed = false;
     m_waiting = false;
+    m_notifier->setEnabled(false);
     rl_callback_handler_remove();
+}
+
+void Prompt::readCharacter()
+{
+    rl_callback_read_char();
+    if (!m_waiting || rl_end <= MaxLineSize)
+        return;
+    remove();
+    rl_replace_line("", 0);
+    std::fputc('\n', stdout);
+    emit lineTooLong();
 }
 
 void Prompt::onLine(char *line)
 {
     Prompt *prompt = s_active;
-    prompt->removeHandler(); // the statement runs with the terminal as the user knows it
+    prompt->remove(); // what is typed runs with the terminal as the user knows it
     if (!line) {
         std::fputc('\n', stdout);
         prompt->stop();
         emit prompt->finished();
         return;
     }
-    if (*line)
-        add_history(line);
-    const QString text = QString::fromLocal8Bit(line);
+    const QString text = QString::fromUtf8(line);
     std::free(line);
-    prompt->takeLine(text);
-    prompt->installHandler();
+    emit prompt->line(text);
 }
 
-void Prompt::takeLine(const QString &line)
+char **Prompt::onComplete(const char *word, int start, int)
 {
-    if (m_buffer.add(line))
-        emit statement(m_buffer.take());
+    rl_attempted_completion_over = 1; // no names of files
+    if (!s_active || !s_active->m_completer)
+        return nullptr;
+    const QString before = QString::fromUtf8(rl_line_buffer, start);
+    const QStringList candidates = s_active->m_completer(before, QString::fromUtf8(word));
+    if (candidates.isEmpty())
+        return nullptr;
+    const int count = candidates.size();
+    // Freed by the line editor: the text to put in, then all candidates, then nothing.
+    char **list = static_cast<char **>(std::malloc(sizeof(char *) * (count > 1 ? count + 2u : 2u)));
+    list[0] = newText(commonStart(candidates));
+    for (int i = 0; count > 1 && i < count; ++i)
+        list[i + 1] = newText(candidates.at(i));
+    list[count > 1 ? count + 1 : 1] = nullptr;
+    rl_completion_suppress_append = candidates.first().endsWith(QLatin1Char('(')) ? 1 : 0;
+    return list;
 }
 
-bool Prompt::discardInput()
+bool Prompt::hasText() const
 {
-    if (!m_waiting || (!m_buffer.isOpen() && rl_end == 0))
-        return false;
-    m_buffer.clear();
-    removeHandler();
+    return m_waiting && rl_end > 0;
+}
+
+void Prompt::discard(Kind kind)
+{
+    if (!m_waiting)
+        return;
+    remove();
     rl_replace_line("", 0);
     std::fputs("^C\n", stdout);
-    installHandler();
-    return true;
+    resume(kind);
+}
+
+void Prompt::setStatus(const QString &status)
+{
+    if (status == m_status)
+        return;
+    hide();
+    m_status = status;
+    show();
 }
 
 void Prompt::hide()
 {
-    if (m_waiting)
+    if (m_waiting) {
         rl_clear_visible_line();
+    } else if (!m_status.isEmpty()) {
+        std::fputs("\r\x1b[K", stdout);
+        std::fflush(stdout);
+    }
 }
 
 void Prompt::show()
 {
-    if (m_waiting)
+    if (m_waiting) {
         rl_forced_update_display();
+    } else if (!m_status.isEmpty()) {
+        // The last cell stays free: some terminals begin a new line behind it.
+        const int width = Screen::columns() > 1 ? Screen::columns() - 1 : m_status.size();
+        std::fputs(m_status.left(width).toUtf8().constData(), stdout);
+        std::fflush(stdout);
+    }
 }

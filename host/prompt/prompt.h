@@ -1,44 +1,72 @@
 /// @file
-/// The interactive prompt.
+/// The line editor on the terminal.
 #pragma once
 
-#include "statement_buffer.h"
-#include "statement_source.h"
+#include "history.h"
 #include "terminal.h"
 
+#include <QObject>
 #include <QScopedPointer>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
 
 class QSocketNotifier;
 
-/// Reads statements from the terminal with line editing and a history that is kept in the user's
-/// data folder. The event loop runs while the prompt waits; what callbacks print appears above it.
+/// Reads lines from the terminal with line editing, a history and completion. The event loop runs
+/// while the prompt waits; what callbacks print appears above it. Between a line and the next
+/// resume() the terminal is the running work's, which may show a status line.
 ///
-/// The line editor has one state for the whole process: at most one instance at a time.
-class Prompt : public StatementSource, private Terminal::ScreenSharer
+/// The line editor has one state for the whole process: at most one instance at a time. Thread:
+/// the application's.
+class Prompt : public QObject, private Terminal::ScreenSharer
 {
     Q_OBJECT
 
 public:
+    enum class Kind { First, Next, NextOfSql };
+
+    /// What may stand in the place of the last word.
+    /// @param before what is typed before the word
+    using Completer = std::function<QStringList(const QString &before, const QString &word)>;
+
     /// @param terminal not owned, outlives the prompt.
     explicit Prompt(Terminal *terminal, QObject *parent = nullptr);
     /// Gives the terminal back as it was and writes the history.
     ~Prompt() override;
 
-    void start() override;
-    void stop() override;
+    void setCompleter(const Completer &completer) { m_completer = completer; }
+    History *history() { return &m_history; }
 
-    /// Drops what is typed so far.
-    /// @return false when there was nothing to drop.
-    bool discardInput();
+    /// Shows the prompt and reads a line.
+    void resume(Kind kind);
+    /// Reads no more and emits nothing more. May be called while a line is handled.
+    void stop();
 
-    /// Where the history is kept: readable for the user alone, for it may hold passwords.
-    static QString historyFile();
+    /// Whether the prompt waits and anything is typed behind it.
+    bool hasText() const;
+    /// Drops what is typed behind the prompt and shows a new one.
+    void discard(Kind kind);
+
+    /// A line that is shown below everything else while no prompt is; empty for none. It is cut to
+    /// the width of the terminal.
+    void setStatus(const QString &status);
+
+signals:
+    /// The prompt is off until resume().
+    void line(const QString &text);
+    /// The line was longer than the editor takes, and is dropped. The prompt is off.
+    void lineTooLong();
+    /// The user has ended the input. Emitted once.
+    void finished();
 
 private:
     static void onLine(char *line); ///< called by the line editor; null at the end of input
-    void takeLine(const QString &line);
-    void installHandler();
-    void removeHandler();
+    static char **onComplete(const char *word, int start, int end);
+    void readCharacter();
+    void install();
+    void remove();
 
     void hide() override;
     void show() override;
@@ -46,9 +74,11 @@ private:
     static Prompt *s_active;
 
     Terminal *m_terminal;
+    History m_history;
     QScopedPointer<QSocketNotifier> m_notifier;
-    StatementBuffer m_buffer;
+    Completer m_completer;
+    QString m_status;
+    Kind m_kind = Kind::First;
     bool m_waiting = false; ///< the prompt is on the screen and the line editor reads
     bool m_stopped = false;
-    bool m_installed = false; ///< the line editor has the terminal
 };

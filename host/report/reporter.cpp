@@ -97,7 +97,7 @@ void Reporter::tellException(const QString &code, QObject *receiver)
     if (failure.isSyntaxError && failure.column == 0)
         failure.explainSyntax(code);
     // The end itself stops a running script with an exception.
-    if (m_end->isRequested())
+    if (m_end->isRequested() || (m_stopCheck && m_stopCheck()))
         return;
     m_log.write(failure, nameOf(m_watch.connectionOf(receiver)));
     fail(failure.isSyntaxError ? ExitSyntax : ExitException);

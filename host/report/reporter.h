@@ -10,6 +10,8 @@
 #include <QObject>
 #include <QSet>
 
+#include <functional>
+
 class QScriptEngine;
 class ScriptEnd;
 class Terminal;
@@ -52,6 +54,10 @@ public:
     /// @param receiver the object whose event the callback answered; null when unknown
     void tellException(const QString &code, QObject *receiver);
 
+    /// Asked when an exception was taken out of the engine: true when it is the host's own way to
+    /// stop a script, of which the user is told otherwise.
+    void setStopCheck(const std::function<bool()> &check) { m_stopCheck = check; }
+
     /// Tells what only the end of a script shows. Called when nothing is left to wait for.
     void tellAtEnd();
 
@@ -72,6 +78,7 @@ private:
     ConnectionWatch m_watch;
     QString m_file; ///< of setPlace()
     int m_line = 0;
+    std::function<bool()> m_stopCheck;
     bool m_keepsGoing = false;
     bool m_hasFailed = false;
     QHash<QString, QString> m_lastError; ///< by the connection's name: its last message of an error

@@ -27,15 +27,28 @@ QByteArray withoutControlSequences(const QByteArray &raw)
 } // namespace
 
 TerminalSession::TerminalSession(const QString &dataFolder)
+    : TerminalSession(dataFolder, Settings())
+{
+}
+
+TerminalSession::TerminalSession(const QString &dataFolder, const Settings &settings)
 {
     const QByteArray folder = dataFolder.toLocal8Bit();
-    m_process = ::forkpty(&m_terminal, nullptr, nullptr, nullptr);
+    winsize size = {};
+    size.ws_col = static_cast<unsigned short>(settings.columns);
+    size.ws_row = static_cast<unsigned short>(settings.rows);
+    m_process = ::forkpty(&m_terminal, nullptr, nullptr, &size);
     if (m_process != 0)
         return;
     ::setenv("XDG_DATA_HOME", folder.constData(), 1);
     ::setenv("TERM", "xterm", 1);
     ::setenv("INPUTRC", "/dev/null", 1);
-    ::execl(VEXT_RUN_FILE, VEXT_RUN_FILE, static_cast<char *>(nullptr));
+    if (settings.pager.isNull())
+        ::unsetenv("PAGER");
+    else
+        ::setenv("PAGER", settings.pager.constData(), 1);
+    const char *option = settings.option.isNull() ? nullptr : settings.option.constData();
+    ::execl(VEXT_RUN_FILE, VEXT_RUN_FILE, option, static_cast<char *>(nullptr));
     ::_exit(127);
 }
 
@@ -58,6 +71,8 @@ void TerminalSession::type(const QByteArray &keys)
 
 bool TerminalSession::readMore(int milliseconds)
 {
+    if (m_terminal < 0)
+        return ::usleep(static_cast<useconds_t>(milliseconds) * 1000) == 0;
     pollfd waiting = {m_terminal, POLLIN, 0};
     if (::poll(&waiting, 1, milliseconds) <= 0)
         return true;
@@ -88,6 +103,12 @@ bool TerminalSession::enter(const QByteArray &line, const QByteArray &answer)
 {
     type(line + '\r');
     return waitFor(line) && waitFor(answer) && waitFor("vext> ");
+}
+
+void TerminalSession::hangUp()
+{
+    ::close(m_terminal);
+    m_terminal = -1;
 }
 
 int TerminalSession::finish()

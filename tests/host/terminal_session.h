@@ -13,8 +13,17 @@
 class TerminalSession
 {
 public:
+    /// How the terminal looks to vext-run.
+    struct Settings {
+        int columns = 0; ///< 0: the terminal does not tell its size
+        int rows = 0;
+        QByteArray pager;  ///< PAGER; unset when null
+        QByteArray option; ///< of vext-run; none when null
+    };
+
     /// @param dataFolder the user's data folder of the session
     explicit TerminalSession(const QString &dataFolder);
+    TerminalSession(const QString &dataFolder, const Settings &settings);
     /// Kills what still runs.
     ~TerminalSession();
     TerminalSession(const TerminalSession &) = delete;
@@ -29,6 +38,9 @@ public:
 
     /// Types a line and waits for the text that it brings and for the next prompt.
     bool enter(const QByteArray &line, const QByteArray &answer);
+
+    /// Takes the terminal away.
+    void hangUp();
 
     /// Waits for the end.
     /// @return the exit code, 128 and more for a signal, -1 when the limit is over.
