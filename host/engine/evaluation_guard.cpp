@@ -54,7 +54,9 @@ void EvaluationGuard::onSignal()
 {
     if (!s_engine || !isFirstThread() || !HostApplication::isInEvent())
         return;
-    s_signals = s_signals + 1;
+    // A callback does not count as evaluating: whether one runs shows only when the engine looks.
+    if (s_engine->isEvaluating())
+        s_signals = s_signals + 1;
     s_mustStop = 1;
     s_engine->setProcessEventsInterval(LookMs); // stores numbers, nothing else
 }
@@ -63,10 +65,12 @@ void EvaluationGuard::onAwake()
 {
     if (!m_engine || !s_mustStop || !HostApplication::isInEvent())
         return;
-    m_stopped = true;
     // Asked at every look: a callback that was delivered meanwhile has undone the stop. Inside a
     // callback the engine takes the stop only in a context of its own.
     const bool isCallback = !m_engine->isEvaluating();
+    if (isCallback && !m_stopped)
+        s_signals = s_signals + 1;
+    m_stopped = true;
     if (isCallback)
         m_engine->pushContext();
     m_engine->abortEvaluation();

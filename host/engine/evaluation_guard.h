@@ -28,7 +28,7 @@ public:
     explicit EvaluationGuard(QScriptEngine *engine, QObject *parent = nullptr);
     ~EvaluationGuard() override;
 
-    /// Takes one signal that came while the event loop was not at rest.
+    /// Takes one signal that came while a script was running.
     /// @return false when there was none (any more).
     bool takeSignal();
 
