@@ -1,0 +1,249 @@
+/// @file
+/// Prints what one process takes with 1 to 200 connections: tasks a second, processor time a task
+/// of our side and of the servers apart, memory a connection. On one PostgreSQL server, on
+/// PostgreSQL with two standbys, and on Galera.
+///
+///     vext-scale [--seconds N] [--most N]
+///
+/// Ends with 1 when a measurement failed.
+
+#include "galera_cluster.h"
+#include "postgres_cluster.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTextStream>
+#include <QVector>
+
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int Sizes[] = {1, 2, 5, 10, 20, 50, 100, 200};
+constexpr int LineTimeoutMs = 120000;
+
+QTextStream &out()
+{
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+/// The numbers of a process's line in /proc, from its state on.
+QList<QByteArray> statOf(qint64 pid)
+{
+    QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray line = file.readAll();
+    return line.mid(line.lastIndexOf(')') + 2).split(' ');
+}
+
+/// Processor time of a process and of its children that have ended, ms.
+double cpuMs(qint64 pid)
+{
+    const QList<QByteArray> stat = statOf(pid);
+    double ticks = 0;
+    for (int i = 11; i < 15; ++i)
+        ticks += stat.value(i).toDouble();
+    return ticks * 1000 / double(sysconf(_SC_CLK_TCK));
+}
+
+double memoryMb(qint64 pid)
+{
+    return statOf(pid).value(21).toDouble() * double(sysconf(_SC_PAGESIZE)) / 1048576;
+}
+
+QVector<qint64> withChildren(const QVector<qint64> &servers)
+{
+    QVector<qint64> all = servers;
+    for (qint64 pid : servers) {
+        QFile file(QStringLiteral("/proc/%1/task/%1/children").arg(pid));
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        const QList<QByteArray> words = file.readAll().simplified().split(' ');
+        for (const QByteArray &word : words) {
+            if (word.toLongLong() > 0)
+                all << word.toLongLong();
+        }
+    }
+    return all;
+}
+
+double cpuMs(const QVector<qint64> &servers)
+{
+    double sum = 0;
+    const QVector<qint64> all = withChildren(servers);
+    for (qint64 pid : all)
+        sum += cpuMs(pid);
+    return sum;
+}
+
+QJsonObject settingsOf(const ConnectionParameters &parameters)
+{
+    return {{QStringLiteral("driverName"), parameters.driverName},
+            {QStringLiteral("databaseName"), parameters.databaseName},
+            {QStringLiteral("userName"), parameters.userName},
+            {QStringLiteral("password"), parameters.password},
+            {QStringLiteral("hostName"), parameters.hostName},
+            {QStringLiteral("port"), parameters.port}};
+}
+
+template <typename Cluster>
+QJsonObject clusterSettings(const Cluster &cluster, const QString &engine)
+{
+    QJsonArray nodes;
+    for (int i = 0; i < cluster.count(); ++i)
+        nodes << settingsOf(cluster.parameters(i));
+    return {{QStringLiteral("engine"), engine}, {QStringLiteral("nodes"), nodes}};
+}
+
+template <typename Cluster>
+QVector<qint64> processesOf(const Cluster &cluster)
+{
+    QVector<qint64> result;
+    for (int i = 0; i < cluster.count(); ++i)
+        result << cluster.pid(i);
+    return result;
+}
+
+/// One process of the reference host that runs scale.js.
+class Run
+{
+public:
+    Run(const QJsonObject &settings, int connections, int seconds)
+    {
+        const QString folder = QStringLiteral(VEXT_SOURCE_DIR);
+        m_process.start(QStringLiteral(VEXT_RUN_FILE),
+                        {QStringLiteral("--plugin"), QStringLiteral(VEXT_PLUGIN_FILE),
+                         folder + QStringLiteral("/benchmarks/scale.js"),
+                         folder + QStringLiteral("/library/vext.js"),
+                         QString::fromUtf8(QJsonDocument(settings).toJson(QJsonDocument::Compact)),
+                         QString::number(connections), QString::number(seconds)});
+    }
+    ~Run()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+
+    qint64 pid() const { return m_process.processId(); }
+    /// The next line, empty after an end or a time-out.
+    QByteArray line()
+    {
+        while (!m_process.canReadLine()) {
+            if (!m_process.waitForReadyRead(LineTimeoutMs))
+                return {};
+        }
+        return m_process.readLine().trimmed();
+    }
+    QByteArray errors() { return m_process.readAllStandardError(); }
+
+private:
+    QProcess m_process;
+};
+
+/// Measures all sizes on one system and prints a line each. @return whether all went well
+bool measure(const QString &name, const QJsonObject &settings, const QVector<qint64> &servers,
+             int seconds, int most)
+{
+    double alone = 0;
+    for (int connections : Sizes) {
+        if (connections > most)
+            break;
+        Run run(settings, connections, seconds);
+        if (run.line() != "begin") {
+            out() << name << ' ' << connections << " failed: " << run.errors() << Qt::endl;
+            return false;
+        }
+        const double ours = cpuMs(run.pid());
+        const double theirs = cpuMs(servers);
+        const QByteArray end = run.line();
+        const double tasks = end.mid(4).toDouble();
+        if (!end.startsWith("end ") || tasks <= 0) {
+            out() << name << ' ' << connections << " failed: " << end << run.errors() << Qt::endl;
+            return false;
+        }
+        const double memory = memoryMb(run.pid());
+        if (connections == 1)
+            alone = memory;
+        out() << qSetFieldWidth(24) << Qt::left << name << qSetFieldWidth(12) << Qt::right
+              << connections << qRound(tasks / seconds)
+              << QString::number((cpuMs(run.pid()) - ours) * 1000 / tasks, 'f', 1)
+              << QString::number((cpuMs(servers) - theirs) * 1000 / tasks, 'f', 1)
+              << (connections == 1 ? QStringLiteral("-")
+                                   : QString::number((memory - alone) / (connections - 1), 'f', 2))
+              << qSetFieldWidth(0) << Qt::endl;
+    }
+    return true;
+}
+
+template <typename Cluster>
+bool failed(Cluster &cluster)
+{
+    out() << cluster.error() << Qt::endl;
+    return false;
+}
+
+bool onPostgres(int seconds, int most)
+{
+    QString reason;
+    if (!PostgresCluster::available(&reason)) {
+        out() << reason << Qt::endl;
+        return true;
+    }
+    PostgresCluster cluster;
+    cluster.setMostConnections(2 * most + 60);
+    if (!cluster.start(PostgresCluster::Commit::AnyOne))
+        return failed(cluster);
+    return measure(QStringLiteral("PostgreSQL"), settingsOf(cluster.parameters(0)),
+                   {cluster.pid(0)}, seconds, most) &&
+           measure(QStringLiteral("PostgreSQL cluster"),
+                   clusterSettings(cluster, QStringLiteral("postgresql")), processesOf(cluster),
+                   seconds, most);
+}
+
+bool onGalera(int seconds, int most)
+{
+    QString reason;
+    if (!GaleraCluster::available(&reason)) {
+        out() << reason << Qt::endl;
+        return true;
+    }
+    GaleraCluster cluster;
+    cluster.setMostConnections(2 * most + 60);
+    if (!cluster.start())
+        return failed(cluster);
+    return measure(QStringLiteral("Galera"), clusterSettings(cluster, QStringLiteral("galera")),
+                   processesOf(cluster), seconds, most);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    parser.addOption({QStringLiteral("seconds"), QStringLiteral("how long each size is measured"),
+                      QStringLiteral("N"), QStringLiteral("5")});
+    parser.addOption({QStringLiteral("most"), QStringLiteral("connections at most"),
+                      QStringLiteral("N"), QStringLiteral("200")});
+    parser.process(application);
+    const int seconds = qMax(1, parser.value(QStringLiteral("seconds")).toInt());
+    const int most = qMax(1, parser.value(QStringLiteral("most")).toInt());
+    out() << qSetFieldWidth(24) << Qt::left << "system" << qSetFieldWidth(12) << Qt::right
+          << "connections"
+          << "tasks/s"
+          << "our us"
+          << "server us"
+          << "MB each" << qSetFieldWidth(0) << Qt::endl;
+    const bool postgres = onPostgres(seconds, most);
+    const bool galera = onGalera(seconds, most);
+    return postgres && galera ? 0 : 1;
+}
