@@ -26,6 +26,7 @@ private Q_SLOTS:
 
     void questionMarksArePlaceholdersWhereTheServerReadsNone_data();
     void questionMarksArePlaceholdersWhereTheServerReadsNone();
+    void negativeNumberBeginsNoComment();
     void wrongNumberOfValuesIsAnError();
     void valueThatCannotBeWrittenIsAnError_data();
     void valueThatCannotBeWrittenIsAnError();
@@ -223,6 +224,14 @@ void TestLibraryResults::questionMarksArePlaceholdersWhereTheServerReadsNone()
         script.eval(QStringLiteral("vext.filled({driverName: '%1'}, sql, [7, 'a'])").arg(driver))
             .toString(),
         filled);
+}
+
+void TestLibraryResults::negativeNumberBeginsNoComment()
+{
+    LibraryScript script;
+    QCOMPARE(script.text(QStringLiteral(
+                 "vext.filled({driverName: 'QSQLITE'}, 'SELECT 1 -?, ?', [-5, -0.5])")),
+             QStringLiteral("string:SELECT 1 -(-5), (-0.5)"));
 }
 
 void TestLibraryResults::wrongNumberOfValuesIsAnError()
