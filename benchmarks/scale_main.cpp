@@ -12,6 +12,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -59,18 +60,17 @@ double memoryMb(qint64 pid)
     return statOf(pid).value(21).toDouble() * double(sysconf(_SC_PAGESIZE)) / 1048576;
 }
 
+/// The servers and the processes that they have started. A server's own list of its children is cut
+/// short when it has many.
 QVector<qint64> withChildren(const QVector<qint64> &servers)
 {
     QVector<qint64> all = servers;
-    for (qint64 pid : servers) {
-        QFile file(QStringLiteral("/proc/%1/task/%1/children").arg(pid));
-        if (!file.open(QIODevice::ReadOnly))
-            continue;
-        const QList<QByteArray> words = file.readAll().simplified().split(' ');
-        for (const QByteArray &word : words) {
-            if (word.toLongLong() > 0)
-                all << word.toLongLong();
-        }
+    const QStringList entries =
+        QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString &entry : entries) {
+        const qint64 pid = entry.toLongLong();
+        if (pid > 0 && servers.contains(statOf(pid).value(1).toLongLong()))
+            all << pid;
     }
     return all;
 }
