@@ -19,6 +19,9 @@ test_packages=(libsqlite3-dev libpq-dev
 server_packages=(postgresql mariadb-server galera-4 rsync firebird3.0-server-core firebird3.0-utils
   unixodbc odbc-postgresql libsqliteodbc)
 
+# What tests call to look at packages and pictures. Those that miss one are skipped likewise.
+tool_packages=(dpkg-dev lintian fakeroot tmux python3)
+
 say() { printf 'vext: %s\n' "$*" >&2; }
 
 die() {

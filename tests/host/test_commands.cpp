@@ -115,6 +115,7 @@ private:
     static const QStringList s_buildPackages;
     static const QStringList s_testPackages;
     static const QStringList s_serverPackages;
+    static const QStringList s_toolPackages;
 
     QScopedPointer<QTemporaryDir> m_folder;
     QString m_callFrom;
@@ -135,11 +136,16 @@ const QStringList TestCommands::s_testPackages{
     QStringLiteral("libqt5sql5-ibase"), QStringLiteral("libqt5sql5-odbc")};
 const QStringList TestCommands::s_serverPackages{QStringLiteral("postgresql"),
                                                  QStringLiteral("mariadb-server"),
+                                                 QStringLiteral("galera-4"),
+                                                 QStringLiteral("rsync"),
                                                  QStringLiteral("firebird3.0-server-core"),
                                                  QStringLiteral("firebird3.0-utils"),
                                                  QStringLiteral("unixodbc"),
                                                  QStringLiteral("odbc-postgresql"),
                                                  QStringLiteral("libsqliteodbc")};
+const QStringList TestCommands::s_toolPackages{
+    QStringLiteral("dpkg-dev"), QStringLiteral("lintian"), QStringLiteral("fakeroot"),
+    QStringLiteral("tmux"), QStringLiteral("python3")};
 
 void TestCommands::init()
 {
@@ -186,7 +192,7 @@ void TestCommands::install(const QStringList &packages)
 
 void TestCommands::installAll()
 {
-    install(s_buildPackages + s_testPackages + s_serverPackages);
+    install(s_buildPackages + s_testPackages + s_serverPackages + s_toolPackages);
 }
 
 QString TestCommands::takeCalls()
@@ -343,7 +349,7 @@ void TestCommands::testInstallsBuildsAndRunsTheTests()
                                            "ninja all\n"
                                            "ctest --preset release\n")
                                 .arg((s_buildPackages + s_testPackages).join(QLatin1Char(' ')),
-                                     s_serverPackages.join(QLatin1Char(' '))));
+                                     (s_serverPackages + s_toolPackages).join(QLatin1Char(' '))));
     QVERIFY(!outcome.errors.contains(QStringLiteral("WARNING")));
 }
 

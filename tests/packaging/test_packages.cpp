@@ -77,6 +77,7 @@ private:
     CommandOutcome dpkg(const QStringList &arguments) const;
     void prepareRoot();
     void runInstalledProgram();
+    void askPkgConfig();
 
     QTemporaryDir m_folder;
     QString m_made; ///< the folder with the packages
@@ -347,6 +348,30 @@ void TestPackages::runInstalledProgram()
     QCOMPARE(told.output, QStringLiteral("function\n"));
 }
 
+void TestPackages::askPkgConfig()
+{
+    if (!haveCommand(QStringLiteral("pkg-config")))
+        return;
+    const QStringList found = filesBelow(m_root).filter(QLatin1String("pkgconfig/vext-sql.pc"));
+    QCOMPARE(found.size(), 1);
+    const QString folder = QFileInfo(m_root + QLatin1Char('/') + found.first()).path();
+    const auto ask = [&folder](const char *option) {
+        return runCommand({QStringLiteral("pkg-config"), QLatin1String(option),
+                           QStringLiteral("vext-sql")},
+                          {QStringLiteral("PKG_CONFIG_PATH=") + folder})
+            .output.trimmed();
+    };
+    QCOMPARE(ask("--modversion"), QStringLiteral(VEXT_VERSION));
+    const QString plugin = ask("--variable=plugindir") + QLatin1String("/libPluginSQL.so");
+    QVERIFY2(QFileInfo(plugin).isFile(), qPrintable(plugin));
+    const QString drivers = ask("--variable=driverdir") + QLatin1String("/sqldrivers");
+    QVERIFY2(QFileInfo(drivers).isDir(), qPrintable(drivers));
+    const QString header = ask("--variable=includedir") + QLatin1String("/vext_plugin_interface.h");
+    QVERIFY2(QFileInfo(header).isFile() && QDir::cleanPath(header).startsWith(m_root),
+             qPrintable(header));
+    QVERIFY(ask("--cflags").contains(QFileInfo(header).path()));
+}
+
 void TestPackages::installedPackagesWorkAndLeaveNoTrace()
 {
     if (::geteuid() != 0 && !haveCommand(QStringLiteral("fakeroot")))
@@ -376,6 +401,10 @@ void TestPackages::installedPackagesWorkAndLeaveNoTrace()
     QFile cacheFile(m_folder.filePath(QStringLiteral("host/CMakeCache.txt")));
     QVERIFY(cacheFile.open(QIODevice::ReadOnly));
     QVERIFY(QString::fromUtf8(cacheFile.readAll()).contains(cache));
+
+    askPkgConfig();
+    if (QTest::currentTestFailed())
+        return;
 
     const CommandOutcome removed = dpkg(QStringList{QStringLiteral("-P")} + packages());
     QVERIFY2(removed.isGood(), removed.described().constData());
