@@ -31,6 +31,7 @@ vext_configure(${vext_installed_config} ${vext_config_dir} ${CMAKE_INSTALL_PREFI
 
 # Paths relative to the file itself: an installation may be moved as a whole.
 file(RELATIVE_PATH vext_pkgconfig_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" vext_pkgconfig_prefix ${vext_pkgconfig_prefix})
 configure_file(vext-sql.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vext-sql.pc @ONLY)
 
 install(FILES ${vext_header} DESTINATION ${vext_include} COMPONENT devel)

@@ -33,8 +33,7 @@ CommandOutcome runCommand(const QStringList &command, const QStringList &variabl
     process.setStandardInputFile(QProcess::nullDevice());
     process.start(command.first(), command.mid(1));
     CommandOutcome outcome;
-    const bool isOver = process.waitForFinished(LimitMs);
-    if (!isOver) {
+    if (!process.waitForFinished(LimitMs) && process.state() != QProcess::NotRunning) {
         process.kill();
         process.waitForFinished();
         outcome.errors = process.errorString();

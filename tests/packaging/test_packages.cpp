@@ -238,12 +238,12 @@ void TestPackages::librariesAreStrippedSmallAndFreeOfPaths()
 void TestPackages::debugSymbolsFitTheLibraries()
 {
     for (const char *name : {"libPluginSQL.so", "libVextDrivers.so", "vext-run"}) {
-        const QString notes = runCommand({QStringLiteral("readelf"), QStringLiteral("-n"),
-                                          unpackedLibrary(QLatin1String(name))})
-                                  .output;
-        const QString id =
-            QRegularExpression(QStringLiteral("Build ID: ([0-9a-f]+)")).match(notes).captured(1);
-        QVERIFY2(!id.isEmpty(), name);
+        const CommandOutcome notes = runCommand({QStringLiteral("readelf"), QStringLiteral("-n"),
+                                                 unpackedLibrary(QLatin1String(name))});
+        const QString id = QRegularExpression(QStringLiteral("Build ID: ([0-9a-f]+)"))
+                               .match(notes.output)
+                               .captured(1);
+        QVERIFY2(!id.isEmpty(), name + notes.described());
         const QString symbols =
             m_folder.filePath(QStringLiteral("symbols/usr/lib/debug/.build-id/%1/%2.debug")
                                   .arg(id.left(2), id.mid(2)));
