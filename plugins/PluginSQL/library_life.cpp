@@ -20,8 +20,6 @@ QList<VEXT_SQL *> VEXT_SQL::m_listSqlConns;
 QMutex VEXT_SQL::m_mutexSqlConns;
 QAtomicInt VEXT_sqlThr::s_conCounter;
 QAtomicInt VEXT_sqlThr::s_typeFloat;
-QList<VEXT_sqlThr *> VEXT_sqlThr::s_workers;
-QMutex VEXT_sqlThr::s_mutexWorkers;
 QMutex ConnectionNames::s_mutex;
 QStringList ConnectionNames::s_used;
 
@@ -30,6 +28,8 @@ namespace
 
 QPointer<QObject> s_globalObject;
 ScriptTag s_tagObjects;
+QMutex s_mutexWorkers;
+QList<VEXT_sqlThr *> s_workers; ///< of the process; s_mutexWorkers
 
 /// Qt Sql registers a routine with the application for its end as soon as a driver is looked for,
 /// and takes it back never. In a host where nobody else uses Qt Sql it would be unloaded together
@@ -82,8 +82,8 @@ Life s_life;
 std::vector<QPointer<VEXT_sqlThr>> workersOfThisThread()
 {
     std::vector<QPointer<VEXT_sqlThr>> workers;
-    QMutexLocker locker(&VEXT_sqlThr::s_mutexWorkers);
-    for (VEXT_sqlThr *worker : qAsConst(VEXT_sqlThr::s_workers)) {
+    QMutexLocker locker(&s_mutexWorkers);
+    for (VEXT_sqlThr *worker : qAsConst(s_workers)) {
         if (!worker->thread() || worker->thread() == QThread::currentThread())
             workers.emplace_back(worker);
     }
@@ -100,6 +100,18 @@ QPointer<QObject> &LibraryLife::globalObject()
 ScriptTag &LibraryLife::tagObjects()
 {
     return s_tagObjects;
+}
+
+void LibraryLife::addWorker(VEXT_sqlThr *worker)
+{
+    QMutexLocker locker(&s_mutexWorkers);
+    s_workers.append(worker);
+}
+
+void LibraryLife::removeWorker(VEXT_sqlThr *worker)
+{
+    QMutexLocker locker(&s_mutexWorkers);
+    s_workers.removeOne(worker);
 }
 
 void LibraryLife::releaseWorkers(bool all)

@@ -6,6 +6,7 @@
 #include <QPointer>
 
 class ScriptTag;
+class VEXT_sqlThr;
 
 /// State of the whole library. It is defined in one file because only there the order of
 /// construction and of destruction is certain: what stands first is used by what stands last, the
@@ -18,6 +19,10 @@ QPointer<QObject> &globalObject();
 
 /// The objects in Plugin_SQL::s_tag; Plugin_SQL::m_mutexTag.
 ScriptTag &tagObjects();
+
+/// Enters a worker that was made, and strikes out one that goes. Engine's thread.
+void addWorker(VEXT_sqlThr *worker);
+void removeWorker(VEXT_sqlThr *worker);
 
 /// Frees the workers of this thread that wait for an event loop which will not run any more, and
 /// with `all` every other connection of this thread too: for the end of the application and of the

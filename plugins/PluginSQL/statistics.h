@@ -2,6 +2,7 @@
 /// What the statistics of a connection show, and how threads of other engines come to know it.
 #pragma once
 
+#include <QAtomicInt>
 #include <QMutex>
 #include <QString>
 #include <QStringList>
@@ -38,6 +39,17 @@ struct Statistics {
     /// The object that scripts read. In the thread of the engine.
     /// @param ofProcess whether it stands among those of the whole process, with more members.
     QScriptValue toScript(QScriptEngine *engine, bool ofProcess) const;
+};
+
+/// What a connection has done so far. Counted and read by any thread.
+class ConnectionCounts
+{
+public:
+    QAtomicInt cnt_open;   ///< attempts
+    QAtomicInt cnt_opened; ///< successful ones
+    QAtomicInt cnt_closed;
+    QAtomicInt cnt_sql_ok; ///< statements that worked, in both threads
+    QAtomicInt cnt_sql_er; ///< statements that failed, in both threads
 };
 
 /// Names that the engine's thread changes as it likes, for statistics of other engines' threads.

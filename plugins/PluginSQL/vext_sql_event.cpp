@@ -1,4 +1,4 @@
-#include "vext_sql_thread.h"
+#include "vext_sql_entry.h"
 
 #include "debug_line.h"
 #include "sql_driver_kind.h"

@@ -1,4 +1,4 @@
-#include "vext_sql_thread.h"
+#include "vext_sql_entry.h"
 
 #include "sql_secrets.h"
 #include "vext_sql_module.h"

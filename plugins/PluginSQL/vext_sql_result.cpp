@@ -1,4 +1,4 @@
-#include "vext_sql_thread.h"
+#include "vext_sql_entry.h"
 
 #include "debug_line.h"
 #include "result_object.h"
@@ -36,17 +36,103 @@ void removeProperties(QScriptValue object)
     }
 }
 
-} // namespace
-
-// --- From query to record: executing thread ---
-
 /// Of the connection that ran the task; tasks that nobody has run here are taken for its own.
-SqlDriverKind::ConnectionKind VEXT_sqlThr::kindOf(const structThrSql *task) const
+SqlDriverKind::ConnectionKind kindOf(const ConnectionParameters &worker, const structThrSql *task)
 {
     if (task->kind.isKnown)
         return task->kind;
-    return {m_driverType.loadAcquire(), m_dbmsType.loadAcquire(), true};
+    return {worker.m_driverType.loadAcquire(), worker.m_dbmsType.loadAcquire(), true};
 }
+
+void publishResult(VEXT_sqlThr &worker, const QScriptValue &value)
+{
+    if (worker.m_engine && worker.m_owner)
+        worker.m_scriptValueThis.setProperty(queryResultName(), value);
+}
+
+void convertEntry(VEXT_sqlThr &worker, structThrSql *task, structSqlResult &entry)
+{
+    const auto setError = [task](const QScriptValue &value) {
+        if (task->error.isArray())
+            task->error.setProperty(quint32(task->current), value);
+        else
+            task->error = value;
+    };
+    if (entry.canceled || entry.error.type() != QSqlError::NoError) {
+        task->failed = true;
+        setError(QScriptValue(worker.m_engine, entry.canceled
+                                                   ? VEXT_sqlThr::tr("SQL запрос отменен")
+                                                   : entry.error.databaseText()));
+        return;
+    }
+    setError(QScriptValue(worker.m_engine, false));
+    QScriptValue target = task->result;
+    if (target.isArray()) {
+        target = task->result.property(quint32(task->current));
+        if (!target.isObject()) {
+            target = worker.m_engine->newObject();
+            task->result.setProperty(quint32(task->current), target);
+        }
+    }
+    ResultObject::Context context;
+    context.engine = worker.m_engine;
+    context.names = &worker.m_resultNames;
+    context.push = worker.m_arrayPush;
+    context.enableNull = worker.enableNull;
+    context.upperCaseNames = kindOf(worker, task).dbmsType == SqlDriverKind::PostgreSql;
+    ResultObject::fill(context, target, entry);
+    if (!task->inThread)
+        publishResult(worker, target);
+}
+
+/// A list of statements is answered by arrays as long as the list, a single one by an object; the
+/// statements of exec_thread by arrays as long as their results, as far as there are several.
+void prepareContainers(QScriptEngine *engine, structThrSql *task)
+{
+    const int results = task->results.size();
+    const int statements = task->sqlList.size();
+    const int length = task->isProc ? results : std::max(results, statements);
+    const bool several = task->isProc ? results > 1 : statements > 1 || results > 1;
+    if (several && !task->result.isArray()) {
+        task->result = ResultObject::newObjects(engine, length);
+        task->error = engine->newArray(uint(length));
+    } else if (!several && results == 1 && !task->result.isObject()) {
+        task->result = engine->newObject();
+    }
+}
+
+/// An exception of the callback is left to the host: it is neither cleared nor reported here.
+void callBack(QScriptEngine *engine, structThrSql *task, const QScriptValue &age)
+{
+    const QPointer<QScriptEngine> alive = engine;
+    const bool timing = task->timing;
+    if (timing)
+        DebugLine::debug(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "queryFinThr")
+            << "call";
+    QScriptValueList args{task->result, task->error, age};
+    args += task->callArgs;
+    const QScriptValue returned = task->func.call(task->thisObject, args);
+    if (!timing)
+        return;
+    const bool threw = alive && alive->hasUncaughtException();
+    DebugLine::debug(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "queryFinThr")
+        << "return" << returned.toString() << (threw ? ":----- Exception !!!" : "");
+}
+
+/// A failure leads with false, a success ends with true: the two orders differ on purpose.
+void emitQueryFinish(VEXT_sqlThr &worker, structThrSql *task, const QScriptValue &age)
+{
+    if (task->failed)
+        emit worker.query_finish(QScriptValue(worker.m_engine, false), task->result, task->error,
+                                 age);
+    else
+        emit worker.query_finish(task->result, task->error, age,
+                                 QScriptValue(worker.m_engine, true));
+}
+
+} // namespace
+
+// --- From query to record: executing thread ---
 
 bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
 {
@@ -60,7 +146,7 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
     result.executedQuery = query.executedQuery();
     result.lastQuery = task->ownText.isEmpty() ? query.lastQuery() : task->ownText;
     const bool executed = result.error.type() == QSqlError::NoError;
-    ResultReader reader(query, kindOf(task));
+    ResultReader reader(query, kindOf(*this, task));
     if (executed && query.driver()) {
         reader.read(result,
                     [this, task] { return task->inThread && m_thrStop.loadAcquire() == 1; });
@@ -73,10 +159,7 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
         setLastError(result.error);
     }
     task->releaseQuery();
-    {
-        QMutexLocker locker(&m_mutexLast);
-        affectedRows = result.numRowsAffected;
-    }
+    setAffectedRows(result.numRowsAffected);
     const bool good = result.error.type() == QSqlError::NoError && !result.canceled;
     task->rowsAffected += result.numRowsAffected;
     task->results.append(std::move(result));
@@ -89,21 +172,7 @@ void VEXT_sqlThr::setLast(structThrSql *task)
     const QSqlError error = task->lastError();
     if (error.type() != QSqlError::NoError)
         task->failed = true;
-    QMutexLocker locker(&m_mutexLast);
-    lastQuery = text;
-    m_lastError = error;
-}
-
-QString VEXT_sqlThr::lastQueryText()
-{
-    QMutexLocker locker(&m_mutexLast);
-    return lastQuery;
-}
-
-int VEXT_sqlThr::lastAffectedRows()
-{
-    QMutexLocker locker(&m_mutexLast);
-    return affectedRows;
+    setLastStatement(text, error);
 }
 
 // --- From record to script: engine's thread ---
@@ -111,10 +180,7 @@ int VEXT_sqlThr::lastAffectedRows()
 void VEXT_sqlThr::clearSqlResult()
 {
     const Entry entry(this);
-    {
-        QMutexLocker locker(&m_mutexLast);
-        affectedRows = 0;
-    }
+    setAffectedRows(0);
     if (!m_engine)
         return;
     // The script may have put anything there; what reading it throws is nobody's error.
@@ -124,12 +190,6 @@ void VEXT_sqlThr::clearSqlResult()
         return;
     removeProperties(result);
     m_scriptValueThis.setProperty(queryResultName(), QScriptValue());
-}
-
-void VEXT_sqlThr::publishResult(const QScriptValue &value)
-{
-    if (m_engine && m_owner)
-        m_scriptValueThis.setProperty(queryResultName(), value);
 }
 
 QScriptValue VEXT_sqlThr::fetchResult(structThrSql *task)
@@ -155,42 +215,8 @@ QScriptValue VEXT_sqlThr::fetchResult(structThrSql *task)
     }
     if (!task->inThread)
         task->result = m_engine->newObject();
-    convertEntry(task, results[at]);
+    convertEntry(*this, task, results[at]);
     return task->result;
-}
-
-void VEXT_sqlThr::convertEntry(structThrSql *task, structSqlResult &entry)
-{
-    const auto setError = [task](const QScriptValue &value) {
-        if (task->error.isArray())
-            task->error.setProperty(quint32(task->current), value);
-        else
-            task->error = value;
-    };
-    if (entry.canceled || entry.error.type() != QSqlError::NoError) {
-        task->failed = true;
-        setError(QScriptValue(m_engine, entry.canceled ? tr("SQL запрос отменен")
-                                                       : entry.error.databaseText()));
-        return;
-    }
-    setError(QScriptValue(m_engine, false));
-    QScriptValue target = task->result;
-    if (target.isArray()) {
-        target = task->result.property(quint32(task->current));
-        if (!target.isObject()) {
-            target = m_engine->newObject();
-            task->result.setProperty(quint32(task->current), target);
-        }
-    }
-    ResultObject::Context context;
-    context.engine = m_engine;
-    context.names = &m_resultNames;
-    context.push = m_arrayPush;
-    context.enableNull = enableNull;
-    context.upperCaseNames = kindOf(task).dbmsType == SqlDriverKind::PostgreSql;
-    ResultObject::fill(context, target, entry);
-    if (!task->inThread)
-        publishResult(target);
 }
 
 void VEXT_sqlThr::fetchResThr(structThrSql *task)
@@ -222,7 +248,7 @@ QScriptValue VEXT_sqlThr::queryFinish(structThrSql *task)
     if (!m_engine)
         return QScriptValue(false);
     if (!task->inThread)
-        publishResult(task->result);
+        publishResult(*this, task->result);
     const QScriptValue age(m_engine, qsreal(task->timer.elapsed()));
     // A synchronous callback gets no error but a leading false on failure, unlike a threaded one.
     if (task->func.isFunction()) {
@@ -232,7 +258,7 @@ QScriptValue VEXT_sqlThr::queryFinish(structThrSql *task)
         args << task->result << QScriptValue(m_engine, task->current) << age;
         task->func.call(task->thisObject, args + task->callArgs);
     } else {
-        emitQueryFinish(task, age);
+        emitQueryFinish(*this, task, age);
     }
     return task->result;
 }
@@ -242,44 +268,23 @@ void VEXT_sqlThr::completeAsyncTask(structThrSql *task)
     const Entry entry(this);
     if (!task)
         return;
-    forgetAccepted(task);
+    // Deliveries come in the order of acceptance, so the task is the first, or close to it when a
+    // callback runs an event loop of its own.
+    const auto found = std::find(m_accepted.begin(), m_accepted.end(), task);
+    if (found != m_accepted.end())
+        m_accepted.erase(found);
     if (m_isDestroy || !m_engine || !m_owner) {
         delete task;
         return;
     }
-    prepareContainers(task);
+    prepareContainers(m_engine, task);
     for (int i = 0, count = task->results.size(); i < count; ++i) {
         task->current = task->results.at(i).index;
-        convertEntry(task, task->results[i]);
+        convertEntry(*this, task, task->results[i]);
     }
     if (task->results.isEmpty())
         task->result = QScriptValue(m_engine, task->ok);
     queryFinThr(task);
-}
-
-/// Deliveries come in the order of acceptance, so the task is the first, or close to it when a
-/// callback runs an event loop of its own.
-void VEXT_sqlThr::forgetAccepted(structThrSql *task)
-{
-    const auto found = std::find(m_accepted.begin(), m_accepted.end(), task);
-    if (found != m_accepted.end())
-        m_accepted.erase(found);
-}
-
-/// A list of statements is answered by arrays as long as the list, a single one by an object; the
-/// statements of exec_thread by arrays as long as their results, as far as there are several.
-void VEXT_sqlThr::prepareContainers(structThrSql *task)
-{
-    const int results = task->results.size();
-    const int statements = task->sqlList.size();
-    const int length = task->isProc ? results : std::max(results, statements);
-    const bool several = task->isProc ? results > 1 : statements > 1 || results > 1;
-    if (several && !task->result.isArray()) {
-        task->result = ResultObject::newObjects(m_engine, length);
-        task->error = m_engine->newArray(uint(length));
-    } else if (!several && results == 1 && !task->result.isObject()) {
-        task->result = m_engine->newObject();
-    }
 }
 
 void VEXT_sqlThr::queryFinThr(structThrSql *task)
@@ -300,34 +305,7 @@ void VEXT_sqlThr::queryFinThr(structThrSql *task)
     }
     const QScriptValue age(m_engine, qsreal(task->timer.elapsed()));
     if (isFunction)
-        callBack(task, age);
+        callBack(m_engine, task, age);
     else
-        emitQueryFinish(task, age);
-}
-
-/// An exception of the callback is left to the host: it is neither cleared nor reported here.
-void VEXT_sqlThr::callBack(structThrSql *task, const QScriptValue &age)
-{
-    const QPointer<QScriptEngine> engine = m_engine;
-    const bool timing = task->timing;
-    if (timing)
-        DebugLine::debug(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "queryFinThr")
-            << "call";
-    QScriptValueList args{task->result, task->error, age};
-    args += task->callArgs;
-    const QScriptValue returned = task->func.call(task->thisObject, args);
-    if (!timing)
-        return;
-    const bool threw = engine && engine->hasUncaughtException();
-    DebugLine::debug(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "queryFinThr")
-        << "return" << returned.toString() << (threw ? ":----- Exception !!!" : "");
-}
-
-/// A failure leads with false, a success ends with true: the two orders differ on purpose.
-void VEXT_sqlThr::emitQueryFinish(structThrSql *task, const QScriptValue &age)
-{
-    if (task->failed)
-        emit query_finish(QScriptValue(m_engine, false), task->result, task->error, age);
-    else
-        emit query_finish(task->result, task->error, age, QScriptValue(m_engine, true));
+        emitQueryFinish(*this, task, age);
 }

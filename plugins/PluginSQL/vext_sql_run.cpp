@@ -9,10 +9,9 @@
 #include "thread_session.h"
 #include "vext_sql_module.h"
 
-#include <QDateTime>
 #include <QSqlQuery>
 
-// The thread body, in the order in which things happen: worker thread.
+// The thread body: worker thread.
 
 namespace
 {
@@ -20,7 +19,41 @@ namespace
 constexpr int WaitMs = 333;
 constexpr int WaitTracingMs = 999;
 
+void traceIdle(VEXT_sqlThr &worker, qint64 idleMs, bool leaving)
+{
+    DebugLine::debug(VextSqlModule::Worker, WorkerLines::Run + __LINE__, "getSqlTask")
+        << "wait" << idleMs << (worker.m_thrStop.loadAcquire() == 1 && !leaving ? "STOP" : "")
+        << worker.m_thrSqlQueue.loadAcquire();
+    if (leaving) {
+        worker.sendMessage(
+            WorkerLines::Run + __LINE__, "getSqlTask",
+            VEXT_sqlThr::tr("очередь простаивает: %1").arg(VEXT_sqlThr::tr("соединение закрыто")),
+            0);
+    }
+}
+
 } // namespace
+
+/// One run of the thread, from its start to its end, in the order in which things happen.
+class VEXT_sqlThr::ThreadBody
+{
+public:
+    ThreadBody(VEXT_sqlThr &worker, ClaimedName name);
+    void run(const QString &driver);
+
+private:
+    bool openConnection(structThrSql *task);
+    bool reopenConnection();
+    void runTask(structThrSql *task);
+    void keepOutcome(structThrSql *task, const ThreadSession::Outcome &outcome);
+    void runStatements(structThrSql *task);
+    QSqlError::ErrorType runStatement(structThrSql *task, const QString &sql);
+    bool executeStatement(structThrSql *task, const QString &sql);
+    void leave();
+
+    VEXT_sqlThr &m_worker;
+    ThreadSession m_session;
+};
 
 void VEXT_sqlThr::run()
 {
@@ -32,43 +65,201 @@ void VEXT_sqlThr::run()
         driver = driverName;
         name = connectionName + QStringLiteral("_thr");
     }
-    ThreadSession session(ConnectionNames::claimThread(name, m_conNumber), m_threadWatch);
+    ThreadBody body(*this, ConnectionNames::claimThread(name, m_conNumber));
     {
         QMutexLocker locker(&m_mutexSqlTasks);
         m_timerNotUse.restart();
     }
-    session.create(driver);
-    session.setKind(setParamToDb(session.database()));
-    while (m_thrStop.loadAcquire() != 1) {
-        structThrSql *task = getSqlTask();
+    body.run(driver);
+}
+
+VEXT_sqlThr::ThreadBody::ThreadBody(VEXT_sqlThr &worker, ClaimedName name)
+    : m_worker(worker)
+    , m_session(std::move(name), worker.m_threadWatch)
+{
+}
+
+void VEXT_sqlThr::ThreadBody::run(const QString &driver)
+{
+    m_session.create(driver);
+    m_session.setKind(m_worker.setParamToDb(m_session.database()));
+    while (m_worker.m_thrStop.loadAcquire() != 1) {
+        structThrSql *task = m_worker.getSqlTask();
         if (!task)
             continue;
         task->inThread = true;
-        if (m_thrStop.loadAcquire() == 1) {
+        if (m_worker.m_thrStop.loadAcquire() == 1) {
             // Asked to stop while the task was taken: nobody would cancel its statement any more.
-            failTask(task);
+            m_worker.failTask(task);
             break;
         }
-        if (!openConnection(session, task))
+        if (!openConnection(task))
             break;
-        runTask(session, task);
+        runTask(task);
     }
-    leave(session);
+    leave();
 }
 
-VEXT_sqlThr::Wake VEXT_sqlThr::waitForTask(bool trace)
+bool VEXT_sqlThr::ThreadBody::openConnection(structThrSql *task)
 {
-    if (m_thrSqlQueue.loadAcquire() != 0)
-        return Wake::Task;
-    if (m_thrStop.loadAcquire() == 1)
-        return Wake::Stop;
-    const bool woken = m_waitTask.wait(&m_mutexSqlTasks, trace ? WaitTracingMs : WaitMs);
-    if (m_thrSqlQueue.loadAcquire() > 0)
-        return Wake::Task;
-    if (woken || m_thrStop.loadAcquire() == 1)
-        return Wake::Stop;
-    return m_timerNotUse.elapsed() < m_timeNotUse ? Wake::TimedOut : Wake::Idle;
+    if (!m_session.isOpen() && !reopenConnection()) {
+        m_worker.m_thrStop.storeRelease(1);
+        QMutexLocker locker(&m_worker.m_mutexSqlTasks);
+        m_worker.failTask(task);
+        m_worker.takeNoMore();
+        return false;
+    }
+    if (m_session.takeNameDue())
+        m_worker.setPostgresAppName(m_session.database(), QStringLiteral(" thr"));
+    return true;
 }
+
+bool VEXT_sqlThr::ThreadBody::reopenConnection()
+{
+    // Opening closes what was lost: a cancel is not meant for it.
+    m_worker.setThreadDriver(nullptr);
+    if (m_session.open()) {
+        m_worker.setThreadDriver(m_session.database().driver());
+        return true;
+    }
+    const QSqlError error = m_session.database().lastError();
+    m_worker.setLastError(error);
+    if (m_worker.traceLog) {
+        m_worker.sendMessage(WorkerLines::Run + __LINE__, "run",
+                             VEXT_sqlThr::tr("не смог подключиться к БД '%1'").arg(error.text()),
+                             -1);
+    }
+    return false;
+}
+
+void VEXT_sqlThr::ThreadBody::runTask(structThrSql *task)
+{
+    if (task->type == taskSql) {
+        runStatements(task);
+        m_worker.m_thrSqlBusy.storeRelease(0);
+    } else {
+        // The busy mark stays until the next task is asked for, as for every command.
+        keepOutcome(task, m_session.run(task->type));
+    }
+    QMutexLocker locker(&m_worker.m_mutexSqlTasks);
+    m_worker.completeTask(task);
+    // Together: what the task's callback queues next belongs to the next start of the thread.
+    if (m_worker.m_thrStop.loadAcquire() == 1)
+        m_worker.takeNoMore();
+}
+
+void VEXT_sqlThr::ThreadBody::keepOutcome(structThrSql *task, const ThreadSession::Outcome &outcome)
+{
+    task->ok = outcome.ok;
+    if (!outcome.ok)
+        m_worker.setLastError(outcome.error);
+}
+
+void VEXT_sqlThr::ThreadBody::runStatements(structThrSql *task)
+{
+    const int count = task->sqlList.size();
+    for (int i = 0; i < count; ++i) {
+        task->current = i;
+        const QString &sql = task->sqlList.at(i);
+        if (sql.isEmpty()) {
+            m_worker.sendMessage(WorkerLines::Run + __LINE__, "run",
+                                 VEXT_sqlThr::tr("пустой запрос"), -1);
+            task->failed = true;
+            return;
+        }
+        if (m_worker.traceLog)
+            m_worker.sendMessage(WorkerLines::Run + __LINE__, "run",
+                                 VEXT_sqlThr::tr("sql='%1'").arg(SqlSecrets::maskedStatement(sql)),
+                                 2);
+        if (const auto outcome = m_session.runWord(sql)) {
+            keepOutcome(task, *outcome);
+            continue;
+        }
+        if (runStatement(task, sql) == QSqlError::ConnectionError) {
+            m_session.markLost();
+            m_worker.m_thrStop.storeRelease(1);
+        }
+        // Statements that are left over do not make a failure of those that ran.
+        if (m_worker.m_thrStop.loadAcquire() == 1)
+            return;
+    }
+}
+
+QSqlError::ErrorType VEXT_sqlThr::ThreadBody::runStatement(structThrSql *task, const QString &sql)
+{
+    task->timing = task->timing || SqlText::asksForTiming(sql);
+    task->kind = m_session.kind();
+    task->sqlQuery = new QSqlQuery(m_session.database());
+    ResultReader(*task->sqlQuery, m_session.kind()).prepare();
+    task->ok = executeStatement(task, sql);
+    m_worker.setLast(task);
+    m_worker.detachSqlResult(task);
+
+    structSqlResult &result = task->results.last();
+    if (!task->ok && result.error.type() == QSqlError::NoError)
+        result.error =
+            QSqlError(QString(), QStringLiteral("unknown error"), QSqlError::UnknownError);
+    // Drivers that stream rows report some errors only while these are read.
+    const QSqlError::ErrorType error = result.error.type();
+    if (error != QSqlError::NoError)
+        task->ok = false;
+    if (task->ok) {
+        ++m_worker.cnt_sql_ok;
+        m_session.executed(sql);
+    } else {
+        ++m_worker.cnt_sql_er;
+        task->failed = true;
+    }
+    return error;
+}
+
+bool VEXT_sqlThr::ThreadBody::executeStatement(structThrSql *task, const QString &sql)
+{
+    QSqlQuery &query = *task->sqlQuery;
+    if (!task->isProc)
+        return StatementExecution::run(*task, m_worker.m_threadWatch, sql,
+                                       [&] { return query.exec(sql); });
+    const QVariantList values = task->procArgs.value(task->current);
+    QString procedure;
+    if (!DriverText::complete(query.driver(), sql, values.size(), procedure))
+        procedure = SqlText::procedureStatement(sql, values.size(), task->kind.dbmsType);
+    bool prepared = true;
+    const bool done = StatementExecution::run(*task, m_worker.m_threadWatch, procedure, [&] {
+        prepared = query.prepare(procedure);
+        if (!prepared)
+            return false;
+        for (const QVariant &value : values)
+            query.addBindValue(value, QSql::In);
+        return query.exec();
+    });
+    if (!prepared) {
+        m_worker.setLast(task);
+        if (m_worker.traceLog) {
+            m_worker.sendMessage(
+                WorkerLines::Run + __LINE__, "run",
+                VEXT_sqlThr::tr("не смог подготовить процедуру '%1' к выполнению\n%2")
+                    .arg(SqlSecrets::maskedStatement(sql), SqlSecrets::maskedStatement(procedure)),
+                -1);
+        }
+    }
+    return done;
+}
+
+void VEXT_sqlThr::ThreadBody::leave()
+{
+    m_worker.m_thrStop.storeRelease(1);
+    // A stop that waits goes on cancelling, which is not meant for the rollback.
+    m_worker.setThreadDriver(nullptr);
+    m_worker.setLastError(m_session.rollBackRest());
+    m_session.close();
+    {
+        QMutexLocker locker(&m_worker.m_mutexSqlTasks);
+        m_worker.takeNoMore();
+    }
+    m_session.remove();
+}
+
+// --- Taking tasks ---
 
 structThrSql *VEXT_sqlThr::getSqlTask()
 {
@@ -76,7 +267,7 @@ structThrSql *VEXT_sqlThr::getSqlTask()
     m_thrSqlBusy.storeRelease(0);
     const bool trace = traceLog;
     for (;;) {
-        const Wake wake = waitForTask(trace);
+        const Wake wake = waitForTask(trace ? WaitTracingMs : WaitMs);
         if (wake == Wake::Task)
             break;
         if (wake == Wake::Stop) {
@@ -92,7 +283,7 @@ structThrSql *VEXT_sqlThr::getSqlTask()
         if (trace) {
             const qint64 idleMs = m_timerNotUse.elapsed();
             locker.unlock();
-            traceIdle(idleMs, idle);
+            traceIdle(*this, idleMs, idle);
             locker.relock();
         }
         if (idle)
@@ -109,195 +300,10 @@ structThrSql *VEXT_sqlThr::getSqlTask()
     return task;
 }
 
-/// With m_mutexSqlTasks held and a task in the queue.
-structThrSql *VEXT_sqlThr::takeTask()
-{
-    structThrSql *task = m_listSqlTasks.takeFirst();
-    m_thrSqlQueue.storeRelease(m_listSqlTasks.size());
-    // Only the worker counts up; a stop may set the counter back at any time.
-    m_thrSqlFinish.storeRelease(m_thrSqlFinish.loadAcquire() + 1);
-    m_thrSqlBusy.storeRelease(1);
-    m_thrSqlStartMs = QDateTime::currentMSecsSinceEpoch();
-    return task;
-}
-
-void VEXT_sqlThr::traceIdle(qint64 idleMs, bool leaving)
-{
-    DebugLine::debug(VextSqlModule::Worker, WorkerLines::Run + __LINE__, "getSqlTask")
-        << "wait" << idleMs << (m_thrStop.loadAcquire() == 1 && !leaving ? "STOP" : "")
-        << m_thrSqlQueue.loadAcquire();
-    if (leaving) {
-        sendMessage(WorkerLines::Run + __LINE__, "getSqlTask",
-                    tr("очередь простаивает: %1").arg(tr("соединение закрыто")), 0);
-    }
-}
-
-bool VEXT_sqlThr::openConnection(ThreadSession &session, structThrSql *task)
-{
-    if (!session.isOpen() && !reopenConnection(session)) {
-        m_thrStop.storeRelease(1);
-        QMutexLocker locker(&m_mutexSqlTasks);
-        failTask(task);
-        takeNoMore();
-        return false;
-    }
-    if (session.takeNameDue())
-        setPostgresAppName(session.database(), QStringLiteral(" thr"));
-    return true;
-}
-
-bool VEXT_sqlThr::reopenConnection(ThreadSession &session)
-{
-    setThreadDriver(nullptr);
-    if (session.open()) {
-        setThreadDriver(session.database().driver());
-        return true;
-    }
-    const QSqlError error = session.database().lastError();
-    setLastError(error);
-    if (traceLog) {
-        sendMessage(WorkerLines::Run + __LINE__, "run",
-                    tr("не смог подключиться к БД '%1'").arg(error.text()), -1);
-    }
-    return false;
-}
-
-void VEXT_sqlThr::setThreadDriver(QSqlDriver *driver)
-{
-    QMutexLocker locker(&m_mutexDriver);
-    m_threadDriver = driver;
-}
-
-void VEXT_sqlThr::runTask(ThreadSession &session, structThrSql *task)
-{
-    if (task->type == taskSql) {
-        runStatements(session, task);
-        m_thrSqlBusy.storeRelease(0);
-    } else {
-        // The busy mark stays until the next task is asked for, as for every command.
-        keepOutcome(task, session.run(task->type));
-    }
-    QMutexLocker locker(&m_mutexSqlTasks);
-    completeTask(task);
-    // Together: what the task's callback queues next belongs to the next start of the thread.
-    if (m_thrStop.loadAcquire() == 1)
-        takeNoMore();
-}
-
-/// Fails what is queued; later tasks wait for the next start. With m_mutexSqlTasks held.
 void VEXT_sqlThr::takeNoMore()
 {
     if (m_leaving)
         return;
     m_leaving = true;
     failQueuedTasks();
-}
-
-void VEXT_sqlThr::keepOutcome(structThrSql *task, const ThreadSession::Outcome &outcome)
-{
-    task->ok = outcome.ok;
-    if (!outcome.ok)
-        setLastError(outcome.error);
-}
-
-void VEXT_sqlThr::runStatements(ThreadSession &session, structThrSql *task)
-{
-    const int count = task->sqlList.size();
-    for (int i = 0; i < count; ++i) {
-        task->current = i;
-        const QString &sql = task->sqlList.at(i);
-        if (sql.isEmpty()) {
-            sendMessage(WorkerLines::Run + __LINE__, "run", tr("пустой запрос"), -1);
-            task->failed = true;
-            return;
-        }
-        if (traceLog)
-            sendMessage(WorkerLines::Run + __LINE__, "run",
-                        tr("sql='%1'").arg(SqlSecrets::maskedStatement(sql)), 2);
-        if (const auto outcome = session.runWord(sql)) {
-            keepOutcome(task, *outcome);
-            continue;
-        }
-        if (runStatement(session, task, sql) == QSqlError::ConnectionError) {
-            session.markLost();
-            m_thrStop.storeRelease(1);
-        }
-        // Statements that are left over do not make a failure of those that ran.
-        if (m_thrStop.loadAcquire() == 1)
-            return;
-    }
-}
-
-QSqlError::ErrorType VEXT_sqlThr::runStatement(ThreadSession &session, structThrSql *task,
-                                               const QString &sql)
-{
-    task->timing = task->timing || SqlText::asksForTiming(sql);
-    task->kind = session.kind();
-    task->sqlQuery = new QSqlQuery(session.database());
-    ResultReader(*task->sqlQuery, session.kind()).prepare();
-    task->ok = executeStatement(task, sql);
-    setLast(task);
-    detachSqlResult(task);
-
-    structSqlResult &result = task->results.last();
-    if (!task->ok && result.error.type() == QSqlError::NoError)
-        result.error =
-            QSqlError(QString(), QStringLiteral("unknown error"), QSqlError::UnknownError);
-    // Drivers that stream rows report some errors only while these are read.
-    const QSqlError::ErrorType error = result.error.type();
-    if (error != QSqlError::NoError)
-        task->ok = false;
-    if (task->ok) {
-        ++cnt_sql_ok;
-        session.executed(sql);
-    } else {
-        ++cnt_sql_er;
-        task->failed = true;
-    }
-    return error;
-}
-
-bool VEXT_sqlThr::executeStatement(structThrSql *task, const QString &sql)
-{
-    QSqlQuery &query = *task->sqlQuery;
-    if (!task->isProc)
-        return StatementExecution::run(*task, m_threadWatch, sql, [&] { return query.exec(sql); });
-    const QVariantList values = task->procArgs.value(task->current);
-    QString procedure;
-    if (!DriverText::complete(query.driver(), sql, values.size(), procedure))
-        procedure = SqlText::procedureStatement(sql, values.size(), task->kind.dbmsType);
-    bool prepared = true;
-    const bool done = StatementExecution::run(*task, m_threadWatch, procedure, [&] {
-        prepared = query.prepare(procedure);
-        if (!prepared)
-            return false;
-        for (const QVariant &value : values)
-            query.addBindValue(value, QSql::In);
-        return query.exec();
-    });
-    if (!prepared) {
-        setLast(task);
-        if (traceLog) {
-            sendMessage(
-                WorkerLines::Run + __LINE__, "run",
-                tr("не смог подготовить процедуру '%1' к выполнению\n%2")
-                    .arg(SqlSecrets::maskedStatement(sql), SqlSecrets::maskedStatement(procedure)),
-                -1);
-        }
-    }
-    return done;
-}
-
-void VEXT_sqlThr::leave(ThreadSession &session)
-{
-    m_thrStop.storeRelease(1);
-    // A stop that waits goes on cancelling, which is not meant for the rollback.
-    setThreadDriver(nullptr);
-    setLastError(session.rollBackRest());
-    session.close();
-    {
-        QMutexLocker locker(&m_mutexSqlTasks);
-        takeNoMore();
-    }
-    session.remove();
 }

@@ -1,4 +1,4 @@
-#include "vext_sql_thread.h"
+#include "vext_sql_entry.h"
 
 #include "debug_line.h"
 #include "driver_text.h"
@@ -10,11 +10,23 @@
 #include "vext_sql_call.h"
 #include "vext_sql_module.h"
 
+#include <QElapsedTimer>
+#include <QSqlQuery>
+
 #include <memory>
 #include <utility>
 
+namespace
+{
+
+void reportFailure(const char *function, const QSqlError &error)
+{
+    DebugLine::critical(VextSqlModule::Worker, WorkerLines::Statement + __LINE__, function)
+        << qUtf8Printable(type2str(error.type()));
+}
+
 /// Traces the stages of a statement that asks for it with a "--" at its end, tracing on or off.
-class VEXT_sqlThr::Stopwatch
+class Stopwatch
 {
 public:
     Stopwatch(VEXT_sqlThr *worker, bool on)
@@ -38,6 +50,82 @@ private:
     bool m_on;
     QElapsedTimer m_timer;
 };
+
+/// Reads the rows of an executed statement. Drivers that stream rows report some errors only then.
+/// A failed statement's query is freed here too, so that the connection can be closed.
+QSqlError finishReading(VEXT_sqlThr &worker, structThrSql *task)
+{
+    if (task->ok) {
+        worker.detachSqlResult(task);
+        return task->results.constLast().error;
+    }
+    const QSqlError error = task->lastError();
+    task->releaseQuery();
+    return error;
+}
+
+void reportUnprepared(VEXT_sqlThr &worker, structThrSql *task, const QString &text)
+{
+    worker.setLast(task);
+    const QSqlError error = task->sqlQuery->lastError();
+    worker.setLastError(error);
+    if (!worker.traceLog)
+        return;
+    worker.sendMessage(
+        WorkerLines::Statement + __LINE__, "exec",
+        VEXT_sqlThr::tr("не смог подготовить процедуру '%1' к выполнению\n%2")
+            .arg(SqlSecrets::maskedStatement(text), SqlSecrets::maskedStatement(error.text())),
+        -1);
+}
+
+/// The numbered properties of `args`, in the iterator's order.
+/// @return false when the script's own code threw on the way, which is left to the script, or when
+/// a value is too large.
+bool argumentValues(VEXT_sqlThr &worker, const QScriptValue &args, QVariantList &values)
+{
+    if (!args.isObject() || !worker.m_engine)
+        return true;
+    QScriptEngine *engine = worker.m_engine;
+    const ThrowWatch watch(engine);
+    const QScriptValueList given = SqlCall::numberedValues(args, engine);
+    if (watch.threw())
+        return false;
+    for (const QScriptValue &value : given) {
+        const QScriptValue data = value.data();
+        QVariant variant;
+        if (!SqlCall::toVariant(data.isValid() ? data : value, engine, variant)) {
+            if (!watch.threw())
+                worker.sendMessage(WorkerLines::Statement + __LINE__, "exec",
+                                   VEXT_sqlThr::tr("слишком большой аргумент"), -1);
+            return false;
+        }
+        values.append(variant);
+    }
+    return true;
+}
+
+void bindArguments(VEXT_sqlThr &worker, QSqlQuery &query, const QVariantList &values,
+                   bool positional, bool trace)
+{
+    for (int i = 0; i < values.size(); ++i) {
+        const QVariant &value = values.at(i);
+        QSql::ParamType type = QSql::In;
+        if (value.userType() == QMetaType::QByteArray)
+            type |= QSql::Binary;
+        if (positional)
+            query.bindValue(i, value, type);
+        else
+            query.bindValue(QStringLiteral(":a%1").arg(i), value, type);
+        if (trace) {
+            worker.sendMessage(WorkerLines::Statement + __LINE__, "exec",
+                               VEXT_sqlThr::tr("sql bind %1 value:  type=%2")
+                                   .arg(QString::number(i + 1), QLatin1String(value.typeName())),
+                               2);
+        }
+    }
+}
+
+} // namespace
 
 QString VEXT_sqlThr::procedureSql(const QString &text, int count) const
 {
@@ -88,7 +176,7 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
     stopwatch.stage(QStringLiteral("query finish"));
     setLast(task.get());
 
-    const QSqlError error = finishReading(task.get());
+    const QSqlError error = finishReading(*this, task.get());
     afterStatement(sql, error);
     if (error.type() == QSqlError::NoError && task->ok) {
         ++cnt_sql_ok;
@@ -116,7 +204,7 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
     clearSqlResult();
     // Conversion may run script code, so it comes before anything that this code could take away.
     QVariantList values;
-    if (!argumentValues(args, values) || !m_owner || !db.isOpen())
+    if (!argumentValues(*this, args, values) || !m_owner || !db.isOpen())
         return QScriptValue(false);
     QString statement;
     const bool positional = DriverText::complete(db.driver(), text, values.size(), statement);
@@ -132,16 +220,16 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
         prepared = task->sqlQuery->prepare(statement);
         if (!prepared)
             return false;
-        bindArguments(*task->sqlQuery, values, positional, std::exchange(trace, false));
+        bindArguments(*this, *task->sqlQuery, values, positional, std::exchange(trace, false));
         return task->sqlQuery->exec();
     });
     if (!prepared) {
-        reportUnprepared(task.get(), text);
+        reportUnprepared(*this, task.get(), text);
         return QScriptValue(false);
     }
     setLast(task.get());
 
-    const QSqlError error = finishReading(task.get());
+    const QSqlError error = finishReading(*this, task.get());
     afterStatement(statement, error);
     // The statement counters stay as they are here, unlike in query().
     if (error.type() == QSqlError::NoError && task->ok)
@@ -156,90 +244,10 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
     return QScriptValue(false);
 }
 
-/// Reads the rows of an executed statement. Drivers that stream rows report some errors only then.
-/// A failed statement's query is freed here too, so that the connection can be closed.
-QSqlError VEXT_sqlThr::finishReading(structThrSql *task)
-{
-    if (task->ok) {
-        detachSqlResult(task);
-        return task->results.constLast().error;
-    }
-    const QSqlError error = task->lastError();
-    task->releaseQuery();
-    return error;
-}
-
-void VEXT_sqlThr::reportUnprepared(structThrSql *task, const QString &text)
-{
-    setLast(task);
-    const QSqlError error = task->sqlQuery->lastError();
-    setLastError(error);
-    if (!traceLog)
-        return;
-    sendMessage(
-        WorkerLines::Statement + __LINE__, "exec",
-        tr("не смог подготовить процедуру '%1' к выполнению\n%2")
-            .arg(SqlSecrets::maskedStatement(text), SqlSecrets::maskedStatement(error.text())),
-        -1);
-}
-
-void VEXT_sqlThr::reportFailure(const char *function, const QSqlError &error)
-{
-    DebugLine::critical(VextSqlModule::Worker, WorkerLines::Statement + __LINE__, function)
-        << qUtf8Printable(type2str(error.type()));
-}
-
 void VEXT_sqlThr::closeOnConnectionError(const QSqlError &error)
 {
     if (error.type() != QSqlError::ConnectionError)
         return;
     m_mainWatch.sessionLost();
     close(true);
-}
-
-/// The numbered properties of `args`, in the iterator's order.
-/// @return false when the script's own code threw on the way, which is left to the script, or when
-/// a value is too large.
-bool VEXT_sqlThr::argumentValues(const QScriptValue &args, QVariantList &values)
-{
-    if (!args.isObject() || !m_engine)
-        return true;
-    QScriptEngine *engine = m_engine;
-    const ThrowWatch watch(engine);
-    const QScriptValueList given = SqlCall::numberedValues(args, engine);
-    if (watch.threw())
-        return false;
-    for (const QScriptValue &value : given) {
-        const QScriptValue data = value.data();
-        QVariant variant;
-        if (!SqlCall::toVariant(data.isValid() ? data : value, engine, variant)) {
-            if (!watch.threw())
-                sendMessage(WorkerLines::Statement + __LINE__, "exec",
-                            tr("слишком большой аргумент"), -1);
-            return false;
-        }
-        values.append(variant);
-    }
-    return true;
-}
-
-void VEXT_sqlThr::bindArguments(QSqlQuery &query, const QVariantList &values, bool positional,
-                                bool trace)
-{
-    for (int i = 0; i < values.size(); ++i) {
-        const QVariant &value = values.at(i);
-        QSql::ParamType type = QSql::In;
-        if (value.userType() == QMetaType::QByteArray)
-            type |= QSql::Binary;
-        if (positional)
-            query.bindValue(i, value, type);
-        else
-            query.bindValue(QStringLiteral(":a%1").arg(i), value, type);
-        if (trace) {
-            sendMessage(WorkerLines::Statement + __LINE__, "exec",
-                        tr("sql bind %1 value:  type=%2")
-                            .arg(QString::number(i + 1), QLatin1String(value.typeName())),
-                        2);
-        }
-    }
 }

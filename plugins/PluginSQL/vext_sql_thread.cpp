@@ -1,8 +1,9 @@
-#include "vext_sql_thread.h"
+#include "vext_sql_entry.h"
 
 #include "debug_line.h"
 #include "driver_text.h"
 #include "lasting_text.h"
+#include "library_life.h"
 #include "own_meta_types.h"
 #include "result_reader.h"
 #include "sql_driver_kind.h"
@@ -51,7 +52,6 @@ VEXT_sqlThr::VEXT_sqlThr(VEXT_SQL *owner, QScriptEngine *engine)
     registerMetaTypes();
     Plugin_base::connect_msg(this);
     owner->setTraceLog(false);
-    m_timerNotUse.start();
     m_conNumber = s_conCounter.fetchAndAddOrdered(1) + 1;
     m_completeMethod =
         staticMetaObject.method(staticMetaObject.indexOfMethod("completeAsyncTask(structThrSql*)"));
@@ -62,8 +62,7 @@ VEXT_sqlThr::VEXT_sqlThr(VEXT_SQL *owner, QScriptEngine *engine)
     setConnectionName(QString());
     clearSqlResult();
 
-    QMutexLocker locker(&s_mutexWorkers);
-    s_workers.append(this);
+    LibraryLife::addWorker(this);
 }
 
 VEXT_sqlThr::~VEXT_sqlThr()
@@ -86,8 +85,7 @@ VEXT_sqlThr::~VEXT_sqlThr()
         close(true);
     m_relay.runDeferredSteps();
 
-    QMutexLocker locker(&s_mutexWorkers);
-    s_workers.removeOne(this);
+    LibraryLife::removeWorker(this);
 }
 
 void VEXT_sqlThr::releaseFromOwner(bool atOnce)
@@ -229,13 +227,6 @@ bool VEXT_sqlThr::waitWhileCancelling(int tout_ms)
     }
 }
 
-void VEXT_sqlThr::requestCancelQuery()
-{
-    QMutexLocker locker(&m_mutexDriver);
-    if (m_threadDriver && m_threadDriver->hasFeature(QSqlDriver::CancelQuery))
-        m_threadDriver->cancelQuery();
-}
-
 /// Tasks accepted while the thread was already leaving wait for it to finish; then it starts again.
 void VEXT_sqlThr::restartForWaitingTasks()
 {
@@ -247,12 +238,6 @@ void VEXT_sqlThr::restartForWaitingTasks()
 }
 
 // --- Queue: engine's thread ---
-
-int VEXT_sqlThr::taskSize()
-{
-    QMutexLocker locker(&m_mutexSqlTasks);
-    return m_listSqlTasks.size();
-}
 
 bool VEXT_sqlThr::appendSqlTask(structThrSql *task)
 {

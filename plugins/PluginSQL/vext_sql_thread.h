@@ -2,19 +2,20 @@
 /// The worker of one connection: its parameters, its main connection, its queue and its thread.
 #pragma once
 
+#include "cancel_target.h"
 #include "connection_names.h"
+#include "connection_parameters.h"
+#include "last_statement.h"
 #include "notification_relay.h"
 #include "result_object.h"
 #include "sql_records.h"
 #include "sql_text.h"
 #include "statistics.h"
-#include "thread_session.h"
+#include "task_queue.h"
 #include "transaction_watch.h"
 
 #include <QAtomicInt>
-#include <QElapsedTimer>
 #include <QMetaMethod>
-#include <QMutex>
 #include <QPointer>
 #include <QScriptEngine>
 #include <QSqlDatabase>
@@ -22,35 +23,34 @@
 #include <QSqlError>
 #include <QStringList>
 #include <QThread>
-#include <QWaitCondition>
 
 #include <atomic>
 #include <deque>
-#include <functional>
-#include <utility>
 #include <vector>
 
-class QTextCodec;
 class VEXT_SQL;
 
-/// Carries the whole state of one script connection and runs its queued tasks.
+/// Carries the whole state of one script connection and runs its queued tasks. What its threads
+/// share is inherited, part by part, each with its own lock.
 ///
 /// Two database connections exist: the main one (`db`), used in the engine's thread, and the
 /// thread connection, which run() makes, uses and removes in the worker thread.
 ///
 /// Threads: the object lives in the engine's thread, and so does every member that is not marked
-/// otherwise. run() and what it calls execute in the worker thread and never touch a script value.
-/// Both threads call what gives a connection its parameters, executes a statement and reads its
-/// rows (detachSqlResult()), keeps the last
-/// statement and its error (setLast(), setLastError()), and sends a message: each for the
-/// connection and the task that it holds itself. Beyond these two such a function touches atomics,
-/// and fields under their lock.
+/// otherwise. "Worker": called by run() in the worker thread, never with a script value.
+/// "Executing thread": called by both, each for the connection and the task that it holds itself;
+/// such a function touches these, atomics, and fields under their lock.
 /// No two locks of this class are held at once, and none while script code runs or a signal is
 /// emitted.
 ///
 /// Ownership: child of its VEXT_SQL, which takes it out of the tree and releases it with
 /// deleteLater(). The engine may be gone by then; it is held weakly and tasks are freed unserved.
-class VEXT_sqlThr : public QThread
+class VEXT_sqlThr : public QThread,
+                    public ConnectionParameters,
+                    public TaskQueue,
+                    public CancelTarget,
+                    public LastStatement,
+                    public ConnectionCounts
 {
     Q_OBJECT
     Q_CLASSINFO("Author", "Vext SQL team")
@@ -77,15 +77,11 @@ public:
     /// Asks the thread to stop, cancels its statement, and waits. Tasks that are still queued are
     /// completed as failed. @param tout_ms limit of the wait in ms; 0 and less do not wait.
     void stop_thread(int tout_ms);
-    /// Cancels the statement that runs on the thread connection, if the driver can. Any thread.
-    void requestCancelQuery();
     /// Queues a task and starts the thread when needed. Owns `task` from here on, also when it is
     /// refused. Never waits for a statement. @return false when the task was refused and freed.
     bool appendSqlTask(structThrSql *task);
     /// Queues a bare command task while the thread runs.
     void appendSqlTaskType(taskSqlType type);
-    /// Number of tasks that wait in the queue.
-    int taskSize();
     /// Transaction commands: on the main connection at once, and on the thread connection through
     /// the queue while the thread runs. @return the outcome on the main connection.
     bool transaction();
@@ -96,28 +92,9 @@ public:
 
     /// Chooses a connection name; raises a TypeError in the engine's context while open.
     void setConnectionName(const QString &name);
-    /// Classifies the driver and copies the parameters into `db`. Engine's and worker thread.
-    /// @return the kind of the connection.
-    SqlDriverKind::ConnectionKind setParamToDb(QSqlDatabase &db);
-    /// Tells a PostgreSQL server the application name. Engine's and worker thread.
-    bool setPostgresAppName(QSqlDatabase &db, const QString &suffix);
     bool open();
     /// @param stopThread also ends the worker thread, waiting up to 90 s for its statement.
     bool close(bool stopThread);
-    void setCodec(const QString &name);
-    /// "не открыто соединение с …" (connection not open) with database, port and host.
-    QString notOpenText() const;
-    /// Text of the last error, empty when there is none.
-    QString lastError();
-    /// The last error as a map with the keys that scripts read.
-    QVariantMap lastErrors();
-    /// Assigns a connection parameter where other engines' statistics may be reading it.
-    template <typename T>
-    void setParameter(T &field, const T &value)
-    {
-        QMutexLocker locker(&m_mutexParams);
-        field = value;
-    }
 
     // --- Statements in the engine's thread (vext_sql_statement.cpp) ---
 
@@ -137,8 +114,6 @@ public:
     void setLast(structThrSql *task);
     /// Empties the result object of the last synchronous call, which the script may still hold.
     void clearSqlResult();
-    QString lastQueryText();
-    int lastAffectedRows();
 
     // --- Notifications (vext_sql_event.cpp) ---
 
@@ -184,94 +159,34 @@ protected:
 
 public:
     // State. VEXT_SQL reads and assigns part of it directly, hence public.
-
     QScriptValue m_scriptValueThis;    ///< script value of the owner; engine's thread
     QScriptValue m_arrayPush;          ///< the engine's own Array.prototype.push; engine's thread
     ResultObject::Names m_resultNames; ///< engine's thread
 
-    QList<structThrSql *> m_listSqlTasks; ///< the queue, owns its records; m_mutexSqlTasks
-    QAtomicInt m_thrSqlQueue;             ///< copy of the queue's length
-    QAtomicInt m_thrSqlFinish;            ///< tasks taken since the thread was started or stopped
-    QAtomicInt m_thrSqlBusy;              ///< 1 while a task is executed
-    qint64 m_thrSqlStartMs = 0;           ///< epoch ms when it was taken; m_mutexSqlTasks
-    QAtomicInt m_thrStop;                 ///< 1: leave the loop
-    QElapsedTimer m_timerNotUse;          ///< idle time; m_mutexSqlTasks
-    QAtomicInt m_timeNotUse{720000};      ///< idle limit in ms
-    QWaitCondition m_waitTask;            ///< the worker sleeps on it; with m_mutexSqlTasks
-    QMutex m_mutexSqlTasks;
-    QMutex m_mutexLast;                   ///< guards lastQuery, m_lastError, affectedRows
-    QMutex m_mutexDriver;                 ///< guards m_threadDriver
-    QSqlDriver *m_threadDriver = nullptr; ///< driver of the open thread connection
-    int m_conNumber = 0;                  ///< serial number of this worker, from 1
+    int m_conNumber = 0; ///< serial number of this worker, from 1; never changes
 
-    QStringList m_listEvents;       ///< subscribed names; written in the engine's thread under
-                                    ///< m_mutexParams
-    QStringList m_listEventsCallee; ///< where each was subscribed; likewise
+    // Written under m_mutexParams, and elsewhere than in the engine's thread read under it.
+    QStringList m_listEvents;       ///< subscribed names
+    QStringList m_listEventsCallee; ///< where each was subscribed
 
-    bool enableNull = true; ///< NULL is delivered as null; engine's thread
-    std::atomic<bool> traceLog{false};
-    bool m_isDestroy = false; ///< engine's thread
+    bool enableNull = true;            ///< NULL is delivered as null; engine's thread
+    std::atomic<bool> traceLog{false}; ///< read by both threads
+    bool m_isDestroy = false;          ///< engine's thread
 
-    QSqlDatabase db;         ///< main connection; engine's thread only
-    QAtomicInt m_driverType; ///< kind of Qt driver
-    QAtomicInt m_dbmsType;   ///< database system behind it
-
-    // Connection parameters: written in the engine's thread under m_mutexParams, read there freely,
-    // elsewhere under the lock. They take effect at the next open of the main connection, and at
-    // the next start of the thread for its own.
-    QMutex m_mutexParams;
-    QString app_name;
-    QString driverName;
-    QString databaseName;
-    QString userName;
-    QString password;
-    QString hostName;
-    int port = -1; ///< used when above 0
-    QString connectOptions;
-    QString connectionName;
-
-    QString lastQuery;     ///< m_mutexLast
-    QSqlError m_lastError; ///< m_mutexLast
-    int affectedRows = 0;  ///< m_mutexLast
-
-    // Statistics; read by other engines' threads too.
-    QAtomicInt cnt_open;
-    QAtomicInt cnt_opened;
-    QAtomicInt cnt_closed;
-    QAtomicInt cnt_sql_ok; ///< counted by both threads
-    QAtomicInt cnt_sql_er; ///< counted by both threads
-
-    QTextCodec *m_codec = nullptr; ///< Qt's
-    VEXT_SQL *m_owner;             ///< null once the owner is being destroyed
+    QSqlDatabase db;   ///< main connection; engine's thread only
+    VEXT_SQL *m_owner; ///< null once the owner is being destroyed
     QPointer<QScriptEngine> m_engine;
 
     static QAtomicInt s_conCounter; ///< workers made so far
     static QAtomicInt s_typeFloat;  ///< meta-type id of "float", 0 until the first construction
 
-    /// Every worker of the process, guarded by s_mutexWorkers.
-    static QList<VEXT_sqlThr *> s_workers;
-    static QMutex s_mutexWorkers;
-
+    /// Sends a message of the worker to the host. Both threads.
+    void sendMessage(int line, const char *function, const QString &text, int level);
     /// Takes the next task, waiting for one; null tells the caller to look at m_thrStop. Worker.
     structThrSql *getSqlTask();
 
 private:
-    // Thread body, in the order in which things happen. Worker.
-    enum class Wake { Task, Stop, Idle, TimedOut };
-    Wake waitForTask(bool trace);
-    structThrSql *takeTask();
-    void traceIdle(qint64 idleMs, bool leaving);
-    bool openConnection(ThreadSession &session, structThrSql *task);
-    bool reopenConnection(ThreadSession &session);
-    void setThreadDriver(QSqlDriver *driver);
-    void runTask(ThreadSession &session, structThrSql *task);
-    void keepOutcome(structThrSql *task, const ThreadSession::Outcome &outcome);
-    void runStatements(ThreadSession &session, structThrSql *task);
-    QSqlError::ErrorType runStatement(ThreadSession &session, structThrSql *task,
-                                      const QString &sql);
-    bool executeStatement(structThrSql *task, const QString &sql);
-    void leave(ThreadSession &session);
-
+    class ThreadBody; ///< what run() does; worker
     /// Hands a finished task to the engine's thread; not touched afterwards. Any thread.
     void completeTask(structThrSql *task);
     /// Completes a task that never ran. Any thread.
@@ -279,8 +194,10 @@ private:
     /// Fails every queued task. Any thread, with m_mutexSqlTasks held.
     void failQueuedTasks();
     void failWaitingTasks();
+    /// Fails them, and leaves later ones to the next start. Worker, with m_mutexSqlTasks held.
     void takeNoMore();
 
+    /// With m_mutexSqlTasks held.
     bool startLocked();
     bool waitWhileCancelling(int tout_ms);
     void restartForWaitingTasks();
@@ -289,64 +206,27 @@ private:
     // Connection.
     void setName(const QString &name);
     ClaimedName claimNameToOpen();
-    bool isClosing(const QString &name) const;
     bool openMain(ClaimedName name);
-    void refuseOpenTwice();
-    void reportOpenFailure();
     /// In which state the main connection is given up; Lost is what the driver found out itself.
     enum class Dropped { Open, Lost, NeverOpened };
     void dropMain(Dropped state);
     void closeRegistered(const QString &name, Dropped state);
-    void announceEvents();
     void connectDriver();
-    void setLastError(const QSqlError &error);
     void reportNotOpen(const char *function, int line);
 
     // Statements.
-    class Stopwatch;
-    QSqlError finishReading(structThrSql *task);
     void afterStatement(const QString &sql, const QSqlError &error);
-    void reportFailure(const char *function, const QSqlError &error);
-    void reportUnprepared(structThrSql *task, const QString &text);
     void closeOnConnectionError(const QSqlError &error);
-    void bindArguments(QSqlQuery &query, const QVariantList &values, bool positional, bool trace);
-    bool argumentValues(const QScriptValue &args, QVariantList &values);
-
-    // Results.
-    SqlDriverKind::ConnectionKind kindOf(const structThrSql *task) const;
-    void prepareContainers(structThrSql *task);
-    void convertEntry(structThrSql *task, structSqlResult &entry);
-    void forgetAccepted(structThrSql *task);
-    void callBack(structThrSql *task, const QScriptValue &age);
-    void emitQueryFinish(structThrSql *task, const QScriptValue &age);
-    void publishResult(const QScriptValue &value);
 
     // Notifications.
     void relayNotification(const QString &name, QSqlDriver::NotificationSource source,
                            const QVariant &payload);
     void subscribeAll();
     void unsubscribeAll(QSqlDriver *driver);
-
-    // Introspection.
+    /// Any thread.
     Statistics statistics();
 
-    void sendMessage(int line, const char *function, const QString &text, int level);
-
-    /// Stands in every function of the engine's thread that may run script code.
-    class Entry
-    {
-    public:
-        explicit Entry(VEXT_sqlThr *worker)
-            : m_worker(worker)
-        {
-            ++m_worker->m_depth;
-        }
-        ~Entry() { m_worker->leaveEntry(); }
-        Q_DISABLE_COPY(Entry)
-
-    private:
-        VEXT_sqlThr *m_worker;
-    };
+    class Entry; // vext_sql_entry.h
     enum class Ending { None, Later, AtOnce };
     void leaveEntry();
 
@@ -364,8 +244,6 @@ private:
 
     std::atomic<bool> m_entered{false}; ///< run() has begun; Qt reads the object's name before
     bool m_leaving = true;              ///< the thread takes no more tasks; m_mutexSqlTasks
-
-    ShownNames m_shown; ///< what statistics of other engines' threads may show
-
-    QMetaMethod m_completeMethod; ///< looked up once; read-only afterwards
+    ShownNames m_shown;                 ///< what statistics of other engines' threads may show
+    QMetaMethod m_completeMethod;       ///< looked up once; read-only afterwards
 };
