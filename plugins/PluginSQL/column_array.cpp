@@ -1,5 +1,7 @@
 #include "column_array.h"
 
+#include "script_cell.h"
+
 #include <QHash>
 
 #include <algorithm>
@@ -48,7 +50,7 @@ private:
 
 } // namespace
 
-ColumnArray::ColumnArray(const ResultObject::Context &context, ColumnValues &values)
+ColumnArray::ColumnArray(const Context &context, ColumnValues &values)
     : m_context(context)
     , m_engine(context.engine)
     , m_values(values)
@@ -60,8 +62,8 @@ QScriptValue ColumnArray::make()
 {
     // Every null of a column that is stored plainly has the same type.
     const int type = m_values.nullType();
-    m_null = ResultObject::toScript(m_engine, type ? QVariant(QVariant::Type(type)) : QVariant(),
-                                    m_context.enableNull);
+    m_null = ScriptCell::toScript(m_engine, type ? QVariant(QVariant::Type(type)) : QVariant(),
+                                  m_context.enableNull);
     if (!m_null.isValid() && m_values.hasNulls()) {
         // Elements are left out: only setting one by one does that.
         takeVariants();
@@ -165,7 +167,7 @@ void ColumnArray::takeVariants()
     for (int row = 0; row < m_rows; ++row) {
         release(row);
         const QScriptValue value =
-            ResultObject::toScript(m_engine, m_values.at(row), m_context.enableNull);
+            ScriptCell::toScript(m_engine, m_values.at(row), m_context.enableNull);
         if (value.isValid())
             m_array.setProperty(quint32(row), value);
     }

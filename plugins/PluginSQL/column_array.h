@@ -2,7 +2,10 @@
 /// How one column's values become a script array. Engine's thread only.
 #pragma once
 
-#include "result_object.h"
+#include "column_values.h"
+
+#include <QScriptEngine>
+#include <QScriptValue>
 
 /// Converts one column and gives its values up block by block on the way.
 ///
@@ -11,8 +14,17 @@
 class ColumnArray
 {
 public:
+    /// With what a column is shown.
+    struct Context {
+        QScriptEngine *engine = nullptr;
+        /// The engine's own Array.prototype.push as it was at the install, or invalid.
+        QScriptValue push;
+        bool enableNull =
+            true; ///< NULL becomes null; otherwise it is converted like its type's zero
+    };
+
     /// Both outlive the object.
-    ColumnArray(const ResultObject::Context &context, ColumnValues &values);
+    ColumnArray(const Context &context, ColumnValues &values);
 
     /// The array. The column is empty afterwards.
     QScriptValue make();
@@ -32,7 +44,7 @@ private:
     void append(QScriptValue chunk, int first, int count);
     void release(int row);
 
-    const ResultObject::Context &m_context;
+    const Context &m_context;
     QScriptEngine *m_engine;
     ColumnValues &m_values;
     const int m_rows;

@@ -106,35 +106,6 @@ QScriptValue ResultObject::newObjects(QScriptEngine *engine, int count)
     return array;
 }
 
-QScriptValue ResultObject::toScript(QScriptEngine *engine, const QVariant &value, bool enableNull)
-{
-    const int type = value.userType();
-    if (enableNull && (type == QMetaType::UnknownType || value.isNull()))
-        return QScriptValue(engine, QScriptValue::NullValue);
-    switch (type) {
-    case QMetaType::UnknownType:
-        return QScriptValue();
-    case QMetaType::Bool:
-        return QScriptValue(engine, value.toBool());
-    case QMetaType::Int:
-        return QScriptValue(engine, value.toInt());
-    case QMetaType::UInt:
-        return QScriptValue(engine, value.toUInt());
-    case QMetaType::LongLong:
-        return QScriptValue(engine, qsreal(value.toLongLong()));
-    case QMetaType::ULongLong:
-        return QScriptValue(engine, qsreal(value.toULongLong()));
-    case QMetaType::Double:
-        return QScriptValue(engine, value.toDouble());
-    case QMetaType::QString:
-        return QScriptValue(engine, value.toString());
-    case QMetaType::Float:
-        return QScriptValue(engine, qsreal(value.toFloat()));
-    default:
-        return engine->toScriptValue(value);
-    }
-}
-
 void ResultObject::fill(const Context &context, QScriptValue target, structSqlResult &record)
 {
     QScriptEngine *engine = context.engine;
@@ -142,6 +113,7 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
     OwnProperties own(context, target);
     own.set(Names::Marker, QScriptValue(engine, MarkerValue),
             QScriptValue::ReadOnly | QScriptValue::Undeletable | QScriptValue::SkipInEnumeration);
+    const ColumnArray::Context column{engine, context.push, context.enableNull};
     const int columns = record.fields.size();
     const int rows = columns > 0 ? record.fields.constFirst().values.size() : 0;
     QScriptValue index = engine->newArray(uint(columns));
@@ -152,7 +124,7 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
     for (int c = 0; c < columns; ++c) {
         structSqlFieldResult &field = record.fields[c];
         const QString name = context.upperCaseNames ? field.name.toUpper() : field.name;
-        const QScriptValue values = ColumnArray(context, field.values).make();
+        const QScriptValue values = ColumnArray(column, field.values).make();
         index.setProperty(quint32(c), values);
         nulls.setProperty(quint32(c), nullsArray(engine, field.nulls));
         field.nulls.clear();

@@ -64,7 +64,4 @@ QScriptValue newObjects(QScriptEngine *engine, int count);
 /// are given up as they are converted; the record is spent afterwards.
 void fill(const Context &context, QScriptValue target, structSqlResult &record);
 
-/// One value as a script sees it.
-QScriptValue toScript(QScriptEngine *engine, const QVariant &value, bool enableNull);
-
 } // namespace ResultObject
