@@ -3,7 +3,10 @@ find_package(Threads REQUIRED)
 
 add_library(vext_thread_fixture STATIC
   ${CMAKE_CURRENT_LIST_DIR}/thread_fixture.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/thread_fixture.h)
+  ${CMAKE_CURRENT_LIST_DIR}/thread_fixture.h
+  ${CMAKE_CURRENT_LIST_DIR}/worker_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/worker_test.h)
+set_target_properties(vext_thread_fixture PROPERTIES AUTOMOC ON)
 target_include_directories(vext_thread_fixture PUBLIC
   ${CMAKE_CURRENT_LIST_DIR}
   $<TARGET_PROPERTY:vext_sql_objects,INTERFACE_INCLUDE_DIRECTORIES>)
@@ -13,7 +16,7 @@ target_sources(vext_thread_fixture INTERFACE
 target_link_libraries(vext_thread_fixture PUBLIC vext_test_support Threads::Threads
                                           PRIVATE vext_options)
 
-foreach(name worker_thread worker_steps exactly_once responsiveness cancellation volume)
+foreach(name worker_thread worker_tasks worker_life worker_steps exactly_once responsiveness cancellation volume)
   vext_add_test(test_${name}
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp
     LIBS vext_thread_fixture vext_sql_objects vext_test_support

@@ -7,11 +7,11 @@ vext_add_test(test_plugin_entry
   LIBS vext_test_support
   LABELS frame)
 
-foreach(name connection_object install constructor connection introspection notifications bad_input
-        ends)
+foreach(name connection_object install constructor connection connection_open introspection
+        notifications bad_input ends)
   vext_add_test(test_${name}
-    SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp ${CMAKE_CURRENT_LIST_DIR}/frame_host.h
-            ${CMAKE_CURRENT_LIST_DIR}/meta_table.h
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp ${CMAKE_CURRENT_LIST_DIR}/connection_test.h
+            ${CMAKE_CURRENT_LIST_DIR}/frame_host.h ${CMAKE_CURRENT_LIST_DIR}/meta_table.h
     LIBS vext_sql_objects vext_test_support
     LABELS frame)
 endforeach()
