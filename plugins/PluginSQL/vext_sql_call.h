@@ -29,7 +29,8 @@ struct Refusal {
 /// "использовать как …" (use as …) with the call forms of `function`.
 QString usageText(Function function);
 
-/// "слишком большой аргумент" (argument too large): of a value that toVariant() refuses.
+/// "слишком большой аргумент" (argument too large): of a value that ScriptVariant::convert()
+/// refuses.
 QString tooLargeText();
 
 /// Sorts the arguments of the call by type into a new task.
@@ -41,16 +42,5 @@ structThrSql *makeTask(Function function, QScriptContext *context, QScriptEngine
 /// skipped. Only properties that exist are visited, however long a sparse array is.
 /// An exception thrown by a getter ends the walk and stays with the engine.
 QScriptValueList numberedValues(const QScriptValue &array, QScriptEngine *engine);
-
-/// Values that one bound argument may hold, nested ones included, and how deep they may lie.
-constexpr int MaxConvertedValues = 1 << 20;
-constexpr int MaxConvertedDepth = 512;
-
-/// What QScriptValue::toVariant makes of `value`, within bounds. That function never returns for a
-/// sparse array of length 4294967295 or for objects that name each other in many ways, and runs out
-/// of stack on deep ones.
-/// @return false when the value is too large, or when a getter of it threw an exception, which
-/// stays with the engine.
-bool toVariant(const QScriptValue &value, QScriptEngine *engine, QVariant &variant);
 
 } // namespace SqlCall

@@ -4,6 +4,7 @@
 #include "driver_text.h"
 #include "result_reader.h"
 #include "script_guard.h"
+#include "script_variant.h"
 #include "sql_secrets.h"
 #include "statement_execution.h"
 #include "statement_rules.h"
@@ -93,7 +94,7 @@ bool argumentValues(VEXT_sqlThr &worker, const QScriptValue &args, QVariantList 
     for (const QScriptValue &value : given) {
         const QScriptValue data = value.data();
         QVariant variant;
-        if (!SqlCall::toVariant(data.isValid() ? data : value, engine, variant)) {
+        if (!ScriptVariant::convert(data.isValid() ? data : value, engine, variant)) {
             if (!watch.threw())
                 worker.sendMessage(WorkerLines::Statement + __LINE__, "exec",
                                    VEXT_sqlThr::tr("слишком большой аргумент"), -1);

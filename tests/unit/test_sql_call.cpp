@@ -1,4 +1,5 @@
 // How the arguments of query_thread and exec_thread become a task, call by call.
+#include "script_variant.h"
 #include "vext_sql_call.h"
 
 #include <QElapsedTimer>
@@ -710,16 +711,16 @@ void TestSqlCall::valuesAtTheBoundsAreConverted()
         return m_engine->evaluate(
             QStringLiteral("var a = 1; for (var i = 0; i < %1; ++i) a = [a]; a").arg(depth));
     };
-    QVERIFY(SqlCall::toVariant(nested(SqlCall::MaxConvertedDepth), m_engine.get(), variant));
-    QVERIFY(!SqlCall::toVariant(nested(SqlCall::MaxConvertedDepth + 1), m_engine.get(), variant));
+    QVERIFY(ScriptVariant::convert(nested(ScriptVariant::MaxConvertedDepth), m_engine.get(), variant));
+    QVERIFY(!ScriptVariant::convert(nested(ScriptVariant::MaxConvertedDepth + 1), m_engine.get(), variant));
 
     const auto counted = [this](int values) {
         return m_engine->evaluate(
             QStringLiteral("var a = []; for (var i = 0; i < %1; ++i) a.push(0); a").arg(values));
     };
-    QVERIFY(SqlCall::toVariant(counted(SqlCall::MaxConvertedValues), m_engine.get(), variant));
-    QCOMPARE(variant.toList().size(), SqlCall::MaxConvertedValues);
-    QVERIFY(!SqlCall::toVariant(counted(SqlCall::MaxConvertedValues + 1), m_engine.get(), variant));
+    QVERIFY(ScriptVariant::convert(counted(ScriptVariant::MaxConvertedValues), m_engine.get(), variant));
+    QCOMPARE(variant.toList().size(), ScriptVariant::MaxConvertedValues);
+    QVERIFY(!ScriptVariant::convert(counted(ScriptVariant::MaxConvertedValues + 1), m_engine.get(), variant));
 }
 
 void TestSqlCall::thousandsOfStatementsAndValues()
