@@ -6,9 +6,9 @@
 #include "vext_sql_module.h"
 
 #include <QDateTime>
-#include <QTextCodec>
 
 #include <algorithm>
+#include <utility>
 
 namespace
 {

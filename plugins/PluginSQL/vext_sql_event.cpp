@@ -5,9 +5,7 @@
 #include "vext_sql_module.h"
 #include "vext_static_enums.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
-#include <QElapsedTimer>
 #include <QRegularExpression>
 
 namespace

@@ -11,6 +11,8 @@
 
 #include <QSqlQuery>
 
+#include <utility>
+
 // The thread body: worker thread.
 
 namespace

@@ -1,21 +1,18 @@
 #include "vext_sql_entry.h"
 
 #include "debug_line.h"
-#include "driver_text.h"
 #include "lasting_text.h"
 #include "library_life.h"
 #include "own_meta_types.h"
-#include "result_reader.h"
-#include "sql_driver_kind.h"
-#include "sql_secrets.h"
 #include "statement_execution.h"
 #include "vext_sql.h"
 #include "vext_sql_module.h"
 #include "vextplugin_base.h"
 
 #include <QCoreApplication>
-#include <QDateTime>
 #include <QDeadlineTimer>
+
+#include <utility>
 
 namespace
 {
