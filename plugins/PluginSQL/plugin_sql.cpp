@@ -6,9 +6,9 @@
 #include "script_guard.h"
 #include "script_property.h"
 #include "script_tag.h"
+#include "script_variant.h"
 #include "sql_records.h"
 #include "vext_sql.h"
-#include "vext_sql_call.h"
 #include "vext_sql_module.h"
 
 #include <QSqlQuery>
@@ -110,7 +110,7 @@ QScriptValue Plugin_SQL::js_tag(QScriptContext *context, QScriptEngine *engine)
     if (context->argumentCount() > 0) {
         // Conversion may run script code: before the lock.
         QVariant value;
-        if (!SqlCall::toVariant(context->argument(0), engine, value)) {
+        if (!ScriptVariant::convert(context->argument(0), engine, value)) {
             return engine->hasUncaughtException()
                        ? engine->uncaughtException()
                        : context->throwError(QScriptContext::RangeError,

@@ -3,11 +3,15 @@
 #include "message_log.h"
 #include "message_sink.h"
 #include "plugin_library.h"
+#include "recording_driver.h"
 #include "script_host.h"
 
 #include <QLoggingCategory>
 #include <QProcess>
+#include <QSqlDatabase>
 #include <QtTest>
+
+#include <memory>
 
 /// Emits what a plugin object emits.
 class Reporter : public QObject
@@ -161,8 +165,11 @@ void TestSupportHost::messageLogFindsQtComplaints()
     qWarning("a test may say so");
     QCOMPARE(log.qtComplaints(), QStringList());
     {
-        QSqlDatabase held = openConnection();
-        QSqlDatabase::removeDatabase(mainConnection);
+        const StubServer server(QStringLiteral("STUB"));
+        const QString name = QStringLiteral("held");
+        QSqlDatabase held = QSqlDatabase::addDatabase(server.driverName(), name);
+        held.open();
+        QSqlDatabase::removeDatabase(name);
     }
     QObject::connect(this, "2nosuch()", this, "1nosuch()");
     QCOMPARE(log.qtComplaints().size(), 2);

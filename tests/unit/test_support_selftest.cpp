@@ -2,14 +2,11 @@
 /// The recording driver and the waits of the tests keep what they promise.
 #include "message_log.h"
 #include "message_sink.h"
-#include "plugin_library.h"
 #include "recording_driver.h"
 #include "script_host.h"
 #include "thread_gate.h"
 
 #include <QElapsedTimer>
-#include <QLoggingCategory>
-#include <QProcess>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QSqlRecord>

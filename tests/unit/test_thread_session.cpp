@@ -1,0 +1,155 @@
+/// @file
+/// The worker's session by itself, without a thread.
+#include "connection_names.h"
+#include "message_log.h"
+#include "recording_driver.h"
+#include "thread_session.h"
+#include "transaction_watch.h"
+
+#include <QtTest>
+
+#include <memory>
+
+class TestThreadSession : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void secondTransactionRollsBackTheFirst();
+    void endOfATransactionThatNeverBeganReachesNoDatabase();
+    void wordEndsWhatNobodyBegan();
+    void otherStatementsAreNoWords();
+    void commitBehindALostSessionFailsOnce();
+    void reopeningClosesTheSessionThatWasLost();
+    void applicationNameIsDueOnceASession();
+    void endRollsBackWhatIsOpen();
+    void leftoverOfTheNameGoes();
+    void nameIsTakenUntilTheSessionIsRemoved();
+
+private:
+    ClaimedName claimed() { return ConnectionNames::claimThread(QStringLiteral("base_thr"), 7); }
+
+    std::unique_ptr<MessageLog> m_log;
+    std::unique_ptr<StubServer> m_server;
+    TransactionWatch m_watch;
+    std::unique_ptr<ThreadSession> m_session;
+};
+
+void TestThreadSession::init()
+{
+    m_log = std::make_unique<MessageLog>(MessageLog::Forward::No);
+    m_server = std::make_unique<StubServer>(QStringLiteral("STUB"));
+    m_watch.ended();
+    m_session = std::make_unique<ThreadSession>(claimed(), m_watch);
+    m_session->create(QStringLiteral("STUB"));
+    QVERIFY(m_session->open());
+}
+
+void TestThreadSession::cleanup()
+{
+    m_session->rollBackRest();
+    m_session->close();
+    m_session->remove();
+    m_session.reset();
+    QCOMPARE(QSqlDatabase::connectionNames(), QStringList());
+    QVERIFY2(m_server->liveDrivers() == 0, qPrintable(m_server->record()));
+    m_server.reset();
+    VERIFY_NO_QT_COMPLAINTS(*m_log);
+    m_log.reset();
+}
+
+void TestThreadSession::secondTransactionRollsBackTheFirst()
+{
+    QVERIFY(m_session->run(taskTransaction).ok);
+    QVERIFY(m_session->run(taskTransaction).ok);
+    QCOMPARE(m_server->count(StubCall::Begin), 2);
+    QCOMPARE(m_server->count(StubCall::Rollback), 1);
+    QVERIFY(m_watch.isOpen());
+}
+
+void TestThreadSession::endOfATransactionThatNeverBeganReachesNoDatabase()
+{
+    QVERIFY(m_session->run(taskCommit).ok);
+    QVERIFY(m_session->run(taskRollback).ok);
+    QCOMPARE(m_server->count(StubCall::Commit) + m_server->count(StubCall::Rollback), 0);
+}
+
+void TestThreadSession::wordEndsWhatNobodyBegan()
+{
+    QVERIFY(m_session->runWord(QStringLiteral("Commitment")));
+    QVERIFY(m_session->runWord(QStringLiteral("rollback to savepoint a")));
+    QCOMPARE(m_server->count(StubCall::Commit), 1);
+    QCOMPARE(m_server->count(StubCall::Rollback), 1);
+    QCOMPARE(m_server->executed(), QStringList());
+}
+
+void TestThreadSession::otherStatementsAreNoWords()
+{
+    QVERIFY(!m_session->runWord(QStringLiteral(" commit")));
+    QVERIFY(!m_session->runWord(QStringLiteral("SELECT 1")));
+    QCOMPARE(m_server->count(StubCall::Commit), 0);
+}
+
+void TestThreadSession::commitBehindALostSessionFailsOnce()
+{
+    QVERIFY(m_session->run(taskTransaction).ok);
+    QVERIFY(m_session->open());
+    const ThreadSession::Outcome lost = m_session->run(taskCommit);
+    QVERIFY(!lost.ok);
+    QCOMPARE(lost.error.type(), QSqlError::TransactionError);
+    QCOMPARE(m_server->count(StubCall::Commit), 0);
+    QVERIFY(m_session->run(taskCommit).ok);
+}
+
+void TestThreadSession::reopeningClosesTheSessionThatWasLost()
+{
+    m_server->fail(StubCall::Open, stubError(QSqlError::ConnectionError, QStringLiteral("gone")));
+    QVERIFY(!m_session->open());
+    QVERIFY(!m_session->isOpen());
+    QVERIFY(m_watch.isLost());
+    QCOMPARE(m_session->database().lastError().databaseText(), QStringLiteral("gone"));
+}
+
+void TestThreadSession::applicationNameIsDueOnceASession()
+{
+    QVERIFY(!m_session->takeNameDue());
+    m_session->setKind({SqlDriverKind::Odbc, SqlDriverKind::PostgreSql, true});
+    QVERIFY(m_session->takeNameDue());
+    QVERIFY(!m_session->takeNameDue());
+    QVERIFY(m_session->open());
+    QVERIFY(m_session->takeNameDue());
+}
+
+void TestThreadSession::endRollsBackWhatIsOpen()
+{
+    QVERIFY(m_session->run(taskTransaction).ok);
+    m_server->fail(StubCall::Rollback,
+                   stubError(QSqlError::TransactionError, QStringLiteral("no rollback")));
+    QCOMPARE(m_session->rollBackRest().databaseText(), QStringLiteral("no rollback"));
+    QCOMPARE(m_server->count(StubCall::Rollback), 1);
+    QVERIFY(m_watch.isLost());
+}
+
+void TestThreadSession::leftoverOfTheNameGoes()
+{
+    const QString name = QStringLiteral("other_thr");
+    QSqlDatabase::addDatabase(QStringLiteral("STUB"), name).open();
+    QCOMPARE(m_server->openDrivers(), 2);
+    const ThreadSession other(ConnectionNames::claimThread(name, 7), m_watch);
+    QVERIFY(!QSqlDatabase::contains(name));
+    QCOMPARE(m_server->openDrivers(), 1);
+}
+
+void TestThreadSession::nameIsTakenUntilTheSessionIsRemoved()
+{
+    QCOMPARE(claimed().text(), QStringLiteral("base_thr_7"));
+    m_session->close();
+    m_session->remove();
+    QCOMPARE(claimed().text(), QStringLiteral("base_thr"));
+}
+
+QTEST_GUILESS_MAIN(TestThreadSession)
+#include "test_thread_session.moc"
