@@ -20,6 +20,9 @@
 class DecoratedDriver : public QSqlDriver
 {
     Q_OBJECT
+    /// The driver that Qt ships, with the same connection: whoever has to call the client library
+    /// through handle() finds the right copy of it where that driver's code is. Null without one.
+    Q_PROPERTY(QObject *stockDriver READ stock CONSTANT)
 
 public:
     /// @param key the stock driver's key. Without that driver open() fails and says what to

@@ -5,9 +5,10 @@
 #include <QByteArray>
 #include <QHash>
 #include <QMutex>
+#include <QPointer>
 #include <QSqlDriver>
+#include <QVarLengthArray>
 #include <QVariant>
-#include <QVector>
 
 #include <utility>
 
@@ -86,7 +87,9 @@ Library libraryOf(const QSqlDriver *driver)
 {
     static QMutex mutex;
     static QHash<const QMetaObject *, Library> libraries;
-    const QMetaObject *driverClass = driver->metaObject();
+    // A driver that decorates another one does not run on SQLite itself.
+    const auto *stock = driver->property("stockDriver").value<QObject *>();
+    const QMetaObject *driverClass = stock ? stock->metaObject() : driver->metaObject();
     QMutexLocker locker(&mutex);
     const auto known = libraries.constFind(driverClass);
     if (known != libraries.constEnd())
@@ -102,40 +105,67 @@ Handle *handleOf(const QSqlDriver *driver)
     return *static_cast<Handle *const *>(handle.constData());
 }
 
+class Guard;
+
+/// The authorizer of one connection, as a child of its driver.
+class Watcher : public QObject
+{
+public:
+    Watcher(QSqlDriver *driver, const Library &library, Handle *handle)
+        : QObject(driver)
+        , library(library)
+        , handle(handle)
+    {
+        setObjectName(name());
+        library.setAuthorizer(handle, &Watcher::authorize, this);
+    }
+
+    /// The one of a driver; null when it has none.
+    static Watcher *of(const QSqlDriver *driver)
+    {
+        return static_cast<Watcher *>(
+            driver->findChild<QObject *>(name(), Qt::FindDirectChildrenOnly));
+    }
+
+    const Library library;
+    Handle *const handle;
+    Guard *guard = nullptr; ///< of the statement that is run; null while nothing is guarded
+
+private:
+    static QString name() { return QStringLiteral("vext schema watcher"); }
+    static int authorize(void *self, int action, const char *, const char *, const char *,
+                         const char *);
+};
+
 /// Refuses, for its lifetime, that a statement is prepared again after it began to run.
 class Guard
 {
 public:
-    Guard(const Library &library, Handle *handle, const QString &sql)
-        : m_library(library)
-        , m_handle(handle)
+    Guard(Watcher *watcher, const QString &sql)
+        : m_watcher(watcher)
+        , m_outer(watcher->guard)
         , m_text(untilPlaceholder(sql))
     {
-        for (Statement *s = nullptr; (s = m_library.nextStatement(m_handle, s));)
+        for (Statement *s = nullptr; (s = watcher->library.nextStatement(watcher->handle, s));)
             m_older.append(s);
-        m_library.setAuthorizer(m_handle, &Guard::authorize, this);
+        watcher->guard = this;
     }
-    ~Guard() { m_library.setAuthorizer(m_handle, nullptr, nullptr); }
+    ~Guard()
+    {
+        if (m_watcher)
+            m_watcher->guard = m_outer;
+    }
     Q_DISABLE_COPY(Guard)
 
     /// Whether it refused anything since this was last asked.
     bool takeRefused() { return std::exchange(m_refused, false); }
 
-private:
-    static int authorize(void *self, int action, const char *, const char *, const char *,
-                         const char *)
-    {
-        if (action != ActionSelect && action != ActionInsert && action != ActionUpdate &&
-            action != ActionDelete)
-            return SqliteOk;
-        return static_cast<Guard *>(self)->allows() ? SqliteOk : SqliteDeny;
-    }
-
     bool allows()
     {
-        for (Statement *s = nullptr; (s = m_library.nextStatement(m_handle, s));) {
-            if (!m_older.contains(s) && isOurs(s) && !m_library.isBusy(s) &&
-                m_library.status(s, StatusVmStep, 0) > 0) {
+        const Library &library = m_watcher->library;
+        for (Statement *s = nullptr; (s = library.nextStatement(m_watcher->handle, s));) {
+            if (isOurs(s) && !library.isBusy(s) && library.status(s, StatusVmStep, 0) > 0 &&
+                !m_older.contains(s)) {
                 m_refused = true;
                 return false;
             }
@@ -143,6 +173,7 @@ private:
         return true;
     }
 
+private:
     /// Qt writes placeholders anew.
     static QByteArray untilPlaceholder(const QString &sql)
     {
@@ -156,33 +187,51 @@ private:
     /// SQLite keeps the text up to the end of the statement.
     bool isOurs(Statement *statement) const
     {
-        const char *text = m_library.text(statement);
+        const char *text = m_watcher->library.text(statement);
         return text &&
                qstrncmp(text, m_text.constData(), qMin(qstrlen(text), uint(m_text.size()))) == 0;
     }
 
-    const Library &m_library;
-    Handle *const m_handle;
+    const QPointer<Watcher> m_watcher; ///< goes with the driver
+    Guard *const m_outer;
     const QByteArray m_text;
-    QVector<Statement *> m_older;
+    QVarLengthArray<Statement *, 160> m_older;
     bool m_refused = false;
 };
 
+int Watcher::authorize(void *self, int action, const char *, const char *, const char *,
+                       const char *)
+{
+    Guard *guard = static_cast<Watcher *>(self)->guard;
+    if (!guard || (action != ActionSelect && action != ActionInsert && action != ActionUpdate &&
+                   action != ActionDelete))
+        return SqliteOk;
+    return guard->allows() ? SqliteOk : SqliteDeny;
+}
+
 } // namespace
+
+void SqliteSchemaGuard::opened(QSqlDriver *driver)
+{
+    Handle *handle = driver ? handleOf(driver) : nullptr;
+    if (!handle)
+        return;
+    delete Watcher::of(driver); // of a connection that is closed
+    const Library library = libraryOf(driver);
+    if (library.isComplete())
+        new Watcher(driver, library, handle);
+}
 
 bool SqliteSchemaGuard::run(QSqlDriver *driver, const QString &sql,
                             const std::function<bool()> &attempt, QSqlError *error)
 {
     if (!driver || !StatementRules::mayChangeColumns(sql))
         return attempt();
-    Handle *handle = handleOf(driver);
-    if (!handle)
-        return attempt();
-    const Library library = libraryOf(driver);
-    if (!library.isComplete())
+    Watcher *watcher = Watcher::of(driver);
+    if (!watcher)
         return attempt();
     // One for all attempts: a new statement may get the address of the one before.
-    Guard guard(library, handle, sql);
+    Guard guard(watcher, sql);
     for (int n = 0; n < MostAttempts; ++n) {
         const bool done = attempt();
         if (done || !guard.takeRefused())

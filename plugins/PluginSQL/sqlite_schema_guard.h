@@ -20,13 +20,19 @@ class QSqlDriver;
 /// reasons, as for a bound pattern of LIKE, have not begun to run, and its extensions' own ones
 /// have another text; these go on.
 ///
-/// An authorizer that a host has set on the connection is lost.
+/// The authorizer is set when a connection opens and stays: SQLite prepares all statements of a
+/// connection anew after each change of it. One that a host has set is lost.
 namespace SqliteSchemaGuard
 {
 
+/// Has to be called for each connection of SQLite that opens, before its first statement. In the
+/// thread of the connection; nothing happens for other drivers.
+void opened(QSqlDriver *driver);
+
 /// Runs `attempt`, which prepares and executes `sql` on `driver`, until the schema holds still.
 /// Where the driver has no handle of SQLite, or its functions cannot be found, it runs once. In the
-/// thread of the connection; `attempt` must do all its work in the call.
+/// thread of the connection; `attempt` must do all its work in the call, and may run other
+/// statements of the connection, or delete its driver.
 /// @param error set, with the answer false, when the schema changed at every attempt.
 /// @return what the last attempt returned.
 bool run(QSqlDriver *driver, const QString &sql, const std::function<bool()> &attempt,

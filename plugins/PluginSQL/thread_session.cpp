@@ -1,6 +1,7 @@
 #include "thread_session.h"
 
 #include "sql_text.h"
+#include "sqlite_schema_guard.h"
 #include "statement_execution.h"
 #include "statement_rules.h"
 #include "transaction_watch.h"
@@ -36,6 +37,7 @@ bool ThreadSession::open()
     m_inTransaction = false;
     if (!m_db.open())
         return false;
+    SqliteSchemaGuard::opened(m_db.driver());
     m_opened = true;
     m_nameTold = false;
     return true;

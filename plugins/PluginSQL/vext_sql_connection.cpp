@@ -3,6 +3,7 @@
 #include "debug_line.h"
 #include "sql_driver_kind.h"
 #include "sql_secrets.h"
+#include "sqlite_schema_guard.h"
 #include "vext_sql_module.h"
 
 #include <QDateTime>
@@ -151,6 +152,7 @@ bool VEXT_sqlThr::openMain(ClaimedName name)
         dropMain(Dropped::NeverOpened);
         return false;
     }
+    SqliteSchemaGuard::opened(db.driver());
     connectDriver();
     if (!db.isOpen())
         return false;

@@ -3,20 +3,40 @@
 
 #include "database_script.h"
 #include "local_databases.h"
+#ifdef VEXT_WITH_LAYER
+#include "layer_path.h"
+#endif
 
+#include <QLibrary>
 #include <QProcess>
 #include <QSqlDatabase>
+#include <QSqlDriver>
 #include <QSqlQuery>
+#include <QSqlResult>
 #include <QtTest>
 
+#include <cstdlib>
 #include <iostream>
+#include <thread>
 
 namespace
 {
 
+/// Ends this process when the test that started it is gone, however that went: its end of the pipe
+/// closes then.
+void endWithTheTest()
+{
+    std::thread([] {
+        while (std::cin.get() != std::char_traits<char>::eof()) {
+        }
+        std::_Exit(0);
+    }).detach();
+}
+
 /// The other process: adds and drops columns until it is ended.
 int changeColumns(const QString &database)
 {
+    endWithTheTest();
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"));
     db.setDatabaseName(database);
     if (!db.open())
@@ -38,9 +58,75 @@ class TestSchemaRace : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void addedColumnsAreRead_data();
+    void addedColumnsAreRead();
+    void otherStatementsOfTheConnectionAreLeftAlone();
     void readersSeeWholeRows_data();
     void readersSeeWholeRows();
 };
+
+void TestSchemaRace::addedColumnsAreRead_data()
+{
+    QTest::addColumn<bool>("onThread");
+    QTest::newRow("here") << false;
+    QTest::newRow("thread") << true;
+}
+
+/// Many columns at once: what does not fit the driver's room for the row crashes then.
+void TestSchemaRace::addedColumnsAreRead()
+{
+    QFETCH(bool, onThread);
+    SqliteDatabase database;
+    QVERIFY2(database.start(), qPrintable(database.error()));
+    DatabaseScript script;
+    const QString reader = QStringLiteral("db");
+    const QString writer = QStringLiteral("other");
+    QVERIFY(script.open(reader, database.parameters()));
+    QVERIFY(script.open(writer, database.parameters()));
+    QVERIFY(script.mustRun(Way::Here, writer, QStringLiteral("CREATE TABLE t (a, b)")));
+    QVERIFY(script.mustRun(Way::Here, writer, QStringLiteral("INSERT INTO t VALUES (1, 2)")));
+    const Way way = onThread ? Way::Thread : Way::Here;
+    for (int columns = 2; columns <= 200; columns += 33) {
+        script.rows(way, reader, QStringLiteral("SELECT * FROM t"));
+        QCOMPARE(script.eval(QStringLiteral("answer.result.fields")).toInt32(), columns);
+        QVERIFY(script.isTrue(
+            QStringLiteral("answer.result.fields_nulls.join('') === '' && answer.result.rows")));
+        for (int n = 0; n < 33; ++n) {
+            QVERIFY(script.mustRun(
+                Way::Here, writer,
+                QStringLiteral("ALTER TABLE t ADD COLUMN c%1 DEFAULT 7").arg(columns + n)));
+        }
+    }
+}
+
+/// Statements that are prepared or half read stay so, whatever is done about `*`.
+void TestSchemaRace::otherStatementsOfTheConnectionAreLeftAlone()
+{
+    SqliteDatabase database;
+    QVERIFY2(database.start(), qPrintable(database.error()));
+    DatabaseScript script;
+    QVERIFY(script.open(QStringLiteral("db"), database.parameters()));
+    QVERIFY(script.mustRun(Way::Here, QStringLiteral("db"), QStringLiteral("CREATE TABLE t (a)")));
+    const QString name = script.eval(QStringLiteral("db.connectionName")).toString();
+    QSqlQuery kept(QSqlDatabase::database(name, false));
+    kept.setForwardOnly(true);
+    QVERIFY(kept.prepare(QStringLiteral("SELECT 1 UNION ALL SELECT 2")));
+    QVERIFY(kept.exec() && kept.next());
+    QCOMPARE(script.rows(Way::Here, QStringLiteral("db"), QStringLiteral("SELECT * FROM t")),
+             QString());
+    QVERIFY(kept.next());
+    QCOMPARE(kept.value(0).toInt(), 2);
+    QVERIFY(kept.exec() && kept.next());
+    const QVariant handle = kept.result()->handle();
+    if (qstrcmp(handle.typeName(), "sqlite3_stmt*") != 0)
+        return; // the driver does not show its statements
+    using Status = int (*)(void *, int, int);
+    const auto status = reinterpret_cast<Status>(
+        QLibrary::resolve(QStringLiteral("sqlite3"), 0, "sqlite3_stmt_status"));
+    QVERIFY(status);
+    constexpr int Reprepared = 5;
+    QCOMPARE(status(*static_cast<void *const *>(handle.constData()), Reprepared, 0), 0);
+}
 
 void TestSchemaRace::readersSeeWholeRows_data()
 {
@@ -110,6 +196,9 @@ int main(int argc, char **argv)
     const QStringList arguments = application.arguments();
     if (arguments.size() == 3 && arguments.at(1) == QStringLiteral("change-columns"))
         return changeColumns(arguments.at(2));
+#ifdef VEXT_WITH_LAYER
+    useDriverLayer();
+#endif
     TestSchemaRace test;
     return QTest::qExec(&test, argc, argv);
 }
