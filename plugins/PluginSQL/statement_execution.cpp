@@ -41,13 +41,15 @@ QSqlError refusal(const structThrSql &task, const TransactionWatch &watch, const
 
 } // namespace
 
-bool StatementExecution::run(structThrSql &task, const TransactionWatch &watch, const QString &sql,
+bool StatementExecution::run(structThrSql &task, TransactionWatch &watch, const QString &sql,
                              const std::function<bool()> &attempt)
 {
     task.ownText.clear();
     task.ownError = refusal(task, watch, sql);
     if (task.ownError.isValid()) {
         task.ownText = sql;
+        if (task.ownError.type() == QSqlError::TransactionError)
+            watch.ended(); // told once
         return false;
     }
     auto *driver = const_cast<QSqlDriver *>(task.sqlQuery->driver());

@@ -15,8 +15,9 @@ namespace StatementExecution
 
 /// Executes `sql` through `attempt`, which may be called several times, or refuses it: then the
 /// task keeps the error and the text that stand in place of the query's.
-/// @param watch of the connection. @return whether it worked.
-bool run(structThrSql &task, const TransactionWatch &watch, const QString &sql,
+/// @param watch of the connection; a loss that a refused commit has told is over for it.
+/// @return whether it worked.
+bool run(structThrSql &task, TransactionWatch &watch, const QString &sql,
          const std::function<bool()> &attempt);
 
 /// The error of a commit whose transaction went with its session.

@@ -140,8 +140,6 @@ void VEXT_sqlThr::afterStatement(const QString &sql, const QSqlError &error)
     const Step step = StatementRules::transactionStep(sql, m_mainKind.dbmsType);
     if (error.type() == QSqlError::NoError)
         m_mainWatch.executed(step);
-    else if (error.type() == QSqlError::TransactionError && m_mainWatch.isLost())
-        m_mainWatch.ended(); // told once
     if (step == Step::Commit || step == Step::Rollback)
         m_relay.afterTransaction();
     else if (error.type() == QSqlError::NoError)

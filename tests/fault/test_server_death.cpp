@@ -254,6 +254,10 @@ void TestServerDeath::commitTellsThatTheTransactionWasLost()
                   QStringLiteral("SELECT pg_terminate_backend(%1)").arg(pid), true);
     untilAnswered(m_postgres.parameters(),
                   QStringLiteral("SELECT count(*) FROM pg_stat_activity WHERE pid = ") + pid, 0);
+    // The second one runs on a new session, whose own commit would succeed.
+    const QString one = QStringLiteral("SELECT 1");
+    QVERIFY(!m_script->ask(Way::Thread, QStringLiteral("db"), one));
+    QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"), one));
     m_script->eval(QStringLiteral("db.query_thread(keep(0), 'commit')"));
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1")));
     QCOMPARE(m_script->text(QStringLiteral("delivered[0].result")),
