@@ -19,6 +19,8 @@ QByteArray withoutControlSequences(const QByteArray &raw)
 {
     static const QRegularExpression sequence(QStringLiteral("\x1b\\[[0-9;?]*[A-Za-z]"));
     QString text = QString::fromUtf8(raw);
+    // A line that is cleared may have been read already: it stays, as a line of its own.
+    text.replace(QLatin1String("\r\x1b[K"), QLatin1String("\n"));
     text.remove(sequence);
     text.remove(QLatin1Char('\r'));
     return text.toUtf8();
