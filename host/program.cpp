@@ -79,7 +79,7 @@ int Program::finish()
 {
     const int exitCode = m_host->exec();
     m_source.reset();
-    endPrompt(exitCode);
+    m_session.reset(); // gives the terminal back before anything else is written
     m_host->shutDown();
     return exitCode;
 }
@@ -206,19 +206,19 @@ void Program::startPrompt()
     connect(m_session.data(), &PromptSession::finished, this,
             [this] { m_host->end()->request(0); });
     connect(m_host->end(), &ScriptEnd::requested, m_session.data(), &PromptSession::stop);
+    connect(m_host->end(), &ScriptEnd::requested, this, &Program::leaveAbandoned);
     m_session->start();
 }
 
-/// Gives the terminal back before anything else is written.
-void Program::endPrompt(int exitCode)
+/// The worker of an abandoned statement ends with it, and nobody waits for that. Called before the
+/// engine goes: its end would wait.
+void Program::leaveAbandoned()
 {
-    const bool mustNotWait = m_session && m_session->hasAbandoned();
-    m_session.reset();
-    if (!mustNotWait)
+    if (!m_session->hasAbandoned())
         return;
-    // The worker of an abandoned statement ends with it, and nobody waits for that.
+    m_session->save();
     std::fflush(nullptr);
-    ::_exit(exitCode);
+    ::_exit(m_host->end()->code());
 }
 
 void Program::onStatement(const QString &code)

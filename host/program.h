@@ -39,7 +39,7 @@ private:
     void runScript(const QString &code);
     void readStatements();
     void startPrompt();
-    void endPrompt(int exitCode);
+    void leaveAbandoned();
     void onStatement(const QString &code);
     void onInputEnd();
     void onInterrupt(int number);

@@ -50,6 +50,12 @@ History::History()
 
 History::~History()
 {
+    save();
+    clear_history();
+}
+
+void History::save() const
+{
     HIST_ENTRY **const entries = history_list();
     // No history is no reason to fail.
     if (entries && QDir().mkpath(QFileInfo(file()).path())) {
@@ -61,7 +67,6 @@ History::~History()
             made.commit();
         }
     }
-    clear_history();
 }
 
 void History::add(const QString &entry)

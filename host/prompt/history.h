@@ -18,6 +18,8 @@ public:
     History(const History &) = delete;
     History &operator=(const History &) = delete;
 
+    void save() const;
+
     /// Adds an entry, with line breaks between its lines.
     void add(const QString &entry);
 

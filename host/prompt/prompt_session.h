@@ -46,6 +46,9 @@ public:
     /// @return false when there was nothing of all that.
     bool interrupt();
 
+    /// Writes what the end of the session would write.
+    void save() { m_prompt.history()->save(); }
+
     /// Whether a statement was let go that nobody could cancel: it holds its connection, and the
     /// connection the end of the program.
     bool hasAbandoned() const;
