@@ -48,7 +48,7 @@ bool ThreadSession::takeNameDue()
     return m_kind.dbmsType == SqlDriverKind::PostgreSql && !std::exchange(m_nameTold, true);
 }
 
-ThreadSession::Outcome ThreadSession::run(taskSqlType command)
+std::optional<ThreadSession::Outcome> ThreadSession::run(taskSqlType command)
 {
     switch (command) {
     case taskTransaction:
@@ -60,7 +60,7 @@ ThreadSession::Outcome ThreadSession::run(taskSqlType command)
     case taskSql:
         break;
     }
-    return {};
+    return std::nullopt;
 }
 
 std::optional<ThreadSession::Outcome> ThreadSession::runWord(const QString &sql)

@@ -45,8 +45,8 @@ public:
     /// Whether the server still has to be told the application's name: once a session.
     bool takeNameDue();
 
-    /// Runs a task that is one transaction command.
-    Outcome run(taskSqlType command);
+    /// Runs a task that is one transaction command; any other runs nothing.
+    std::optional<Outcome> run(taskSqlType command);
     /// Runs the word if the statement is one that acts on the transaction without being sent.
     std::optional<Outcome> runWord(const QString &sql);
 

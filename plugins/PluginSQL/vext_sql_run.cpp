@@ -139,9 +139,9 @@ void VEXT_sqlThr::ThreadBody::runTask(structThrSql *task)
     if (task->type == taskSql) {
         runStatements(task);
         m_worker.m_thrSqlBusy.storeRelease(0);
-    } else {
+    } else if (const auto outcome = m_session.run(task->type)) {
         // The busy mark stays until the next task is asked for, as for every command.
-        keepOutcome(task, m_session.run(task->type));
+        keepOutcome(task, *outcome);
     }
     QMutexLocker locker(&m_worker.m_mutexSqlTasks);
     m_worker.completeTask(task);

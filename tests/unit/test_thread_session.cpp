@@ -63,8 +63,8 @@ void TestThreadSession::cleanup()
 
 void TestThreadSession::secondTransactionRollsBackTheFirst()
 {
-    QVERIFY(m_session->run(taskTransaction).ok);
-    QVERIFY(m_session->run(taskTransaction).ok);
+    QVERIFY(m_session->run(taskTransaction)->ok);
+    QVERIFY(m_session->run(taskTransaction)->ok);
     QCOMPARE(m_server->count(StubCall::Begin), 2);
     QCOMPARE(m_server->count(StubCall::Rollback), 1);
     QVERIFY(m_watch.isOpen());
@@ -72,8 +72,8 @@ void TestThreadSession::secondTransactionRollsBackTheFirst()
 
 void TestThreadSession::endOfATransactionThatNeverBeganReachesNoDatabase()
 {
-    QVERIFY(m_session->run(taskCommit).ok);
-    QVERIFY(m_session->run(taskRollback).ok);
+    QVERIFY(m_session->run(taskCommit)->ok);
+    QVERIFY(m_session->run(taskRollback)->ok);
     QCOMPARE(m_server->count(StubCall::Commit) + m_server->count(StubCall::Rollback), 0);
 }
 
@@ -95,13 +95,13 @@ void TestThreadSession::otherStatementsAreNoWords()
 
 void TestThreadSession::commitBehindALostSessionFailsOnce()
 {
-    QVERIFY(m_session->run(taskTransaction).ok);
+    QVERIFY(m_session->run(taskTransaction)->ok);
     QVERIFY(m_session->open());
-    const ThreadSession::Outcome lost = m_session->run(taskCommit);
+    const ThreadSession::Outcome lost = *m_session->run(taskCommit);
     QVERIFY(!lost.ok);
     QCOMPARE(lost.error.type(), QSqlError::TransactionError);
     QCOMPARE(m_server->count(StubCall::Commit), 0);
-    QVERIFY(m_session->run(taskCommit).ok);
+    QVERIFY(m_session->run(taskCommit)->ok);
 }
 
 void TestThreadSession::reopeningClosesTheSessionThatWasLost()
@@ -125,7 +125,7 @@ void TestThreadSession::applicationNameIsDueOnceASession()
 
 void TestThreadSession::endRollsBackWhatIsOpen()
 {
-    QVERIFY(m_session->run(taskTransaction).ok);
+    QVERIFY(m_session->run(taskTransaction)->ok);
     m_server->fail(StubCall::Rollback,
                    stubError(QSqlError::TransactionError, QStringLiteral("no rollback")));
     QCOMPARE(m_session->rollBackRest().databaseText(), QStringLiteral("no rollback"));
