@@ -29,6 +29,7 @@ bool MariaDbClient::resolve()
                                  "libmysqlclient.so.18"});
     library.resolve("mariadb_get_infov", m_getInfo);
     return library.resolve("mysql_errno", m_errorNumber) &&
+           library.resolve("mysql_error", m_errorText) &&
            library.resolve("mysql_sqlstate", m_state) &&
            library.resolve("mysql_get_socket", m_socket) &&
            library.resolve("mysql_thread_id", m_session) &&
@@ -38,6 +39,11 @@ bool MariaDbClient::resolve()
            library.resolve("mysql_ssl_set", m_setEncryption) &&
            library.resolve("mysql_real_connect", m_connect) &&
            library.resolve("mysql_close", m_close);
+}
+
+QString MariaDbClient::errorText(st_mysql *connection) const
+{
+    return QString::fromUtf8(m_errorText(connection));
 }
 
 QString MariaDbClient::state(st_mysql *connection) const

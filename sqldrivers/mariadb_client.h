@@ -31,6 +31,7 @@ public:
     bool resolve();
 
     unsigned int errorNumber(st_mysql *connection) const { return m_errorNumber(connection); }
+    QString errorText(st_mysql *connection) const;
     QString state(st_mysql *connection) const;
     int socket(st_mysql *connection) const { return m_socket(connection); }
     unsigned long session(st_mysql *connection) const { return m_session(connection); }
@@ -47,6 +48,7 @@ public:
 
 private:
     unsigned int (*m_errorNumber)(st_mysql *) = nullptr;
+    const char *(*m_errorText)(st_mysql *) = nullptr;
     const char *(*m_state)(st_mysql *) = nullptr;
     int (*m_socket)(st_mysql *) = nullptr;
     unsigned long (*m_session)(st_mysql *) = nullptr;

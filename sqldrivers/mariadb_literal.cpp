@@ -34,7 +34,9 @@ QString numberLiteral(double number, QString *refusal)
             QCoreApplication::translate("MariaDbLiteral", "MariaDB knows neither infinity nor NaN");
         return QString();
     }
-    return QString::number(number, 'g', QLocale::FloatingPointShortest);
+    const QString text = QString::number(number, 'g', QLocale::FloatingPointShortest);
+    // Without an exponent the server would calculate with a decimal.
+    return text.contains(QLatin1Char('e')) ? text : text + QLatin1String("e0");
 }
 
 } // namespace

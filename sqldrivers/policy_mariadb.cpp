@@ -39,20 +39,13 @@ bool isLossNumber(unsigned int number)
     return numbers.contains(number);
 }
 
-/// What the stock driver can prepare and read the rows of.
+/// What the server can prepare.
 bool isPreparable(const QString &verb)
 {
     static const QStringList verbs{QStringLiteral("SELECT"),  QStringLiteral("INSERT"),
                                    QStringLiteral("UPDATE"),  QStringLiteral("DELETE"),
                                    QStringLiteral("REPLACE"), QStringLiteral("WITH"),
                                    QStringLiteral("VALUES"),  QStringLiteral("DO")};
-    return verbs.contains(verb);
-}
-
-bool isChange(const QString &verb)
-{
-    static const QStringList verbs{QStringLiteral("INSERT"), QStringLiteral("UPDATE"),
-                                   QStringLiteral("DELETE"), QStringLiteral("REPLACE")};
     return verbs.contains(verb);
 }
 
@@ -206,9 +199,9 @@ void MariaDbPolicy::detach()
 std::unique_ptr<BoundStatement> MariaDbPolicy::makeStatement(StatementPlan plan)
 {
     QSqlResult *result = stock()->createResult();
-    // QMYSQL (5.15) does not fetch the rows of a prepared change.
-    const bool changeWithRows = isChange(plan.verb()) && !plan.returnsNoColumns();
-    if (isPreparable(plan.verb()) && !changeWithRows)
+    // QMYSQL (5.15) does not fetch the rows of a prepared change, and of a prepared query it takes
+    // the columns' lengths before the values are known: "SELECT ?" fails with a text.
+    if (isPreparable(plan.verb()) && plan.returnsNoColumns())
         return std::make_unique<MariaDbStatement>(std::move(plan), result);
     return std::make_unique<LiteralStatement>(std::move(plan), result, MariaDbLiteral::of);
 }
@@ -218,6 +211,18 @@ std::unique_ptr<BoundStatement> MariaDbPolicy::makeStatement(StatementPlan plan)
 bool MariaDbPolicy::mayKeep(const StatementPlan &plan) const
 {
     return plan.returnsNoColumns() && isPreparable(plan.verb());
+}
+
+/// QMYSQL (5.15) takes a result for none when it cannot take all of its rows over, and reports
+/// success: after a loss, and for a cancel that came between two rows.
+QSqlError MariaDbPolicy::complete(bool good)
+{
+    const unsigned int number = good && m_connection ? m_client.errorNumber(m_connection) : 0;
+    if (number == 0)
+        return QSqlError();
+    return QSqlError(QStringLiteral("QMYSQL: Unable to store result"),
+                     m_client.errorText(m_connection), QSqlError::StatementError,
+                     QString::number(number));
 }
 
 bool MariaDbPolicy::endsKept(const QString &text) const

@@ -30,6 +30,7 @@ public:
 
     std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;
     bool mayKeep(const StatementPlan &plan) const override;
+    QSqlError complete(bool good) override;
     bool endsKept(const QString &text) const override;
     bool isStale(const QSqlError &error) const override;
 
