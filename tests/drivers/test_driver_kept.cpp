@@ -99,7 +99,9 @@ void TestDriverKept::open(const QString &system)
         QSqlDatabase db = m_systems.get(system).parameters().database(name);
         QVERIFY2(db.open(), qPrintable(db.lastError().text()));
     }
-    run(QStringLiteral("DROP TABLE IF EXISTS kept_rows"));
+    // Firebird knows no IF EXISTS, and keeps a table that a transaction may still use.
+    QSqlQuery(QSqlDatabase::database(Connection, false))
+        .exec(QStringLiteral("DROP TABLE kept_rows"));
     run(QStringLiteral("CREATE TABLE kept_rows (id INTEGER PRIMARY KEY, a VARCHAR(40))"));
     run(QStringLiteral("INSERT INTO kept_rows VALUES (1, 'one')"));
 }
@@ -143,7 +145,7 @@ void TestDriverKept::keptStatementIsRightAfter_data()
     QTest::addColumn<QString>("expected");
     const QString one = QStringLiteral("SELECT a FROM kept_rows WHERE id = ?");
     const QString all = QStringLiteral("SELECT * FROM kept_rows WHERE id = ?");
-    const QString add = QStringLiteral("ALTER TABLE kept_rows ADD COLUMN b INTEGER DEFAULT 7");
+    const QString add = QStringLiteral("ALTER TABLE kept_rows ADD b INTEGER DEFAULT 7");
     const QString drop = QStringLiteral("DROP TABLE kept_rows");
     const QString create = QStringLiteral("CREATE TABLE kept_rows (id INTEGER, a INTEGER)");
     const QString fill = QStringLiteral("INSERT INTO kept_rows VALUES (1, 5)");
@@ -154,15 +156,21 @@ void TestDriverKept::keptStatementIsRightAfter_data()
                 << system << changes << select << utf8(expected);
         };
         row("a new column", {add}, one, "one");
-        row("a new column, all columns", {add}, all, "1|one|7");
+        // Firebird gives the rows that were there no default, and takes BEGIN for no statement.
+        const bool firebird = system == QLatin1String("Firebird");
+        row("a new column, all columns", {add}, all, firebird ? "1|one|" : "1|one|7");
         row("another table of the name", {drop, create, fill}, one, "5");
         row("another table of the name, all columns", {drop, create, fill}, all, "1|5");
+        if (firebird)
+            continue;
         row("a rollback",
             {QStringLiteral("BEGIN"), QStringLiteral("DELETE FROM kept_rows"),
              QStringLiteral("ROLLBACK")},
             one, "one");
         row("a table made and rolled back",
-            {QStringLiteral("BEGIN"), drop, create, fill, QStringLiteral("ROLLBACK")}, one, "one");
+            {QStringLiteral("BEGIN"), drop, create, fill, QStringLiteral("ROLLBACK")}, one,
+            // MariaDB commits with each change of a table.
+            system == QLatin1String("MariaDB") ? "5" : "one");
     }
     QTest::newRow("PostgreSQL, DISCARD ALL")
         << Postgres << QStringList{QStringLiteral("DISCARD ALL")} << one << QStringLiteral("one");
@@ -203,7 +211,7 @@ void TestDriverKept::changeByAnotherConnectionIsNoticed_data()
     QTest::addColumn<QString>("expected");
     for (const QString &system : LayeredSystems::names()) {
         QTest::addRow("%s, a new column", qPrintable(system))
-            << system << QStringLiteral("ALTER TABLE kept_rows ADD COLUMN b INTEGER DEFAULT 7")
+            << system << QStringLiteral("ALTER TABLE kept_rows ADD b INTEGER DEFAULT 7")
             << QVariant(QStringLiteral("two")) << QStringLiteral("two");
     }
     QTest::newRow("PostgreSQL, text that becomes a number")
