@@ -233,7 +233,9 @@ QString StatementPlan::withLiterals(const QStringList &literals) const
     QString text = m_pieces.constFirst();
     for (int i = 0; i < m_valueOf.size(); ++i) {
         const QString &piece = m_pieces.at(i + 1);
-        if (!text.isEmpty() && !isApart(text.back()))
+        // MariaDB takes two hyphens for a comment where a blank follows, and for signs elsewhere.
+        const bool behindSigns = text.endsWith(QLatin1String("--"));
+        if (!text.isEmpty() && !behindSigns && !isApart(text.back()))
             text += QLatin1Char(' ');
         text += literals.at(m_valueOf.at(i));
         if (!piece.isEmpty() && !isApart(piece.front()))
