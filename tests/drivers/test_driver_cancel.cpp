@@ -421,6 +421,7 @@ void TestDriverCancel::noStatementIsHitByTheCancelOfAnother()
         }
         QThread::usleep(random.bounded(2000u));
     }
+    worker.wait(); // what it has counted is ours from here on
     QVERIFY2(wrong == 0, qPrintable(QStringLiteral("%1 (seed %2)").arg(wrongText).arg(seed)));
     QVERIFY2(hit > 0, "no statement was cancelled at all");
     qDebug("%d of %d cancelled, %d hit wrongly", hit, rounds, wrong);

@@ -67,6 +67,7 @@ private slots:
     void secondInterruptEndsAScriptThatNeverReturns();
     void oneSignalEndsWhateverRunsWithinTwoSeconds_data();
     void oneSignalEndsWhateverRunsWithinTwoSeconds();
+    void stockDriversCancelNothing();
 };
 
 void TestVextRun::optionsThatAreWrongEndWithCode2_data()
@@ -623,6 +624,13 @@ void TestVextRun::oneSignalEndsWhateverRunsWithinTwoSeconds()
     QVERIFY2(elapsed <
                  2000 * qEnvironmentVariable("VEXT_TEST_TIME_FACTOR", QStringLiteral("1")).toInt(),
              qPrintable(QString::number(elapsed)));
+}
+
+void TestVextRun::stockDriversCancelNothing()
+{
+    const QString code = openSqlite() + QStringLiteral("print(db.hasFeature().CancelQuery)");
+    QCOMPARE(runCode(code).output, QStringLiteral("true\n"));
+    QCOMPARE(runCode(code, {QStringLiteral("--stock-drivers")}).output, QStringLiteral("false\n"));
 }
 
 QTEST_GUILESS_MAIN(TestVextRun)
