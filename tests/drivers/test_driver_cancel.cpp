@@ -459,7 +459,8 @@ void TestDriverCancel::timeLimitEndsAStatementWithATextOfItsOwn()
     limited.connectOptions += QStringLiteral("VEXT_STATEMENT_TIMEOUT=300");
     {
         QSqlDatabase db = limited.database(QStringLiteral("limited"));
-        QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+        worker.wait(); // as above
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
         QSqlQuery query(db);
         QElapsedTimer timer;
         timer.start();
