@@ -207,9 +207,10 @@ QSqlError PostgresPolicy::refusal(const QString &text)
     keepSettings();
     if (leadingWord(text) != QLatin1String("SET"))
         return QSqlError();
-    static const QRegularExpression style(QStringLiteral("^[^=]*\\bdatestyle\\b(?!.*\\biso\\b)"),
-                                          QRegularExpression::CaseInsensitiveOption |
-                                              QRegularExpression::DotMatchesEverythingOption);
+    // The order of day and month may change: ISO dates do not follow it.
+    static const QRegularExpression style(
+        QStringLiteral("^[^=]*\\bdatestyle\\b.*\\b(german|postgres|sql)"),
+        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
     static const QRegularExpression encoding(
         QStringLiteral("^[^=']*\\b(client_encoding|names)\\b(?!.*\\b(utf-?8|unicode|default)\\b)"),
         QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);

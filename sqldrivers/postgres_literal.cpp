@@ -46,7 +46,7 @@ QString real(double value, PostgresLiteral::Numbers numbers)
     return number(QString::number(value, 'g', QLocale::FloatingPointShortest), numbers);
 }
 
-/// Qt's own driver writes instants in UTC, and so a timestamp without a zone gets UTC's clock.
+/// A text is read by the type of its place, which takes no notice of the zone where it has none.
 QString instant(const QDateTime &value)
 {
     const QDateTime utc = value.toUTC();
@@ -81,7 +81,8 @@ QString PostgresLiteral::of(const QVariant &value, Numbers numbers, QString *ref
         return QLatin1String("E'\\\\x") + QString::fromLatin1(value.toByteArray().toHex()) +
                QLatin1Char('\'');
     case QMetaType::QDateTime:
-        return instant(value.toDateTime());
+        // The type makes the server turn it into the session's clock where a place has no zone.
+        return QLatin1String("TIMESTAMP WITH TIME ZONE ") + instant(value.toDateTime());
     case QMetaType::QDate:
         return quoted(value.toDate().toString(Qt::ISODate));
     case QMetaType::QTime:
@@ -95,6 +96,8 @@ QString PostgresLiteral::of(const QVariant &value, Numbers numbers, QString *ref
 
 QString PostgresLiteral::inText(const BoundValue &value, QString *refusal)
 {
+    if (value.value.userType() == QMetaType::QDateTime && !value.value.isNull())
+        return instant(value.value.toDateTime()); // routines are found by the types given
     const QString literal = of(value.value, Numbers::Bare, refusal);
     return literal.startsWith(QLatin1Char('-')) ? QLatin1Char('(') + literal + QLatin1Char(')')
                                                 : literal;

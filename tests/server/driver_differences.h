@@ -38,6 +38,8 @@ struct ErrorCase {
     int number;            ///< in lastErrors: the native code where it is a number, else 0
     const char *text;      ///< part of lastError
     bool staysOpen = true; ///< the main connection, after a synchronous statement
+    /// As number, with the layer of drivers, where every one of them is a statement's error.
+    int layeredNumber = number;
 };
 
 /// What a driver does with a value or a statement that its users would not expect, and what they
@@ -48,7 +50,8 @@ struct OddityCase {
     /// Script code with `db`, `run(sql, ...)` for statements that must succeed, `seen(outcome)` for
     /// what a statement gave: rows as the script function `rows` tells them, or "error: TEXT".
     const char *code;
-    const char *seen; ///< the value of the code's last expression
+    const char *seen;           ///< the value of the code's last expression
+    const char *layered = seen; ///< as seen, with the layer of drivers
 };
 
 const std::vector<DriverTraits> &driverTraits();

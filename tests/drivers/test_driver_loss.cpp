@@ -1,0 +1,266 @@
+/// @file
+/// How a lost connection is seen through the layer: sessions ended by the server, servers killed,
+/// and lines that are cut, half-closed or silent.
+
+#include "database_script.h"
+#include "deadline.h"
+#include "layer_path.h"
+#include "layered_systems.h"
+#include "tcp_relay.h"
+
+#include <QElapsedTimer>
+#include <QtTest>
+
+namespace
+{
+
+const QString Postgres = QStringLiteral("PostgreSQL");
+const QString MariaDb = QStringLiteral("MariaDB");
+const QString OdbcPostgres = QStringLiteral("ODBC to PostgreSQL");
+
+/// What happens to an idle line.
+struct Fault {
+    const char *name;
+    void (*strike)(TcpRelay &relay);
+};
+
+const Fault Faults[] = {
+    {"cut", [](TcpRelay &relay) { relay.cut(); }},
+    {"half-close", [](TcpRelay &relay) { relay.halfClose(); }},
+};
+
+} // namespace
+
+class TestDriverLoss : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { useDriverLayer(); }
+    void init() { m_script = std::make_unique<DatabaseScript>(); }
+    void cleanup();
+
+    void brokenIdleLineIsSeenAtOnce_data();
+    void brokenIdleLineIsSeenAtOnce();
+    void endedSessionIsSeenAndTheWorkerReopens_data() { everyServer(); }
+    void endedSessionIsSeenAndTheWorkerReopens();
+    void killedServerIsSeenAndTheWorkerReopens_data() { everyServer(); }
+    void killedServerIsSeenAndTheWorkerReopens();
+    void stoppingOnASilentLineEndsInTime_data() { watchedServers(); }
+    void stoppingOnASilentLineEndsInTime();
+    void closingOnASilentLineEndsInTime_data() { watchedServers(); }
+    void closingOnASilentLineEndsInTime();
+    void serverThatNeverAnswersFailsTheOpenInTime_data() { watchedServers(); }
+    void serverThatNeverAnswersFailsTheOpenInTime();
+
+private:
+    static void watchedServers();
+    static void everyServer();
+    /// The parameters of a system, through the relay.
+    ConnectionParameters throughRelay(const QString &system, const QString &options = {});
+    bool openThroughRelay(const QString &system);
+    bool endSession(const QString &system, const QString &id);
+    /// A statement that the silent line keeps the worker waiting for.
+    bool beginSilentStatement();
+
+    LayeredSystems m_systems;
+    std::unique_ptr<TcpRelay> m_relay;
+    std::unique_ptr<DatabaseScript> m_script;
+};
+
+void TestDriverLoss::cleanup()
+{
+    if (m_relay) {
+        m_relay->heal();
+        m_relay->cut(); // whatever still hangs ends now
+    }
+    m_script.reset();
+    m_relay.reset();
+}
+
+void TestDriverLoss::watchedServers()
+{
+    QTest::addColumn<QString>("system");
+    QTest::newRow("PostgreSQL") << Postgres;
+    QTest::newRow("MariaDB") << MariaDb;
+}
+
+void TestDriverLoss::everyServer()
+{
+    watchedServers();
+    QTest::newRow("ODBC to PostgreSQL") << OdbcPostgres;
+}
+
+ConnectionParameters TestDriverLoss::throughRelay(const QString &system, const QString &options)
+{
+    if (!m_relay) {
+        m_relay = std::make_unique<TcpRelay>();
+        const int port =
+            system == Postgres ? m_systems.postgres().port() : m_systems.mariadb().port();
+        if (!m_relay->start(quint16(port)))
+            qWarning("no relay");
+    }
+    ConnectionParameters parameters = m_systems.get(system).parameters();
+    parameters.hostName = QStringLiteral("127.0.0.1");
+    parameters.port = m_relay->port();
+    parameters.connectOptions = options;
+    return parameters;
+}
+
+bool TestDriverLoss::openThroughRelay(const QString &system)
+{
+    return m_script->open(QStringLiteral("db"), throughRelay(system)) &&
+           m_script->mustRun(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 1"));
+}
+
+bool TestDriverLoss::endSession(const QString &system, const QString &id)
+{
+    const bool mariaDb = system == MariaDb;
+    return m_script->open(QStringLiteral("other"),
+                          m_systems.get(mariaDb ? MariaDb : Postgres).parameters()) &&
+           m_script->mustRun(Way::Here, QStringLiteral("other"),
+                             (mariaDb ? QStringLiteral("KILL %1")
+                                      : QStringLiteral("SELECT pg_terminate_backend(%1)"))
+                                 .arg(id));
+}
+
+// --- Lines that break ---
+
+void TestDriverLoss::brokenIdleLineIsSeenAtOnce_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<int>("fault");
+    for (const QString &system : {Postgres, MariaDb}) {
+        int index = 0;
+        for (const Fault &fault : Faults)
+            QTest::addRow("%s, %s", qPrintable(system), fault.name) << system << index++;
+    }
+}
+
+void TestDriverLoss::brokenIdleLineIsSeenAtOnce()
+{
+    QFETCH(QString, system);
+    QFETCH(int, fault);
+    USE_SYSTEM(m_systems, system);
+    QVERIFY(openThroughRelay(system));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.isOpen")));
+
+    Faults[fault].strike(*m_relay);
+    QVERIFY(m_script->waitFor(QStringLiteral("!db.isOpen")));
+    m_relay->heal();
+    // The worker's session was lost as well, and nothing was under way on it.
+    QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
+    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 2")),
+             QStringLiteral("number:2"));
+}
+
+// --- Sessions and servers that end ---
+
+void TestDriverLoss::endedSessionIsSeenAndTheWorkerReopens()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QVERIFY(m_script->open(QStringLiteral("db"), m_systems.get(system).parameters()));
+    const QString ask = system == MariaDb ? QStringLiteral("SELECT CONNECTION_ID()")
+                                          : QStringLiteral("SELECT pg_backend_pid()");
+    const QString id = m_script->rows(Way::Here, QStringLiteral("db"), ask).mid(7);
+    QVERIFY(endSession(system, id));
+    if (system == OdbcPostgres) // has no socket to watch: a statement finds it
+        QVERIFY(!m_script->ask(Way::Here, QStringLiteral("db"), QStringLiteral("SELECT 1")));
+    QVERIFY(m_script->waitFor(QStringLiteral("!db.isOpen")));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
+
+    const QString worker = m_script->rows(Way::Thread, QStringLiteral("db"), ask).mid(7);
+    QVERIFY(endSession(system, worker));
+    // One task at most tells the loss; the next one runs on a new session.
+    if (!m_script->ask(Way::Thread, QStringLiteral("db"), ask))
+        QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"), ask));
+    QVERIFY(m_script->text(QStringLiteral("answer.result.fields_index[0][0]")) !=
+            QStringLiteral("number:") + worker);
+}
+
+void TestDriverLoss::killedServerIsSeenAndTheWorkerReopens()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QVERIFY(m_script->open(QStringLiteral("db"), m_systems.get(system).parameters()));
+    const QString one = QStringLiteral("SELECT 1");
+    QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"), one));
+    QVERIFY(system == MariaDb ? m_systems.mariadb().kill()
+                              : m_systems.postgres().shutDown(PostgresServer::Shutdown::Immediate));
+
+    if (system == OdbcPostgres)
+        QVERIFY(!m_script->ask(Way::Here, QStringLiteral("db"), one));
+    QVERIFY(m_script->waitFor(QStringLiteral("!db.isOpen")));
+    QVERIFY(!m_script->isTrue(QStringLiteral("db.open()")));
+    QCOMPARE(m_script->eval(QStringLiteral("db.lastErrors.type")).toInt32(), 1);
+
+    QVERIFY(system == MariaDb ? m_systems.mariadb().startAgain()
+                              : m_systems.postgres().startAgain());
+    QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
+    if (!m_script->ask(Way::Thread, QStringLiteral("db"), one))
+        QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"), one));
+}
+
+// --- Lines that are silent ---
+
+bool TestDriverLoss::beginSilentStatement()
+{
+    m_relay->blackHole();
+    m_script->eval(QStringLiteral("db.query_thread(keep(0), 'SELECT 1')"));
+    return m_script->waitFor(QStringLiteral("db.taskSize() === 0"));
+}
+
+void TestDriverLoss::stoppingOnASilentLineEndsInTime()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QVERIFY(openThroughRelay(system));
+    QVERIFY(beginSilentStatement());
+
+    QElapsedTimer timer;
+    timer.start();
+    m_script->eval(QStringLiteral("db.stop_thread(20000)"));
+    QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1 && !db.isRunning")));
+    QVERIFY(m_script->isTrue(QStringLiteral("delivered[0].error.length > 0")));
+    m_relay->heal();
+    m_script->eval(QStringLiteral("if (!db.isOpen) db.open()"));
+    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 2")),
+             QStringLiteral("number:2"));
+}
+
+void TestDriverLoss::closingOnASilentLineEndsInTime()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QVERIFY(openThroughRelay(system));
+    QVERIFY(beginSilentStatement());
+
+    QElapsedTimer timer;
+    timer.start();
+    m_script->eval(QStringLiteral("db.close()"));
+    QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1")));
+    QVERIFY(m_script->isTrue(QStringLiteral("delivered[0].error.length > 0 && !db.isOpen")));
+}
+
+void TestDriverLoss::serverThatNeverAnswersFailsTheOpenInTime()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    const ConnectionParameters parameters =
+        throughRelay(system, QStringLiteral("VEXT_CONNECT_TIMEOUT=2000"));
+    m_relay->blackHole();
+    m_script->declare(QStringLiteral("db"), parameters);
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!m_script->isTrue(QStringLiteral("db.open()")));
+    QVERIFY2(timer.elapsed() < 2000 + scaledMs(1500), qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(m_script->eval(QStringLiteral("db.lastErrors.type")).toInt32(), 1);
+    m_relay->heal();
+    QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
+}
+
+QTEST_GUILESS_MAIN(TestDriverLoss)
+#include "test_driver_loss.moc"
