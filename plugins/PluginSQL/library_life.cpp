@@ -114,6 +114,12 @@ void LibraryLife::removeWorker(VEXT_sqlThr *worker)
     s_workers.removeOne(worker);
 }
 
+int LibraryLife::workerCount()
+{
+    QMutexLocker locker(&s_mutexWorkers);
+    return s_workers.size();
+}
+
 void LibraryLife::releaseWorkers(bool all)
 {
     for (const QPointer<VEXT_sqlThr> &worker : workersOfThisThread()) {

@@ -23,6 +23,8 @@ ScriptTag &tagObjects();
 /// Enters a worker that was made, and strikes out one that goes. Engine's thread.
 void addWorker(VEXT_sqlThr *worker);
 void removeWorker(VEXT_sqlThr *worker);
+/// Workers that are alive in the process. Any thread.
+int workerCount();
 
 /// Frees the workers of this thread that wait for an event loop which will not run any more, and
 /// with `all` every other connection of this thread too: for the end of the application and of the

@@ -155,7 +155,8 @@ void TestDocumentation::everyExampleIsRunBySomeTest()
 {
     const QString tests = fileText(QStringLiteral("tests/docs/test_documentation.cpp")) +
                           fileText(QStringLiteral("tests/host/test_quickstart.cpp")) +
-                          fileText(QStringLiteral("tests/server/test_examples.cpp"));
+                          fileText(QStringLiteral("tests/server/test_examples.cpp")) +
+                          fileText(QStringLiteral("tests/library/test_cluster_postgres.cpp"));
     const QStringList examples = QDir(QStringLiteral(VEXT_SOURCE_DIR "/examples"))
                                      .entryList({QStringLiteral("*.js")}, QDir::Files);
     QVERIFY(!examples.isEmpty());

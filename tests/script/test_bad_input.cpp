@@ -1,5 +1,6 @@
 // What scripts and hosts get wrong. Each time a documented answer or a clear error, and afterwards
 // a connection that works; never a crash, a leak or a hang.
+#include "library_life.h"
 #include "frame_host.h"
 #include "message_log.h"
 #include "recording_driver.h"
@@ -220,7 +221,7 @@ void TestBadInput::cleanup()
     m_host.reset();
     drainEvents();
     QVERIFY(VEXT_SQL::m_listSqlConns.isEmpty());
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
     QVERIFY2(QSqlDatabase::connectionNames().isEmpty(),
              qPrintable(QSqlDatabase::connectionNames().join(QLatin1Char(' '))));
     QVERIFY2(m_stub->liveResults() == 0 && m_stub->liveDrivers() == 0,
@@ -748,7 +749,7 @@ void TestBadInput::engineMayDieWhileTasksRun()
     timer.start();
     h().script.destroyEngine();
     QVERIFY2(timer.elapsed() < scaledMs(5000), qPrintable(QString::number(timer.elapsed())));
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
     QCOMPARE(m_stub->liveDrivers(), 0);
     QVERIFY(m_stub->executed().size() <= 2);
 }
@@ -762,7 +763,7 @@ void TestBadInput::engineMayDieWithUndeliveredResults()
         QThread::yieldCurrentThread();
     QVERIFY(!deadline.expired());
     h().script.destroyEngine();
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
 }
 
 void TestBadInput::engineMayDieInsideACallback()
@@ -833,7 +834,7 @@ void TestBadInput::deletedConnectionDeliversNothing()
     QVERIFY(gate->waitReached());
     h().eval("destroy(db)");
     drainEvents();
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
     QVERIFY(h().holds("done === 0"));
     makeDb();
     verifyUsable();
@@ -866,7 +867,7 @@ void TestBadInput::connectionMayBeDeletedInItsSignal()
     h().eval(QStringLiteral("try { %1 } catch (e) {}").arg(code));
     QVERIFY(h().script.waitForScript(QStringLiteral("gone")));
     drainEvents();
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
     QVERIFY(QSqlDatabase::connectionNames().isEmpty());
     makeDb();
     verifyUsable();
@@ -879,7 +880,7 @@ void TestBadInput::connectionMayBeDeletedInACallback()
     QVERIFY(h().script.waitForScript(QStringLiteral("calls > 0")));
     drainEvents();
     QVERIFY(h().holds("calls === 1"));
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
 }
 
 void TestBadInput::connectionMayCloseInItsSignal_data()

@@ -1,4 +1,5 @@
 // The connection object as scripts and hosts see it: its tables, its properties, its functions.
+#include "library_life.h"
 #include "frame_host.h"
 #include "message_log.h"
 #include "meta_table.h"
@@ -114,7 +115,7 @@ void TestConnectionObject::cleanup()
 {
     m_host.reset();
     QVERIFY(VEXT_SQL::m_listSqlConns.isEmpty());
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
     QVERIFY2(m_stub->liveResults() == 0 && m_stub->liveDrivers() == 0,
              qPrintable(m_stub->record()));
     m_stub.reset();

@@ -1,4 +1,5 @@
 // The script constructor VEXT_SQL.
+#include "library_life.h"
 #include "frame_host.h"
 #include "message_log.h"
 
@@ -76,7 +77,7 @@ void TestConstructor::cleanup()
 {
     m_host.reset();
     QVERIFY(VEXT_SQL::m_listSqlConns.isEmpty());
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
     VERIFY_NO_QT_COMPLAINTS(*m_log);
     m_log.reset();
 }

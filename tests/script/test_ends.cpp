@@ -109,7 +109,7 @@ void TestEnds::cleanup()
     m_host.reset();
     drainEvents();
     QVERIFY(VEXT_SQL::m_listSqlConns.isEmpty());
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
     QCOMPARE(QSqlDatabase::connectionNames(), QStringList());
     QVERIFY2(m_stub->liveResults() == 0 && m_stub->liveDrivers() == 0,
              qPrintable(m_stub->record()));
@@ -212,7 +212,7 @@ void TestEnds::objectsMayGoWhileTheirThreadsStart()
             drainEvents();
     }
     drainEvents();
-    QCOMPARE(VEXT_sqlThr::s_workers.size(), 1);
+    QCOMPARE(LibraryLife::workerCount(), 1);
 }
 
 void TestEnds::workerEndsWhenItsFunctionReturns_data()

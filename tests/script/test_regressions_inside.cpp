@@ -1,6 +1,7 @@
 /// @file
 /// What once went wrong where only native code can look: the tag as a host sets it, objects in it
 /// that go, and engines of several threads.
+#include "library_life.h"
 #include "frame_host.h"
 #include "message_log.h"
 #include "recording_driver.h"
@@ -98,7 +99,7 @@ void TestRegressionsInside::cleanup()
     setTagNatively(QVariant());
     m_host.reset();
     drainEvents();
-    QVERIFY(VEXT_sqlThr::s_workers.isEmpty());
+    QVERIFY(LibraryLife::workerCount() == 0);
     QVERIFY(QSqlDatabase::connectionNames().isEmpty());
     VERIFY_NO_QT_COMPLAINTS(*m_log);
 }
