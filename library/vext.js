@@ -127,6 +127,12 @@ var vext = (function (scope) {
                 isErrorOf(db.lastErrors, text)) {
             kind = "lost";
         }
+        // The server's errors have a code. One of the driver's without it is the client library's, in
+        // the user's language: the line is gone.
+        if (!kind && !code && engineOf(db) === "postgresql" && db.lastErrors.driverText &&
+                isErrorOf(db.lastErrors, text)) {
+            kind = "lost";
+        }
         return makeError(kind || "statement", text, code, sql);
     }
 
