@@ -114,6 +114,8 @@ struct MariaDbPolicy::Request {
     QByteArray text;
     std::shared_ptr<SocketWatch> socket;
     std::atomic<bool> isOver{false};
+    /// The server did not answer in time, and the line was cut. Shared with the watch.
+    std::shared_ptr<std::atomic<bool>> isCut = std::make_shared<std::atomic<bool>>(false);
 
     void repeat();
     bool ask(st_mysql *&connection);
@@ -133,7 +135,10 @@ bool MariaDbPolicy::Request::ask(st_mysql *&connection)
 void MariaDbPolicy::Request::repeat()
 {
     DeadlineWatch &watch = DeadlineWatch::instance();
-    DeadlineWatch::Id deadline = watch.add(DeadServerMs, [line = socket] { line->cut(); });
+    DeadlineWatch::Id deadline = watch.add(DeadServerMs, [line = socket, cut = isCut] {
+        *cut = true;
+        line->cut();
+    });
     st_mysql *connection = nullptr;
     while (!isOver) {
         if (ask(connection)) {
@@ -298,5 +303,11 @@ bool MariaDbPolicy::settle()
     if (!request)
         return true;
     request->isOver = true;
+    if (*request->isCut) {
+        // It may still be connecting to the dead server. Nothing of this connection can be hit by
+        // it any more, so it is left behind instead of being waited for.
+        m_requests = DetachedCancel();
+        return false;
+    }
     return m_requests.settle();
 }
