@@ -228,7 +228,9 @@ void TestPackages::librariesAreStrippedSmallAndFreeOfPaths()
     for (const char *name : {"libPluginSQL.so", "libVextDrivers.so", "vext-run"}) {
         const QString file = unpackedLibrary(QLatin1String(name));
         const QString sections =
-            runCommand({QStringLiteral("readelf"), QStringLiteral("-SdW"), file}).output;
+            runCommand({QStringLiteral("env"), QStringLiteral("LC_ALL=C"),
+                        QStringLiteral("readelf"), QStringLiteral("-SdW"), file})
+                .output;
         QVERIFY2(sections.contains(QLatin1String(".dynsym")), name);
         for (const char *unwanted : {".symtab", ".debug_info", "(RPATH)", "(RUNPATH)"})
             QVERIFY2(!sections.contains(QLatin1String(unwanted)), unwanted);
@@ -238,7 +240,8 @@ void TestPackages::librariesAreStrippedSmallAndFreeOfPaths()
 void TestPackages::debugSymbolsFitTheLibraries()
 {
     for (const char *name : {"libPluginSQL.so", "libVextDrivers.so", "vext-run"}) {
-        const CommandOutcome notes = runCommand({QStringLiteral("readelf"), QStringLiteral("-n"),
+        const CommandOutcome notes = runCommand({QStringLiteral("env"), QStringLiteral("LC_ALL=C"),
+                                                 QStringLiteral("readelf"), QStringLiteral("-n"),
                                                  unpackedLibrary(QLatin1String(name))});
         const QString id = QRegularExpression(QStringLiteral("Build ID: ([0-9a-f]+)"))
                                .match(notes.output)
@@ -248,7 +251,9 @@ void TestPackages::debugSymbolsFitTheLibraries()
             m_folder.filePath(QStringLiteral("symbols/usr/lib/debug/.build-id/%1/%2.debug")
                                   .arg(id.left(2), id.mid(2)));
         const QString sections =
-            runCommand({QStringLiteral("readelf"), QStringLiteral("-SW"), symbols}).output;
+            runCommand({QStringLiteral("env"), QStringLiteral("LC_ALL=C"),
+                        QStringLiteral("readelf"), QStringLiteral("-SW"), symbols})
+                .output;
         QVERIFY2(sections.contains(QLatin1String(".debug_info")), qPrintable(symbols));
     }
 }
