@@ -23,8 +23,11 @@ TaskQueue::Wake TaskQueue::waitForTask(int ms)
     const bool woken = m_waitTask.wait(&m_mutexSqlTasks, static_cast<unsigned long>(ms));
     if (m_thrSqlQueue.loadAcquire() > 0)
         return Wake::Task;
-    if (woken || m_thrStop.loadAcquire() == 1)
+    if (woken)
         return Wake::Stop;
+    // Stopped, but not woken yet: traced as a wait that ended by itself, which the next look ends.
+    if (m_thrStop.loadAcquire() == 1)
+        return Wake::TimedOut;
     return m_timerNotUse.elapsed() < m_timeNotUse ? Wake::TimedOut : Wake::Idle;
 }
 

@@ -105,8 +105,6 @@ void VEXT_sqlThr::setName(const QString &name)
     m_shown.setConnection(name);
 }
 
-// --- Parameters ---
-
 // --- Open ---
 
 bool VEXT_sqlThr::open()
