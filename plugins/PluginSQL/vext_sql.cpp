@@ -1,6 +1,7 @@
 #include "vext_sql.h"
 
 #include "call_depth.h"
+#include "driver_list.h"
 #include "lasting_text.h"
 #include "plugin_sql.h"
 #include "vext_sql_module.h"
@@ -8,7 +9,6 @@
 #include "vext_static_enums.h"
 
 #include <QCoreApplication>
-#include <QSqlDatabase>
 
 namespace
 {
@@ -247,7 +247,7 @@ int VEXT_SQL::affectedRows() const
 
 QStringList VEXT_SQL::drivers() const
 {
-    return QSqlDatabase::drivers();
+    return DriverList::available();
 }
 
 bool VEXT_SQL::isValid() const
@@ -292,7 +292,7 @@ QString VEXT_SQL::notOpenText() const
 
 bool VEXT_SQL::isDriverAvailable(const QString &name)
 {
-    return worker->db.isValid() && QSqlDatabase::isDriverAvailable(name);
+    return worker->db.isValid() && DriverList::isAvailable(name);
 }
 
 QVariant VEXT_SQL::hasFeature()
