@@ -14,7 +14,7 @@ if (!db.open()) {
 db.query("DROP TABLE IF EXISTS stock");
 db.query("CREATE TABLE stock (article INTEGER PRIMARY KEY, pieces INTEGER NOT NULL)");
 
-// Only numbers get into the text; see quoted_values.js for other values.
+// Only numbers get into the text, so that it runs on any driver; see quoted_values.js for others.
 function insert(article, pieces) {
     return "INSERT INTO stock VALUES (" + Number(article) + ", " + Number(pieces) + ")";
 }

@@ -52,13 +52,13 @@ function notRun(result, error) {
 // --- One row after a long computation ---
 
 function computeLong() {
-    runAndStop(NUMBERS + " LIMIT 500000000) SELECT sum(n) AS total FROM numbers",
+    runAndStop(NUMBERS + " LIMIT 40000000) SELECT sum(n) AS total FROM numbers",
         function (result, error) {
             print("delivered with an error: " + (error !== false));
             setTimeout(goOn, 0);
         }, function () {
             print("\nstopping a computation");
-            db.stop_thread(5000);
+            db.stop_thread(2000);
             print("still running: " + db.isRunning);
         });
 }

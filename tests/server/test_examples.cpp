@@ -1,10 +1,12 @@
 /// @file
 /// The examples that need a server, run as a user runs them.
 
+#include "local_databases.h"
 #include "mariadb_server.h"
 #include "postgres_server.h"
 
 #include "deadline.h"
+#include "driver_layer.h"
 
 #include <QFile>
 #include <QProcess>
@@ -34,6 +36,16 @@ QStringList connectionArguments(const ConnectionParameters &parameters, const QS
     return result;
 }
 
+/// What the reference host is told besides the script.
+QStringList hostArguments()
+{
+    QStringList arguments{QStringLiteral("--plugin"), QString::fromUtf8(VEXT_PLUGIN_FILE)};
+    // It uses the layer by itself.
+    if (!driverLayerInUse())
+        arguments << QStringLiteral("--stock-drivers");
+    return arguments;
+}
+
 /// One example in the reference host.
 class Example
 {
@@ -43,10 +55,8 @@ public:
         const QString file =
             QStringLiteral("%1/examples/%2").arg(QString::fromUtf8(VEXT_SOURCE_DIR), script);
         m_process.setProcessChannelMode(QProcess::MergedChannels);
-        m_process.start(
-            QString::fromUtf8(VEXT_RUN_FILE),
-            QStringList{QStringLiteral("--plugin"), QString::fromUtf8(VEXT_PLUGIN_FILE), file} +
-                arguments);
+        m_process.start(QString::fromUtf8(VEXT_RUN_FILE),
+                        hostArguments() + QStringList{file} + arguments);
     }
     ~Example()
     {
@@ -116,6 +126,8 @@ private:
     MariaDbServer m_mariadb;
     QString m_postgresReason;
     QString m_mariadbReason;
+    FirebirdDatabase m_firebird;
+    QString m_firebirdReason;
 };
 
 #define NEEDS(reason)                                                                              \
@@ -130,6 +142,8 @@ void TestExamples::initTestCase()
         QVERIFY2(m_postgres.start(), qPrintable(m_postgres.error()));
     if (m_mariadb.available(&m_mariadbReason))
         QVERIFY2(m_mariadb.start(), qPrintable(m_mariadb.error()));
+    if (m_firebird.available(&m_firebirdReason))
+        QVERIFY2(m_firebird.start(), qPrintable(m_firebird.error()));
 }
 
 void TestExamples::cleanup()
@@ -290,21 +304,37 @@ void TestExamples::quotedValuesAreKept_data()
     QTest::addColumn<QString>("driver");
     QTest::newRow("SQLite") << QStringLiteral("QSQLITE");
     QTest::newRow("MariaDB") << QStringLiteral("QMYSQL");
+    QTest::newRow("PostgreSQL") << QStringLiteral("QPSQL");
+    QTest::newRow("Firebird") << QStringLiteral("QIBASE");
 }
 
 void TestExamples::quotedValuesAreKept()
 {
     QFETCH(QString, driver);
-    QStringList arguments;
+    QStringList arguments{QStringLiteral("driverName=") + driver};
     if (driver == QLatin1String("QMYSQL")) {
         NEEDS(m_mariadbReason);
-        arguments = connectionArguments(m_mariadb.parameters())
-                    << QStringLiteral("driverName=") + driver;
+        arguments += connectionArguments(m_mariadb.parameters());
+    } else if (driver == QLatin1String("QPSQL")) {
+        NEEDS(m_postgresReason);
+        arguments += connectionArguments(m_postgres.parameters());
+    } else if (driver == QLatin1String("QIBASE")) {
+        NEEDS(m_firebirdReason);
+        arguments += connectionArguments(m_firebird.parameters());
     }
     Example example(QStringLiteral("quoted_values.js"), arguments);
     QVERIFY2(example.finish(), example.told());
+    if (!driverLayerInUse()) {
+        QVERIFY2(example.exitCode() == 1, example.told());
+        QVERIFY2(example.output().contains(QStringLiteral("without --stock-drivers")),
+                 example.told());
+        return;
+    }
     QVERIFY2(example.exitCode() == 0, example.told());
-    QVERIFY2(example.output().contains(QStringLiteral("7 of 7 texts kept")), example.told());
+    for (const char *line :
+         {"9 of 9 texts kept and found", "placeholders for 2, but 1 were given", "rows: 9",
+          "from the worker: it's"})
+        QVERIFY2(example.output().contains(QString::fromUtf8(line)), example.told());
 }
 
 QTEST_GUILESS_MAIN(TestExamples)
