@@ -5,6 +5,8 @@
 #include <QTextStream>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 namespace
 {
@@ -18,32 +20,53 @@ double medianOf(QVector<double> values)
     return values.size() % 2 ? values.at(middle) : (values.at(middle - 1) + values.at(middle)) / 2;
 }
 
+/// Takes the words off that stand in front of a way, and does what they say.
+QString withoutSettings(QString way, const Target &target, Workload &workload)
+{
+    const auto takeWord = [&way](const char *word) {
+        if (!way.startsWith(QLatin1String(word)))
+            return false;
+        way.remove(0, int(strlen(word)));
+        return true;
+    };
+    for (bool again = true; again;) {
+        again = true;
+        if (takeWord("layer "))
+            QCoreApplication::addLibraryPath(QStringLiteral(VEXT_LAYER_PATH));
+        else if (takeWord("bound "))
+            workload.bound = true;
+        else if (takeWord("timestamps "))
+            workload.column =
+                target.postgres
+                    ? QStringLiteral("timestamp '1995-01-01' + id * interval '61 minutes' as t")
+                    : QStringLiteral("datetime(788918400 + id * 3660, 'unixepoch') as t");
+        else if (takeWord("doubles "))
+            workload.column = QStringLiteral("weight");
+        else if (takeWord("zoned "))
+            qputenv("TZ", "Europe/Berlin");
+        else if (takeWord("zoneless "))
+            qunsetenv("TZ");
+        else
+            again = false;
+    }
+    return way;
+}
+
 } // namespace
 
 Measurement runWay(const QString &way, const Target &target, const Workload &workload)
 {
-    const QString layer = QStringLiteral("layer ");
-    if (way.startsWith(layer)) {
-        QCoreApplication::addLibraryPath(QStringLiteral(VEXT_LAYER_PATH));
-        return runWay(way.mid(layer.size()), target, workload);
-    }
-    const QString bound = QStringLiteral("bound ");
-    if (way.startsWith(bound)) {
-        Workload withValues = workload;
-        withValues.bound = true;
-        return runWay(way.mid(bound.size()), target, withValues);
-    }
-    if (way == QLatin1String("floor"))
-        return target.postgres ? floorPostgres(target, workload) : floorSqlite(target, workload);
-    if (way == QLatin1String("query"))
-        return qtQuery(target, workload);
-    if (way == QLatin1String("thread"))
-        return qtThread(target, workload);
-    if (way == QLatin1String("script"))
-        return scriptLoop(target, workload);
-    if (way == QLatin1String("sync"))
-        return pluginSync(target, workload);
-    return pluginAsync(target, workload);
+    using Way = Measurement (*)(const Target &, const Workload &);
+    static const QMap<QString, Way> known = {
+        {QStringLiteral("floor"), floorPath},      {QStringLiteral("floor thread"), floorThread},
+        {QStringLiteral("floor bulk"), floorBulk}, {QStringLiteral("query"), qtQuery},
+        {QStringLiteral("thread"), qtThread},      {QStringLiteral("script"), scriptLoop},
+        {QStringLiteral("sync"), pluginSync},      {QStringLiteral("async"), pluginAsync}};
+    Workload changed = workload;
+    const Way run = known.value(withoutSettings(way, target, changed));
+    if (!run)
+        qFatal("no such way: %s", qPrintable(way));
+    return run(target, changed);
 }
 
 QStringList wayArguments(const QString &way, const Target &target, const Workload &workload,
@@ -101,13 +124,47 @@ Comparison::Comparison(QString title, Target target, Workload workload, QStringL
 {
 }
 
+void Comparison::addProgram(const QString &way, const QStringList &command)
+{
+    m_ways << way;
+    m_programs.insert(way, command);
+}
+
+QStringList Comparison::commandOf(const QString &way) const
+{
+    if (!m_programs.contains(way))
+        return QStringList(QCoreApplication::applicationFilePath()) +
+               wayArguments(way, m_target, m_workload, m_pinned);
+    const QStringList command = m_programs.value(way);
+    if (!m_pinned)
+        return command;
+    return QStringList{QStringLiteral("taskset"), QStringLiteral("-c"),
+                       QString::number(theOneCore())} +
+           command;
+}
+
 bool Comparison::runRound()
 {
+    const QVector<qint64> servers = m_pinned ? m_target.serverProcesses() : QVector<qint64>();
+    for (const qint64 pid : servers) {
+        // One that has ended since is not missed.
+        if (!pinToOneCore(pid) && errno != ESRCH)
+            return false;
+    }
+    const bool ok = runWays();
+    for (const qint64 pid : servers)
+        unpin(pid);
+    return ok;
+}
+
+bool Comparison::runWays()
+{
     for (const QString &way : qAsConst(m_ways)) {
+        QStringList command = commandOf(way);
         QProcess process;
         process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(QCoreApplication::applicationFilePath(),
-                      wayArguments(way, m_target, m_workload, m_pinned));
+        const QString program = command.takeFirst();
+        process.start(program, command);
         process.waitForFinished(-1);
         const QStringList words = QString::fromUtf8(process.readAllStandardOutput())
                                       .section(QStringLiteral("measured "), -1)
@@ -161,6 +218,18 @@ double Comparison::ratio(const QString &way, const QString &base) const
     QVector<double> ratios;
     for (int i = 0; i < std::min(runs.size(), bases.size()); ++i)
         ratios << runs.at(i).ms / bases.at(i).ms;
+    return medianOf(ratios);
+}
+
+double Comparison::ratioOfRest(const QString &way, const QString &part, const QString &base,
+                               const QString &basePart) const
+{
+    const auto rest = [this](const QString &whole, const QString &off, int round) {
+        return m_runs.value(whole).at(round).ms - m_runs.value(off).at(round).ms;
+    };
+    QVector<double> ratios;
+    for (int i = 0; i < m_runs.value(way).size(); ++i)
+        ratios << rest(way, part, i) / rest(base, basePart, i);
     return medianOf(ratios);
 }
 

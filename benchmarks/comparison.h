@@ -9,21 +9,27 @@
 #include <QStringList>
 #include <QVector>
 
-/// The ways to do a workload: "floor", "query", "thread", "script", "sync", "async";
-/// the same with "layer " in front goes through the layer of drivers, with "bound "
-/// values are bound, each time in a fresh query.
+/// The ways to do a workload: "floor", "floor thread", "floor bulk", "query", "thread", "script",
+/// "sync", "async". In front of them stand, in any order: "layer " for the layer of drivers; "bound
+/// " for values that are bound, each time in a fresh query; "timestamps " and "doubles " for a Read
+/// of one such column; "zoned " and "zoneless " for a process with and without the variable TZ.
 Measurement runWay(const QString &way, const Target &target, const Workload &workload);
 
 /// One workload on one database, measured in several ways.
 class Comparison
 {
 public:
+    /// @param pinned every way runs on one core, the same for all, as the target's server does
     Comparison(QString title, Target target, Workload workload, QStringList ways, bool pinned);
+
+    /// Adds a way that another program goes: it prints the line that `--way` prints.
+    void addProgram(const QString &way, const QStringList &command);
 
     /// Runs every way once in a process of its own, in turn. @return false when one failed.
     bool runRound();
 
     QString title() const { return m_title; }
+    QStringList ways() const { return m_ways; }
     /// Median over the rounds of a way's figure.
     double ms(const QString &way) const;
     double gapMs(const QString &way) const;
@@ -31,11 +37,16 @@ public:
     double grownMb(const QString &way) const;
     /// Median of the ratios of each round: what disturbs the machine disturbs both sides.
     double ratio(const QString &way, const QString &base) const;
+    /// The same of what a way takes more than its own part, and a base more than its part.
+    double ratioOfRest(const QString &way, const QString &part, const QString &base,
+                       const QString &basePart) const;
 
     /// The median times of all ways, for who tunes.
     QString times() const;
 
 private:
+    bool runWays();
+    QStringList commandOf(const QString &way) const;
     double median(const QString &way, double (*figure)(const Measurement &)) const;
 
     QString m_title;
@@ -43,6 +54,7 @@ private:
     Workload m_workload;
     QStringList m_ways;
     bool m_pinned;
+    QMap<QString, QStringList> m_programs;
     QMap<QString, QVector<Measurement>> m_runs;
 };
 

@@ -59,10 +59,30 @@ double memoryMb()
     return statusMb("VmRSS");
 }
 
-void pinToOneCore()
+int theOneCore()
 {
     cpu_set_t set;
     CPU_ZERO(&set);
-    CPU_SET(sched_getcpu(), &set);
-    sched_setaffinity(0, sizeof set, &set);
+    sched_getaffinity(0, sizeof set, &set);
+    for (int core = CPU_SETSIZE - 1; core > 0; --core) {
+        if (CPU_ISSET(core, &set))
+            return core;
+    }
+    return 0;
+}
+
+bool pinToOneCore(qint64 pid)
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(theOneCore(), &set);
+    return sched_setaffinity(pid_t(pid), sizeof set, &set) == 0;
+}
+
+bool unpin(qint64 pid)
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    sched_getaffinity(0, sizeof set, &set);
+    return sched_setaffinity(pid_t(pid), sizeof set, &set) == 0;
 }

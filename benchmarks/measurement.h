@@ -37,5 +37,9 @@ private:
 double peakMemoryMb();
 double memoryMb();
 
-/// Lets this process run on one core from now on.
-void pinToOneCore();
+/// The core for what is to run on one: the last that this process may use.
+int theOneCore();
+/// Lets a process run on one core from now on, or on those that this process may use again; 0 is
+/// this process. What it starts later runs there too. @return whether the system allowed it
+bool pinToOneCore(qint64 pid = 0);
+bool unpin(qint64 pid);

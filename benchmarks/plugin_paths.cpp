@@ -7,6 +7,11 @@
 
 #include <malloc.h>
 
+QString pluginFile()
+{
+    return qEnvironmentVariable(PluginVariable, QStringLiteral(VEXT_PLUGIN_FILE));
+}
+
 namespace
 {
 
@@ -17,7 +22,7 @@ public:
     explicit PluginEngine(const Target &target)
         : m_target(target)
     {
-        m_loader.setFileName(QStringLiteral(VEXT_PLUGIN_FILE));
+        m_loader.setFileName(pluginFile());
         // The plugin object is a child of the application's "server", where there is one.
         QObject *server = new QObject(QCoreApplication::instance());
         server->setObjectName(QStringLiteral("server"));

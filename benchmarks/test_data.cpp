@@ -1,12 +1,31 @@
 #include "test_data.h"
 
 #include <QDebug>
+#include <QFile>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
 
+QVector<qint64> Target::serverProcesses() const
+{
+    if (serverPid == 0)
+        return {};
+    QVector<qint64> result{serverPid};
+    QFile file(QStringLiteral("/proc/%1/task/%1/children").arg(serverPid));
+    if (file.open(QIODevice::ReadOnly)) {
+        const QList<QByteArray> children = file.readAll().simplified().split(' ');
+        for (const QByteArray &child : children) {
+            if (!child.isEmpty())
+                result << child.toLongLong();
+        }
+    }
+    return result;
+}
+
 QString Workload::readStatement() const
 {
+    if (!column.isEmpty())
+        return QStringLiteral("select %1 from big where id <= %2").arg(column).arg(rows);
     if (columns == 0)
         return QStringLiteral("select id, part, weight, label, kind, total from big where id <= %1")
             .arg(rows);
@@ -69,7 +88,7 @@ QString fillStatement(bool postgres, int rows)
 
 bool fillTables(const Target &target, int rows)
 {
-    QSqlDatabase db = openTarget(target, QStringLiteral("fill"));
+    QSqlDatabase db = openTarget(target, QStringLiteral("fill ") + target.name());
     const QStringList statements = {
         QStringLiteral("drop table if exists big"),
         QStringLiteral("drop table if exists inserts"),

@@ -5,7 +5,7 @@
 namespace
 {
 
-constexpr int MeasureWidth = -66;
+constexpr int MeasureWidth = -82;
 constexpr int ValueWidth = 12;
 
 QString row(const QString &measure, const QString &value, const QString &limit)
@@ -50,6 +50,8 @@ QString Verdict::text() const
         text += described(figure) + QLatin1Char('\n');
         missed += figure.isOver();
     }
+    for (const QString &note : m_notes)
+        text += note + QLatin1Char('\n');
     if (missed > 0)
         text += QStringLiteral("%1 measures over their limit\n").arg(missed);
     if (m_figures.isEmpty())

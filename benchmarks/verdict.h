@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 /// One measured figure.
@@ -28,6 +29,8 @@ public:
 
     void add(const QString &measure, double value, double limit = 0,
              const QString &unit = QStringLiteral("x"));
+    /// A line that is printed below the figures.
+    void addNote(const QString &text) { m_notes << text; }
     /// A workload could not be measured: no verdict can be good.
     void setIncomplete() { m_isIncomplete = true; }
 
@@ -37,6 +40,7 @@ public:
 
 private:
     QVector<Figure> m_figures;
+    QStringList m_notes;
     bool m_isIncomplete = false;
 };
 

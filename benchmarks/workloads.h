@@ -5,6 +5,7 @@
 #include "measurement.h"
 
 #include <QString>
+#include <QVector>
 
 /// Where the data is.
 struct Target {
@@ -15,6 +16,14 @@ struct Target {
     QString database;
     QString user;
     QString password;
+    qint64 serverPid = 0; ///< 0: no server, or none of ours
+
+    QString name() const
+    {
+        return postgres ? QStringLiteral("PostgreSQL") : QStringLiteral("SQLite");
+    }
+    /// The server and what it has started, as far as it still runs.
+    QVector<qint64> serverProcesses() const;
 };
 
 /// The statements, the same for every way.
@@ -29,6 +38,7 @@ struct Workload {
     Kind kind = Kind::Read;
     int rows = 0;    ///< of Read
     int columns = 0; ///< of Read; 0 reads the six columns of the large table
+    QString column;  ///< set by the way: Read reads this expression alone
     int count = 0;   ///< of statements or connections
 
     bool bound = false; ///< set by the way: look-ups and inserts bind their values
@@ -41,8 +51,11 @@ struct Workload {
 };
 
 // The floor: the C interfaces, reading into typed column vectors.
-Measurement floorSqlite(const Target &target, const Workload &workload);
-Measurement floorPostgres(const Target &target, const Workload &workload);
+Measurement floorPath(const Target &target, const Workload &workload);
+/// Chain and Queue on a thread of its own, which hands each result over.
+Measurement floorThread(const Target &target, const Workload &workload);
+/// Insert as quick as the system has it: COPY on PostgreSQL, one prepared statement on SQLite.
+Measurement floorBulk(const Target &target, const Workload &workload);
 
 // Plain Qt: QSqlQuery forward-only with the values discarded; a QThread that reads into columns of
 // QVariant and hands them over; and a script's row loop over a wrapped QSqlQuery, NULL told apart.
@@ -51,5 +64,8 @@ Measurement qtThread(const Target &target, const Workload &workload);
 Measurement scriptLoop(const Target &target, const Workload &workload);
 
 // The plugin, through a script engine.
+/// The library that is measured: the one of this build, or what the variable names.
+constexpr char PluginVariable[] = "VEXT_BENCH_PLUGIN";
+QString pluginFile();
 Measurement pluginSync(const Target &target, const Workload &workload);
 Measurement pluginAsync(const Target &target, const Workload &workload);

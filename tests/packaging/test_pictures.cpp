@@ -56,11 +56,14 @@ private slots:
     void initTestCase();
     void barsAreAsLongAsTheFiguresOfARun();
     void chartOfAnIncompleteRunIsRefused();
+    void peersStandApartInOneChartWithOurRun();
+    void oneIncompleteTableOfTwoIsRefused();
     void sessionIsDrawnAsTheTerminalShowsIt();
     void sessionOfTheReadmeStillRunsAsDrawn();
 
 private:
-    CommandOutcome draw(const QString &table);
+    CommandOutcome draw(const QStringList &tables);
+    QVector<Element> bars();
 
     QTemporaryDir m_folder;
 };
@@ -71,16 +74,29 @@ void TestPictures::initTestCase()
         QSKIP("the pictures are drawn with 'python3'");
 }
 
-CommandOutcome TestPictures::draw(const QString &table)
+CommandOutcome TestPictures::draw(const QStringList &tables)
 {
-    QFile file(m_folder.filePath(QStringLiteral("table.txt")));
-    if (!file.open(QIODevice::WriteOnly))
-        return CommandOutcome();
-    file.write(table.toUtf8());
-    file.close();
-    return runCommand({QStringLiteral("python3"),
-                       QStringLiteral(VEXT_SOURCE_DIR "/benchmarks/chart.py"), file.fileName(),
-                       m_folder.filePath(QStringLiteral("chart.svg"))});
+    QStringList command{QStringLiteral("python3"),
+                        QStringLiteral(VEXT_SOURCE_DIR "/benchmarks/chart.py")};
+    for (int i = 0; i < tables.size(); ++i) {
+        QFile file(m_folder.filePath(QStringLiteral("table%1.txt").arg(i)));
+        if (!file.open(QIODevice::WriteOnly))
+            return CommandOutcome();
+        file.write(tables.at(i).toUtf8());
+        command << file.fileName();
+    }
+    return runCommand(command << m_folder.filePath(QStringLiteral("chart.svg")));
+}
+
+QVector<Element> TestPictures::bars()
+{
+    QVector<Element> result;
+    const QVector<Element> all = elements(m_folder.filePath(QStringLiteral("chart.svg")));
+    for (const Element &element : all) {
+        if (element.attributes.value(QLatin1String("class")) == QLatin1String("bar"))
+            result.append(element);
+    }
+    return result;
 }
 
 void TestPictures::barsAreAsLongAsTheFiguresOfARun()
@@ -90,23 +106,21 @@ void TestPictures::barsAreAsLongAsTheFiguresOfARun()
     verdict.add(QStringLiteral("SQLite <a> & b / QSqlQuery"), 0.5);
     verdict.add(QStringLiteral("SQLite peak memory"), 160, 185, QStringLiteral("MB"));
     verdict.add(QStringLiteral("PostgreSQL inserts / C floor"), 4, 3);
-    const CommandOutcome outcome = draw(verdict.text());
+    const CommandOutcome outcome = draw({verdict.text()});
     QVERIFY2(outcome.isGood(), outcome.described().constData());
-    QVector<double> bars;
+    QVector<double> widths;
     QStringList colours;
-    const QVector<Element> all = elements(m_folder.filePath(QStringLiteral("chart.svg")));
-    for (const Element &element : all) {
-        if (element.attributes.value(QLatin1String("class")) == QLatin1String("bar")) {
-            bars.append(element.attributes.value(QLatin1String("width")).toDouble());
-            colours.append(element.attributes.value(QLatin1String("fill")).toString());
-        }
+    const QVector<Element> drawn = bars();
+    for (const Element &bar : drawn) {
+        widths.append(bar.attributes.value(QLatin1String("width")).toDouble());
+        colours.append(bar.attributes.value(QLatin1String("fill")).toString());
     }
-    QCOMPARE(bars.size(), 3); // megabytes are no ratio
-    QVERIFY(qAbs(bars.at(0) / bars.at(1) - 4) < 0.01);
-    QVERIFY(qAbs(bars.at(2) / bars.at(0) - 2) < 0.01);
+    QCOMPARE(widths.size(), 3); // megabytes are no ratio
+    QVERIFY(qAbs(widths.at(0) / widths.at(1) - 4) < 0.01);
+    QVERIFY(qAbs(widths.at(2) / widths.at(0) - 2) < 0.01);
     QCOMPARE(colours.at(0), colours.at(1));
     QVERIFY(colours.at(2) != colours.at(0)); // over its limit
-    const QString shown = texts(all);
+    const QString shown = texts(elements(m_folder.filePath(QStringLiteral("chart.svg"))));
     for (const char *wanted : {"SQLite 500k x 6 async / C floor", "SQLite <a> & b / QSqlQuery",
                                "PostgreSQL inserts / C floor", "2.00", "0.50", "4.00"})
         QVERIFY2(shown.contains(QLatin1String(wanted)), wanted);
@@ -118,7 +132,40 @@ void TestPictures::chartOfAnIncompleteRunIsRefused()
     verdict.add(QStringLiteral("SQLite 500k x 6 async / C floor"), 2, 3);
     verdict.setIncomplete();
     QFile::remove(m_folder.filePath(QStringLiteral("chart.svg")));
-    QCOMPARE(draw(verdict.text()).exitCode, 1);
+    QCOMPARE(draw({verdict.text()}).exitCode, 1);
+    QVERIFY(!QFile::exists(m_folder.filePath(QStringLiteral("chart.svg"))));
+}
+
+void TestPictures::peersStandApartInOneChartWithOurRun()
+{
+    Verdict ours;
+    ours.add(QStringLiteral("SQLite 500k x 6 async / C floor"), 2, 3);
+    Verdict peers;
+    peers.add(QStringLiteral("SQLite 500k x 6, ours async / C floor"), 2);
+    peers.add(QStringLiteral("SQLite 500k x 6, peer other 1.2 / C floor"), 3);
+    peers.addNote(QStringLiteral("left out: third: no <network>"));
+    const CommandOutcome outcome = draw({ours.text(), peers.text()});
+    QVERIFY2(outcome.isGood(), outcome.described().constData());
+    const QVector<Element> drawn = bars();
+    QCOMPARE(drawn.size(), 3);
+    const auto colour = [&drawn](int i) {
+        return drawn.at(i).attributes.value(QLatin1String("fill")).toString();
+    };
+    QCOMPARE(colour(1), colour(0));
+    QVERIFY(colour(2) != colour(0));
+    const QString shown = texts(elements(m_folder.filePath(QStringLiteral("chart.svg"))));
+    for (const char *wanted : {"peer other 1.2 / C floor", "left out: third: no <network>"})
+        QVERIFY2(shown.contains(QLatin1String(wanted)), wanted);
+}
+
+void TestPictures::oneIncompleteTableOfTwoIsRefused()
+{
+    Verdict whole;
+    whole.add(QStringLiteral("SQLite 500k x 6 async / C floor"), 2, 3);
+    Verdict part = whole;
+    part.setIncomplete();
+    QFile::remove(m_folder.filePath(QStringLiteral("chart.svg")));
+    QCOMPARE(draw({whole.text(), part.text()}).exitCode, 1);
     QVERIFY(!QFile::exists(m_folder.filePath(QStringLiteral("chart.svg"))));
 }
 

@@ -16,6 +16,7 @@ private slots:
     void figureWithoutLimitIsOnlyTold();
     void failedWorkloadIsNeverGood();
     void nothingMeasuredIsNotGood();
+    void noteStandsBelowTheFiguresAndChangesNoVerdict();
     void startingUpIsInNoFurtherUnit();
     void risingCostShows();
 };
@@ -73,6 +74,16 @@ void TestBenchVerdict::nothingMeasuredIsNotGood()
     const Verdict verdict;
     QCOMPARE(int(verdict.exitCode()), int(Verdict::Incomplete));
     QVERIFY(verdict.text().contains(QStringLiteral("nothing was measured")));
+}
+
+void TestBenchVerdict::noteStandsBelowTheFiguresAndChangesNoVerdict()
+{
+    Verdict verdict;
+    verdict.addNote(QStringLiteral("left out: other: no network"));
+    verdict.add(QStringLiteral("reads"), 1, 2);
+    QCOMPARE(int(verdict.exitCode()), int(Verdict::Good));
+    QVERIFY(verdict.text().endsWith(
+        QStringLiteral("\nleft out: other: no network\nevery measure within its limit\n")));
 }
 
 void TestBenchVerdict::startingUpIsInNoFurtherUnit()
