@@ -129,10 +129,6 @@
 %2</translation>
     </message>
     <message>
-        <source>слишком большой аргумент</source>
-        <translation>the argument is too large</translation>
-    </message>
-    <message>
         <source>sql bind %1 value:  type=%2</source>
         <translation>sql bind %1 value:  type=%2</translation>
     </message>

@@ -78,10 +78,11 @@ std::optional<ThreadSession::Outcome> ThreadSession::runWord(const QString &sql)
 
 ThreadSession::Outcome ThreadSession::begin()
 {
-    if (m_inTransaction)
+    if (m_inTransaction) {
         m_db.rollback();
+        m_watch.ended();
+    }
     m_inTransaction = m_db.transaction();
-    m_watch.ended();
     if (!m_inTransaction)
         return {false, m_db.lastError()};
     m_watch.begun();

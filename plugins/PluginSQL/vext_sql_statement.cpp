@@ -97,7 +97,7 @@ bool argumentValues(VEXT_sqlThr &worker, const QScriptValue &args, QVariantList 
         if (!ScriptVariant::convert(data.isValid() ? data : value, engine, variant)) {
             if (!watch.threw())
                 worker.sendMessage(WorkerLines::Statement + __LINE__, "exec",
-                                   VEXT_sqlThr::tr("слишком большой аргумент"), -1);
+                                   SqlCall::tooLargeText(), -1);
             return false;
         }
         values.append(variant);

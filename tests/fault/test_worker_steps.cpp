@@ -31,6 +31,7 @@ private slots:
     void rollbackOfTheLeavingThreadIsNotCancelled();
     void errorOfTheLastRollbackIsTheLastError();
     void statementBehindACancelledOneIsCancelledToo();
+    void deletionCancelsAStatementThatBeginsLate();
     void taskIsDeliveredThoughQtForgotItsType();
     void positionedQueryIsReadFromItsFirstRow_data();
     void positionedQueryIsReadFromItsFirstRow();
@@ -127,6 +128,22 @@ void WorkerSteps::statementBehindACancelledOneIsCancelledToo()
     QVERIFY(m_script->waitDelivered(1));
     QCOMPARE(m_script->eval(QStringLiteral("outcomes.lasting.error")).toString(),
              QStringLiteral("canceling statement"));
+}
+
+/// The deletion has given up stopping the thread, and waits for it, when the statement begins.
+void WorkerSteps::deletionCancelsAStatementThatBeginsLate()
+{
+    constexpr int openMs = 2500;
+    m_server->effect(StubCall::Open, StubEffect::delay(openMs), StubWhere::connection(thr));
+    m_server->onExact(QStringLiteral("lasting"), StubReply::affected(1).withDelay(longMs));
+    QVERIFY(m_script->queue(QStringLiteral("lasting")));
+    QVERIFY(waitUntil([this] { return m_server->count(StubCall::Open, thr) == 1; }));
+    QElapsedTimer timer;
+    timer.start();
+    m_script.reset();
+    drainEvents();
+    QVERIFY2(timer.elapsed() < scaledMs(promptMs), qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(m_server->executed(thr), QStringList(QStringLiteral("lasting")));
 }
 
 void WorkerSteps::taskIsDeliveredThoughQtForgotItsType()

@@ -139,6 +139,8 @@ void WorkerTasks::countersShowTheStatesOfTheThread()
     QCOMPARE(scriptInt(QStringLiteral("busy.thr_sql_finish")), 1);
     QCOMPARE(scriptInt(QStringLiteral("busy.thr_notUsedMs")), 0);
     QVERIFY(m_script->host.waitForScript(QStringLiteral("db.counters().thr_sql_currMs > 20")));
+    constexpr int hourMs = 3600000;
+    QVERIFY(scriptInt(QStringLiteral("db.counters().thr_sql_currMs")) < hourMs);
 
     m_gates.first()->release();
     QVERIFY(m_script->waitDelivered(3));

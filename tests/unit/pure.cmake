@@ -7,7 +7,9 @@ foreach(room column_values records sql_text statement_rules driver_kind sql_call
     TIMEOUT 300)
 endforeach()
 
-vext_add_test(test_thread_session
-  SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_thread_session.cpp
-  LIBS vext_sql_objects vext_test_support
-  LABELS unit)
+foreach(room task_queue thread_session)
+  vext_add_test(test_${room}
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${room}.cpp
+    LIBS vext_sql_objects vext_test_support
+    LABELS unit)
+endforeach()

@@ -227,6 +227,11 @@ void TestStatementRules::closedSessionLosesOnlyAnOpenTransaction()
     watch.ended();
     watch.sessionClosed();
     QVERIFY(!watch.isLost());
+    watch.begun();
+    watch.ended();
+    QVERIFY(!watch.isOpen());
+    watch.sessionClosed();
+    QVERIFY(!watch.isLost());
 }
 
 void TestStatementRules::autocommitOffIsAnOpenTransaction()
@@ -241,6 +246,13 @@ void TestStatementRules::autocommitOffIsAnOpenTransaction()
     watch.executed(Step::AutocommitOn);
     watch.sessionClosed();
     QVERIFY(!watch.isLost() && !watch.isOpen());
+    watch.begun();
+    watch.executed(Step::AutocommitOn); // commits
+    QVERIFY(!watch.isOpen());
+    watch.executed(Step::AutocommitOff);
+    watch.sessionLost();
+    watch.executed(Step::Rollback);
+    QVERIFY(!watch.isOpen()); // a new session has autocommit
 }
 
 void TestStatementRules::passwordsOfStatementsAreMasked_data()

@@ -23,9 +23,13 @@ private slots:
     void wordEndsWhatNobodyBegan();
     void otherStatementsAreNoWords();
     void commitBehindALostSessionFailsOnce();
+    void rollbackBehindALostSessionEndsTheLoss();
+    void transactionThatCannotBeginKeepsTheLoss();
+    void endedTransactionIsNotEndedAgain();
     void reopeningClosesTheSessionThatWasLost();
     void applicationNameIsDueOnceASession();
     void endRollsBackWhatIsOpen();
+    void sessionThatTheDriverFoundLostIsLostAtTheEnd();
     void leftoverOfTheNameGoes();
     void nameIsTakenUntilTheSessionIsRemoved();
 
@@ -104,10 +108,45 @@ void TestThreadSession::commitBehindALostSessionFailsOnce()
     QVERIFY(m_session->run(taskCommit)->ok);
 }
 
+void TestThreadSession::rollbackBehindALostSessionEndsTheLoss()
+{
+    QVERIFY(m_session->open());
+    QVERIFY(m_watch.isLost());
+    QVERIFY(m_session->run(taskRollback)->ok);
+    QVERIFY(m_session->run(taskCommit)->ok);
+}
+
+void TestThreadSession::transactionThatCannotBeginKeepsTheLoss()
+{
+    m_server->fail(StubCall::Begin, stubError(QSqlError::TransactionError, QStringLiteral("no")),
+                   StubWhere::nth(2));
+    QVERIFY(m_session->run(taskTransaction)->ok);
+    QVERIFY(!m_session->run(taskTransaction)->ok);
+    QVERIFY(!m_watch.isOpen());
+    QVERIFY(m_session->open());
+    m_server->fail(StubCall::Begin, stubError(QSqlError::TransactionError, QStringLiteral("no")));
+    QVERIFY(!m_session->run(taskTransaction)->ok);
+    QVERIFY(!m_session->run(taskCommit)->ok);
+}
+
+void TestThreadSession::endedTransactionIsNotEndedAgain()
+{
+    for (const taskSqlType end : {taskCommit, taskRollback}) {
+        QVERIFY(m_session->run(taskTransaction)->ok);
+        QVERIFY(m_session->run(end)->ok);
+        QVERIFY(m_session->run(taskCommit)->ok);
+        QVERIFY(m_session->run(taskRollback)->ok);
+    }
+    QCOMPARE(m_server->count(StubCall::Commit), 1);
+    QCOMPARE(m_server->count(StubCall::Rollback), 1);
+}
+
 void TestThreadSession::reopeningClosesTheSessionThatWasLost()
 {
+    m_server->clearRecord();
     m_server->fail(StubCall::Open, stubError(QSqlError::ConnectionError, QStringLiteral("gone")));
     QVERIFY(!m_session->open());
+    QCOMPARE(m_server->calls().constFirst().what, StubCall::Close);
     QVERIFY(!m_session->isOpen());
     QVERIFY(m_watch.isLost());
     QCOMPARE(m_session->database().lastError().databaseText(), QStringLiteral("gone"));
@@ -130,6 +169,13 @@ void TestThreadSession::endRollsBackWhatIsOpen()
                    stubError(QSqlError::TransactionError, QStringLiteral("no rollback")));
     QCOMPARE(m_session->rollBackRest().databaseText(), QStringLiteral("no rollback"));
     QCOMPARE(m_server->count(StubCall::Rollback), 1);
+    QVERIFY(m_watch.isLost());
+}
+
+void TestThreadSession::sessionThatTheDriverFoundLostIsLostAtTheEnd()
+{
+    m_session->database().close();
+    m_session->rollBackRest();
     QVERIFY(m_watch.isLost());
 }
 
