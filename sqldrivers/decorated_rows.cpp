@@ -28,9 +28,9 @@ bool DecoratedResult::moved(bool onRow)
     DecoratedDriver *driver = owner();
     const QSqlError error =
         driver ? driver->policy()->errorOf(*m_rows, Policy::Step::Fetch) : m_rows->lastError();
+    endStatement(); // first: what fail() looks at on the connection is not to be cancelled
     if (error.isValid())
         fail(error);
-    endStatement();
     return false;
 }
 

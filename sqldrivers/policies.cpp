@@ -7,6 +7,7 @@
 #include "policy_postgres.h"
 #include "policy_sqlite.h"
 
+#include <QCoreApplication>
 #include <QSqlField>
 
 namespace
@@ -33,6 +34,16 @@ QVector<ColumnRule> Policy::columnRules(const QSqlRecord &columns, const LayerOp
     for (int i = 0; layer.exactNumbers && i < rules.size(); ++i)
         rules[i] = ColumnRule::exact(columns.field(i));
     return rules;
+}
+
+QSqlError Policy::transactionGone(QSqlError::ErrorType type)
+{
+    return QSqlError(QString(),
+                     QCoreApplication::translate(
+                         "Policy", "the transaction was rolled back when a statement of it failed; "
+                                   "nothing of it is left to commit, and rollback() has to come "
+                                   "before the next statement"),
+                     type);
 }
 
 std::unique_ptr<Policy> makePolicy(const QString &key, QSqlDriver *stock)

@@ -201,6 +201,10 @@ protected:
         return handle.isValid() ? *static_cast<const Native *>(handle.constData()) : Native();
     }
 
+    /// What is said to every statement and commit behind a transaction that the database has given
+    /// up by itself, until the script rolls it back.
+    static QSqlError transactionGone(QSqlError::ErrorType type);
+
 private:
     QSqlDriver *m_stock;
 };

@@ -204,6 +204,9 @@ bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Can
 
 void FirebirdPolicy::detach()
 {
+    // Qt's driver (5.15) keeps the handle of a transaction that is open now for the next session,
+    // in which every statement would fail.
+    stock()->rollbackTransaction();
     m_handle = 0;
     m_cancel = nullptr;
     m_info = nullptr;

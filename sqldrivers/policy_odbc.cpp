@@ -1,12 +1,12 @@
 #include "policy_odbc.h"
 
-#include <QDateTime>
+#include "leading_word.h"
+#include "sqlite_literal.h"
+
 #include <QDeadlineTimer>
-#include <QLocale>
 #include <QSqlField>
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 namespace
@@ -16,8 +16,6 @@ namespace
 constexpr int SqlFloat = 6;
 constexpr int SqlReal = 7;
 constexpr int SqlDouble = 8;
-
-constexpr double LargestExact = 9007199254740991.0;
 
 /// SQLite's number for a database that another connection has locked.
 const char Busy[] = "5";
@@ -63,67 +61,6 @@ bool isLoss(const QString &state)
            state == QLatin1String("57P02") || state == QLatin1String("57P03");
 }
 
-QString sqliteNumber(double number)
-{
-    if (std::isnan(number))
-        return QStringLiteral("NULL");
-    if (std::isinf(number))
-        return number > 0 ? QStringLiteral("9e999") : QStringLiteral("-9e999");
-    const QString text = QString::number(number, 'g', QLocale::FloatingPointShortest);
-    const bool looksReal = text.contains(QLatin1Char('.')) || text.contains(QLatin1Char('e'));
-    // What a script calls 5 is a double here and an integer there.
-    return looksReal || std::abs(number) <= LargestExact ? text : text + QLatin1String(".0");
-}
-
-/// A text with nothing in it that a literal cannot hold, and that SQLite's ODBC driver does not
-/// corrupt: it takes statements of the basic plane alone.
-bool isPlainText(const QString &text)
-{
-    return std::none_of(text.cbegin(), text.cend(),
-                        [](QChar c) { return c.isNull() || c.isSurrogate(); });
-}
-
-QString sqliteText(const QString &text)
-{
-    if (!isPlainText(text))
-        return QStringLiteral("CAST(x'%1' AS TEXT)")
-            .arg(QString::fromLatin1(text.toUtf8().toHex()));
-    QString escaped = text;
-    return QLatin1Char('\'') + escaped.replace(QLatin1Char('\''), QLatin1String("''")) +
-           QLatin1Char('\'');
-}
-
-/// A value as SQLite reads it.
-QString sqliteLiteral(const BoundValue &bound, QString *refusal)
-{
-    Q_UNUSED(refusal)
-    const QVariant &value = bound.value;
-    if (value.isNull())
-        return QStringLiteral("NULL");
-    switch (value.userType()) {
-    case QMetaType::Bool:
-        return value.toBool() ? QStringLiteral("1") : QStringLiteral("0");
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-        return value.toString();
-    case QMetaType::Float:
-    case QMetaType::Double:
-        return sqliteNumber(value.toDouble());
-    case QMetaType::QByteArray:
-        return QStringLiteral("x'%1'").arg(QString::fromLatin1(value.toByteArray().toHex()));
-    case QMetaType::QDateTime:
-        return sqliteText(value.toDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz")));
-    case QMetaType::QDate:
-        return sqliteText(value.toDate().toString(Qt::ISODate));
-    case QMetaType::QTime:
-        return sqliteText(value.toTime().toString(QStringLiteral("hh:mm:ss.zzz")));
-    default:
-        return sqliteText(value.toString());
-    }
-}
-
 class NumberStatement : public DriverStatement
 {
 public:
@@ -143,7 +80,7 @@ class OdbcSqliteStatement : public LiteralStatement
 {
 public:
     OdbcSqliteStatement(StatementPlan plan, OdbcPolicy *policy)
-        : LiteralStatement(std::move(plan), policy->stock()->createResult(), sqliteLiteral)
+        : LiteralStatement(std::move(plan), policy->stock()->createResult(), &SqliteLiteral::inText)
         , m_policy(policy)
     {
     }
@@ -189,6 +126,7 @@ bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelG
     Q_UNUSED(layer)
     m_client = OdbcClient();
     m_dialect = dialectOf(m_client.systemName(connection()));
+    watchTransaction();
     if (m_dialect != SqlDialect::OdbcSqlite) {
         learnCancelStatement();
         return true;
@@ -240,6 +178,9 @@ void OdbcPolicy::learnCancelStatement()
 void OdbcPolicy::detach()
 {
     m_aside.reset();
+    // SQLite's ODBC driver refuses to disconnect otherwise, and keeps the database locked.
+    if (m_dialect == SqlDialect::OdbcSqlite && m_transaction.isDriven())
+        stock()->rollbackTransaction();
     m_client.freeStatement(std::exchange(m_cancelHandle, nullptr));
     m_cancelText.clear();
     m_parameters = OpenParameters();
@@ -286,14 +227,98 @@ bool OdbcPolicy::waitForLocks(StockResult &rows, const std::function<bool()> &ru
     return true;
 }
 
-/// Runs a statement whose outcome nobody asks for.
-void OdbcPolicy::runAside(const QString &text)
+/// Runs a statement of the layer's own. @return whether it worked
+bool OdbcPolicy::runAside(const QString &text)
 {
     if (!m_aside)
         m_aside = std::make_unique<StockResult>(stock()->createResult());
     m_aside->renew(text);
-    m_aside->reset(text);
+    const bool good = m_aside->reset(text);
     m_aside->detach();
+    return good;
+}
+
+// --- Transactions ---
+
+void OdbcPolicy::watchTransaction()
+{
+    OdbcTransaction::Question question;
+    if (m_dialect == SqlDialect::OdbcPostgreSql)
+        question = [this] { return hasOlderTransaction(); };
+    else if (m_dialect == SqlDialect::OdbcSqlite)
+        question = [this] { return isInSqliteTransaction(); };
+    m_transaction.start(m_dialect, question);
+}
+
+/// A transaction has the time of the message that began it. In one that has failed the question
+/// fails, too; then the server itself refuses what follows.
+bool OdbcPolicy::hasOlderTransaction()
+{
+    const QString question = QStringLiteral("SELECT now() < statement_timestamp()");
+    StockResult answer(stock()->createResult());
+    answer.renew(question);
+    return !answer.reset(question) || !answer.fetchFirst() || answer.data(0).toBool();
+}
+
+/// SQLite has no function that tells, but begins no transaction within another.
+bool OdbcPolicy::isInSqliteTransaction()
+{
+    if (!runAside(QStringLiteral("BEGIN")))
+        return true;
+    runAside(QStringLiteral("ROLLBACK"));
+    return false;
+}
+
+/// The script's rollback of what is gone is to succeed.
+void OdbcPolicy::pretendTransaction()
+{
+    if (m_dialect == SqlDialect::OdbcSqlite)
+        runAside(QStringLiteral("BEGIN"));
+}
+
+QSqlError OdbcPolicy::refusal(const QString &text)
+{
+    if (!m_transaction.isGone())
+        return QSqlError();
+    const bool ends =
+        OdbcTransaction::effectOf(m_dialect, text) == OdbcTransaction::Effect::Ends;
+    if (!ends)
+        return transactionGone(QSqlError::StatementError);
+    const QString verb = leadingWord(text);
+    if (verb == QLatin1String("ROLLBACK") || verb == QLatin1String("ABORT")) {
+        m_transaction.end();
+        pretendTransaction();
+        return QSqlError();
+    }
+    if (!m_transaction.isDriven())
+        m_transaction.end();
+    return transactionGone(QSqlError::StatementError);
+}
+
+QSqlError OdbcPolicy::refusal(Command command)
+{
+    m_command = command;
+    if (!m_transaction.isGone())
+        return QSqlError();
+    if (command == Command::Begin)
+        return transactionGone(QSqlError::TransactionError);
+    m_transaction.end();
+    pretendTransaction();
+    if (command == Command::Rollback)
+        return QSqlError();
+    stock()->rollbackTransaction();
+    m_transaction.commandRan(Command::Rollback, true);
+    return transactionGone(QSqlError::TransactionError);
+}
+
+void OdbcPolicy::finished(const QString &text, bool good)
+{
+    if (!text.isEmpty())
+        return m_transaction.statementRan(text, good);
+    m_transaction.commandRan(m_command, good);
+    // A commit that failed has kept nothing, but the stock driver would go on without committing.
+    if (m_command == Command::Commit && !good && m_transaction.isDriven())
+        m_transaction.commandRan(Command::Rollback, stock()->rollbackTransaction());
 }
 
 // --- Errors and loss ---

@@ -4,6 +4,7 @@
 
 #include "detached_cancel.h"
 #include "odbc_client.h"
+#include "odbc_transaction.h"
 #include "policy.h"
 
 #include <atomic>
@@ -36,6 +37,10 @@ public:
     void beginPlain(const QString &text) override;
     bool runPlain(StockResult &rows, const QString &text) override;
 
+    QSqlError refusal(const QString &text) override;
+    QSqlError refusal(Command command) override;
+    void finished(const QString &text, bool good) override;
+
     QSqlError errorOf(StockResult &rows, Step step) override;
     QSqlError classified(const QSqlError &error, Step step) override;
     bool isLost() const override;
@@ -55,7 +60,11 @@ private:
     OdbcClient::Handle connection() const { return nativeHandle<OdbcClient::Handle>(); }
     void learnCancelStatement();
     bool openImpatient(QSqlError *error);
-    void runAside(const QString &text);
+    bool runAside(const QString &text);
+    void watchTransaction();
+    bool hasOlderTransaction();
+    bool isInSqliteTransaction();
+    void pretendTransaction();
 
     OdbcClient m_client;
     SqlDialect m_dialect = SqlDialect::Odbc;
@@ -66,4 +75,6 @@ private:
     std::unique_ptr<StockResult> m_aside;        ///< for statements of the layer's own
     std::atomic<bool> m_isInterrupted{false};    ///< since the statement was begun
     DetachedCancel m_cancel;
+    OdbcTransaction m_transaction;
+    Command m_command = Command::Begin; ///< the last one that was not refused
 };

@@ -201,15 +201,6 @@ void SqlitePolicy::pretendTransaction()
     m_rolledBack = false;
 }
 
-QSqlError SqlitePolicy::transactionGone(QSqlError::ErrorType type) const
-{
-    return QSqlError(
-        QString(),
-        tr("the transaction was rolled back when a statement of it failed; nothing of "
-           "it is left to commit, and rollback() has to come before the next statement"),
-        type);
-}
-
 // --- Values ---
 
 /// A column's type says nothing of its values.

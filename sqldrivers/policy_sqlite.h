@@ -41,7 +41,6 @@ private:
     static int onBusy(void *policy, int attempt);
     bool waitForLock(int attempt);
     bool inTransaction() const { return m_getAutocommit(m_db) == 0; }
-    QSqlError transactionGone(QSqlError::ErrorType type) const;
     void pretendTransaction();
 
     ClientLibrary m_library;

@@ -1,0 +1,83 @@
+#include "odbc_transaction.h"
+
+#include "leading_word.h"
+
+#include <QStringList>
+
+#include <algorithm>
+#include <utility>
+
+namespace
+{
+
+/// Whether another statement may stand behind the first one: rather too often than too seldom.
+bool mayHoldSeveral(const QString &text)
+{
+    const int mark = text.indexOf(QLatin1Char(';'));
+    return mark >= 0 && !text.midRef(mark + 1).trimmed().isEmpty();
+}
+
+} // namespace
+
+OdbcTransaction::Effect OdbcTransaction::effectOf(SqlDialect dialect, const QString &text)
+{
+    static const QStringList ends{QStringLiteral("COMMIT"), QStringLiteral("END"),
+                                  QStringLiteral("ABORT"), QStringLiteral("ROLLBACK"),
+                                  QStringLiteral("PREPARE")};
+    const QString verb = leadingWord(text);
+    if (verb == QLatin1String("BEGIN") || verb == QLatin1String("START"))
+        return Effect::Begins;
+    if (!ends.contains(verb))
+        return Effect::None;
+    const QVector<SqlToken> tokens = SqlScanner::scan(dialect, text);
+    const auto holds = [&](const char *word) {
+        return std::any_of(tokens.cbegin(), tokens.cend(), [&](const SqlToken &token) {
+            return SqlScanner::isWord(token, text, QLatin1String(word));
+        });
+    };
+    if (verb == QLatin1String("PREPARE"))
+        return holds("TRANSACTION") && !holds("AS") ? Effect::Ends : Effect::None;
+    if (holds("TO") || holds("PREPARED")) // to a savepoint; one that was prepared earlier
+        return Effect::None;
+    return holds("CHAIN") && !holds("NO") ? Effect::Begins : Effect::Ends;
+}
+
+void OdbcTransaction::start(SqlDialect dialect, Question isOpen)
+{
+    m_dialect = dialect;
+    m_isOpen = std::move(isOpen);
+    m_isDriven = false;
+    m_hasWork = false;
+    m_isGone = false;
+}
+
+void OdbcTransaction::commandRan(Policy::Command command, bool good)
+{
+    if (command == Policy::Command::Begin)
+        m_isDriven = m_isDriven || good;
+    else if (good)
+        m_isDriven = false;
+    // SQLite's ODBC driver does not begin again behind a first statement that ends its transaction.
+    m_hasWork = m_isDriven && m_dialect == SqlDialect::OdbcSqlite;
+}
+
+void OdbcTransaction::statementRan(const QString &text, bool good)
+{
+    if (!m_isOpen)
+        return;
+    if (!good) {
+        if (!m_hasWork || m_isOpen())
+            return;
+        m_hasWork = false;
+        m_isGone = true;
+        return;
+    }
+    const Effect effect = effectOf(m_dialect, text);
+    if (m_isDriven)
+        m_hasWork = effect != Effect::Ends;
+    else if (effect != Effect::None)
+        m_hasWork = effect == Effect::Begins;
+    // A later statement of the same text may have begun or ended another one.
+    if (!m_isDriven && m_dialect == SqlDialect::OdbcPostgreSql && mayHoldSeveral(text))
+        m_hasWork = m_isOpen();
+}

@@ -1,0 +1,50 @@
+/// @file
+/// Whether the transaction that a script believes in is still there.
+#pragma once
+
+#include "policy.h"
+#include "sql_scanner.h"
+
+#include <QString>
+
+#include <functional>
+
+/// ODBC drivers give a transaction up by themselves: PostgreSQL's behind a text that the server
+/// cannot parse, SQLite's where a failed statement takes the transaction with it. They say nothing,
+/// and the next change would be committed by itself. So the database is asked after each statement
+/// that fails in a transaction, and never otherwise.
+///
+/// Pure bookkeeping; the connection's thread.
+class OdbcTransaction
+{
+public:
+    /// Asks the database whether a transaction is open that began before this question.
+    using Question = std::function<bool()>;
+
+    /// Forgets everything. @param isOpen null where nothing is to be watched
+    void start(SqlDialect dialect, Question isOpen);
+
+    /// A command of the driver was run.
+    void commandRan(Policy::Command command, bool good);
+    /// A statement was run.
+    void statementRan(const QString &text, bool good);
+
+    /// Whether the transaction is gone and the script has not ended it yet.
+    bool isGone() const { return m_isGone; }
+    /// The script ends what is gone.
+    void end() { m_isGone = false; }
+    /// Whether a transaction of the driver's commands is under way, in which the ODBC driver begins
+    /// one with each statement that finds none.
+    bool isDriven() const { return m_isDriven; }
+
+    /// What a text does to the transaction around it.
+    enum class Effect { None, Begins, Ends };
+    static Effect effectOf(SqlDialect dialect, const QString &text);
+
+private:
+    SqlDialect m_dialect = SqlDialect::Odbc;
+    Question m_isOpen;
+    bool m_isDriven = false;
+    bool m_hasWork = false; ///< there is a transaction that would be missed
+    bool m_isGone = false;
+};
