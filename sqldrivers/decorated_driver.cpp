@@ -2,6 +2,7 @@
 
 #include "decorated_result.h"
 #include "stock_plugins.h"
+#include "stock_session.h"
 
 #include <QSqlIndex>
 #include <QSqlRecord>
@@ -77,10 +78,18 @@ bool DecoratedDriver::hasFeature(DriverFeature feature) const
 
 // --- Opening and closing ---
 
+/// Why there is no stock driver.
+QSqlError DecoratedDriver::notLoaded() const
+{
+    const QString reason = m_loadError.isEmpty()
+                               ? tr("the driver %1 is not installed; install the package %2")
+                                     .arg(m_key, StockPlugins::debianPackage(m_key))
+                               : tr("the driver %1 cannot be loaded: %2").arg(m_key, m_loadError);
+    return QSqlError(tr("Driver not loaded"), reason, QSqlError::ConnectionError);
+}
+
 bool DecoratedDriver::failOpen(const QSqlError &error)
 {
-    if (m_stock && m_stock->isOpen())
-        m_stock->close();
     setLastError(error);
     setOpenError(true);
     return false;
@@ -90,30 +99,20 @@ bool DecoratedDriver::open(const QString &database, const QString &user, const Q
                            const QString &host, int port, const QString &options)
 {
     close();
-    if (!m_stock) {
-        const QString reason =
-            m_loadError.isEmpty()
-                ? tr("the driver %1 is not installed; install the package %2")
-                      .arg(m_key, StockPlugins::debianPackage(m_key))
-                : tr("the driver %1 cannot be loaded: %2").arg(m_key, m_loadError);
-        return failOpen(QSqlError(tr("Driver not loaded"), reason, QSqlError::ConnectionError));
-    }
+    if (!m_stock)
+        return failOpen(notLoaded());
     QString stockOptions = options;
     QString refusal;
     if (!LayerOptions::take(&stockOptions, &m_options, &refusal))
         return failOpen(
             QSqlError(tr("Wrong connect options"), refusal, QSqlError::ConnectionError));
-    stockOptions = m_policy->stockOptions(stockOptions, m_options);
-    if (!m_stock->open(database, user, password, host, port, stockOptions))
-        return failOpen(m_policy->classified(m_stock->lastError(), Policy::Step::Open));
+    QSqlError error;
+    if (!openStock(
+            {database, user, password, host, port, m_policy->stockOptions(stockOptions, m_options)},
+            &error))
+        return failOpen(error);
     // ODBC drivers know only now what they speak to.
     static_cast<QSqlDriverPrivate *>(d_ptr.data())->dbmsType = m_stock->dbmsType();
-    m_policy->opened({database, user, password, host, port, stockOptions});
-    QSqlError error;
-    if (!m_policy->attach(m_options, m_gate, &error)) {
-        m_policy->detach();
-        return failOpen(m_policy->classified(error, Policy::Step::Open));
-    }
     m_lost = false;
     ++m_session;
     m_canCancel = m_policy->canCancel();
@@ -123,16 +122,40 @@ bool DecoratedDriver::open(const QString &database, const QString &user, const Q
     return true;
 }
 
+/// Opens the stock driver and sets its session up.
+bool DecoratedDriver::openStock(const OpenParameters &parameters, QSqlError *error)
+{
+    if (m_options.connectTimeoutMs == 0)
+        return StockSession::open(*m_stock, *m_policy, parameters, m_options, m_gate, error);
+    // Results of earlier sessions may still look at the driver that they had, so one that is opened
+    // in another thread, and may be left there, is always a new one.
+    std::unique_ptr<QSqlDriver> driver(StockPlugins::create(m_key, &m_loadError));
+    if (!driver) {
+        *error = notLoaded();
+        return false;
+    }
+    auto session = std::make_unique<StockSession>(m_key, std::move(driver));
+    session = StockSession::openInTime(std::move(session), parameters, m_options, m_gate, error);
+    if (!session)
+        return false;
+    m_policy = std::move(session->policy);
+    m_stock = std::move(session->driver);
+    relayNotifications();
+    return true;
+}
+
 void DecoratedDriver::close()
 {
     m_canCancel = false;
     m_gate->setInterrupter(nullptr);
     if (!m_stock || !QSqlDriver::isOpen())
         return;
+    std::unique_ptr<LineWatch> watch = m_policy->watchLine();
     m_cache.clear();
     ++m_session;
     m_policy->detach();
     m_stock->close();
+    watch.reset();
     setOpen(false);
     setOpenError(false);
 }
@@ -181,7 +204,9 @@ bool DecoratedDriver::command(Policy::Command command, bool (QSqlDriver::*run)()
     CancelGate::Statement statement;
     if (m_policy->cancelsCommands())
         m_gate->run(statement);
+    std::unique_ptr<LineWatch> watch = m_policy->watchLine();
     const bool good = (m_stock.get()->*run)();
+    watch.reset();
     if (!m_gate->end(statement))
         giveUp(DecoratedResult::unanswered());
     if (good)

@@ -22,7 +22,8 @@ class DecoratedDriver : public QSqlDriver
     Q_OBJECT
     /// The driver that Qt ships, with the same connection: whoever has to call the client library
     /// through handle() finds the right copy of it where that driver's code is. Null without one.
-    Q_PROPERTY(QObject *stockDriver READ stock CONSTANT)
+    /// Another one after each opening with a time limit.
+    Q_PROPERTY(QObject *stockDriver READ stock)
 
 public:
     /// @param key the stock driver's key. Without that driver open() fails and says what to
@@ -85,7 +86,9 @@ public Q_SLOTS:
     bool cancelQuery() override;
 
 private:
+    QSqlError notLoaded() const;
     bool failOpen(const QSqlError &error);
+    bool openStock(const OpenParameters &parameters, QSqlError *error);
     bool command(Policy::Command command, bool (QSqlDriver::*run)());
     void relayNotifications();
 

@@ -8,6 +8,9 @@
 namespace
 {
 
+/// How much longer than the server's own limit for statements the layer's is.
+constexpr int ServerFirstMs = 1000;
+
 QString tr(const char *text)
 {
     return QCoreApplication::translate("DecoratedResult", text);
@@ -34,6 +37,7 @@ DecoratedResult::DecoratedResult(const DecoratedDriver *driver)
 DecoratedResult::~DecoratedResult()
 {
     finish();
+    giveUpPlain();
 }
 
 /// The driver while its connection is open; null when the result has outlived it.
@@ -79,9 +83,24 @@ QSqlError DecoratedResult::unanswered()
 StockResult &DecoratedResult::plainResult(DecoratedDriver &driver)
 {
     if (!m_plain || m_plainSession != driver.session() || !driver.policy()->reusesResults())
+        giveUpPlain();
+    if (!m_plain)
         m_plain = std::make_unique<StockResult>(driver.stock()->createResult());
     m_plainSession = driver.session();
     return *m_plain;
+}
+
+void DecoratedResult::giveUpPlain()
+{
+    const std::unique_ptr<LineWatch> watch = watchLine();
+    m_plain.reset();
+}
+
+/// What comes next may talk to the server, although no statement is run.
+std::unique_ptr<LineWatch> DecoratedResult::watchLine() const
+{
+    const DecoratedDriver *driver = owner();
+    return driver ? driver->policy()->watchLine() : nullptr;
 }
 
 bool DecoratedResult::reset(const QString &text)
@@ -336,8 +355,11 @@ bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step 
 void DecoratedResult::beginStatement(DecoratedDriver &driver)
 {
     m_gate->run(m_cancel);
-    const int limit = driver.options().statementTimeoutMs;
-    if (limit > 0 && !driver.policy()->hasServerTimeout()) {
+    int limit = driver.options().statementTimeoutMs;
+    if (limit > 0) {
+        // The server's own limit comes first; this one then ends what waits for a dead server.
+        if (driver.policy()->hasServerTimeout())
+            limit += ServerFirstMs;
         m_deadline = DeadlineWatch::instance().add(
             limit, [gate = m_gate, statement = &m_cancel] { gate->timeOut(*statement); });
     }
@@ -383,8 +405,11 @@ void DecoratedResult::finish()
 {
     detachFromResultSet();
     m_rows = nullptr;
+    if (!m_bound)
+        return;
+    const std::unique_ptr<LineWatch> watch = watchLine();
     DecoratedDriver *driver = owner();
-    if (m_bound && m_worthKeeping && driver && driver->session() == m_session) {
+    if (m_worthKeeping && driver && driver->session() == m_session) {
         m_bound->release();
         driver->cache().give(m_text, std::move(m_bound));
     }

@@ -57,6 +57,8 @@ protected:
 private:
     DecoratedDriver *owner() const;
     StockResult &plainResult(DecoratedDriver &driver);
+    void giveUpPlain();
+    std::unique_ptr<LineWatch> watchLine() const;
 
     bool obtain(DecoratedDriver &driver);
     bool prepareAnew(DecoratedDriver &driver);

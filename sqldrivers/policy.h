@@ -25,6 +25,14 @@ struct OpenParameters {
     QString options;
 };
 
+/// Sees to it that calls to a server come back, for as long as it lives, where the client library
+/// would wait without an end.
+class LineWatch
+{
+public:
+    virtual ~LineWatch() = default;
+};
+
 /// One connection's view of its database system. DecoratedDriver and DecoratedResult know the order
 /// of things, a policy what each step means for its system. Owned by the driver; used in the
 /// connection's thread except for interrupt(), see CancelGate::Interrupter.
@@ -63,7 +71,7 @@ public:
     /// Whether cancelling works on this connection.
     virtual bool canCancel() const { return false; }
     /// Whether the server itself ends statements after VEXT_STATEMENT_TIMEOUT. Where it does not,
-    /// the layer cancels them.
+    /// the layer cancels them then, and otherwise a little later.
     virtual bool hasServerTimeout() const { return false; }
 
     // --- Statements ---
@@ -152,6 +160,10 @@ public:
     virtual QSqlError classified(const QSqlError &error, Step step) = 0;
     /// A quick look at whether the connection is gone.
     virtual bool isLost() const { return false; }
+
+    /// To be held while the stock driver talks to the server without being asked for a statement:
+    /// where results are given up, and for commands. Null where that needs no watch.
+    virtual std::unique_ptr<LineWatch> watchLine() const { return nullptr; }
 
     // --- Values ---
 

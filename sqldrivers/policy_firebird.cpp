@@ -1,7 +1,5 @@
 #include "policy_firebird.h"
 
-#include "client_library.h"
-
 #include <QCoreApplication>
 #include <QEvent>
 #include <QSqlField>
@@ -18,19 +16,15 @@ QString tr(const char *text)
     return QCoreApplication::translate("FirebirdPolicy", text);
 }
 
-// Of the client library's header.
-constexpr int StatusLength = 20;
-constexpr unsigned short CancelDisable = 1;
-constexpr unsigned short CancelEnable = 2;
-constexpr unsigned short CancelRaise = 3;
-constexpr char InfoAttachmentId = 22;
-constexpr std::intptr_t Cancelled = 335544794;
-constexpr int SqlText = 452; ///< CHAR; the last bit tells whether NULL is allowed
+/// Of the client library's header: CHAR; the last bit tells whether NULL is allowed.
+constexpr int SqlText = 452;
 
 /// Longest encoding of a character of UTF8.
 constexpr int BytesPerCharacter = 4;
 /// How long a connection that has just answered is believed to be there.
 constexpr int LookMs = 200;
+/// How long a server may be silent before anybody doubts that it lives.
+constexpr int PatienceMs = 500;
 
 /// The state that belongs to a code of the database and a part of its text.
 struct KnownState {
@@ -80,6 +74,20 @@ QString stateOf(const QSqlError &error)
     return QString();
 }
 
+/// What stands before the database's name, as the stock driver puts it; empty for the engine in
+/// this process.
+QByteArray addressOf(const OpenParameters &parameters)
+{
+    if (parameters.host.isEmpty()) {
+        const int colon = parameters.database.lastIndexOf(QLatin1Char(':'));
+        return parameters.database.leftRef(colon + 1).toLocal8Bit();
+    }
+    QString address = parameters.host;
+    if (parameters.port > 0)
+        address += QLatin1Char('/') + QString::number(parameters.port);
+    return (address + QLatin1Char(':')).toLocal8Bit();
+}
+
 /// Whether a statement answers with neither columns nor values.
 bool returnsNothing(const StatementPlan &plan)
 {
@@ -104,6 +112,7 @@ public:
     {
         if (!returnsNothing(plan()) || !m_policy->beginOwn())
             return;
+        const std::unique_ptr<LineWatch> watch = m_policy->watchLine();
         result().replace(m_policy->stock()->createResult());
         m_isFresh = true;
     }
@@ -186,6 +195,7 @@ void FirebirdPolicy::opened(const OpenParameters &parameters)
 {
     m_inTransaction = m_ownTransaction = false;
     m_isUtf8 = parameters.options.contains(QLatin1String("UTF8"), Qt::CaseInsensitive);
+    m_address = addressOf(parameters);
 }
 
 bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
@@ -194,10 +204,9 @@ bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Can
     Q_UNUSED(gate)
     Q_UNUSED(layer)
     Q_UNUSED(error)
-    const ClientLibrary library({"libfbclient.so.2", "libfbclient.so"});
-    m_handle = nativeHandle<Handle>();
-    library.resolve("isc_database_info", m_info);
-    library.resolve("fb_cancel_operation", m_cancel);
+    m_client.resolve();
+    m_connection = nativeHandle<FirebirdClient::Handle>();
+    m_line = std::make_unique<FirebirdLine>(m_client, m_connection, m_address);
     m_lastLook.start();
     return true;
 }
@@ -207,9 +216,9 @@ void FirebirdPolicy::detach()
     // Qt's driver (5.15) keeps the handle of a transaction that is open now for the next session,
     // in which every statement would fail.
     stock()->rollbackTransaction();
-    m_handle = 0;
-    m_cancel = nullptr;
-    m_info = nullptr;
+    m_connection = 0;
+    m_client = FirebirdClient();
+    m_line.reset();
 }
 
 // --- Statements ---
@@ -227,8 +236,10 @@ void FirebirdPolicy::beginPlain(const QString &text)
 
 bool FirebirdPolicy::beginOwn()
 {
-    if (!m_inTransaction && !m_ownTransaction)
+    if (!m_inTransaction && !m_ownTransaction) {
+        const std::unique_ptr<LineWatch> watch = watchLine();
         m_ownTransaction = stock()->beginTransaction();
+    }
     return m_ownTransaction;
 }
 
@@ -236,6 +247,7 @@ QSqlError FirebirdPolicy::complete(bool good)
 {
     if (!std::exchange(m_ownTransaction, false))
         return QSqlError();
+    const std::unique_ptr<LineWatch> watch = watchLine();
     if (!good)
         stock()->rollbackTransaction();
     else if (!stock()->commitTransaction())
@@ -290,18 +302,21 @@ QSqlError FirebirdPolicy::classified(const QSqlError &error, Step step)
                      type, state);
 }
 
-/// Asks the server, or the engine in this process, whether the connection is still there.
 bool FirebirdPolicy::answers() const
 {
-    if (!m_info)
+    if (!m_line)
         return true;
-    Status status[StatusLength] = {};
-    Handle handle = m_handle;
-    const char item = InfoAttachmentId;
-    char answer[64];
-    m_info(status, &handle, 1, &item, sizeof answer, answer);
+    const std::unique_ptr<LineWatch> watch = watchLine();
+    const bool answer = m_client.answers(m_connection);
     m_lastLook.start();
-    return status[0] != 1 || status[1] <= 0 || status[1] == Cancelled;
+    return answer;
+}
+
+std::unique_ptr<LineWatch> FirebirdPolicy::watchLine() const
+{
+    if (!m_line || !m_line->isRemote())
+        return nullptr;
+    return std::make_unique<FirebirdLine::Watch>(*m_line, PatienceMs);
 }
 
 bool FirebirdPolicy::isLost() const
@@ -371,20 +386,23 @@ void FirebirdPolicy::interrupt(CancelGate::Phase phase, bool alone)
 {
     Q_UNUSED(alone)
     Q_UNUSED(phase)
-    Status status[StatusLength] = {};
-    Handle handle = m_handle;
-    if (m_cancel)
-        m_cancel(status, &handle, CancelRaise);
+    m_client.cancel(m_connection, FirebirdClient::Raise);
+    const QMutexLocker locker(&m_mutex);
+    if (!m_request && m_line)
+        m_request = std::make_unique<FirebirdLine::Watch>(*m_line, 0);
 }
 
 bool FirebirdPolicy::settle()
 {
-    // Both of them forget a mark that nothing has noticed.
-    for (unsigned short option : {CancelDisable, CancelEnable}) {
-        Status status[StatusLength] = {};
-        Handle handle = m_handle;
-        if (m_cancel)
-            m_cancel(status, &handle, option);
+    std::unique_ptr<FirebirdLine::Watch> request;
+    {
+        const QMutexLocker locker(&m_mutex);
+        request.swap(m_request);
     }
+    if (request && request->hasCut())
+        return false;
+    // Both of them forget a mark that nothing has noticed.
+    for (const auto option : {FirebirdClient::Disable, FirebirdClient::Enable})
+        m_client.cancel(m_connection, option);
     return true;
 }

@@ -2,11 +2,14 @@
 /// What Firebird does differently.
 #pragma once
 
+#include "firebird_client.h"
+#include "firebird_line.h"
 #include "policy.h"
 
 #include <QElapsedTimer>
+#include <QMutex>
 
-#include <cstdint>
+#include <memory>
 
 /// One connection to Firebird, over the network or embedded.
 ///
@@ -16,6 +19,7 @@
 /// a transaction whose commit was ended by such a mark, locks and all: so a statement without rows
 /// gets a transaction of this policy's own, which is committed when nothing can be cancelled any
 /// more. The stock driver keeps the status vector to itself: states are told from code and text.
+/// The line to a server that is dead is cut.
 class FirebirdPolicy : public Policy
 {
 public:
@@ -28,7 +32,7 @@ public:
     bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
                 QSqlError *error) override;
     void detach() override;
-    bool canCancel() const override { return m_cancel != nullptr; }
+    bool canCancel() const override { return m_client.canCancel(); }
 
     std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;
     QSqlError refusal(const QString &text) override;
@@ -47,6 +51,7 @@ public:
 
     QSqlError classified(const QSqlError &error, Step step) override;
     bool isLost() const override;
+    std::unique_ptr<LineWatch> watchLine() const override;
 
     bool adjustsValues(const LayerOptions &layer) const override;
     QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
@@ -59,16 +64,14 @@ public:
     bool settle() override;
 
 private:
-    using Status = std::intptr_t;
-    using Handle = unsigned int;
-    using CancelOperation = Status(Status *, Handle *, unsigned short);
-    using DatabaseInfo = Status(Status *, Handle *, short, const char *, short, char *);
-
     bool answers() const;
 
-    Handle m_handle = 0;
-    CancelOperation *m_cancel = nullptr;
-    DatabaseInfo *m_info = nullptr;
+    FirebirdClient m_client;
+    FirebirdClient::Handle m_connection = 0;
+    QByteArray m_address; ///< of the server, empty for the engine in this process
+    std::unique_ptr<FirebirdLine> m_line;
+    QMutex m_mutex;
+    std::unique_ptr<FirebirdLine::Watch> m_request; ///< m_mutex; since the statement is cancelled
     bool m_isUtf8 = false;
     Command m_command = Command::Rollback; ///< the last one that was begun
     bool m_inTransaction = false;          ///< the user's

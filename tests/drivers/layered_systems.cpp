@@ -7,6 +7,7 @@ LayeredSystems::LayeredSystems()
     add(&m_postgres);
     add(&m_mariadb);
     add(&m_firebird);
+    add(&m_firebirdServer);
     add(&m_sqlite);
     add(&m_odbcPostgres);
     add(&m_odbcSqlite);
@@ -39,8 +40,9 @@ bool LayeredSystems::started(const QString &name, QString *reason, QString *erro
 QString LayeredSystems::selectWithoutTable(const QString &name, const QString &expression)
 {
     const QString select = QStringLiteral("SELECT ") + expression;
-    return name == QLatin1String("Firebird") ? select + QStringLiteral(" FROM rdb$database")
-                                             : select;
+    return name.startsWith(QLatin1String("Firebird"))
+               ? select + QStringLiteral(" FROM rdb$database")
+               : select;
 }
 
 QString LayeredSystems::textType(const QString &name)

@@ -2,6 +2,7 @@
 /// The database systems that the tests of the layer run on.
 #pragma once
 
+#include "firebird_server.h"
 #include "local_databases.h"
 #include "mariadb_server.h"
 #include "postgres_server.h"
@@ -14,12 +15,14 @@ class LayeredSystems
 public:
     LayeredSystems();
 
-    /// Names for data rows, in a fixed order.
+    /// Names for data rows, in a fixed order. Firebird is the engine in this process there;
+    /// "Firebird server" is one over the network.
     static QStringList names();
 
     TestDatabase &get(const QString &name) { return *m_all.at(name); }
     PostgresServer &postgres() { return m_postgres; }
     MariaDbServer &mariadb() { return m_mariadb; }
+    FirebirdServer &firebirdServer() { return m_firebirdServer; }
 
     /// @return whether the system runs; a reason when it cannot on this machine, an error when it
     /// should but does not
@@ -36,6 +39,7 @@ private:
     PostgresServer m_postgres;
     MariaDbServer m_mariadb;
     FirebirdDatabase m_firebird;
+    FirebirdServer m_firebirdServer;
     SqliteDatabase m_sqlite{SqliteDatabase::Place::File};
     OdbcSource m_odbcPostgres{OdbcSource::Behind::PostgreSql, &m_postgres};
     OdbcSource m_odbcSqlite{OdbcSource::Behind::Sqlite};

@@ -1,0 +1,57 @@
+/// @file
+/// The line to a Firebird server, which may be dead.
+#pragma once
+
+#include "deadline_watch.h"
+#include "firebird_client.h"
+#include "policy.h"
+
+#include <memory>
+
+/// Firebird's client library waits for an answer without an end, and a request to cancel changes
+/// nothing about that when the server is dead. A live one, though, may take long to undo a change.
+/// So the two are told apart by a new connection to the same server: when that is not answered
+/// either, the line is cut, and what waited for it fails.
+class FirebirdLine
+{
+public:
+    /// How long a server may take to answer a new connection.
+    static constexpr int DeadServerMs = 2000;
+
+    /// @param address what stands before a database's name, "host/port:"; empty for the engine in
+    /// this process, which cannot be silent
+    FirebirdLine(const FirebirdClient &client, FirebirdClient::Handle connection,
+                 const QByteArray &address)
+        : m_client(client)
+        , m_connection(connection)
+        , m_address(address)
+    {
+    }
+
+    bool isRemote() const { return !m_address.isEmpty(); }
+
+    /// Watches over one call, or one statement, for as long as it lives. Any thread.
+    class Watch : public LineWatch
+    {
+    public:
+        /// @param askAfterMs how long it may take before the server is asked for a sign of life
+        Watch(const FirebirdLine &line, int askAfterMs);
+        ~Watch() override;
+        Watch(const Watch &) = delete;
+        Watch &operator=(const Watch &) = delete;
+
+        /// Whether the line was cut.
+        bool hasCut() const;
+
+    private:
+        struct State;
+        std::shared_ptr<State> m_state; ///< shared with the deadlines; null for an engine
+        DeadlineWatch::Id m_question = 0;
+        DeadlineWatch::Id m_end = 0;
+    };
+
+private:
+    FirebirdClient m_client;
+    FirebirdClient::Handle m_connection;
+    QByteArray m_address;
+};

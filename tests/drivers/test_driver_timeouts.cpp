@@ -1,0 +1,285 @@
+/// @file
+/// VEXT_CONNECT_TIMEOUT and VEXT_STATEMENT_TIMEOUT on every system, also on a line on which nobody
+/// answers any more.
+
+#include "deadline.h"
+#include "layer_path.h"
+#include "layered_systems.h"
+#include "tcp_relay.h"
+
+#include <QElapsedTimer>
+#include <QSqlDatabase>
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QtTest>
+
+namespace
+{
+
+const QString Connection = QStringLiteral("timeouts");
+const QString Postgres = QStringLiteral("PostgreSQL");
+const QString MariaDb = QStringLiteral("MariaDB");
+const QString FirebirdOverTcp = QStringLiteral("Firebird server");
+const QString OdbcPostgres = QStringLiteral("ODBC to PostgreSQL");
+
+constexpr int LimitMs = 700;
+/// What a busy machine may add.
+constexpr int SlackMs = 1000;
+/// How long a statement may last when its server is dead: the layer asks it for so long.
+constexpr int DeadServerMs = 2500;
+/// The server's own limit comes first where it has one, so the layer's comes so much later.
+constexpr int ServerFirstMs = 1000;
+
+} // namespace
+
+class TestDriverTimeouts : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { useDriverLayer(); }
+    void cleanup();
+
+    void silentServerFailsTheOpenInTime_data() { servers(); }
+    void silentServerFailsTheOpenInTime();
+    void serverThatFallsSilentInTheMiddleFailsTheOpenInTime_data() { servers(); }
+    void serverThatFallsSilentInTheMiddleFailsTheOpenInTime();
+    void openingInTimeSucceeds_data() { everySystem(); }
+    void openingInTimeSucceeds();
+    void connectionIsTheCallersAfterATimedOpening_data() { everySystem(); }
+    void connectionIsTheCallersAfterATimedOpening();
+    void longStatementEndsByItsTimeout_data() { everySystem(); }
+    void longStatementEndsByItsTimeout();
+    void statementOnASilentLineEndsInTime_data() { servers(); }
+    void statementOnASilentLineEndsInTime();
+    void silentLineIsSeenByALook();
+
+private:
+    static void servers();
+    static void everySystem();
+    QSqlDatabase throughRelay(const QString &system, const QString &option);
+    int portOf(const QString &system);
+
+    LayeredSystems m_systems;
+    std::unique_ptr<TcpRelay> m_relay;
+};
+
+void TestDriverTimeouts::cleanup()
+{
+    if (m_relay) {
+        m_relay->heal();
+        m_relay->cut(); // whatever still hangs ends now
+    }
+    if (QSqlDatabase::contains(Connection)) {
+        QSqlDatabase::database(Connection, false).close();
+        QSqlDatabase::removeDatabase(Connection);
+    }
+    m_relay.reset();
+}
+
+void TestDriverTimeouts::servers()
+{
+    QTest::addColumn<QString>("system");
+    for (const QString &system : {Postgres, MariaDb, FirebirdOverTcp, OdbcPostgres})
+        QTest::newRow(qPrintable(system)) << system;
+}
+
+void TestDriverTimeouts::everySystem()
+{
+    QTest::addColumn<QString>("system");
+    const QStringList systems = LayeredSystems::names() << FirebirdOverTcp;
+    for (const QString &system : systems)
+        QTest::newRow(qPrintable(system)) << system;
+}
+
+int TestDriverTimeouts::portOf(const QString &system)
+{
+    if (system == MariaDb)
+        return m_systems.mariadb().port();
+    return system == FirebirdOverTcp ? m_systems.firebirdServer().port()
+                                     : m_systems.postgres().port();
+}
+
+QSqlDatabase TestDriverTimeouts::throughRelay(const QString &system, const QString &option)
+{
+    m_relay = std::make_unique<TcpRelay>();
+    if (!m_relay->start(quint16(portOf(system))))
+        qWarning("no relay");
+    ConnectionParameters parameters = m_systems.get(system).parameters();
+    if (system == OdbcPostgres) {
+        parameters.databaseName += QStringLiteral(";Port=%1").arg(m_relay->port());
+    } else {
+        parameters.hostName = QStringLiteral("127.0.0.1");
+        parameters.port = m_relay->port();
+    }
+    parameters.connectOptions = option;
+    return parameters.database(Connection);
+}
+
+// --- Opening ---
+
+void TestDriverTimeouts::silentServerFailsTheOpenInTime()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db = throughRelay(system, QStringLiteral("VEXT_CONNECT_TIMEOUT=%1").arg(LimitMs));
+    m_relay->blackHole();
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!db.open());
+    const qint64 ms = timer.elapsed();
+    QVERIFY2(ms >= LimitMs && ms < LimitMs + scaledMs(SlackMs), qPrintable(QString::number(ms)));
+    QCOMPARE(db.lastError().type(), QSqlError::ConnectionError);
+    QVERIFY2(db.lastError().text().contains(QString::number(LimitMs)),
+             qPrintable(db.lastError().text()));
+    QVERIFY(!db.isOpen());
+    // The same object works as soon as somebody answers.
+    m_relay->heal();
+    db.setConnectOptions(QStringLiteral("VEXT_CONNECT_TIMEOUT=%1").arg(scaledMs(10000)));
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+}
+
+void TestDriverTimeouts::serverThatFallsSilentInTheMiddleFailsTheOpenInTime()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db =
+        throughRelay(system, QStringLiteral("VEXT_CONNECT_TIMEOUT=%1").arg(2 * LimitMs));
+    // The server answers the first bytes, each piece so late that there is no time for the rest.
+    m_relay->delay(LimitMs);
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!db.open());
+    QVERIFY2(timer.elapsed() < 2 * LimitMs + scaledMs(SlackMs),
+             qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(db.lastError().type(), QSqlError::ConnectionError);
+}
+
+void TestDriverTimeouts::openingInTimeSucceeds()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    ConnectionParameters parameters = m_systems.get(system).parameters();
+    QSqlDatabase db = parameters.database(Connection);
+    for (const char *limit : {"0", "60000"}) {
+        db.setConnectOptions(
+            QStringLiteral("VEXT_CONNECT_TIMEOUT=%1;").arg(QString::fromUtf8(limit)) +
+            parameters.connectOptions);
+        QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+        QSqlQuery query(LayeredSystems::selectWithoutTable(system, QStringLiteral("7")), db);
+        QVERIFY2(query.next(), qPrintable(query.lastError().text()));
+        QCOMPARE(query.value(0).toInt(), 7);
+        query.clear();
+        db.close();
+    }
+}
+
+void TestDriverTimeouts::connectionIsTheCallersAfterATimedOpening()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    ConnectionParameters parameters = m_systems.get(system).parameters();
+    if (!parameters.connectOptions.isEmpty())
+        parameters.connectOptions += QLatin1Char(';');
+    parameters.connectOptions += QStringLiteral("VEXT_CONNECT_TIMEOUT=60000");
+    QSqlDatabase db = parameters.database(Connection);
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    const auto *stock = db.driver()->property("stockDriver").value<QObject *>();
+    QVERIFY(stock);
+    QCOMPARE(stock->thread(), QThread::currentThread());
+    // A result of the first session, still there in the second one, fails and harms nothing.
+    const QString one = LayeredSystems::selectWithoutTable(system, QStringLiteral("1"));
+    QSqlQuery old(db);
+    QVERIFY(old.exec(one) && old.next());
+    old.finish();
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QVERIFY(!old.next());
+    QSqlQuery fresh(db);
+    QVERIFY2(fresh.exec(one) && fresh.next(), qPrintable(fresh.lastError().text()));
+    QVERIFY2(old.exec(one) && old.next(), qPrintable(old.lastError().text()));
+}
+
+// --- Statements ---
+
+void TestDriverTimeouts::longStatementEndsByItsTimeout()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    ConnectionParameters parameters = m_systems.get(system).parameters();
+    if (!parameters.connectOptions.isEmpty())
+        parameters.connectOptions += QLatin1Char(';');
+    parameters.connectOptions += QStringLiteral("VEXT_STATEMENT_TIMEOUT=%1").arg(LimitMs);
+    QSqlDatabase db = parameters.database(Connection);
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QSqlQuery query(db);
+    query.exec(QStringLiteral("DROP TABLE rows_of_time"));
+    QVERIFY(query.exec(QStringLiteral("CREATE TABLE rows_of_time (id INTEGER)")));
+    QVERIFY(query.exec(QStringLiteral("INSERT INTO rows_of_time VALUES (1)")));
+    for (int i = 0; i < 10; ++i)
+        QVERIFY(query.exec(QStringLiteral("INSERT INTO rows_of_time SELECT id + 1 "
+                                          "FROM rows_of_time")));
+    QElapsedTimer timer;
+    timer.start();
+    const bool done = query.exec(QStringLiteral("SELECT COUNT(*) FROM rows_of_time a, "
+                                                "rows_of_time b, rows_of_time c "
+                                                "WHERE a.id + b.id + c.id = -1")) &&
+                      query.next();
+    const qint64 ms = timer.elapsed();
+    QVERIFY(!done);
+    const QString error = query.lastError().text();
+    QVERIFY2(ms >= LimitMs - 50 && ms < LimitMs + scaledMs(SlackMs),
+             qPrintable(QString::number(ms)));
+    QVERIFY2(!error.isEmpty() && !error.contains(QLatin1String("cancelled")), qPrintable(error));
+    QCOMPARE(query.lastError().type(), QSqlError::StatementError);
+    QVERIFY(db.isOpen());
+    QVERIFY(query.exec(QStringLiteral("SELECT COUNT(*) FROM rows_of_time")) && query.next());
+    QCOMPARE(query.value(0).toInt(), 1024);
+    query.finish();
+    query.exec(QStringLiteral("DROP TABLE rows_of_time"));
+}
+
+void TestDriverTimeouts::statementOnASilentLineEndsInTime()
+{
+    QFETCH(QString, system);
+    if (system == OdbcPostgres)
+        QSKIP("an ODBC driver neither ends the wait nor tells the socket that could be cut");
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db =
+        throughRelay(system, QStringLiteral("VEXT_STATEMENT_TIMEOUT=%1").arg(LimitMs));
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QSqlQuery query(db);
+    const QString one = LayeredSystems::selectWithoutTable(system, QStringLiteral("1"));
+    QVERIFY2(query.exec(one) && query.next(), qPrintable(query.lastError().text()));
+    query.finish();
+    m_relay->blackHole();
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!(query.exec(one) && query.next()));
+    QVERIFY2(timer.elapsed() < LimitMs + ServerFirstMs + DeadServerMs + scaledMs(SlackMs),
+             qPrintable(QString::number(timer.elapsed())));
+    // Nobody has answered the question whether the server has ended the statement, either.
+    QCOMPARE(query.lastError().type(), QSqlError::ConnectionError);
+    QVERIFY(!db.isOpen());
+    m_relay->heal();
+    query = QSqlQuery();
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+}
+
+void TestDriverTimeouts::silentLineIsSeenByALook()
+{
+    // PostgreSQL and MariaDB are looked at without asking the server; Firebird has to be asked.
+    USE_SYSTEM(m_systems, FirebirdOverTcp);
+    QSqlDatabase db = throughRelay(FirebirdOverTcp, QString());
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    m_relay->blackHole();
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(waitUntil([&db] { return !db.isOpen(); }, 10000));
+    QVERIFY2(timer.elapsed() < DeadServerMs + scaledMs(SlackMs),
+             qPrintable(QString::number(timer.elapsed())));
+}
+
+QTEST_GUILESS_MAIN(TestDriverTimeouts)
+
+#include "test_driver_timeouts.moc"
