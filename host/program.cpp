@@ -93,12 +93,10 @@ bool Program::readStandardInput(QString *code)
 {
     QByteArray bytes;
     QString error;
-    if (!m_host->input()->readRest(&bytes, &error)) {
-        fail(QStringLiteral("cannot read the script from standard input: %1").arg(error));
-        return false;
-    }
-    *code = ScriptFile::code(bytes);
-    return true;
+    if (m_host->input()->readRest(&bytes, &error) && ScriptFile::decode(bytes, code, &error))
+        return true;
+    fail(QStringLiteral("cannot read the script from standard input: %1").arg(error));
+    return false;
 }
 
 int Program::showVersion()
@@ -190,6 +188,7 @@ void Program::readStatements()
     m_host->setScriptFile(QLatin1String(InputName), QDir::currentPath());
     m_host->runLoop()->hold();
     connect(m_source.data(), &StatementSource::statement, this, &Program::onStatement);
+    connect(m_source.data(), &StatementSource::failed, this, &Program::onInputFailure);
     connect(m_source.data(), &StatementSource::finished, this, &Program::onInputEnd);
     connect(m_host->end(), &ScriptEnd::requested, m_source.data(), &StatementSource::stop);
     m_source->start();
@@ -224,6 +223,12 @@ void Program::leaveAbandoned()
 void Program::onStatement(const QString &code)
 {
     m_host->evaluateStatement(code, QLatin1String(InputName));
+}
+
+void Program::onInputFailure(int line, const QString &reason)
+{
+    m_host->reporter()->tellError(QLatin1String(InputName), line, reason);
+    m_host->end()->request(ExitUsage);
 }
 
 void Program::onInputEnd()

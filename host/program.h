@@ -41,6 +41,7 @@ private:
     void startPrompt();
     void leaveAbandoned();
     void onStatement(const QString &code);
+    void onInputFailure(int line, const QString &reason);
     void onInputEnd();
     void onInterrupt(int number);
     int fail(const QString &error);

@@ -2,6 +2,7 @@
 
 #include "script_file.h"
 #include "script_reading.h"
+#include "short_text.h"
 #include "syntax_hint.h"
 #include "value_text.h"
 
@@ -73,13 +74,15 @@ ScriptFailure ScriptFailure::take(QScriptEngine *engine)
     failure.line = engine->uncaughtExceptionLineNumber();
     engine->clearExceptions(); // before the value is looked at, which needs a clean engine
     const ExceptionGuard guard(engine);
-    failure.text = ValueText::plain(exception);
+    failure.text = ShortText::of(ValueText::plain(exception));
     bool known = false;
     for (int i = 0; i < failure.backtrace.size() && !known; ++i)
         known = splitEntry(failure.backtrace.at(i), &failure.file, &failure.line);
     if (!known && exception.isError())
         failure.file =
             ScriptReading::plainProperty(exception, QStringLiteral("fileName")).toString();
+    for (QString &entry : failure.backtrace)
+        entry = ShortText::of(entry); // entries tell arguments
     if (!isSyntax(exception, failure.text))
         return failure;
     // Only the compiler throws without any script frame around it.

@@ -1,5 +1,7 @@
 #include "plain_input.h"
 
+#include "script_file.h"
+
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -38,6 +40,10 @@ void PlainInput::read()
     }
     m_bytes.append(chunk, static_cast<int>(count));
     takeLines();
+    if (m_bytes.size() <= ScriptFile::maxLineSize)
+        return;
+    ++m_line; // the one that has begun
+    fail(ScriptFile::lineTooLong());
 }
 
 void PlainInput::takeLines()
@@ -55,8 +61,21 @@ void PlainInput::takeLines()
 
 void PlainInput::takeLine(const QByteArray &line)
 {
-    if (!m_stopped && m_buffer.add(QString::fromUtf8(line)))
+    ++m_line;
+    if (m_stopped)
+        return;
+    const int zero = line.indexOf('\0');
+    if (zero >= 0)
+        fail(QStringLiteral("it is not text: byte %1 is zero").arg(zero));
+    else if (m_buffer.add(QString::fromUtf8(line)))
         emit statement(m_buffer.take());
+}
+
+void PlainInput::fail(const QString &reason)
+{
+    stop();
+    m_bytes.clear();
+    emit failed(m_line, reason);
 }
 
 void PlainInput::finish()

@@ -29,11 +29,13 @@ private:
     void takeLines();
     void takeLine(const QByteArray &line);
     void finish();
+    void fail(const QString &reason);
 
     int m_descriptor;
     bool m_stopped = false;
     QScopedPointer<QSocketNotifier> m_notifier;
     QByteArray m_bytes; ///< read, but no whole line yet
     int m_searched = 0; ///< up to here m_bytes holds no line break
+    int m_line = 0;     ///< lines taken
     StatementBuffer m_buffer;
 };

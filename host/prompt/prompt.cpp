@@ -5,6 +5,7 @@
 
 #include <QSocketNotifier>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +18,19 @@ namespace
 
 /// The line editor looks at the whole line for each key; longer texts belong into a file.
 const int MaxLineSize = 1000000;
+
+/// A paste that is dropped is over when nothing came for so long.
+const int DropPauseMs = 200;
+const int DropChunkSize = 65536;
+
+/// Read from the terminal for the key that is being handled; a whole paste is one key.
+int s_charactersOfKey = 0;
+
+/// The line editor takes a paste of any size, for minutes; this ends it.
+int readTerminal(std::FILE *stream)
+{
+    return ++s_charactersOfKey > MaxLineSize + 1 ? EOF : rl_getc(stream);
+}
 
 const char *promptText(Prompt::Kind kind)
 {
@@ -62,6 +76,7 @@ Prompt::Prompt(Terminal *terminal, QObject *parent)
     s_active = this;
     rl_readline_name = "vext-run";
     rl_catch_signals = 0; // the host has handlers of its own
+    rl_getc_function = &readTerminal;
     rl_attempted_completion_function = &Prompt::onComplete;
     // Words with their dots: what stands before a dot decides what may follow it.
     rl_completer_word_break_characters = const_cast<char *>(" \t\n\"'`@><=;|&{}()[],+-*/!?:%^~");
@@ -69,6 +84,9 @@ Prompt::Prompt(Terminal *terminal, QObject *parent)
     rl_basic_quote_characters = "";
     m_notifier->setEnabled(false);
     connect(m_notifier.data(), &QSocketNotifier::activated, this, &Prompt::readCharacter);
+    m_drop.setSingleShot(true);
+    m_drop.setInterval(DropPauseMs);
+    connect(&m_drop, &QTimer::timeout, this, &Prompt::endDrop);
     m_terminal->setScreenSharer(this);
 }
 
@@ -76,6 +94,7 @@ Prompt::~Prompt()
 {
     m_terminal->setScreenSharer(nullptr);
     remove();
+    rl_getc_function = &rl_getc;
     rl_attempted_completion_function = nullptr;
     s_active = nullptr;
 }
@@ -107,19 +126,48 @@ void Prompt::remove()
     if (!m_waiting)
         return;
     m_waiting = false;
+    m_drop.stop();
     m_notifier->setEnabled(false);
     rl_callback_handler_remove();
 }
 
 void Prompt::readCharacter()
 {
-    rl_callback_read_char();
-    if (!m_waiting || rl_end <= MaxLineSize)
+    if (m_drop.isActive()) {
+        dropMore();
         return;
+    }
+    s_charactersOfKey = 0;
+    rl_callback_read_char();
+    if (m_waiting && (rl_end > MaxLineSize || s_charactersOfKey > MaxLineSize))
+        m_drop.start(); // what is left of it must not run as lines of their own
+}
+
+void Prompt::dropMore()
+{
+    char chunk[DropChunkSize];
+    const ssize_t count = ::read(STDIN_FILENO, chunk, sizeof chunk);
+    if (count < 0 && (errno == EINTR || errno == EAGAIN))
+        return;
+    if (count > 0)
+        m_drop.start();
+    else
+        end();
+}
+
+void Prompt::endDrop()
+{
     remove();
     rl_replace_line("", 0);
     std::fputc('\n', stdout);
     emit lineTooLong();
+}
+
+void Prompt::end()
+{
+    std::fputc('\n', stdout);
+    stop();
+    emit finished();
 }
 
 void Prompt::onLine(char *line)
@@ -127,9 +175,7 @@ void Prompt::onLine(char *line)
     Prompt *prompt = s_active;
     prompt->remove(); // what is typed runs with the terminal as the user knows it
     if (!line) {
-        std::fputc('\n', stdout);
-        prompt->stop();
-        emit prompt->finished();
+        prompt->end();
         return;
     }
     const QString text = QString::fromUtf8(line);

@@ -9,6 +9,7 @@
 #include <QScopedPointer>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 
 #include <functional>
 
@@ -65,6 +66,9 @@ private:
     static void onLine(char *line); ///< called by the line editor; null at the end of input
     static char **onComplete(const char *word, int start, int end);
     void readCharacter();
+    void dropMore();
+    void endDrop();
+    void end(); ///< the input has ended
     void install();
     void remove();
 
@@ -78,6 +82,7 @@ private:
     QScopedPointer<QSocketNotifier> m_notifier;
     Completer m_completer;
     QString m_status;
+    QTimer m_drop; ///< runs while an endless line is being dropped
     Kind m_kind = Kind::First;
     bool m_waiting = false; ///< the prompt is on the screen and the line editor reads
     bool m_stopped = false;

@@ -2,9 +2,10 @@
 
 #include "completion.h"
 #include "dot_commands.h"
+#include "script_file.h"
 #include "script_host.h"
+#include "short_text.h"
 
-#include <QFile>
 #include <QScriptEngine>
 
 namespace
@@ -248,7 +249,7 @@ void PromptSession::show(const SqlOutcome &outcome)
         m_output.show(outcome.result, outcome.milliseconds, SqlWords::changesRows(m_sql));
         break;
     case SqlOutcome::Kind::Failed:
-        complain(QStringLiteral("error: ") + outcome.error.trimmed());
+        complain(QStringLiteral("error: ") + ShortText::of(outcome.error.trimmed()));
         break;
     case SqlOutcome::Kind::Cancelled:
         complain(QStringLiteral("cancelled; the session on the server begins anew, an open "
@@ -289,11 +290,11 @@ void PromptSession::readFile(const QString &name)
 {
     QString error;
     if (name.endsWith(QLatin1String(".js"), Qt::CaseInsensitive)) {
-        QFile file(name);
-        if (file.open(QIODevice::ReadOnly))
-            runScript(QString::fromUtf8(file.readAll()), name);
+        QString code;
+        if (ScriptFile::read(name, &code, &error))
+            runScript(code, name);
         else
-            complain(QStringLiteral("%1: %2").arg(name, file.errorString()));
+            complain(QStringLiteral("%1: %2").arg(name, error));
         return;
     }
     PromptInput empty(isVariable());

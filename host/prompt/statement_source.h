@@ -24,6 +24,8 @@ public:
 
 signals:
     void statement(const QString &code);
+    /// The input is none that a script can have; nothing follows.
+    void failed(int line, const QString &reason);
     /// There is no more input. Emitted once.
     void finished();
 };

@@ -1,6 +1,7 @@
 #include "log.h"
 
 #include "script_failure.h"
+#include "short_text.h"
 #include "terminal.h"
 
 #include <QMutexLocker>
@@ -44,8 +45,12 @@ bool Log::open(const Settings &settings, QString *error)
 
 void Log::write(const LogRecord &record)
 {
-    if (record.level <= m_settings.level)
-        put(formatted(record));
+    if (record.level > m_settings.level)
+        return;
+    LogRecord shown = record;
+    shown.text = ShortText::of(record.text);
+    shown.statement = ShortText::of(record.statement);
+    put(formatted(shown));
 }
 
 void Log::write(const ScriptFailure &failure, const QString &connection)

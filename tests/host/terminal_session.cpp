@@ -14,6 +14,7 @@ namespace
 {
 
 const int LimitMs = 30000;
+const int PieceSize = 1024; ///< what a terminal takes without waiting
 
 QByteArray withoutControlSequences(const QByteArray &raw)
 {
@@ -69,6 +70,24 @@ void TerminalSession::type(const QByteArray &keys)
     const ssize_t written = ::write(m_terminal, keys.constData(), static_cast<size_t>(keys.size()));
     Q_ASSERT(written == keys.size());
     Q_UNUSED(written)
+}
+
+bool TerminalSession::typeMuch(const QByteArray &keys)
+{
+    const QDeadlineTimer deadline(4 * LimitMs);
+    int typed = 0;
+    char shown[4096];
+    while (typed < keys.size() && !deadline.hasExpired()) {
+        pollfd waiting = {m_terminal, POLLIN | POLLOUT, 0};
+        ::poll(&waiting, 1, 100);
+        if ((waiting.revents & POLLIN) && ::read(m_terminal, shown, sizeof shown) <= 0)
+            return false; // the other end is closed
+        if (!(waiting.revents & POLLOUT))
+            continue;
+        const int size = qMin(PieceSize, keys.size() - typed);
+        typed += static_cast<int>(::write(m_terminal, keys.constData() + typed, size));
+    }
+    return typed == keys.size();
 }
 
 bool TerminalSession::readMore(int milliseconds)

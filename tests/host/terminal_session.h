@@ -33,6 +33,10 @@ public:
 
     void type(const QByteArray &keys);
 
+    /// Types what is too much for the terminal to hold, and drops what appears meanwhile.
+    /// @return whether all of it was taken
+    bool typeMuch(const QByteArray &keys);
+
     /// Waits until the text appears behind what was waited for before.
     bool waitFor(const QByteArray &text);
 

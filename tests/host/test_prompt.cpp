@@ -20,6 +20,8 @@ private slots:
     void valuesAreShown();
     void resultIsShownAsATable();
     void inputGoesOnOverSeveralLines();
+    void endlessLineIsDroppedAsAWhole_data();
+    void endlessLineIsDroppedAsAWhole();
     void exceptionLeavesThePromptRunning();
     void exceptionOfACallbackLeavesThePromptRunning();
     void whatCallbacksPrintAppearsAboveTheTypedLine();
@@ -94,6 +96,27 @@ void TestPrompt::inputGoesOnOverSeveralLines()
     m_session->type("twice(\r");
     VERIFY_SCREEN(m_session->waitFor("  ... "));
     VERIFY_SCREEN(m_session->enter("21)", "\n42\n"));
+}
+
+void TestPrompt::endlessLineIsDroppedAsAWhole_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("behind");
+    QTest::newRow("typed") << QByteArray() << QByteArray();
+    QTest::newRow("pasted") << QByteArray("\x1b[200~") << QByteArray("\x1b[201~");
+}
+
+void TestPrompt::endlessLineIsDroppedAsAWhole()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QByteArray, behind);
+    // Its end, and what was pasted with it, would run if it were not.
+    const QByteArray line = QByteArray("print(\"") + QByteArray(100000000, 'x');
+    QVERIFY(m_session->typeMuch(before + line + "\"); quit(7)\rquit(8)\r" + behind));
+    VERIFY_SCREEN(m_session->waitFor("\nthe line is too long to be typed; .read reads a file\n"));
+    VERIFY_SCREEN(m_session->waitFor("vext> "));
+    VERIFY_SCREEN(m_session->enter("6 * 7", "\n42\n"));
+    QCOMPARE(m_session->screen().count("too long"), 1);
 }
 
 void TestPrompt::exceptionLeavesThePromptRunning()

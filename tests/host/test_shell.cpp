@@ -27,6 +27,11 @@ private slots:
     void anAddressInAFileHidesThePassword();
     void scriptsFindTheOpenedConnection();
     void oneLineOfManyMegabytesIsRun();
+    void anErrorOfManyMegabytesIsToldInShort();
+    void aScriptLineOfManyMegabytesIsRefused_data();
+    void aScriptLineOfManyMegabytesIsRefused();
+    void aBinaryFileIsNoScript_data();
+    void aBinaryFileIsNoScript();
     void versionTellsPluginQtAndDrivers();
     void messagesAsJson();
     void messagesInAFile();
@@ -168,6 +173,94 @@ void TestShell::oneLineOfManyMegabytesIsRun()
     const HostOutcome outcome =
         runSql("select length('" + text + "') as n;", {QStringLiteral("--csv")});
     QCOMPARE(outcome.output, QStringLiteral("n\r\n100000000\r\n"));
+}
+
+void TestShell::anErrorOfManyMegabytesIsToldInShort()
+{
+    // A string without its end: the database's error quotes it, here all of it.
+    const HostOutcome sql = runSql("select '" + QByteArray(100000000, 'x'));
+    QCOMPARE(sql.exitCode, 1);
+    QVERIFY2(sql.errors.size() < 5000, QByteArray::number(sql.errors.size()).constData());
+    VERIFY_OUTCOME(sql.errors.contains(QLatin1String(" error [db] [input]:1 query: ")) &&
+                       sql.errors.contains(QLatin1String(" characters) ... xxx")),
+                   sql);
+    const HostOutcome script = runCode(QStringLiteral(
+        "function f(long) { throw new Error(long); } f(new Array(20000001).join('x'))"));
+    QCOMPARE(script.exitCode, 1);
+    QVERIFY2(script.errors.size() < 12000, QByteArray::number(script.errors.size()).constData());
+    VERIFY_OUTCOME(script.errors.startsWith(QLatin1String("uncaught exception: Error: xxx")) &&
+                       script.errors.contains(QLatin1String(" at [code]:1\n")),
+                   script);
+}
+
+namespace
+{
+
+/// The ways in which a script comes.
+void addWays()
+{
+    QTest::addColumn<QString>("way");
+    QTest::addColumn<QString>("begin");
+    QTest::newRow("file") << QStringLiteral("FILE")
+                          << QStringLiteral("vext-run: cannot read script 'FILE': ");
+    QTest::newRow("minus")
+        << QStringLiteral("-")
+        << QStringLiteral("vext-run: cannot read the script from standard input: ");
+    QTest::newRow("pipe") << QString() << QStringLiteral(" error [input]:1: ");
+}
+
+HostOutcome runWay(QString way, QString *begin, const QByteArray &code)
+{
+    const QTemporaryDir folder;
+    const QString name = folder.filePath(QStringLiteral("a.js"));
+    QFile file(name);
+    if (!file.open(QIODevice::WriteOnly) || file.write(code) != code.size())
+        qFatal("cannot write the script");
+    file.close();
+    begin->replace(QLatin1String("FILE"), name);
+    way.replace(QLatin1String("FILE"), name);
+    return runHost(way.isEmpty() ? QStringList() : QStringList{way}, code);
+}
+
+} // namespace
+
+void TestShell::aScriptLineOfManyMegabytesIsRefused_data()
+{
+    addWays();
+}
+
+void TestShell::aScriptLineOfManyMegabytesIsRefused()
+{
+    QFETCH(QString, way);
+    QFETCH(QString, begin);
+    QElapsedTimer clock;
+    clock.start();
+    const HostOutcome outcome =
+        runWay(way, &begin, "print('" + QByteArray(100000000, 'x') + "'.length)\n");
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 2, outcome);
+    VERIFY_OUTCOME(outcome.errors.contains(begin) &&
+                       outcome.errors.contains(
+                           QLatin1String("the line is longer than 10000000 bytes, too long for a "
+                                         "script; readFile() and readLines() read data\n")),
+                   outcome);
+    QCOMPARE(outcome.output, QString());
+    QVERIFY2(clock.elapsed() < 60000, qPrintable(QString::number(clock.elapsed())));
+}
+
+void TestShell::aBinaryFileIsNoScript_data()
+{
+    addWays();
+}
+
+void TestShell::aBinaryFileIsNoScript()
+{
+    QFETCH(QString, way);
+    QFETCH(QString, begin);
+    const HostOutcome outcome = runWay(way, &begin, QByteArray("1\0\0", 3) + "print(1)\n");
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 2, outcome);
+    VERIFY_OUTCOME(outcome.errors.contains(begin + QLatin1String("it is not text: byte 1 is zero")),
+                   outcome);
+    QCOMPARE(outcome.output, QString());
 }
 
 void TestShell::versionTellsPluginQtAndDrivers()
