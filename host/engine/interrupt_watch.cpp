@@ -14,6 +14,8 @@ const int Signals[] = {SIGINT, SIGTERM, SIGHUP};
 
 const int SignalBase = 128; ///< the shell's way to tell a signal from an exit code
 
+int s_readEnd = -1;
+
 /// Written by the constructor before the handler is set, read by the handler.
 volatile int s_writeEnd = -1;
 volatile sig_atomic_t s_interruptEnds = 1;
@@ -52,6 +54,7 @@ InterruptWatch::InterruptWatch(QObject *parent)
     if (::pipe2(m_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return; // the signals keep their default effect
     s_writeEnd = m_pipe[1];
+    s_readEnd = m_pipe[0];
     m_notifier.reset(new QSocketNotifier(m_pipe[0], QSocketNotifier::Read));
     connect(m_notifier.data(), &QSocketNotifier::activated, this, &InterruptWatch::read);
     arm();
@@ -64,6 +67,7 @@ InterruptWatch::~InterruptWatch()
     for (int number : Signals)
         setAction(number, SIG_DFL);
     s_writeEnd = -1;
+    s_readEnd = -1;
     s_interruptEnds = 1;
     m_notifier.reset();
     ::close(m_pipe[0]);
@@ -77,6 +81,11 @@ void InterruptWatch::arm()
     EndWatchdog::calm();
     for (int number : Signals)
         setAction(number, onSignal);
+}
+
+int InterruptWatch::descriptor()
+{
+    return s_readEnd;
 }
 
 void InterruptWatch::setHook(void (*hook)())

@@ -27,6 +27,10 @@ public:
     /// for none.
     static void setHook(void (*hook)());
 
+    /// Can be read from while a signal waits to be told; for threads that must know before the event
+    /// loop does, which leave the reading to this object. -1 when there is none.
+    static int descriptor();
+
     /// Catches a signal once more, and lets the process live on.
     void arm();
 

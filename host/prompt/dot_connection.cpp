@@ -20,15 +20,28 @@ bool wantsPassword(const QString &error)
            error.contains(QLatin1String("using password: NO"));
 }
 
-SqlConnection openWithPassword(PromptSession *session, ConnectionAddress *address, QString *error)
+/// @param error what is to be said when the connection is not open
+SqlConnection openOnce(PromptSession *session, const ConnectionAddress &address, QString *error)
 {
     QScriptEngine *engine = session->host()->engine();
-    const SqlConnection opened(OpenConnection::open(engine, *address, error));
-    if (opened.exists() || !wantsPassword(*error))
+    QString reason;
+    const SqlConnection opened = session->openInterruptibly(
+        [&] { return SqlConnection(OpenConnection::open(engine, address, &reason)); });
+    if (!opened.exists())
+        *error = session->isOpeningGivenUp()
+                     ? QStringLiteral("%1 is given up").arg(address.shown())
+                     : QStringLiteral("cannot open %1").arg(reason);
+    return opened;
+}
+
+SqlConnection openWithPassword(PromptSession *session, ConnectionAddress *address, QString *error)
+{
+    const SqlConnection opened = openOnce(session, *address, error);
+    if (opened.exists() || session->isOpeningGivenUp() || !wantsPassword(*error))
         return opened;
     if (!PasswordQuestion::ask(QStringLiteral("Password: "), &address->password))
         return SqlConnection();
-    return SqlConnection(OpenConnection::open(engine, *address, error));
+    return openOnce(session, *address, error);
 }
 
 } // namespace
@@ -49,7 +62,7 @@ void DotCommands::openConnection(PromptSession *session, const QString &argument
     const SqlConnection before = session->connection();
     const SqlConnection opened = openWithPassword(session, &address, &error);
     if (!opened.exists()) {
-        session->complain(QStringLiteral("cannot open %1").arg(error));
+        session->complain(error);
         return;
     }
     before.close();

@@ -30,6 +30,12 @@ void KeptMessages::hold()
     m_holds = true;
 }
 
+void KeptMessages::drop()
+{
+    m_holds = false;
+    m_kept.clear();
+}
+
 void KeptMessages::release(const QString &error)
 {
     m_holds = false;

@@ -26,6 +26,8 @@ public:
     void hold();
     /// Shows what was held back, but for messages that tell of this error.
     void release(const QString &error);
+    /// Forgets what was held back.
+    void drop();
 
 private:
     ScriptHost *m_host;

@@ -2,6 +2,7 @@
 
 #include "completion.h"
 #include "dot_commands.h"
+#include "opening_guard.h"
 #include "script_file.h"
 #include "script_host.h"
 #include "short_text.h"
@@ -99,6 +100,10 @@ void PromptSession::complain(const QString &text)
 
 bool PromptSession::interrupt()
 {
+    if (m_hasOpeningSignal) {
+        m_hasOpeningSignal = false;
+        return true; // what was opened has been given up
+    }
     if (m_guard.takeSignal())
         return true; // the script is told by the guard
     if (m_run) {
@@ -220,6 +225,19 @@ void PromptSession::runSql(const QString &sql, const Then &then)
     m_run->start(open, sql);
 }
 
+SqlConnection PromptSession::openInterruptibly(const std::function<SqlConnection()> &open)
+{
+    const OpeningGuard guard;
+    m_messages.hold();
+    const SqlConnection opened = open();
+    m_messages.drop();
+    m_hasOpeningSignal = m_hasOpeningSignal || guard.isInterrupted();
+    m_isGivenUp = guard.isInterrupted() && !opened.exists();
+    if (m_isGivenUp)
+        say(QString()); // the terminal has shown the key
+    return opened;
+}
+
 void PromptSession::onSqlFinished()
 {
     const SqlOutcome outcome = m_run->outcome();
@@ -269,10 +287,12 @@ void PromptSession::letGo()
             .arg(old.driver()));
     m_abandoned.append(old);
     QString error;
-    if (old.reopened(m_host->engine(), &error).exists())
+    const auto reopen = [&] { return old.reopened(m_host->engine(), &error); };
+    if (openInterruptibly(reopen).exists())
         say(QStringLiteral("opened a new connection: %1").arg(old.shown()));
     else
-        complain(QStringLiteral("cannot open a new connection: %1").arg(error));
+        complain(QStringLiteral("cannot open a new connection: %1")
+                     .arg(m_isGivenUp ? QLatin1String(Interrupted) : error));
 }
 
 void PromptSession::showElapsed()

@@ -68,6 +68,12 @@ public:
     /// until it is through.
     void runSql(const QString &sql, const Then &then = Then());
 
+    /// Runs `open`, which may wait for a server for ever; Ctrl-C gives it up. What it reports as an
+    /// error is not written.
+    SqlConnection openInterruptibly(const std::function<SqlConnection()> &open);
+    /// Whether the last opening ended so.
+    bool isOpeningGivenUp() const { return m_isGivenUp; }
+
     /// Runs what a file holds next, before everything that waits.
     void readFile(const QString &name);
 
@@ -107,6 +113,8 @@ private:
     QTimer m_elapsed;
     QVector<SqlConnection> m_abandoned;
     QString m_place; ///< file and line of what runs, empty for what was typed
+    bool m_isGivenUp = false;
+    bool m_hasOpeningSignal = false; ///< that of the last opening is yet to come
     bool m_pumping = false;
     bool m_stopped = false;
     bool m_hinted = false; ///< that SQL goes on to its semicolon

@@ -6,6 +6,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #define VERIFY_SCREEN(condition) QVERIFY2(condition, m_session->screen().constData())
 
 namespace
@@ -17,6 +22,39 @@ const char Endless[] =
 /// Never ends, and gives row after row.
 const char EndlessRows[] =
     "with recursive c(x) as (select 1 union all select x + 1 from c) select x from c;";
+
+/// Listens on the loopback interface; the system takes the connections, and nobody answers.
+class SilentServer
+{
+public:
+    SilentServer()
+        : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof m_address;
+        auto *address = reinterpret_cast<sockaddr *>(&m_address);
+        if (::bind(m_socket, address, size) != 0 || ::listen(m_socket, 16) != 0 ||
+            ::getsockname(m_socket, address, &size) != 0)
+            qFatal("cannot listen");
+    }
+    ~SilentServer() { ::close(m_socket); }
+    SilentServer(const SilentServer &) = delete;
+    SilentServer &operator=(const SilentServer &) = delete;
+
+    int port() const { return ntohs(m_address.sin_port); }
+
+    /// Waits for the first connection, which stays in the queue.
+    bool isCalled() const
+    {
+        pollfd waiting = {m_socket, POLLIN, 0};
+        return ::poll(&waiting, 1, 30000) == 1;
+    }
+
+private:
+    int m_socket;
+    sockaddr_in m_address = {};
+};
 
 } // namespace
 
@@ -58,6 +96,9 @@ private slots:
     void statementThatCannotBeCancelledIsLetGo();
     void readingOfRowsIsCancelled();
     void programEndsWhileAnAbandonedStatementRuns();
+
+    void openingThatHangsIsGivenUp_data();
+    void openingThatHangsIsGivenUp();
 
     void wideRowIsExpanded();
     void narrowTerminalShowsEverything();
@@ -394,6 +435,39 @@ void TestPromptSql::programEndsWhileAnAbandonedStatementRuns()
     VERIFY_SCREEN(m_session->waitFor("opened a new connection") && m_session->waitFor("vext> "));
     m_session->type(".quit\r");
     QCOMPARE(m_session->finish(), 0);
+}
+
+void TestPromptSql::openingThatHangsIsGivenUp_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::newRow("PostgreSQL") << QStringLiteral("postgresql://me@127.0.0.1:%1/d");
+    QTest::newRow("several addresses")
+        << QStringLiteral("QPSQL host=127.0.0.1,127.0.0.1,127.0.0.1 port=0 user=me dbname=d "
+                          "options=port=%1,%1,%1");
+    QTest::newRow("MariaDB") << QStringLiteral("mysql://me@127.0.0.1:%1/d");
+    QTest::newRow("Firebird") << QStringLiteral("firebird://me@127.0.0.1:%1/d");
+}
+
+void TestPromptSql::openingThatHangsIsGivenUp()
+{
+    QFETCH(QString, address);
+    const SilentServer server;
+    open();
+    m_session->type(".open " + address.arg(server.port()).toUtf8() + '\r');
+    QVERIFY(server.isCalled());
+    QElapsedTimer clock;
+    clock.start();
+    m_session->type("\x03");
+    VERIFY_SCREEN(m_session->waitFor("^C\n") &&
+                  m_session->waitFor(" is given up\n") && m_session->waitFor("vext> "));
+    QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
+    VERIFY_SCREEN(!m_session->screen().contains(" error "));
+    // The connection before is still there, and the next Ctrl-C means what it always does.
+    VERIFY_SCREEN(m_session->enter("select count(*) as n from goods;", "\n2\n"));
+    m_session->type("nothing");
+    VERIFY_SCREEN(m_session->waitFor("nothing"));
+    m_session->type("\x03");
+    VERIFY_SCREEN(m_session->waitFor("^C") && m_session->waitFor("vext> "));
 }
 
 void TestPromptSql::wideRowIsExpanded()
