@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -14,7 +15,7 @@ namespace
 {
 
 const int LimitMs = 30000;
-const int PieceSize = 1024; ///< what a terminal takes without waiting
+const int PieceSize = 65536;
 
 QByteArray withoutControlSequences(const QByteArray &raw)
 {
@@ -74,19 +75,23 @@ void TerminalSession::type(const QByteArray &keys)
 
 bool TerminalSession::typeMuch(const QByteArray &keys)
 {
-    const QDeadlineTimer deadline(4 * LimitMs);
+    const QDeadlineTimer deadline(8 * LimitMs);
     int typed = 0;
-    char shown[4096];
+    char shown[PieceSize];
+    const int flags = ::fcntl(m_terminal, F_GETFL);
+    ::fcntl(m_terminal, F_SETFL, flags | O_NONBLOCK); // each side may wait for the other one
     while (typed < keys.size() && !deadline.hasExpired()) {
         pollfd waiting = {m_terminal, POLLIN | POLLOUT, 0};
         ::poll(&waiting, 1, 100);
         if ((waiting.revents & POLLIN) && ::read(m_terminal, shown, sizeof shown) <= 0)
-            return false; // the other end is closed
+            break; // the other end is closed
         if (!(waiting.revents & POLLOUT))
             continue;
         const int size = qMin(PieceSize, keys.size() - typed);
-        typed += static_cast<int>(::write(m_terminal, keys.constData() + typed, size));
+        const ssize_t count = ::write(m_terminal, keys.constData() + typed, size_t(size));
+        typed += count > 0 ? static_cast<int>(count) : 0;
     }
+    ::fcntl(m_terminal, F_SETFL, flags);
     return typed == keys.size();
 }
 
