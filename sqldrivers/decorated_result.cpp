@@ -142,8 +142,9 @@ bool DecoratedResult::exec()
     detachFromResultSet();
     if (!m_isPrepared)
         return runPlain(*driver);
-    const bool isUsable =
-        m_bound && m_session == driver->session() && (!m_wasKept || m_bound->isFresh());
+    const bool isUsable = m_bound && m_session == driver->session() &&
+                          m_bound->plan().rules() == driver->policy()->dialect() &&
+                          (!m_wasKept || m_bound->isFresh());
     if (!isUsable && !obtain(*driver))
         return false;
     return runBound(*driver);
@@ -155,7 +156,8 @@ bool DecoratedResult::obtain(DecoratedDriver &driver)
     m_rows = nullptr;
     m_session = driver.session();
     m_bound = driver.cache().take(m_text);
-    m_wasKept = m_bound && m_bound->isFresh();
+    m_wasKept =
+        m_bound && m_bound->isFresh() && m_bound->plan().rules() == driver.policy()->dialect();
     m_worthKeeping = false;
     if (m_wasKept) {
         rememberNames(m_bound->plan());

@@ -11,6 +11,8 @@ constexpr int OptionReadTimeout = 11;
 constexpr int OptionWriteTimeout = 12;
 constexpr int InfoServerStatus = 30;
 constexpr unsigned int StatusInTransaction = 1;
+constexpr unsigned int StatusNoBackslashEscapes = 1 << 9;
+constexpr unsigned int StatusAnsiQuotes = 1 << 15;
 constexpr unsigned long FlagEncrypted = 2048;
 
 /// A request that takes longer is not waited for anyway.
@@ -34,8 +36,11 @@ bool MariaDbClient::resolve()
            library.resolve("mysql_get_socket", m_socket) &&
            library.resolve("mysql_thread_id", m_session) &&
            library.resolve("mysql_set_character_set", m_setCharacterSet) &&
-           library.resolve("mysql_real_query", m_query) && library.resolve("mysql_init", m_make) &&
-           library.resolve("mysql_options", m_setOption) &&
+           library.resolve("mysql_real_query", m_query) &&
+           library.resolve("mysql_store_result", m_storeResult) &&
+           library.resolve("mysql_fetch_row", m_fetchRow) &&
+           library.resolve("mysql_free_result", m_freeResult) &&
+           library.resolve("mysql_init", m_make) && library.resolve("mysql_options", m_setOption) &&
            library.resolve("mysql_ssl_set", m_setEncryption) &&
            library.resolve("mysql_real_connect", m_connect) &&
            library.resolve("mysql_close", m_close);
@@ -51,11 +56,20 @@ QString MariaDbClient::state(st_mysql *connection) const
     return QString::fromLatin1(m_state(connection));
 }
 
-bool MariaDbClient::isInTransaction(st_mysql *connection) const
+unsigned int MariaDbClient::status(st_mysql *connection) const
 {
     unsigned int status = 0;
-    return m_getInfo && m_getInfo(connection, InfoServerStatus, &status) == 0 &&
-           (status & StatusInTransaction);
+    return m_getInfo && m_getInfo(connection, InfoServerStatus, &status) == 0 ? status : 0;
+}
+
+bool MariaDbClient::isInTransaction(st_mysql *connection) const
+{
+    return status(connection) & StatusInTransaction;
+}
+
+unsigned int MariaDbClient::quotingStatus(st_mysql *connection) const
+{
+    return status(connection) & (StatusNoBackslashEscapes | StatusAnsiQuotes);
 }
 
 bool MariaDbClient::setCharacterSet(st_mysql *connection, const char *name) const
@@ -67,6 +81,19 @@ bool MariaDbClient::run(st_mysql *connection, const QByteArray &statement) const
 {
     return m_query(connection, statement.constData(),
                    static_cast<unsigned long>(statement.size())) == 0;
+}
+
+bool MariaDbClient::ask(st_mysql *connection, const QByteArray &statement, QByteArray *value) const
+{
+    st_mysql_res *result = run(connection, statement) ? m_storeResult(connection) : nullptr;
+    if (!result)
+        return false;
+    char **row = m_fetchRow(result);
+    const bool hasValue = row && row[0];
+    if (hasValue)
+        *value = row[0];
+    m_freeResult(result);
+    return hasValue;
 }
 
 st_mysql *MariaDbClient::open(const MariaDbAddress &address) const

@@ -5,7 +5,8 @@
 #include <QByteArray>
 #include <QString>
 
-struct st_mysql; ///< the client library's own connection
+struct st_mysql;     ///< the client library's own connection
+struct st_mysql_res; ///< and its result
 
 /// What a connection needs to be opened, in the client library's terms. Empty stands for none.
 struct MariaDbAddress {
@@ -36,10 +37,15 @@ public:
     int socket(st_mysql *connection) const { return m_socket(connection); }
     unsigned long session(st_mysql *connection) const { return m_session(connection); }
     bool isInTransaction(st_mysql *connection) const;
+    /// What the server has last said of the modes that change what a string is. After a procedure
+    /// or a trigger with modes of its own it may be wrong.
+    unsigned int quotingStatus(st_mysql *connection) const;
 
     bool setCharacterSet(st_mysql *connection, const char *name) const;
     /// Runs a statement without rows. @return whether that succeeded
     bool run(st_mysql *connection, const QByteArray &statement) const;
+    /// Asks for the one value that a statement answers with. @return whether that succeeded
+    bool ask(st_mysql *connection, const QByteArray &statement, QByteArray *value) const;
 
     /// Opens a connection of one's own; close() ends it. Blocks, for some seconds at most while the
     /// server is out of reach. @return null on failure
@@ -47,6 +53,8 @@ public:
     void close(st_mysql *connection) const { m_close(connection); }
 
 private:
+    unsigned int status(st_mysql *connection) const;
+
     unsigned int (*m_errorNumber)(st_mysql *) = nullptr;
     const char *(*m_errorText)(st_mysql *) = nullptr;
     const char *(*m_state)(st_mysql *) = nullptr;
@@ -54,6 +62,9 @@ private:
     unsigned long (*m_session)(st_mysql *) = nullptr;
     int (*m_setCharacterSet)(st_mysql *, const char *) = nullptr;
     int (*m_query)(st_mysql *, const char *, unsigned long) = nullptr;
+    st_mysql_res *(*m_storeResult)(st_mysql *) = nullptr;
+    char **(*m_fetchRow)(st_mysql_res *) = nullptr;
+    void (*m_freeResult)(st_mysql_res *) = nullptr;
     st_mysql *(*m_make)(st_mysql *) = nullptr;
     int (*m_setOption)(st_mysql *, int, const void *) = nullptr;
     char (*m_setEncryption)(st_mysql *, const char *, const char *, const char *, const char *,

@@ -39,6 +39,17 @@ QString numberLiteral(double number, QString *refusal)
     return text.contains(QLatin1Char('e')) ? text : text + QLatin1String("e0");
 }
 
+/// QMYSQL (5.15) loses half a pair of surrogates at the end of a text; elsewhere, and in a literal,
+/// that becomes a question mark.
+QVariant withoutHalfPair(const QVariant &value)
+{
+    const QString text = value.toString();
+    if (text.isEmpty() || !text.back().isSurrogate())
+        return value;
+    const QByteArray bytes = text.toUtf8();
+    return QString::fromUtf8(bytes.constData(), bytes.size());
+}
+
 } // namespace
 
 QVariant MariaDbLiteral::bindable(const QVariant &value)
@@ -50,6 +61,8 @@ QVariant MariaDbLiteral::bindable(const QVariant &value)
         return value.toDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
     case QMetaType::QTime:
         return value.toTime().toString(QStringLiteral("hh:mm:ss.zzz"));
+    case QMetaType::QString:
+        return withoutHalfPair(value);
     case QMetaType::Bool:
         return int(value.toBool());
     default:

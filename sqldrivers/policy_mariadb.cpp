@@ -49,14 +49,19 @@ bool isPreparable(const QString &verb)
     return verbs.contains(verb);
 }
 
-/// What changes nothing that a prepared statement depends on: database, modes, character sets.
-bool leavesSessionAlone(const QString &verb)
+/// What changes nothing that a prepared statement depends on: database, modes, character sets. Of
+/// a text that may hold several statements, or one in a comment, that is not known.
+bool leavesSessionAlone(const QString &text)
 {
     static const QStringList verbs{
         QStringLiteral("BEGIN"),  QStringLiteral("START"),     QStringLiteral("COMMIT"),
         QStringLiteral("SHOW"),   QStringLiteral("SAVEPOINT"), QStringLiteral("ROLLBACK"),
         QStringLiteral("LOCK"),   QStringLiteral("RELEASE"),   QStringLiteral("EXPLAIN"),
         QStringLiteral("UNLOCK"), QStringLiteral("DESCRIBE")};
+    if (text.contains(QLatin1Char(';')) || text.contains(QLatin1String("/*!")) ||
+        text.contains(QLatin1String("/*M!")))
+        return false;
+    const QString verb = leadingWord(text);
     return isPreparable(verb) || verbs.contains(verb);
 }
 
@@ -197,9 +202,44 @@ void MariaDbPolicy::detach()
     m_socket.reset();
     m_address = MariaDbAddress();
     m_hasServerTimeout = false;
+    m_knowsDialect = false;
 }
 
 // --- Statements ---
+
+SqlDialect MariaDbPolicy::dialect() const
+{
+    if (!m_connection)
+        return SqlDialect::MariaDb;
+    if (!m_knowsDialect || m_client.quotingStatus(m_connection) != m_quotingStatus)
+        learnQuoting();
+    return m_dialect;
+}
+
+/// The server's status is not enough: it says what a procedure has set for itself, after its end.
+void MariaDbPolicy::learnQuoting() const
+{
+    QByteArray mode;
+    if (!m_client.ask(m_connection, "SELECT @@sql_mode", &mode))
+        return; // what comes next fails, too
+    const QList<QByteArray> modes = mode.split(',');
+    const bool plain = modes.contains("NO_BACKSLASH_ESCAPES");
+    const bool ansi = modes.contains("ANSI_QUOTES");
+    if (ansi)
+        m_dialect =
+            plain ? SqlDialect::MariaDbAnsiQuotesPlainBackslash : SqlDialect::MariaDbAnsiQuotes;
+    else
+        m_dialect = plain ? SqlDialect::MariaDbPlainBackslash : SqlDialect::MariaDb;
+    m_quotingStatus = m_client.quotingStatus(m_connection);
+    m_knowsDialect = true;
+}
+
+void MariaDbPolicy::finished(const QString &text, bool good)
+{
+    Q_UNUSED(good) // of several statements the first one may have worked
+    if (!text.isEmpty() && !leavesSessionAlone(text))
+        m_knowsDialect = false;
+}
 
 std::unique_ptr<BoundStatement> MariaDbPolicy::makeStatement(StatementPlan plan)
 {
@@ -232,7 +272,7 @@ QSqlError MariaDbPolicy::complete(bool good)
 
 bool MariaDbPolicy::endsKept(const QString &text) const
 {
-    return !leavesSessionAlone(leadingWord(text));
+    return !leavesSessionAlone(text);
 }
 
 bool MariaDbPolicy::isStale(const QSqlError &error) const

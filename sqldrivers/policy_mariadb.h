@@ -12,13 +12,16 @@
 #include <memory>
 
 /// Cancels with KILL QUERY over a second connection; a server that does not answer has its line
-/// cut. Sees a lost line at the socket. What the server cannot prepare goes with literals.
+/// cut. Sees a lost line at the socket. What the server cannot prepare goes with literals. What a
+/// string is depends on the session's mode, so the server is asked for it after each statement that
+/// may have changed it: where a placeholder is taken for a part of a string, or the other way
+/// round, a value would become a part of the statement.
 class MariaDbPolicy : public Policy
 {
 public:
     using Policy::Policy;
 
-    SqlDialect dialect() const override { return SqlDialect::MariaDb; }
+    SqlDialect dialect() const override;
 
     QString stockOptions(const QString &options, const LayerOptions &layer) const override;
     void opened(const OpenParameters &parameters) override;
@@ -29,6 +32,7 @@ public:
     bool hasServerTimeout() const override { return m_hasServerTimeout; }
 
     std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;
+    void finished(const QString &text, bool good) override;
     bool mayKeep(const StatementPlan &plan) const override;
     QSqlError complete(bool good) override;
     bool endsKept(const QString &text) const override;
@@ -45,6 +49,8 @@ public:
 private:
     struct Request;
 
+    void learnQuoting() const;
+
     MariaDbClient m_client;
     st_mysql *m_connection = nullptr; ///< the stock driver's
     MariaDbAddress m_address;
@@ -54,4 +60,7 @@ private:
     std::shared_ptr<Request> m_request; ///< m_mutex; of the statement that runs
     DetachedCancel m_requests;
     bool m_hasServerTimeout = false;
+    mutable SqlDialect m_dialect = SqlDialect::MariaDb; ///< by the session's mode
+    mutable bool m_knowsDialect = false;                ///< no statement may have changed it since
+    mutable unsigned int m_quotingStatus = 0;           ///< when the mode was asked for
 };

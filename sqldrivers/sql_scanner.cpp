@@ -23,7 +23,13 @@ class Walk
 public:
     Walk(SqlDialect dialect, const QString &text)
         : m_text(text)
-        , m_dialect(dialect)
+        , m_dialect(SqlScanner::systemOf(dialect))
+        , m_backslashesEscape(is(SqlDialect::MariaDb) &&
+                              dialect != SqlDialect::MariaDbPlainBackslash &&
+                              dialect != SqlDialect::MariaDbAnsiQuotesPlainBackslash)
+        , m_doubleQuotesAreStrings(is(SqlDialect::MariaDb) &&
+                                   dialect != SqlDialect::MariaDbAnsiQuotes &&
+                                   dialect != SqlDialect::MariaDbAnsiQuotesPlainBackslash)
     {
         m_tokens.reserve(text.size() / 4 + 4);
     }
@@ -69,7 +75,9 @@ private:
     void forgetNames();
 
     const QString &m_text;
-    SqlDialect m_dialect;
+    SqlDialect m_dialect; ///< the system's
+    bool m_backslashesEscape;
+    bool m_doubleQuotesAreStrings;
     QVector<SqlToken> m_tokens;
     int m_pos = 0;
     int m_lastSignificant = -1;
@@ -194,10 +202,12 @@ bool Walk::takeQuoted()
 {
     const QChar c = at(m_pos);
     if (c == QLatin1Char('\'')) {
-        take(SqlToken::String, quotedEnd(m_pos, is(SqlDialect::MariaDb)));
+        take(SqlToken::String, quotedEnd(m_pos, m_backslashesEscape));
     } else if (c == QLatin1Char('"')) {
-        const bool literal = is(SqlDialect::MariaDb);
-        take(literal ? SqlToken::String : SqlToken::QuotedName, quotedEnd(m_pos, literal));
+        if (m_doubleQuotesAreStrings)
+            take(SqlToken::String, quotedEnd(m_pos, m_backslashesEscape));
+        else
+            take(SqlToken::QuotedName, quotedEnd(m_pos, false));
     } else if (c == QLatin1Char('`')) {
         take(SqlToken::QuotedName, quotedEnd(m_pos, false));
     } else if (c == QLatin1Char('[') && is(SqlDialect::Sqlite)) {
@@ -341,7 +351,7 @@ void Walk::forgetNames()
 
 QVector<SqlToken> SqlScanner::scan(SqlDialect dialect, const QString &text)
 {
-    return Walk(systemOf(dialect), text).tokens();
+    return Walk(dialect, text).tokens();
 }
 
 QStringRef SqlScanner::textOf(const SqlToken &token, const QString &text)
@@ -423,6 +433,9 @@ SqlDialect SqlScanner::systemOf(SqlDialect dialect)
     case SqlDialect::OdbcPostgreSql:
         return SqlDialect::PostgreSql;
     case SqlDialect::OdbcMariaDb:
+    case SqlDialect::MariaDbPlainBackslash:
+    case SqlDialect::MariaDbAnsiQuotes:
+    case SqlDialect::MariaDbAnsiQuotesPlainBackslash:
         return SqlDialect::MariaDb;
     default:
         return dialect;

@@ -11,7 +11,10 @@
 enum class SqlDialect {
     Sqlite,
     PostgreSql,
-    MariaDb,
+    MariaDb,                         ///< a backslash escapes in strings, "x" is a string
+    MariaDbPlainBackslash,           ///< NO_BACKSLASH_ESCAPES: a backslash is a character
+    MariaDbAnsiQuotes,               ///< ANSI_QUOTES: "x" is a name
+    MariaDbAnsiQuotesPlainBackslash, ///< both
     Firebird,
     OdbcSqlite,
     OdbcPostgreSql,
@@ -67,7 +70,7 @@ bool endsOperand(const SqlToken &token, const QString &text);
 /// with a body of its own. Names with colons are variables there, and semicolons end no statement.
 bool holdsProcedureBody(const QVector<SqlToken> &tokens, const QString &text);
 
-/// The dialect of the system itself, ODBC or not.
+/// The dialect of the system itself, ODBC or not, in whatever mode.
 SqlDialect systemOf(SqlDialect dialect);
 
 } // namespace SqlScanner

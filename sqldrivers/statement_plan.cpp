@@ -23,6 +23,9 @@ CallForm callForm(SqlDialect dialect)
     case SqlDialect::Firebird:
         return {QLatin1String("EXECUTE PROCEDURE "), QLatin1String(""), false};
     case SqlDialect::MariaDb:
+    case SqlDialect::MariaDbPlainBackslash:
+    case SqlDialect::MariaDbAnsiQuotes:
+    case SqlDialect::MariaDbAnsiQuotesPlainBackslash:
         return {QLatin1String("CALL "), QLatin1String(""), true};
     case SqlDialect::OdbcPostgreSql:
     case SqlDialect::OdbcMariaDb:
@@ -133,6 +136,7 @@ StatementPlan StatementPlan::of(SqlDialect dialect, const QString &given)
     const QString text =
         dialect == SqlDialect::OdbcSqlite ? withoutFalseMarks(dialect, given) : given;
     StatementPlan plan;
+    plan.m_rules = dialect;
     plan.m_dialect = SqlScanner::systemOf(dialect);
     const QVector<SqlToken> tokens = SqlScanner::scan(dialect, text);
     int pieceStart = 0;

@@ -32,6 +32,9 @@ public:
     /// The text without the question marks that stand in comments and in [names], meaning the same.
     static QString withoutFalseMarks(SqlDialect dialect, const QString &text);
 
+    /// The rules by which the text was cut. Where other ones hold by now, so that what is a
+    /// placeholder may be part of a string, it has to be cut anew.
+    SqlDialect rules() const { return m_rules; }
     /// The texts around the placeholders, one more than there are placeholders.
     const QStringList &pieces() const { return m_pieces; }
     /// Per placeholder, from left to right, the index of its value.
@@ -66,7 +69,8 @@ private:
     void add(const SqlToken &token, const QString &text, QStringRef piece);
     void describe(const QVector<SqlToken> &tokens, const QString &text);
 
-    SqlDialect m_dialect = SqlDialect::Odbc;
+    SqlDialect m_rules = SqlDialect::Odbc;
+    SqlDialect m_dialect = SqlDialect::Odbc; ///< the system's
     QStringList m_pieces;
     QVector<int> m_valueOf;
     QStringList m_names;

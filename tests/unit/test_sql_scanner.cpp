@@ -91,6 +91,12 @@ void TestSqlScanner::splitsAsTheSystemDoes_data()
     row("backslash is a character", Lite, "'a\\' ?", "s<'a\\'> P<?>");
     row("backslash escapes", Maria, "'a\\' ?' ?", "s<'a\\' ?'> P<?>");
     row("double quotes are strings", Maria, "\"a\\\" ?\" ?", "s<\"a\\\" ?\"> P<?>");
+    row("no backslash escapes", SqlDialect::MariaDbPlainBackslash, "'a\\' ? \"\\\" ?",
+        "s<'a\\'> P<?> s<\"\\\"> P<?>");
+    row("double quotes are names", SqlDialect::MariaDbAnsiQuotes, "\"a\\\" ? '\\' ?'",
+        "n<\"a\\\"> P<?> s<'\\' ?'>");
+    row("both", SqlDialect::MariaDbAnsiQuotesPlainBackslash, "\"a\\\" ? '\\' ?",
+        "n<\"a\\\"> P<?> s<'\\'> P<?>");
     row("backticks", Maria, "`a ``?` ?", "n<`a ``?`> P<?>");
     row("backticks on SQLite", Lite, "`?` ?", "n<`?`> P<?>");
     row("hash comment", Maria, "1 # ?\n?", "d<1> c<# ?> P<?>");
