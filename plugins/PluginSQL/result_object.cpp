@@ -2,8 +2,6 @@
 
 #include "column_array.h"
 
-#include <QMetaType>
-
 namespace
 {
 
@@ -25,39 +23,31 @@ QScriptValue nullsArray(QScriptEngine *engine, const QList<uint> &nulls)
 class OwnProperties
 {
 public:
-    OwnProperties(const ResultObject::Context &context, const QScriptValue &object)
-        : m_engine(context.engine)
-        , m_names(*context.names)
+    OwnProperties(QScriptEngine *engine, const QScriptValue &object)
+        : m_engine(engine)
         , m_object(object)
     {
     }
 
-    void setColumn(const QString &name, const QScriptValue &values)
+    void setColumn(const QString &name, const QScriptString &handle, const QScriptValue &values)
     {
         // Usually the name stands for the object's prototype, and is no property.
         if (name == QLatin1String("__proto__"))
-            setWithoutPrototype(m_engine->toStringHandle(name), values, {});
+            setWithoutPrototype(handle, values, {});
         else
-            set(m_names.column(m_engine, name), values);
+            set(handle, values);
     }
 
-    void set(ResultObject::Names::Name name, const QScriptValue &value,
-             QScriptValue::PropertyFlags flags = QScriptValue::KeepExistingFlags)
-    {
-        set(m_names.at(name), value, flags);
-    }
-
-private:
-    void set(const QScriptString &name, const QScriptValue &value,
-             QScriptValue::PropertyFlags flags = QScriptValue::KeepExistingFlags)
+    void set(const QScriptString &name, const QScriptValue &value)
     {
         if (m_object.propertyFlags(name) &
             (QScriptValue::PropertyGetter | QScriptValue::PropertySetter))
-            setWithoutPrototype(name, value, flags);
+            setWithoutPrototype(name, value, QScriptValue::KeepExistingFlags);
         else
-            m_object.setProperty(name, value, flags);
+            m_object.setProperty(name, value);
     }
 
+private:
     void setWithoutPrototype(const QScriptString &name, const QScriptValue &value,
                              QScriptValue::PropertyFlags flags)
     {
@@ -68,9 +58,52 @@ private:
     }
 
     QScriptEngine *m_engine;
-    ResultObject::Names &m_names;
     QScriptValue m_object;
 };
+
+/// Makes the arrays of all columns and of their nulls; of the nulls none where no column has any.
+void takeColumns(const ResultObject::Context &context, structSqlResult &record,
+                 ResultFiller::Values &taken)
+{
+    QScriptEngine *engine = context.engine;
+    if (ShortColumns::fit(record, context.enableNull)) {
+        ShortColumns &columns = context.names->shortColumns();
+        taken.index = columns.values(engine, record, context.enableNull);
+        taken.nulls = columns.nulls(engine, record);
+        return;
+    }
+    const ColumnArray::Context column{engine, context.push, context.enableNull};
+    const int count = record.fields.size();
+    taken.index = engine->newArray(uint(count));
+    taken.nulls = engine->newArray(uint(count));
+    for (int c = 0; c < count; ++c) {
+        structSqlFieldResult &field = record.fields[c];
+        taken.index.setProperty(quint32(c), ColumnArray(column, field.values).make());
+        taken.nulls.setProperty(quint32(c), nullsArray(engine, field.nulls));
+        field.nulls.clear();
+    }
+}
+
+/// Marks a result, read-only and hidden. A getter on Object.prototype must not keep it out either.
+void mark(const ResultObject::Context &context, QScriptValue target)
+{
+    const QScriptString &name = context.names->at(ResultObject::Names::Marker);
+    const bool isTrapped =
+        target.propertyFlags(name) & (QScriptValue::PropertyGetter | QScriptValue::PropertySetter);
+    const QScriptValue prototype = isTrapped ? target.prototype() : QScriptValue();
+    if (isTrapped)
+        target.setPrototype(context.engine->nullValue());
+    target.setProperty(name, QScriptValue(context.engine, MarkerValue),
+                       QScriptValue::ReadOnly | QScriptValue::Undeletable |
+                           QScriptValue::SkipInEnumeration);
+    if (isTrapped)
+        target.setPrototype(prototype);
+}
+
+const char *const FixedNames[ResultObject::Names::Count] = {
+    "$ res sql",     "fields",       "numRowsAffected", "lastInsertId",
+    "executedQuery", "rows",         "length",          "fields_names",
+    "fields_index",  "fields_nulls", "fields_types",    "fields_typeN"};
 
 } // namespace
 
@@ -78,24 +111,21 @@ void ResultObject::Names::make(QScriptEngine *engine)
 {
     if (m_names.front().isValid())
         return;
-    const char *const texts[Count] = {"$ res sql",    "fields",        "numRowsAffected",
-                                      "lastInsertId", "executedQuery", "rows",
-                                      "length",       "fields_names",  "fields_index",
-                                      "fields_nulls", "fields_types",  "fields_typeN"};
     for (size_t i = 0; i < Count; ++i)
-        m_names[i] = engine->toStringHandle(QLatin1String(texts[i]));
+        m_names[i] = engine->toStringHandle(QLatin1String(FixedNames[i]));
 }
 
-QScriptString ResultObject::Names::column(QScriptEngine *engine, const QString &name)
+const ResultShape &ResultObject::Names::shapeOf(QScriptEngine *engine,
+                                                const structSqlResult &record, bool upperCase)
 {
-    const auto known = m_columns.constFind(name);
-    if (known != m_columns.constEnd())
-        return *known;
-    const QScriptString handle = engine->toStringHandle(name);
-    if (m_columns.size() >= MostColumns)
-        m_columns.clear();
-    m_columns.insert(name, handle);
-    return handle;
+    static const QStringList fixed = [] {
+        QStringList names;
+        for (const char *name : FixedNames)
+            names.append(QLatin1String(name));
+        return names;
+    }();
+    m_shape.take(engine, record, upperCase, fixed);
+    return m_shape;
 }
 
 QScriptValue ResultObject::newObjects(QScriptEngine *engine, int count)
@@ -110,41 +140,37 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
 {
     QScriptEngine *engine = context.engine;
     context.names->make(engine);
-    OwnProperties own(context, target);
-    own.set(Names::Marker, QScriptValue(engine, MarkerValue),
-            QScriptValue::ReadOnly | QScriptValue::Undeletable | QScriptValue::SkipInEnumeration);
-    const ColumnArray::Context column{engine, context.push, context.enableNull};
-    const int columns = record.fields.size();
-    const int rows = columns > 0 ? record.fields.constFirst().values.size() : 0;
-    QScriptValue index = engine->newArray(uint(columns));
-    QScriptValue nulls = engine->newArray(uint(columns));
-    QStringList names;
-    QVariantList types;
-    QStringList typeNames;
-    for (int c = 0; c < columns; ++c) {
-        structSqlFieldResult &field = record.fields[c];
-        const QString name = context.upperCaseNames ? field.name.toUpper() : field.name;
-        const QScriptValue values = ColumnArray(column, field.values).make();
-        index.setProperty(quint32(c), values);
-        nulls.setProperty(quint32(c), nullsArray(engine, field.nulls));
-        field.nulls.clear();
-        names.append(name);
-        types.append(field.type);
-        typeNames.append(QString::fromLatin1(QMetaType::typeName(field.type)));
-        own.setColumn(name, values);
-    }
-    const QScriptValue lastInsertId = record.hasLastInsertId
-                                          ? engine->toScriptValue(record.lastInsertId)
-                                          : QScriptValue(engine, QScriptValue::NullValue);
-    own.set(Names::Fields, QScriptValue(engine, columns));
-    own.set(Names::NumRowsAffected, QScriptValue(engine, record.numRowsAffected));
-    own.set(Names::LastInsertId, lastInsertId);
-    own.set(Names::ExecutedQuery, QScriptValue(engine, record.executedQuery));
-    own.set(Names::Rows, QScriptValue(engine, rows));
-    own.set(Names::Length, QScriptValue(engine, rows));
-    own.set(Names::FieldsNames, engine->toScriptValue(names));
-    own.set(Names::FieldsIndex, index);
-    own.set(Names::FieldsNulls, nulls);
-    own.set(Names::FieldsTypes, engine->toScriptValue(types));
-    own.set(Names::FieldsTypeN, engine->toScriptValue(typeNames));
+    const ResultShape &shape = context.names->shapeOf(engine, record, context.upperCaseNames);
+    mark(context, target);
+    const int count = record.fields.size();
+    ResultFiller::Values values;
+    values.fields = count;
+    values.rows = count > 0 ? record.fields.constFirst().values.size() : 0;
+    values.numRowsAffected = record.numRowsAffected;
+    values.lastInsertId = record.hasLastInsertId ? engine->toScriptValue(record.lastInsertId)
+                                                 : QScriptValue(engine, QScriptValue::NullValue);
+    values.executedQuery = QScriptValue(engine, record.executedQuery);
+    takeColumns(context, record, values);
+    if (context.names->filler().fill(context.function, target, shape, values))
+        return;
+    OwnProperties own(engine, target);
+    for (int c = 0; c < count; ++c)
+        own.setColumn(shape.names().at(c), shape.handles()[size_t(c)],
+                      values.index.property(quint32(c)));
+    const auto set = [&own, &context](Names::Name name, const QScriptValue &value) {
+        own.set(context.names->at(name), value);
+    };
+    set(Names::Fields, QScriptValue(engine, count));
+    set(Names::NumRowsAffected, QScriptValue(engine, values.numRowsAffected));
+    set(Names::LastInsertId, values.lastInsertId);
+    set(Names::ExecutedQuery, values.executedQuery);
+    set(Names::Rows, QScriptValue(engine, values.rows));
+    set(Names::Length, QScriptValue(engine, values.rows));
+    set(Names::FieldsNames, engine->toScriptValue(shape.names()));
+    set(Names::FieldsIndex, values.index);
+    set(Names::FieldsNulls, values.nulls.isValid()
+                                ? values.nulls
+                                : context.names->shortColumns().noNulls(engine, count));
+    set(Names::FieldsTypes, engine->toScriptValue(shape.types()));
+    set(Names::FieldsTypeN, engine->toScriptValue(shape.typeNames()));
 }

@@ -2,9 +2,11 @@
 /// How a record becomes the result object that scripts read. Engine's thread only.
 #pragma once
 
+#include "result_filler.h"
+#include "result_shape.h"
+#include "short_columns.h"
 #include "sql_records.h"
 
-#include <QHash>
 #include <QScriptEngine>
 #include <QScriptString>
 #include <QScriptValue>
@@ -14,8 +16,9 @@
 namespace ResultObject
 {
 
-/// The names of a result's properties as the engine keeps them: made from texts each time, they
-/// would cost more than the properties. Belongs to one engine, made with its first result.
+/// What is kept of the results before, because making it anew would cost more than the result: the
+/// names of a result's properties as the engine keeps them, and the last columns. Belongs to one
+/// engine, made with its first result.
 class Names
 {
 public:
@@ -37,14 +40,17 @@ public:
 
     void make(QScriptEngine *engine);
     const QScriptString &at(Name name) const { return m_names[name]; }
-    /// The name of a column. Those of the results before are remembered, as far as they are few.
-    QScriptString column(QScriptEngine *engine, const QString &name);
+    /// The shape of a record, valid until the next call.
+    const ResultShape &shapeOf(QScriptEngine *engine, const structSqlResult &record,
+                               bool upperCase);
+    ShortColumns &shortColumns() { return m_shortColumns; }
+    ResultFiller &filler() { return m_filler; }
 
 private:
-    static constexpr int MostColumns = 256;
-
     std::array<QScriptString, Count> m_names;
-    QHash<QString, QScriptString> m_columns;
+    ResultShape m_shape;
+    ShortColumns m_shortColumns;
+    ResultFiller m_filler;
 };
 
 /// With what, and how, the values of a connection are shown.
@@ -53,6 +59,8 @@ struct Context {
     Names *names = nullptr; ///< the engine's; outlives the context
     /// The engine's own Array.prototype.push as it was at the install, or invalid.
     QScriptValue push;
+    /// The same of Function, which makes functions of their texts.
+    QScriptValue function;
     bool enableNull = true; ///< NULL becomes null; otherwise it is converted like its type's zero
     bool upperCaseNames = false;
 };

@@ -79,6 +79,7 @@ void convertEntry(VEXT_sqlThr &worker, structThrSql *task, structSqlResult &entr
     context.engine = worker.m_engine;
     context.names = &worker.m_resultNames;
     context.push = worker.m_arrayPush;
+    context.function = worker.m_functionMaker;
     context.enableNull = worker.enableNull;
     context.upperCaseNames = kindOf(worker, task).dbmsType == SqlDriverKind::PostgreSql;
     ResultObject::fill(context, target, entry);

@@ -62,6 +62,9 @@ QString objectNameFor(QScriptContext *ctx)
     return name.toLower();
 }
 
+/// Where the constructor keeps what it takes from the engine.
+enum Native : quint32 { NativePush, NativeFunction, NativeCount };
+
 /// Calls the class's own setScriptValueThis by name: the base's slot of that name is another one.
 void giveScriptValueThis(QObject *object, const QScriptValue &wrapper)
 {
@@ -98,7 +101,10 @@ void VEXT_SQLWrapper::registerWrapper(QScriptEngine *eng)
     QScriptValue holder = eng->newObject();
     FuncWrapper::createFunc(function, holder, "VEXT_SQL", true, 1);
     // Taken now, before a script has had much time to replace it.
-    function.setData(eng->newArray().property(QStringLiteral("push")));
+    QScriptValue natives = eng->newArray(NativeCount);
+    natives.setProperty(NativePush, eng->newArray().property(QStringLiteral("push")));
+    natives.setProperty(NativeFunction, eng->globalObject().property(QStringLiteral("Function")));
+    function.setData(natives);
     ScriptProperty::setHidden(eng, eng->globalObject(), QStringLiteral("VEXT_SQL"), function);
 }
 
@@ -114,7 +120,9 @@ QScriptValue VEXT_SQLWrapper::ctor(QScriptContext *ctx, QScriptEngine *eng)
         return QScriptValue(eng, QScriptValue::NullValue);
     const QScriptValue wrapper =
         eng->newQObject(object, QScriptEngine::QtOwnership, QScriptEngine::ExcludeChildObjects);
-    object->worker->m_arrayPush = ctx->callee().data();
+    const QScriptValue natives = ctx->callee().data();
+    object->worker->m_arrayPush = natives.property(NativePush);
+    object->worker->m_functionMaker = natives.property(NativeFunction);
     giveScriptValueThis(object, wrapper);
     return wrapper;
 }

@@ -160,6 +160,7 @@ public:
     // State. VEXT_SQL reads and assigns part of it directly, hence public.
     QScriptValue m_scriptValueThis;    ///< script value of the owner; engine's thread
     QScriptValue m_arrayPush;          ///< the engine's own Array.prototype.push; engine's thread
+    QScriptValue m_functionMaker;      ///< its own Function; engine's thread
     ResultObject::Names m_resultNames; ///< engine's thread
 
     int m_conNumber = 0; ///< serial number of this worker, from 1; never changes

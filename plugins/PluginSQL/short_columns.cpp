@@ -1,0 +1,125 @@
+#include "short_columns.h"
+
+#include <algorithm>
+
+namespace
+{
+
+/// The list that an element of a list of lists holds.
+QVariantList &listIn(QVariant &element)
+{
+    return *static_cast<QVariantList *>(element.data());
+}
+
+constexpr int MostRows = 8;
+constexpr int MostColumns = 64;
+
+bool isPlain(int type)
+{
+    return type == QMetaType::Int || type == QMetaType::LongLong || type == QMetaType::Double ||
+           type == QMetaType::QString;
+}
+
+bool fits(const ColumnValues &values, bool enableNull)
+{
+    if (values.storage() == ColumnValues::Storage::Mixed || values.size() > MostRows)
+        return false;
+    return enableNull || !values.hasNulls() || isPlain(values.nullType());
+}
+
+/// What a null reads as: the engine shows a null pointer as null.
+QVariant nullCell(const ColumnValues &values, bool enableNull)
+{
+    return enableNull ? QVariant(QMetaType::VoidStar, nullptr)
+                      : QVariant(QVariant::Type(values.nullType()));
+}
+
+void takeCell(QVariant &cell, const ColumnValues &values, int row)
+{
+    switch (values.storage()) {
+    case ColumnValues::Storage::Int:
+        cell = values.intAt(row);
+        break;
+    case ColumnValues::Storage::LongLong:
+        cell = double(values.longLongAt(row));
+        break;
+    case ColumnValues::Storage::Double:
+        cell = values.doubleAt(row);
+        break;
+    case ColumnValues::Storage::Text:
+        cell = values.textAt(row).toString();
+        break;
+    case ColumnValues::Storage::Empty:
+    case ColumnValues::Storage::Mixed:
+        break; // only nulls, or not short
+    }
+}
+
+void takeColumn(QVariantList &cells, const ColumnValues &values, bool enableNull)
+{
+    const int rows = values.size();
+    while (cells.size() > rows)
+        cells.removeLast();
+    while (cells.size() < rows)
+        cells.append(QVariant());
+    for (int row = 0; row < rows; ++row) {
+        if (values.isNullAt(row) || values.storage() == ColumnValues::Storage::Empty)
+            cells[row] = nullCell(values, enableNull);
+        else
+            takeCell(cells[row], values, row);
+    }
+}
+
+void setSize(QVariantList &lists, int size)
+{
+    while (lists.size() > size)
+        lists.removeLast();
+    while (lists.size() < size)
+        lists.append(QVariant(QVariantList()));
+}
+
+} // namespace
+
+bool ShortColumns::fit(const structSqlResult &record, bool enableNull)
+{
+    return !record.fields.isEmpty() && record.fields.size() <= MostColumns &&
+           std::all_of(record.fields.cbegin(), record.fields.cend(),
+                       [enableNull](const auto &field) { return fits(field.values, enableNull); });
+}
+
+QScriptValue ShortColumns::values(QScriptEngine *engine, const structSqlResult &record,
+                                  bool enableNull)
+{
+    const int columns = record.fields.size();
+    setSize(m_columns, columns);
+    for (int c = 0; c < columns; ++c)
+        takeColumn(listIn(m_columns[c]), record.fields.at(c).values, enableNull);
+    const QScriptValue result = engine->toScriptValue(m_columns);
+    // A long text is not kept until the next result comes.
+    for (int c = 0; c < columns; ++c) {
+        if (record.fields.at(c).values.storage() == ColumnValues::Storage::Text)
+            listIn(m_columns[c]).clear();
+    }
+    return result;
+}
+
+QScriptValue ShortColumns::nulls(QScriptEngine *engine, const structSqlResult &record)
+{
+    if (std::all_of(record.fields.cbegin(), record.fields.cend(),
+                    [](const auto &field) { return field.nulls.isEmpty(); }))
+        return QScriptValue();
+    QVariantList lists;
+    for (const structSqlFieldResult &field : record.fields) {
+        QVariantList rows;
+        for (const uint row : field.nulls)
+            rows.append(row);
+        lists.append(QVariant(rows));
+    }
+    return engine->toScriptValue(lists);
+}
+
+QScriptValue ShortColumns::noNulls(QScriptEngine *engine, int columns)
+{
+    setSize(m_noNulls, columns);
+    return engine->toScriptValue(m_noNulls);
+}
