@@ -1,5 +1,7 @@
 #include "result_filler.h"
 
+#include "script_guard.h"
+
 namespace
 {
 
@@ -121,9 +123,11 @@ bool ResultFiller::isReady(QScriptValue &function, const ResultShape &shape)
 bool ResultFiller::fill(QScriptValue function, const QScriptValue &target, const ResultShape &shape,
                         const Values &values)
 {
+    QScriptEngine *engine = target.engine();
+    // Where the script's stack ends no function can be called; the result is made all the same.
+    const ScriptGuard guard(engine);
     if (!isReady(function, shape))
         return false;
-    QScriptEngine *engine = target.engine();
     const bool hasOtherTypes = shape.typeIds() != m_typeIds;
     const QScriptValue done = m_function.call(
         QScriptValue(),

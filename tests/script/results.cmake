@@ -9,7 +9,7 @@ target_include_directories(vext_script_test PUBLIC ${CMAKE_CURRENT_LIST_DIR})
 target_compile_definitions(vext_script_test PRIVATE VEXT_PLUGIN_FILE="$<TARGET_FILE:PluginSQL>")
 target_link_libraries(vext_script_test PUBLIC vext_test_support PRIVATE vext_options)
 
-foreach(name statements statement_safety results hostile_prototypes message_lines conversion query_thread exec_thread)
+foreach(name statements statement_safety results repeated_results hostile_prototypes message_lines conversion query_thread exec_thread)
   vext_add_test(test_${name}
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp
     LIBS vext_script_test
