@@ -65,11 +65,12 @@ struct structThrSql {
     QSqlQuery *sqlQuery = nullptr; ///< owned; at most one at a time
     QElapsedTimer timer;           ///< age of the task, started at construction
     // The four script values start as the boolean false, not undefined: a callback that gets an
-    // untouched error sees false.
-    QScriptValue thisObject;
-    QScriptValue func;
-    QScriptValue result;
-    QScriptValue error;
+    // untouched error sees false. They are made without an engine: they need none, and an engine
+    // that is gone does not matter.
+    QScriptValue thisObject = QScriptValue(false);
+    QScriptValue func = QScriptValue(false);
+    QScriptValue result = QScriptValue(false);
+    QScriptValue error = QScriptValue(false);
     QStringList sqlList;
     QScriptValueList argsJs;      ///< the script's own argument values, kept with the task
     QScriptValueList callArgs;    ///< follow the callback's fixed arguments
@@ -89,9 +90,6 @@ struct structThrSql {
 
     /// What the last execution ended with.
     QSqlError lastError() const;
-
-private:
-    void reset();
 };
 
 Q_DECLARE_METATYPE(structThrSql *)
