@@ -16,8 +16,8 @@ build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-private-dev qtscript5-
 test_packages=(libsqlite3-dev libpq-dev
   libqt5sql5-psql libqt5sql5-mysql libqt5sql5-ibase libqt5sql5-odbc)
 # The servers that tests start. A test whose server is missing says so and is skipped.
-server_packages=(postgresql mariadb-server galera-4 rsync firebird3.0-server firebird3.0-server-core
-  firebird3.0-utils unixodbc odbc-postgresql libsqliteodbc)
+server_packages=(postgresql pgbouncer mariadb-server galera-4 rsync firebird3.0-server
+  firebird3.0-server-core firebird3.0-utils unixodbc odbc-postgresql libsqliteodbc)
 
 # What tests call to look at packages and pictures. Those that miss one are skipped likewise.
 tool_packages=(dpkg-dev lintian fakeroot tmux python3)

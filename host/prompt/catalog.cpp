@@ -74,7 +74,8 @@ const char MySqlTables[] =
     "AND table_type LIKE '%1' AND lower(table_name) LIKE %2 ESCAPE '!' ORDER BY 1";
 const char MySqlColumns[] =
     "SELECT column_name AS `column`, column_type AS type, CASE is_nullable WHEN 'NO' THEN "
-    "'NOT NULL' ELSE '' END AS `null`, column_default AS `default`, CASE column_key WHEN 'PRI' "
+    "'NOT NULL' ELSE '' END AS `null`, nullif(column_default, 'NULL') AS "
+    "`default`, CASE column_key WHEN 'PRI' "
     "THEN 'primary' ELSE '' END AS `key` FROM information_schema.columns "
     "WHERE table_schema = %1 AND table_name = %2 ORDER BY ordinal_position";
 const char MySqlNames[] = "SELECT table_name, column_name FROM information_schema.columns "
@@ -84,17 +85,20 @@ const char FirebirdTables[] =
     "SELECT trim(rdb$relation_name) AS name FROM rdb$relations WHERE rdb$system_flag = 0 "
     "AND rdb$view_blr IS %1 NULL AND lower(trim(rdb$relation_name)) LIKE %2 ESCAPE '!' ORDER BY 1";
 const char FirebirdColumns[] =
-    "SELECT trim(r.rdb$field_name) AS \"column\", CASE f.rdb$field_type WHEN 7 THEN 'SMALLINT' "
+    "SELECT trim(r.rdb$field_name) AS \"column\", CASE WHEN f.rdb$field_type IN (7, 8, 16, 26, 27) "
+    "AND f.rdb$field_sub_type IN (1, 2) THEN CASE f.rdb$field_sub_type WHEN 1 THEN 'NUMERIC(' "
+    "ELSE 'DECIMAL(' END || f.rdb$field_precision || ',' || abs(f.rdb$field_scale) || ')' "
+    "ELSE CASE f.rdb$field_type WHEN 7 THEN 'SMALLINT' "
     "WHEN 8 THEN 'INTEGER' WHEN 10 THEN 'FLOAT' WHEN 12 THEN 'DATE' WHEN 13 THEN 'TIME' "
     "WHEN 14 THEN 'CHAR(' || f.rdb$character_length || ')' WHEN 16 THEN 'BIGINT' "
     "WHEN 23 THEN 'BOOLEAN' WHEN 24 THEN 'DECFLOAT(16)' WHEN 25 THEN 'DECFLOAT(34)' "
     "WHEN 26 THEN 'INT128' WHEN 27 THEN 'DOUBLE PRECISION' WHEN 28 THEN 'TIME WITH TIME ZONE' "
     "WHEN 29 THEN 'TIMESTAMP WITH TIME ZONE' WHEN 35 THEN 'TIMESTAMP' "
     "WHEN 37 THEN 'VARCHAR(' || f.rdb$character_length || ')' WHEN 261 THEN 'BLOB' "
-    "ELSE 'type ' || f.rdb$field_type END || CASE WHEN f.rdb$field_scale < 0 THEN "
-    "' scale ' || -f.rdb$field_scale ELSE '' END AS type, "
+    "ELSE 'type ' || f.rdb$field_type END END AS \"type\", "
     "CASE WHEN coalesce(r.rdb$null_flag, f.rdb$null_flag, 0) = 1 THEN 'NOT NULL' ELSE '' END AS "
-    "\"null\", CAST(r.rdb$default_source AS VARCHAR(200)) AS \"default\", "
+    "\"null\", trim(substring(CAST(r.rdb$default_source AS VARCHAR(4000)) FROM 8)) "
+    "AS \"default\", "
     "CASE WHEN EXISTS (SELECT 1 FROM rdb$relation_constraints k JOIN rdb$index_segments s ON "
     "s.rdb$index_name = k.rdb$index_name WHERE k.rdb$constraint_type = 'PRIMARY KEY' "
     "AND k.rdb$relation_name = r.rdb$relation_name AND s.rdb$field_name = r.rdb$field_name) "
@@ -105,6 +109,15 @@ const char FirebirdNames[] =
     "SELECT trim(r.rdb$relation_name), trim(f.rdb$field_name) FROM rdb$relations r "
     "JOIN rdb$relation_fields f ON f.rdb$relation_name = r.rdb$relation_name "
     "WHERE r.rdb$system_flag = 0 ROWS 20000";
+
+const char StandardColumns[] =
+    "SELECT column_name AS \"column\", data_type AS \"type\", character_maximum_length AS "
+    "\"length\", "
+    "numeric_precision AS \"digits\", numeric_scale AS \"decimals\", CASE is_nullable WHEN 'NO' "
+    "THEN "
+    "'NOT NULL' ELSE '' END AS \"null\", column_default AS \"default\" "
+    "FROM information_schema.columns WHERE lower(table_name) = lower(%1)%2 "
+    "ORDER BY table_schema, ordinal_position";
 
 } // namespace
 
@@ -161,6 +174,18 @@ QString Catalog::columns(const QString &table) const
         break;
     }
     return QString();
+}
+
+QStringList Catalog::guesses(const QString &table)
+{
+    const QString name = quoted(lastPart(table));
+    const QString schema = schemaPart(table);
+    const QString ofSchema =
+        schema.isEmpty()
+            ? QString()
+            : QStringLiteral(" AND lower(table_schema) = lower(%1)").arg(quoted(schema));
+    return {QString::fromLatin1(StandardColumns).arg(name, ofSchema),
+            QString::fromLatin1(SqliteColumns).arg(name)};
 }
 
 QString Catalog::names() const

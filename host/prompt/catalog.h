@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 /// What a database system calls its tables, views and columns. Pure: makes texts only.
 class Catalog
@@ -23,6 +24,10 @@ public:
     /// Tables and views with their columns, a column a row.
     /// @return an empty text for a system that is unknown.
     QString names() const;
+
+    /// What columns() would be for a system behind ODBC: what the standard says, and what SQLite does.
+    /// One that fails, or gives no row, tells nothing.
+    static QStringList guesses(const QString &table);
 
     /// A statement that gives no rows, only the columns of a table; for every system.
     static QString emptyResult(const QString &table);

@@ -28,9 +28,8 @@ SqlConnection openOnce(PromptSession *session, const ConnectionAddress &address,
     const SqlConnection opened = session->openInterruptibly(
         [&] { return SqlConnection(OpenConnection::open(engine, address, &reason)); });
     if (!opened.exists())
-        *error = session->isOpeningGivenUp()
-                     ? QStringLiteral("%1 is given up").arg(address.shown())
-                     : QStringLiteral("cannot open %1").arg(reason);
+        *error = session->isOpeningGivenUp() ? QStringLiteral("%1 is given up").arg(address.shown())
+                                             : QStringLiteral("cannot open %1").arg(reason);
     return opened;
 }
 

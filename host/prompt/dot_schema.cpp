@@ -58,6 +58,26 @@ void describeByDriver(PromptSession *session, const QString &table)
     });
 }
 
+/// Tries one statement after the other, until one knows the table.
+void describeByGuess(PromptSession *session, const QString &table, QStringList guesses)
+{
+    if (guesses.isEmpty()) {
+        describeByDriver(session, table);
+        return;
+    }
+    const QString sql = guesses.takeFirst();
+    const auto next = [session, table, guesses](const SqlOutcome &) {
+        describeByGuess(session, table, guesses);
+    };
+    const auto show = [session, next](const SqlOutcome &outcome) {
+        if (ResultReader(outcome.result).rowCount() == 0)
+            next(outcome);
+        else
+            session->output()->show(outcome.result, outcome.milliseconds);
+    };
+    session->runSql(sql, show, next);
+}
+
 } // namespace
 
 void DotCommands::showTables(PromptSession *session, const QString &arguments)
@@ -79,7 +99,7 @@ void DotCommands::showSchema(PromptSession *session, const QString &arguments)
     const SqlConnection open = session->connection();
     const QString sql = Catalog(open.driver()).columns(arguments);
     if (open.isOpen() && sql.isEmpty()) {
-        describeByDriver(session, arguments);
+        describeByGuess(session, arguments, Catalog::guesses(arguments));
         return;
     }
     session->runSql(sql, [session, arguments](const SqlOutcome &outcome) {

@@ -209,7 +209,7 @@ bool PromptSession::toldStop()
     return stopped;
 }
 
-void PromptSession::runSql(const QString &sql, const Then &then)
+void PromptSession::runSql(const QString &sql, const Then &then, const Then &otherwise)
 {
     const SqlConnection open = connection();
     if (!open.isOpen()) {
@@ -218,6 +218,7 @@ void PromptSession::runSql(const QString &sql, const Then &then)
     }
     m_sql = sql;
     m_then = then;
+    m_otherwise = otherwise;
     m_messages.hold();
     m_run.reset(new SqlRun(m_host->engine()));
     connect(m_run.data(), &SqlRun::finished, this, &PromptSession::onSqlFinished);
@@ -245,7 +246,9 @@ void PromptSession::onSqlFinished()
     m_prompt.setStatus(QString());
     m_messages.release(outcome.error);
     const Then then = m_then;
+    const Then otherwise = m_otherwise;
     m_then = Then();
+    m_otherwise = Then();
     if (!m_host->engine() || m_stopped)
         return;
     if (outcome.kind == SqlOutcome::Kind::Abandoned)
@@ -253,6 +256,8 @@ void PromptSession::onSqlFinished()
     m_run.reset();
     if (outcome.kind == SqlOutcome::Kind::Done && then)
         then(outcome);
+    else if (outcome.kind == SqlOutcome::Kind::Failed && otherwise)
+        otherwise(outcome);
     else
         show(outcome);
     if (outcome.kind == SqlOutcome::Kind::Done && !m_run && SqlWords::changesSchema(m_sql))

@@ -66,7 +66,8 @@ public:
 
     /// Runs a statement and hands its outcome on; without `then` shows it. Nothing else is run
     /// until it is through.
-    void runSql(const QString &sql, const Then &then = Then());
+    /// @param otherwise goes on after an error, which is not shown then
+    void runSql(const QString &sql, const Then &then = Then(), const Then &otherwise = Then());
 
     /// Runs `open`, which may wait for a server for ever; Ctrl-C gives it up. What it reports as an
     /// error is not written.
@@ -110,6 +111,7 @@ private:
     QScopedPointer<SqlRun, QScopedPointerDeleteLater> m_run; ///< null when none runs
     QString m_sql;                                           ///< of m_run
     Then m_then;                                             ///< of m_run
+    Then m_otherwise;                                        ///< of m_run
     QTimer m_elapsed;
     QVector<SqlConnection> m_abandoned;
     QString m_place; ///< file and line of what runs, empty for what was typed

@@ -34,6 +34,16 @@ bool isSaidElsewhere(const QString &text)
     return known.match(text).hasMatch();
 }
 
+/// What Qt's drivers write when the plugin asks after a statement that has no such thing:
+/// Firebird's for the count of rows after CREATE and its like, ODBC's for the id of a row.
+bool isIdleTalk(const QString &text)
+{
+    static const QRegularExpression known(
+        QStringLiteral("^numRowsAffected: Unknown statement type \\(|"
+                       "^\"QODBCResult::lastInsertId: Unable to get lastInsertId\""));
+    return known.match(text).hasMatch();
+}
+
 /// "QSqlDatabase: QNAME driver not loaded"
 bool isMissingDriver(const QString &text, QString *driver)
 {
@@ -66,7 +76,8 @@ void writeToStandardError(const QString &line)
 void onMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     QString driver;
-    if (isSaidElsewhere(text) || (isMissingDriver(text, &driver) && tellMissingDriver(driver)))
+    if (isSaidElsewhere(text) || isIdleTalk(text) ||
+        (isMissingDriver(text, &driver) && tellMissingDriver(driver)))
         return;
     const QString line = qFormatLogMessage(type, context, text);
     const QMutexLocker locker(&state().mutex);

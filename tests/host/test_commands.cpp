@@ -135,9 +135,11 @@ const QStringList TestCommands::s_testPackages{
     QStringLiteral("libqt5sql5-psql"),  QStringLiteral("libqt5sql5-mysql"),
     QStringLiteral("libqt5sql5-ibase"), QStringLiteral("libqt5sql5-odbc")};
 const QStringList TestCommands::s_serverPackages{QStringLiteral("postgresql"),
+                                                 QStringLiteral("pgbouncer"),
                                                  QStringLiteral("mariadb-server"),
                                                  QStringLiteral("galera-4"),
                                                  QStringLiteral("rsync"),
+                                                 QStringLiteral("firebird3.0-server"),
                                                  QStringLiteral("firebird3.0-server-core"),
                                                  QStringLiteral("firebird3.0-utils"),
                                                  QStringLiteral("unixodbc"),

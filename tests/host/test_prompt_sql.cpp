@@ -458,8 +458,8 @@ void TestPromptSql::openingThatHangsIsGivenUp()
     QElapsedTimer clock;
     clock.start();
     m_session->type("\x03");
-    VERIFY_SCREEN(m_session->waitFor("^C\n") &&
-                  m_session->waitFor(" is given up\n") && m_session->waitFor("vext> "));
+    VERIFY_SCREEN(m_session->waitFor("^C\n") && m_session->waitFor(" is given up\n") &&
+                  m_session->waitFor("vext> "));
     QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
     VERIFY_SCREEN(!m_session->screen().contains(" error "));
     // The connection before is still there, and the next Ctrl-C means what it always does.

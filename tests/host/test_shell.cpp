@@ -203,9 +203,9 @@ void addWays()
     QTest::addColumn<QString>("begin");
     QTest::newRow("file") << QStringLiteral("FILE")
                           << QStringLiteral("vext-run: cannot read script 'FILE': ");
-    QTest::newRow("minus")
-        << QStringLiteral("-")
-        << QStringLiteral("vext-run: cannot read the script from standard input: ");
+    QTest::newRow("minus") << QStringLiteral("-")
+                           << QStringLiteral(
+                                  "vext-run: cannot read the script from standard input: ");
     QTest::newRow("pipe") << QString() << QStringLiteral(" error [input]:1: ");
 }
 
