@@ -37,6 +37,9 @@ public:
     /// one with each statement that finds none.
     bool isDriven() const { return m_isDriven; }
 
+    /// Whether the script would miss something if the connection were lost.
+    bool isOpen() const { return m_isDriven || m_hasWork; }
+
     /// What a text does to the transaction around it.
     enum class Effect { None, Begins, Ends };
     static Effect effectOf(SqlDialect dialect, const QString &text);

@@ -60,6 +60,8 @@ public:
         Q_UNUSED(layer)
         return options;
     }
+    /// The stock driver is about to be opened.
+    virtual void opening() {}
     /// The stock driver was opened with these; comes before attach().
     virtual void opened(const OpenParameters &parameters) { Q_UNUSED(parameters) }
     /// The stock driver is open: finds the client library's functions, sets the session up.

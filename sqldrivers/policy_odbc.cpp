@@ -1,5 +1,6 @@
 #include "policy_odbc.h"
 
+#include "deadline_watch.h"
 #include "leading_word.h"
 #include "sqlite_literal.h"
 
@@ -16,6 +17,9 @@ namespace
 constexpr int SqlFloat = 6;
 constexpr int SqlReal = 7;
 constexpr int SqlDouble = 8;
+
+/// A server that has not taken a request by then is as good as dead.
+constexpr int DeadServerMs = 2000;
 
 /// SQLite's number for a database that another connection has locked.
 const char Busy[] = "5";
@@ -128,7 +132,7 @@ bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelG
     m_dialect = dialectOf(m_client.systemName(connection()));
     watchTransaction();
     if (m_dialect != SqlDialect::OdbcSqlite) {
-        learnCancelStatement();
+        watchSocket();
         return true;
     }
     if (!openImpatient(error))
@@ -157,6 +161,13 @@ bool OdbcPolicy::openImpatient(QSqlError *error)
     return false;
 }
 
+void OdbcPolicy::watchSocket()
+{
+    const int socket = m_finder ? m_finder->find([this] { learnCancelStatement(); }) : -1;
+    m_finder.reset();
+    m_socket = std::make_shared<SocketWatch>(socket);
+}
+
 /// How another connection ends what this one runs.
 void OdbcPolicy::learnCancelStatement()
 {
@@ -181,6 +192,8 @@ void OdbcPolicy::detach()
     // SQLite's ODBC driver refuses to disconnect otherwise, and keeps the database locked.
     if (m_dialect == SqlDialect::OdbcSqlite && m_transaction.isDriven())
         stock()->rollbackTransaction();
+    m_finder.reset();
+    m_socket.reset(); // it holds the line open
     m_client.freeStatement(std::exchange(m_cancelHandle, nullptr));
     m_cancelText.clear();
     m_parameters = OpenParameters();
@@ -357,16 +370,22 @@ QSqlError OdbcPolicy::classified(const QSqlError &error, Step step)
         }
     }
     QSqlError::ErrorType type = QSqlError::StatementError;
-    if (isLoss(state) || isLost())
+    if (isLoss(state) || isBroken())
         type = QSqlError::ConnectionError;
     else if (step == Step::Transaction)
         type = QSqlError::TransactionError;
     return QSqlError(error.driverText(), text, type, state);
 }
 
+bool OdbcPolicy::isBroken() const
+{
+    return m_client.isDead(connection()) || (m_socket && m_socket->isCut());
+}
+
+/// A transaction that is open is not given up unseen: its next statement fails.
 bool OdbcPolicy::isLost() const
 {
-    return m_client.isDead(connection());
+    return m_transaction.isOpen() ? m_client.isDead(connection()) : isBroken();
 }
 
 // --- Values ---
@@ -400,7 +419,17 @@ void OdbcPolicy::interrupt(CancelGate::Phase phase, bool alone)
     // The stock driver has all rows when a server's statement has been executed.
     if (phase != CancelGate::Phase::Running || m_cancelText.isEmpty())
         return;
-    m_cancel.start([client = m_client, where = connectionText(m_parameters), text = m_cancelText] {
+    m_cancel.start([client = m_client, where = connectionText(m_parameters), text = m_cancelText,
+                    socket = m_socket] {
+        DeadlineWatch &watch = DeadlineWatch::instance();
+        const DeadlineWatch::Id deadline = watch.add(DeadServerMs, [socket] { socket->cut(); });
         client.runElsewhere(where, text);
+        watch.remove(deadline);
     });
+}
+
+/// On a line that was cut no request can hit anything any more.
+bool OdbcPolicy::settle()
+{
+    return !(m_socket && m_socket->isCut()) && m_cancel.settle();
 }

@@ -6,6 +6,8 @@
 #include "odbc_client.h"
 #include "odbc_transaction.h"
 #include "policy.h"
+#include "socket_finder.h"
+#include "socket_watch.h"
 
 #include <atomic>
 #include <functional>
@@ -16,7 +18,8 @@
 ///
 /// Cancelling: the stock driver makes the handle of a statement and runs it in one call, so nobody
 /// else can have it in time. Servers are asked over a second connection to end what the first one
-/// runs; SQLite's ODBC driver interrupts the whole connection, whichever handle it is asked with.
+/// runs, and the line of one that does not take the request is cut; SQLite's ODBC driver interrupts
+/// the whole connection, whichever handle it is asked with.
 class OdbcPolicy : public Policy
 {
 public:
@@ -25,6 +28,7 @@ public:
     SqlDialect dialect() const override { return m_dialect; }
 
     QString stockOptions(const QString &options, const LayerOptions &layer) const override;
+    void opening() override { m_finder = std::make_unique<SocketFinder>(); }
     void opened(const OpenParameters &parameters) override;
     bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
                 QSqlError *error) override;
@@ -50,7 +54,7 @@ public:
     QString columnName(const QString &name) const override;
 
     void interrupt(CancelGate::Phase phase, bool alone) override;
-    bool settle() override { return m_cancel.settle(); }
+    bool settle() override;
 
     /// Runs what `run` runs on `rows`, and where SQLite finds a lock in its way, runs it again
     /// until that is gone: SQLite's own wait does not notice a request to cancel.
@@ -58,9 +62,11 @@ public:
 
 private:
     OdbcClient::Handle connection() const { return nativeHandle<OdbcClient::Handle>(); }
+    void watchSocket();
     void learnCancelStatement();
     bool openImpatient(QSqlError *error);
     bool runAside(const QString &text);
+    bool isBroken() const;
     void watchTransaction();
     bool hasOlderTransaction();
     bool isInSqliteTransaction();
@@ -70,6 +76,8 @@ private:
     SqlDialect m_dialect = SqlDialect::Odbc;
     OpenParameters m_parameters;
     int m_lockWaitMs = 0;                        ///< SQLite's
+    std::unique_ptr<SocketFinder> m_finder;      ///< while the connection is being opened
+    std::shared_ptr<SocketWatch> m_socket;       ///< a server's; shared with requests under way
     QByteArray m_cancelText;                     ///< what the second connection runs
     OdbcClient::Handle m_cancelHandle = nullptr; ///< SQLite's
     std::unique_ptr<StockResult> m_aside;        ///< for statements of the layer's own

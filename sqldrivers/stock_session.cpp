@@ -54,6 +54,7 @@ bool StockSession::open(QSqlDriver &driver, Policy &policy, const OpenParameters
                         const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
                         QSqlError *error)
 {
+    policy.opening();
     if (!driver.open(parameters.database, parameters.user, parameters.password, parameters.host,
                      parameters.port, parameters.options)) {
         *error = policy.classified(driver.lastError(), Policy::Step::Open);

@@ -6,9 +6,12 @@
 #include "deadline.h"
 #include "layer_path.h"
 #include "layered_systems.h"
-#include "tcp_relay.h"
+#include "relay_process.h"
 
 #include <QElapsedTimer>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
 #include <QtTest>
 
 namespace
@@ -16,17 +19,18 @@ namespace
 
 const QString Postgres = QStringLiteral("PostgreSQL");
 const QString MariaDb = QStringLiteral("MariaDB");
+const QString Direct = QStringLiteral("direct"); ///< a connection without a script
 const QString OdbcPostgres = QStringLiteral("ODBC to PostgreSQL");
 
 /// What happens to an idle line.
 struct Fault {
     const char *name;
-    void (*strike)(TcpRelay &relay);
+    void (*strike)(RelayProcess &relay);
 };
 
 const Fault Faults[] = {
-    {"cut", [](TcpRelay &relay) { relay.cut(); }},
-    {"half-close", [](TcpRelay &relay) { relay.halfClose(); }},
+    {"cut", [](RelayProcess &relay) { relay.cut(); }},
+    {"half-close", [](RelayProcess &relay) { relay.halfClose(); }},
 };
 
 } // namespace
@@ -46,11 +50,13 @@ private Q_SLOTS:
     void endedSessionIsSeenAndTheWorkerReopens();
     void killedServerIsSeenAndTheWorkerReopens_data() { everyServer(); }
     void killedServerIsSeenAndTheWorkerReopens();
-    void stoppingOnASilentLineEndsInTime_data() { watchedServers(); }
+    void errorOfALossHasTypeOne_data();
+    void errorOfALossHasTypeOne();
+    void stoppingOnASilentLineEndsInTime_data() { everyServer(); }
     void stoppingOnASilentLineEndsInTime();
-    void closingOnASilentLineEndsInTime_data() { watchedServers(); }
+    void closingOnASilentLineEndsInTime_data() { everyServer(); }
     void closingOnASilentLineEndsInTime();
-    void serverThatNeverAnswersFailsTheOpenInTime_data() { watchedServers(); }
+    void serverThatNeverAnswersFailsTheOpenInTime_data() { everyServer(); }
     void serverThatNeverAnswersFailsTheOpenInTime();
 
 private:
@@ -60,11 +66,14 @@ private:
     ConnectionParameters throughRelay(const QString &system, const QString &options = {});
     bool openThroughRelay(const QString &system);
     bool endSession(const QString &system, const QString &id);
+    bool killServer(const QString &system);
+    bool startServerAgain(const QString &system);
     /// A statement that the silent line keeps the worker waiting for.
     bool beginSilentStatement();
 
     LayeredSystems m_systems;
-    std::unique_ptr<TcpRelay> m_relay;
+    QString m_killed; ///< the system whose server was killed and not started again
+    std::unique_ptr<RelayProcess> m_relay;
     std::unique_ptr<DatabaseScript> m_script;
 };
 
@@ -76,6 +85,10 @@ void TestDriverLoss::cleanup()
     }
     m_script.reset();
     m_relay.reset();
+    QSqlDatabase::database(Direct, false).close();
+    QSqlDatabase::removeDatabase(Direct);
+    if (!m_killed.isEmpty())
+        startServerAgain(m_killed);
 }
 
 void TestDriverLoss::watchedServers()
@@ -94,16 +107,20 @@ void TestDriverLoss::everyServer()
 ConnectionParameters TestDriverLoss::throughRelay(const QString &system, const QString &options)
 {
     if (!m_relay) {
-        m_relay = std::make_unique<TcpRelay>();
+        m_relay = std::make_unique<RelayProcess>();
         const int port =
-            system == Postgres ? m_systems.postgres().port() : m_systems.mariadb().port();
+            system == MariaDb ? m_systems.mariadb().port() : m_systems.postgres().port();
         if (!m_relay->start(quint16(port)))
             qWarning("no relay");
     }
     ConnectionParameters parameters = m_systems.get(system).parameters();
+    parameters.connectOptions = options;
+    if (system == OdbcPostgres) {
+        parameters.databaseName += QStringLiteral(";Port=%1").arg(m_relay->port());
+        return parameters;
+    }
     parameters.hostName = QStringLiteral("127.0.0.1");
     parameters.port = m_relay->port();
-    parameters.connectOptions = options;
     return parameters;
 }
 
@@ -124,13 +141,26 @@ bool TestDriverLoss::endSession(const QString &system, const QString &id)
                                  .arg(id));
 }
 
+bool TestDriverLoss::killServer(const QString &system)
+{
+    m_killed = system;
+    return system == MariaDb ? m_systems.mariadb().kill()
+                             : m_systems.postgres().shutDown(PostgresServer::Shutdown::Immediate);
+}
+
+bool TestDriverLoss::startServerAgain(const QString &system)
+{
+    m_killed.clear();
+    return system == MariaDb ? m_systems.mariadb().startAgain() : m_systems.postgres().startAgain();
+}
+
 // --- Lines that break ---
 
 void TestDriverLoss::brokenIdleLineIsSeenAtOnce_data()
 {
     QTest::addColumn<QString>("system");
     QTest::addColumn<int>("fault");
-    for (const QString &system : {Postgres, MariaDb}) {
+    for (const QString &system : {Postgres, MariaDb, OdbcPostgres}) {
         int index = 0;
         for (const Fault &fault : Faults)
             QTest::addRow("%s, %s", qPrintable(system), fault.name) << system << index++;
@@ -165,8 +195,6 @@ void TestDriverLoss::endedSessionIsSeenAndTheWorkerReopens()
                                           : QStringLiteral("SELECT pg_backend_pid()");
     const QString id = m_script->rows(Way::Here, QStringLiteral("db"), ask).mid(7);
     QVERIFY(endSession(system, id));
-    if (system == OdbcPostgres) // has no socket to watch: a statement finds it
-        QVERIFY(!m_script->ask(Way::Here, QStringLiteral("db"), QStringLiteral("SELECT 1")));
     QVERIFY(m_script->waitFor(QStringLiteral("!db.isOpen")));
     QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
 
@@ -186,20 +214,62 @@ void TestDriverLoss::killedServerIsSeenAndTheWorkerReopens()
     QVERIFY(m_script->open(QStringLiteral("db"), m_systems.get(system).parameters()));
     const QString one = QStringLiteral("SELECT 1");
     QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"), one));
-    QVERIFY(system == MariaDb ? m_systems.mariadb().kill()
-                              : m_systems.postgres().shutDown(PostgresServer::Shutdown::Immediate));
+    QVERIFY(killServer(system));
 
-    if (system == OdbcPostgres)
-        QVERIFY(!m_script->ask(Way::Here, QStringLiteral("db"), one));
     QVERIFY(m_script->waitFor(QStringLiteral("!db.isOpen")));
     QVERIFY(!m_script->isTrue(QStringLiteral("db.open()")));
     QCOMPARE(m_script->eval(QStringLiteral("db.lastErrors.type")).toInt32(), 1);
 
-    QVERIFY(system == MariaDb ? m_systems.mariadb().startAgain()
-                              : m_systems.postgres().startAgain());
+    QVERIFY(startServerAgain(system));
     QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
     if (!m_script->ask(Way::Thread, QStringLiteral("db"), one))
         QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"), one));
+}
+
+void TestDriverLoss::errorOfALossHasTypeOne_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("sql");
+    QTest::addColumn<bool>("isBound");
+    for (const QString &system : {Postgres, MariaDb, OdbcPostgres}) {
+        const QString plain = QStringLiteral("SELECT 1");
+        QTest::addRow("%s", qPrintable(system)) << system << plain << false;
+        QTest::addRow("%s, bound", qPrintable(system))
+            << system << plain + QStringLiteral(" WHERE 1 = ?") << true;
+    }
+}
+
+/// Of the first statement after the server was killed, within a transaction: elsewhere isOpen()
+/// turns false before a statement is sent.
+void TestDriverLoss::errorOfALossHasTypeOne()
+{
+    QFETCH(QString, system);
+    QFETCH(QString, sql);
+    QFETCH(bool, isBound);
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db = m_systems.get(system).parameters().database(Direct);
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QVERIFY(db.transaction());
+    QSqlQuery query(db);
+    const auto run = [&] {
+        if (!isBound)
+            return query.exec(sql);
+        query.prepare(sql);
+        query.addBindValue(1);
+        return query.exec();
+    };
+    QVERIFY2(run(), qPrintable(query.lastError().text()));
+    query.finish();
+
+    QVERIFY(killServer(system));
+    QVERIFY(!run());
+    QVERIFY2(query.lastError().type() == QSqlError::ConnectionError,
+             qPrintable(query.lastError().text()));
+    QVERIFY(!db.isOpen());
+    query.clear();
+    QVERIFY(startServerAgain(system));
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QVERIFY2(run(), qPrintable(query.lastError().text()));
 }
 
 // --- Lines that are silent ---
@@ -262,5 +332,13 @@ void TestDriverLoss::serverThatNeverAnswersFailsTheOpenInTime()
     QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
 }
 
-QTEST_GUILESS_MAIN(TestDriverLoss)
+int main(int argc, char **argv)
+{
+    if (RelayProcess::runRelay(argc, argv))
+        return 0;
+    const QCoreApplication application(argc, argv);
+    TestDriverLoss test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "test_driver_loss.moc"
