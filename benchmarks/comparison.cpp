@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 namespace
 {
@@ -221,16 +222,20 @@ double Comparison::ratio(const QString &way, const QString &base) const
     return medianOf(ratios);
 }
 
+double Comparison::leastMs(const QString &way) const
+{
+    double least = std::numeric_limits<double>::infinity();
+    for (const Measurement &m : m_runs.value(way))
+        least = std::min(least, m.ms);
+    return least;
+}
+
 double Comparison::ratioOfRest(const QString &way, const QString &part, const QString &base,
                                const QString &basePart) const
 {
-    const auto rest = [this](const QString &whole, const QString &off, int round) {
-        return m_runs.value(whole).at(round).ms - m_runs.value(off).at(round).ms;
-    };
-    QVector<double> ratios;
-    for (int i = 0; i < m_runs.value(way).size(); ++i)
-        ratios << rest(way, part, i) / rest(base, basePart, i);
-    return medianOf(ratios);
+    const double rest = leastMs(way) - leastMs(part);
+    const double baseRest = leastMs(base) - leastMs(basePart);
+    return rest > 0 && baseRest > 0 ? rest / baseRest : std::numeric_limits<double>::quiet_NaN();
 }
 
 QString Comparison::times() const

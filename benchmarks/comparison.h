@@ -37,7 +37,9 @@ public:
     double grownMb(const QString &way) const;
     /// Median of the ratios of each round: what disturbs the machine disturbs both sides.
     double ratio(const QString &way, const QString &base) const;
-    /// The same of what a way takes more than its own part, and a base more than its part.
+    /// What a way takes more than its own part, against what a base takes more than its part; of
+    /// the quickest runs, since differences of large times are small. Not a number where chance was
+    /// larger.
     double ratioOfRest(const QString &way, const QString &part, const QString &base,
                        const QString &basePart) const;
 
@@ -46,6 +48,7 @@ public:
 
 private:
     bool runWays();
+    double leastMs(const QString &way) const;
     QStringList commandOf(const QString &way) const;
     double median(const QString &way, double (*figure)(const Measurement &)) const;
 

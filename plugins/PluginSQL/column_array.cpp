@@ -1,5 +1,6 @@
 #include "column_array.h"
 
+#include "local_clock.h"
 #include "script_cell.h"
 
 #include <QHash>
@@ -164,10 +165,11 @@ void ColumnArray::takeTexts()
 void ColumnArray::takeVariants()
 {
     m_array = m_engine->newArray(uint(m_rows));
+    LocalClock clock;
     for (int row = 0; row < m_rows; ++row) {
         release(row);
         const QScriptValue value =
-            ScriptCell::toScript(m_engine, m_values.at(row), m_context.enableNull);
+            ScriptCell::toScript(m_engine, m_values.at(row), m_context.enableNull, &clock);
         if (value.isValid())
             m_array.setProperty(quint32(row), value);
     }

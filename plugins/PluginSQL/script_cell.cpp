@@ -1,10 +1,28 @@
 #include "script_cell.h"
 
+#include "local_clock.h"
+
 #include <QMetaType>
 #include <QScriptEngine>
 #include <QVariant>
 
-QScriptValue ScriptCell::toScript(QScriptEngine *engine, const QVariant &value, bool enableNull)
+namespace
+{
+
+/// A Date; invalid where the engine itself has to make it.
+QScriptValue quickDate(QScriptEngine *engine, const QVariant &value, LocalClock &clock)
+{
+    double ms = 0;
+    const bool isKnown = value.userType() == QMetaType::QDate
+                             ? clock.toEpochMs(value.toDate(), &ms)
+                             : clock.toEpochMs(value.toDateTime(), &ms);
+    return isKnown ? engine->newDate(ms) : QScriptValue();
+}
+
+} // namespace
+
+QScriptValue ScriptCell::toScript(QScriptEngine *engine, const QVariant &value, bool enableNull,
+                                  LocalClock *clock)
 {
     const int type = value.userType();
     if (enableNull && (type == QMetaType::UnknownType || value.isNull()))
@@ -28,6 +46,14 @@ QScriptValue ScriptCell::toScript(QScriptEngine *engine, const QVariant &value, 
         return QScriptValue(engine, value.toString());
     case QMetaType::Float:
         return QScriptValue(engine, qsreal(value.toFloat()));
+    case QMetaType::QDate:
+    case QMetaType::QDateTime:
+        if (clock) {
+            const QScriptValue date = quickDate(engine, value, *clock);
+            if (date.isValid())
+                return date;
+        }
+        return engine->toScriptValue(value);
     default:
         return engine->toScriptValue(value);
     }

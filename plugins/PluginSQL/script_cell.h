@@ -4,6 +4,7 @@
 
 #include <QScriptValue>
 
+class LocalClock;
 class QScriptEngine;
 class QVariant;
 
@@ -12,6 +13,8 @@ namespace ScriptCell
 
 /// @param enableNull NULL becomes null; otherwise it is converted like its type's zero. @return an
 /// invalid value where there is nothing to show.
-QScriptValue toScript(QScriptEngine *engine, const QVariant &value, bool enableNull);
+/// @param clock converts dates and times, of which there may be many; may be null.
+QScriptValue toScript(QScriptEngine *engine, const QVariant &value, bool enableNull,
+                      LocalClock *clock = nullptr);
 
 } // namespace ScriptCell
