@@ -28,19 +28,19 @@ bool copiesThroughTheClient(const QString &sql)
     bool copies = false;
     bool direction = false;
     while (words.next()) {
-        if (words.depth() > 0) {
-            direction = false;
-            first = false;
-        } else if (words.isSign(';')) {
+        // The closing parenthesis counts as a word of its own.
+        if (words.depth() > 0)
+            continue;
+        if (words.isSign(';')) {
             first = true;
-        } else {
-            if (first)
-                copies = words.is(QLatin1String("copy"));
-            first = false;
-            if (copies && direction && isOneOf(words, {"stdin", "stdout"}))
-                return true;
-            direction = isOneOf(words, {"from", "to"});
+            continue;
         }
+        if (first)
+            copies = words.is(QLatin1String("copy"));
+        first = false;
+        if (copies && direction && isOneOf(words, {"stdin", "stdout"}))
+            return true;
+        direction = isOneOf(words, {"from", "to"});
     }
     return false;
 }

@@ -295,8 +295,14 @@ void Cancellation::deliveryThatWaitsIsNotCancelled()
         m_script->queue(QStringLiteral("rows"), QStringLiteral("t%1").arg(i));
     // No event is handled until the worker has run them all.
     const Deadline limit(defaultWaitMs);
-    const VEXT_sqlThr *worker = m_db->worker;
-    while (worker->m_thrSqlFinish.loadAcquire() < 10 || worker->m_thrSqlBusy.loadAcquire() == 1) {
+    VEXT_sqlThr *worker = m_db->worker;
+    const auto hasRunAll = [worker] {
+        // A task is counted and marked as running in one step behind the lock.
+        QMutexLocker locker(&worker->m_mutexSqlTasks);
+        return worker->m_thrSqlFinish.loadAcquire() == 10 &&
+               worker->m_thrSqlBusy.loadAcquire() == 0;
+    };
+    while (!hasRunAll()) {
         QVERIFY2(!limit.expired(), qPrintable(m_server->record()));
         QThread::yieldCurrentThread();
     }

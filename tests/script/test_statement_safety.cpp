@@ -41,6 +41,7 @@ private Q_SLOTS:
     void commitBehindALostSessionIsFalse_data();
     void commitBehindALostSessionIsFalse();
     void commitOfAnEndedThreadIsFalse();
+    void commitOfAWholeSessionIsSent();
     void newTransactionBehindALossCommits();
 
     void openConnectionKeepsItsRulesWhenTheDriverIsChanged();
@@ -322,6 +323,16 @@ void TestStatementSafety::commitOfAnEndedThreadIsFalse()
     QVERIFY(host().waitForScript("!db.isRunning"_qs));
     QVERIFY(truth("db.commit() === false && /потеряна/.test(db.lastError)"_qs));
     QVERIFY(truth("db.transaction() && db.commit() && db.lastError !== null"_qs));
+}
+
+void TestStatementSafety::commitOfAWholeSessionIsSent()
+{
+    StubServer &server = openStub(stubName);
+    for (const bool onThread : {true, false}) {
+        for (const char *sql : {"BEGIN", "INSERT", " COMMIT"})
+            QCOMPARE(errorOf(onThread, QString::fromUtf8(sql)), QString());
+    }
+    QCOMPARE(server.executed().count(" COMMIT"_qs), 2);
 }
 
 void TestStatementSafety::newTransactionBehindALossCommits()

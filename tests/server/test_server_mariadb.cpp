@@ -154,14 +154,14 @@ void TestServerMariaDb::statementThatCannotBeCancelledIsDeliveredOnceAfterAll()
 {
     const bool cancels = driverLayerInUse();
     QCOMPARE(m_script->isTrue(QStringLiteral("db.hasFeature().CancelQuery")), cancels);
-    m_script->eval(QStringLiteral("db.query_thread(keep('sleep'), 'SELECT SLEEP(3)')"));
+    m_script->eval(QStringLiteral("db.query_thread(keep('sleep'), 'SELECT SLEEP(6)')"));
     QVERIFY(m_script->waitFor(
         QStringLiteral("rows(db.query(\"SELECT COUNT(*) FROM information_schema.processlist "
-                       "WHERE info = 'SELECT SLEEP(3)'\")) === 'number:1'")));
+                       "WHERE info = 'SELECT SLEEP(6)'\")) === 'number:1'")));
     QElapsedTimer timer;
     timer.start();
     m_script->eval(QStringLiteral("db.stop_thread(100)"));
-    QVERIFY(timer.elapsed() < 2500);
+    QVERIFY(timer.elapsed() < 5500);
     QVERIFY(cancels || m_script->isTrue(QStringLiteral("db.isRunning")));
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1 && !db.isRunning")));
     QCOMPARE(m_script->isTrue(QStringLiteral("/^cancelled/.test(delivered[0].error)")), cancels);

@@ -645,15 +645,15 @@ void TestServerPostgres::stoppingTheThreadDoesNotInterruptTheStatement()
     const bool cancels = driverLayerInUse();
     QCOMPARE(m_script->isTrue(QStringLiteral("db.hasFeature().CancelQuery")), cancels);
     QVERIFY(open(QStringLiteral("other")));
-    m_script->eval(QStringLiteral("db.query_thread(keep('sleep'), 'SELECT pg_sleep(3)'); "
+    m_script->eval(QStringLiteral("db.query_thread(keep('sleep'), 'SELECT pg_sleep(6)'); "
                                   "db.query_thread(keep('queued'), 'SELECT 1')"));
     QVERIFY(m_script->waitFor(
         QStringLiteral("rows(other.query(\"SELECT count(*) FROM pg_stat_activity WHERE query = "
-                       "'SELECT pg_sleep(3)' AND state = 'active'\")) === 'number:1'")));
+                       "'SELECT pg_sleep(6)' AND state = 'active'\")) === 'number:1'")));
     QElapsedTimer timer;
     timer.start();
     m_script->eval(QStringLiteral("db.stop_thread(%1)").arg(cancels ? 2000 : 50));
-    QVERIFY(timer.elapsed() < 2500);
+    QVERIFY(timer.elapsed() < 5500);
     QCOMPARE(m_script->isTrue(QStringLiteral("db.isRunning")), !cancels);
     QVERIFY(m_script->isTrue(QStringLiteral("db.close()"))); // waits for it
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 2")));

@@ -186,6 +186,9 @@ void TestStatementRules::transactionStepsAreRecognised_data()
     row("ABORT", Step::Rollback);
     row("ROLLBACK TO a", Step::None);
     row("ROLLBACK WORK TO SAVEPOINT a", Step::None);
+    row("ROLLBACK; SET x TO 1", Step::Rollback);
+    row(" ;; COMMIT", Step::Commit);
+    row(";", Step::None);
     row("SET autocommit=0", Step::AutocommitOff);
     row("SET @@autocommit = OFF", Step::AutocommitOff);
     row("SET SESSION autocommit = 1", Step::AutocommitOn);
