@@ -71,8 +71,7 @@ VEXT_sqlThr::~VEXT_sqlThr()
         wait(CancelAgainMs);
     }
     wait();
-    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
-    // Whatever was not delivered, because no event loop is left to do it, is freed here.
+    // What was not delivered, and the calls that were to do it, go with the worker.
     m_listSqlTasks.clear();
     qDeleteAll(m_accepted);
     m_accepted.clear();

@@ -17,6 +17,7 @@ class WorkerLife : public WorkerTest
 private slots:
     void onlyTheOwnerBecomesTheScriptValue();
     void deletionWaitsForALongStatement();
+    void deletionCancelsBeforeTheEventLoopComesRound();
     void deletionFreesTheTasksWithoutDelivery();
     void engineMayGoFirst();
     void tasksThatEndAfterTheEngineAreFreed();
@@ -56,6 +57,15 @@ void WorkerLife::deletionWaitsForALongStatement()
     QCOMPARE(m_server->executed(thr), QStringList(QStringLiteral("long")));
     drainEvents();
     QCOMPARE(m_script->delivered(), QStringList());
+}
+
+void WorkerLife::deletionCancelsBeforeTheEventLoopComesRound()
+{
+    m_server->setFeature(QSqlDriver::CancelQuery);
+    VEXT_SQL *db = m_script->connection();
+    occupyWorker();
+    delete db;
+    QVERIFY2(m_server->waitForCall(StubCall::Cancel), qPrintable(m_server->record()));
 }
 
 void WorkerLife::deletionFreesTheTasksWithoutDelivery()

@@ -1,5 +1,6 @@
 /// @file
 /// Single steps of the worker, seen from inside: how it leaves, hands tasks over and reads queries.
+#include "library_life.h"
 #include "own_meta_types.h"
 #include "thread_fixture.h"
 
@@ -32,6 +33,7 @@ private slots:
     void errorOfTheLastRollbackIsTheLastError();
     void statementBehindACancelledOneIsCancelledToo();
     void deletionCancelsAStatementThatBeginsLate();
+    void messageOfADeletionMayEndAllWorkers();
     void taskIsDeliveredThoughQtForgotItsType();
     void positionedQueryIsReadFromItsFirstRow_data();
     void positionedQueryIsReadFromItsFirstRow();
@@ -144,6 +146,31 @@ void WorkerSteps::deletionCancelsAStatementThatBeginsLate()
     drainEvents();
     QVERIFY2(timer.elapsed() < scaledMs(promptMs), qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(m_server->executed(thr), QStringList(QStringLiteral("lasting")));
+}
+
+/// The host ends the application, say, when it is told that the thread does not stop.
+void WorkerSteps::messageOfADeletionMayEndAllWorkers()
+{
+    constexpr int heldMs = 2500; // longer than the deletion's first wait
+    m_server->setCancelIgnored(true);
+    m_server->onExact(QStringLiteral("lasting"), StubReply::affected(1).withDelay(heldMs));
+    m_db->setTraceLog(true);
+    QVERIFY(m_script->queue(QStringLiteral("lasting")));
+    QVERIFY(m_server->waitForCall(StubCall::Exec, QStringLiteral("lasting")));
+    int told = 0;
+    int destroyed = 0;
+    connect(m_db->worker, &QObject::destroyed, this, [&] { ++destroyed; });
+    connect(m_db->worker, &VEXT_sqlThr::s_msg, this,
+            [&](const char *, int, const char *function) {
+                if (qstrcmp(function, "stop_thread") != 0)
+                    return;
+                ++told;
+                LibraryLife::releaseWorkers(true);
+            });
+    m_script.reset();
+    drainEvents();
+    QCOMPARE(told, 1);
+    QCOMPARE(destroyed, 1);
 }
 
 void WorkerSteps::taskIsDeliveredThoughQtForgotItsType()

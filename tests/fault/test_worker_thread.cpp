@@ -80,6 +80,7 @@ private slots:
     void stoppedThreadStartsAgainWithTheNextTask();
     void taskQueuedWhileTheThreadLeavesIsCompleted();
     void taskQueuedDuringTheIdleEndIsRun();
+    void stopFailsTheTasksThatWaitForTheNextStart();
     void wakeUpWithoutATaskEndsTheThreadAndLosesNothing();
 
     // Waits and idleness.
@@ -487,6 +488,28 @@ void WorkerThread::taskQueuedDuringTheIdleEndIsRun()
     QCOMPARE(m_server->count(StubCall::Open, thr), 2);
 }
 
+/// The thread has ended by itself, and the event that starts it again has not been handled yet.
+void WorkerThread::stopFailsTheTasksThatWaitForTheNextStart()
+{
+    VEXT_SQL *db = m_script->connection();
+    const ThreadGatePtr gate = ThreadGate::create();
+    m_gates.append(gate);
+    db->worker->m_timeNotUse = 1;
+    m_server->effect(StubCall::Rollback, StubEffect::held(gate), StubWhere::connection(thr));
+    db->start_thread();
+    db->transaction();
+    QVERIFY2(gate->waitReached(), qPrintable(m_server->record()));
+    QVERIFY(m_script->queue(QStringLiteral("late")));
+    gate->release();
+    QVERIFY(db->worker->wait());
+    db->stop_thread(0);
+    QVERIFY(m_script->waitDelivered(1));
+    QCOMPARE(m_script->json(QStringLiteral("outcomes.late.result")), QStringLiteral("false"));
+    drainEvents();
+    QVERIFY(!db->isRunning());
+    QCOMPARE(m_server->executed(thr), QStringList());
+}
+
 void WorkerThread::wakeUpWithoutATaskEndsTheThreadAndLosesNothing()
 {
     VEXT_SQL *db = m_script->connection();
@@ -599,6 +622,7 @@ void WorkerThread::taskAfterTheIdleEndOpensTheThreadConnectionAgain()
     QVERIFY(m_script->waitDelivered(2));
     QCOMPARE(m_server->count(StubCall::Open, thr), 2);
     QCOMPARE(m_server->executed(thr), QStringList({QStringLiteral("one"), QStringLiteral("two")}));
+    QCOMPARE(db->worker->m_thrSqlFinish.loadAcquire(), 1); // since the second start
 }
 
 void WorkerThread::everyTakenTaskRestartsTheIdleTime()

@@ -46,6 +46,13 @@ QScriptValue endWorkers(QScriptContext *context, QScriptEngine *)
     return QScriptValue();
 }
 
+/// Behind an inner function of the worker, while an outer one is still on the stack.
+QScriptValue lookForWorker(QScriptContext *, QScriptEngine *)
+{
+    s_aliveOnTheStack = s_aliveOnTheStack && !s_worker.isNull();
+    return QScriptValue();
+}
+
 } // namespace
 
 class TestEnds : public QObject
@@ -98,6 +105,7 @@ void TestEnds::init()
     define("count", countCall);
     define("note", noteMade);
     define("endWorkers", endWorkers);
+    define("lookForWorker", lookForWorker);
     // Qt Script takes the bare name for the form without arguments, which is never sent.
     h().eval("var gone = 'destroyed(QObject*)'; function make() { var db = new VEXT_SQL(); "
              "db.driverName = 'STUB'; return db }"
@@ -230,6 +238,9 @@ void TestEnds::workerEndsWhenItsFunctionReturns_data()
         row("close", "db.closed.connect(function() { endWorkers(db) }); db.open(); db.close()");
         row("query", "db.open(); db.query_finish.connect(function() { endWorkers(db) });"
                      "db.query('x')");
+        row("close in open", "db.closed.connect(function() { endWorkers(db) });"
+                             "db.opened.connect(function() { db.close(); lookForWorker() });"
+                             "db.open()");
     }
 }
 

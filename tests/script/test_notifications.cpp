@@ -1,5 +1,6 @@
 // Database notifications: subscriptions, their renewal, their relay to scripts.
 #include "frame_host.h"
+#include "library_life.h"
 #include "message_log.h"
 #include "recording_driver.h"
 
@@ -61,6 +62,7 @@ private slots:
     void handlerMayQuery();
     void handlerMayThrow();
     void handlerMayDeleteTheConnection();
+    void handlerMayCloseBeforeTheWorkerEndsAtOnce();
     void handlerMayStartNestedNotifications();
 
 private:
@@ -492,6 +494,16 @@ void TestNotifications::handlerMayDeleteTheConnection()
     drainEvents();
     QVERIFY(VEXT_SQL::m_listSqlConns.isEmpty());
     QCOMPARE(m_stub->liveDrivers(), 0);
+}
+
+void TestNotifications::handlerMayCloseBeforeTheWorkerEndsAtOnce()
+{
+    h().eval("db.event.connect(function() { db.close() }); db.open(); db.add_event('a')");
+    notify("a");
+    QCOMPARE(m_stub->openDrivers(), 1); // until the event loop comes round, which it never does
+    LibraryLife::releaseWorkers(true);
+    QCOMPARE(m_stub->liveDrivers(), 0);
+    QCOMPARE(QSqlDatabase::connectionNames(), QStringList());
 }
 
 void TestNotifications::handlerMayStartNestedNotifications()
