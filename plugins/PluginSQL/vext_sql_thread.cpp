@@ -71,7 +71,8 @@ VEXT_sqlThr::~VEXT_sqlThr()
         wait(CancelAgainMs);
     }
     wait();
-    // What was not delivered, and the calls that were to do it, go with the worker.
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+    // Whatever was not delivered, because no event loop is left to do it, is freed here.
     m_listSqlTasks.clear();
     qDeleteAll(m_accepted);
     m_accepted.clear();

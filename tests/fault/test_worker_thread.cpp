@@ -80,7 +80,10 @@ private slots:
     void stoppedThreadStartsAgainWithTheNextTask();
     void taskQueuedWhileTheThreadLeavesIsCompleted();
     void taskQueuedDuringTheIdleEndIsRun();
+    void stopDuringTheIdleEndFailsTheTasks();
     void stopFailsTheTasksThatWaitForTheNextStart();
+    void sleepingThreadIsWoken_data();
+    void sleepingThreadIsWoken();
     void wakeUpWithoutATaskEndsTheThreadAndLosesNothing();
 
     // Waits and idleness.
@@ -486,6 +489,51 @@ void WorkerThread::taskQueuedDuringTheIdleEndIsRun()
     QCOMPARE(m_server->executed(thr),
              QStringList({QStringLiteral("late"), QStringLiteral("later")}));
     QCOMPARE(m_server->count(StubCall::Open, thr), 2);
+}
+
+void WorkerThread::stopDuringTheIdleEndFailsTheTasks()
+{
+    VEXT_SQL *db = m_script->connection();
+    const ThreadGatePtr gate = ThreadGate::create();
+    m_gates.append(gate);
+    db->worker->m_timeNotUse = 1;
+    m_server->effect(StubCall::Rollback, StubEffect::held(gate), StubWhere::connection(thr));
+    db->start_thread();
+    db->transaction();
+    QVERIFY2(gate->waitReached(), qPrintable(m_server->record()));
+    QVERIFY(m_script->queue(QStringLiteral("late")));
+    db->stop_thread(0);
+    QVERIFY(db->isRunning());
+    QVERIFY(m_script->waitDelivered(1));
+    QCOMPARE(m_script->json(QStringLiteral("outcomes.late.result")), QStringLiteral("false"));
+    gate->release();
+    QVERIFY(waitStopped(db));
+    QCOMPARE(m_server->executed(thr), QStringList());
+}
+
+void WorkerThread::sleepingThreadIsWoken_data()
+{
+    QTest::addColumn<bool>("stops");
+    QTest::newRow("task") << false;
+    QTest::newRow("stop") << true;
+}
+
+/// A thread that nobody wakes sleeps for a third of a second.
+void WorkerThread::sleepingThreadIsWoken()
+{
+    QFETCH(bool, stops);
+    constexpr int rounds = 40;
+    constexpr int sleepMs = 333;
+    VEXT_SQL *db = m_script->connection();
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 1; i <= rounds; ++i) {
+        QVERIFY(m_script->queue(QStringLiteral("one")));
+        QVERIFY(m_script->waitDelivered(i));
+        if (stops)
+            db->stop_thread(60000);
+    }
+    QVERIFY2(timer.elapsed() < rounds * sleepMs / 2, qPrintable(QString::number(timer.elapsed())));
 }
 
 /// The thread has ended by itself, and the event that starts it again has not been handled yet.
