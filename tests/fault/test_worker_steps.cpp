@@ -4,15 +4,11 @@
 #include "thread_fixture.h"
 
 #include <QElapsedTimer>
-#include <QMetaMethod>
 #include <QSqlDatabase>
 #include <QtTest>
 
 #include <algorithm>
-#include <atomic>
 #include <memory>
-
-#include <dlfcn.h>
 
 namespace
 {
@@ -22,33 +18,7 @@ constexpr int longMs = 120000;
 constexpr int promptMs = 10000;
 const QVector<StubReply::Column> oneColumn{{QStringLiteral("id"), QVariant::Int}};
 
-std::atomic<bool> s_invokeFails{false};
-std::atomic<int> s_failedInvokes{0};
-
 } // namespace
-
-#ifndef __SANITIZE_THREAD__
-/// Stands in front of Qt's, to fail where a test wants it to: Qt itself fails for a type that it does
-/// not know, which nobody can bring about for one whose registration moc has written.
-bool QMetaMethod::invoke(QObject *object, Qt::ConnectionType type, QGenericReturnArgument result,
-                         QGenericArgument v0, QGenericArgument v1, QGenericArgument v2,
-                         QGenericArgument v3, QGenericArgument v4, QGenericArgument v5,
-                         QGenericArgument v6, QGenericArgument v7, QGenericArgument v8,
-                         QGenericArgument v9) const
-{
-    using A = QGenericArgument;
-    using Function = bool(const QMetaMethod *, QObject *, Qt::ConnectionType,
-                          QGenericReturnArgument, A, A, A, A, A, A, A, A, A, A);
-    static auto *original = reinterpret_cast<Function *>(
-        dlsym(RTLD_NEXT, "_ZNK11QMetaMethod6invokeEP7QObjectN2Qt14ConnectionTypeE"
-                         "22QGenericReturnArgument16QGenericArgumentS5_S5_S5_S5_S5_S5_S5_S5_S5_"));
-    if (s_invokeFails) {
-        ++s_failedInvokes;
-        return false;
-    }
-    return original(this, object, type, result, v0, v1, v2, v3, v4, v5, v6, v7, v8, v9);
-}
-#endif
 
 class WorkerSteps : public QObject
 {
@@ -63,7 +33,6 @@ private slots:
     void statementBehindACancelledOneIsCancelledToo();
     void deletionCancelsAStatementThatBeginsLate();
     void messageOfADeletionMayEndAllWorkers();
-    void taskIsDeliveredThoughItsHandOverFails();
     void positionedQueryIsReadFromItsFirstRow_data();
     void positionedQueryIsReadFromItsFirstRow();
 
@@ -200,21 +169,6 @@ void WorkerSteps::messageOfADeletionMayEndAllWorkers()
     drainEvents();
     QCOMPARE(told, 1);
     QCOMPARE(destroyed, 1);
-}
-
-void WorkerSteps::taskIsDeliveredThoughItsHandOverFails()
-{
-#ifdef __SANITIZE_THREAD__
-    QSKIP("ThreadSanitizer's own hook stands where invoking would fail");
-#endif
-    s_failedInvokes = 0;
-    s_invokeFails = true;
-    QVERIFY(m_script->queue(QStringLiteral("one")));
-    const bool delivered = m_script->waitDelivered(1);
-    s_invokeFails = false;
-    QVERIFY(delivered);
-    QCOMPARE(s_failedInvokes.load(), 1);
-    QCOMPARE(m_script->eval(QStringLiteral("outcomes.one.count")).toInt32(), 1);
 }
 
 void WorkerSteps::positionedQueryIsReadFromItsFirstRow_data()
