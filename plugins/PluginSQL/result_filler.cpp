@@ -82,11 +82,6 @@ QString bodyFor(const ResultShape &shape)
            QStringLiteral("return true;");
 }
 
-QScriptValue listOrNothing(QScriptEngine *engine, const QVariantList &list, bool isNeeded)
-{
-    return isNeeded ? engine->toScriptValue(list) : QScriptValue();
-}
-
 } // namespace
 
 /// Makes the function when the names have come often enough.
@@ -110,7 +105,7 @@ bool ResultFiller::isReady(QScriptValue &function, const ResultShape &shape)
             return false;
         const QScriptValue made = function.call(
             QScriptValue(),
-            {QScriptValue(engine, QStringLiteral("o,index,nulls,affected,id,sql,rows,types,"
+            {QScriptValue(engine, QStringLiteral("o,index,affected,id,sql,rows,nulls,types,"
                                                  "typeNames")),
              QScriptValue(engine, bodyFor(shape))});
         m_typeIds = shape.typeIds();
@@ -128,12 +123,18 @@ bool ResultFiller::fill(QScriptValue function, const QScriptValue &target, const
     const ScriptGuard guard(engine);
     if (!isReady(function, shape))
         return false;
+    QScriptValueList args{target,
+                          values.index,
+                          QScriptValue(engine, values.numRowsAffected),
+                          values.lastInsertId,
+                          values.executedQuery,
+                          QScriptValue(engine, values.rows)};
+    // What is not given is made by the function.
     const bool hasOtherTypes = shape.typeIds() != m_typeIds;
-    const QScriptValue done = m_function.call(
-        QScriptValue(),
-        {target, values.index, values.nulls, QScriptValue(engine, values.numRowsAffected),
-         values.lastInsertId, values.executedQuery, QScriptValue(engine, values.rows),
-         listOrNothing(engine, shape.types(), hasOtherTypes),
-         hasOtherTypes ? engine->toScriptValue(shape.typeNames()) : QScriptValue()});
+    if (values.nulls.isValid() || hasOtherTypes)
+        args << values.nulls;
+    if (hasOtherTypes)
+        args << engine->toScriptValue(shape.types()) << engine->toScriptValue(shape.typeNames());
+    const QScriptValue done = m_function.call(QScriptValue(), args);
     return done.isBool() && done.toBool();
 }

@@ -97,8 +97,10 @@ QScriptValue ShortColumns::values(QScriptEngine *engine, const structSqlResult &
     const QScriptValue result = engine->toScriptValue(m_columns);
     // A long text is not kept until the next result comes.
     for (int c = 0; c < columns; ++c) {
-        if (record.fields.at(c).values.storage() == ColumnValues::Storage::Text)
-            listIn(m_columns[c]).clear();
+        if (record.fields.at(c).values.storage() != ColumnValues::Storage::Text)
+            continue;
+        for (QVariant &cell : listIn(m_columns[c]))
+            cell = 0;
     }
     return result;
 }
