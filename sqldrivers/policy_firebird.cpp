@@ -1,5 +1,7 @@
 #include "policy_firebird.h"
 
+#include "firebird_columns.h"
+
 #include <QCoreApplication>
 #include <QEvent>
 #include <QSqlField>
@@ -117,6 +119,14 @@ public:
         m_isFresh = true;
     }
 
+    bool prepare() override
+    {
+        if (!DriverStatement::prepare())
+            return false;
+        m_policy->prepared(result());
+        return true;
+    }
+
     bool execute(const QVector<BoundValue> &values) override
     {
         if (std::exchange(m_isFresh, false) && !prepare())
@@ -202,8 +212,8 @@ bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Can
                             QSqlError *error)
 {
     Q_UNUSED(gate)
-    Q_UNUSED(layer)
     Q_UNUSED(error)
+    m_wantsExactNumbers = layer.exactNumbers;
     m_client.resolve();
     m_connection = nativeHandle<FirebirdClient::Handle>();
     m_line = std::make_unique<FirebirdLine>(m_client, m_connection, m_address);
@@ -232,6 +242,22 @@ void FirebirdPolicy::beginPlain(const QString &text)
 {
     if (returnsNothing(StatementPlan::of(SqlDialect::Firebird, text)))
         beginOwn();
+}
+
+bool FirebirdPolicy::runPlain(StockResult &rows, const QString &text)
+{
+    if (!m_wantsExactNumbers)
+        return rows.reset(text);
+    if (!rows.prepare(text))
+        return false;
+    prepared(rows);
+    return rows.exec();
+}
+
+void FirebirdPolicy::prepared(StockResult &rows)
+{
+    if (m_wantsExactNumbers)
+        FirebirdColumns::askForDecimalsAsTexts(rows, m_connection);
 }
 
 bool FirebirdPolicy::beginOwn()

@@ -37,6 +37,7 @@ public:
     std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;
     QSqlError refusal(const QString &text) override;
     void beginPlain(const QString &text) override;
+    bool runPlain(StockResult &rows, const QString &text) override;
     QSqlError complete(bool good) override;
     bool reusesResults() const override { return false; }
     void finished(const QString &text, bool good) override;
@@ -44,6 +45,9 @@ public:
 
     bool cancelsCommands() const override { return false; }
     QSqlError refusal(Command command) override;
+
+    /// To be called for a prepared statement before it is executed.
+    void prepared(StockResult &rows);
 
     /// Begins a transaction for one statement without rows, unless there is one.
     /// @return whether there was none
@@ -73,6 +77,7 @@ private:
     QMutex m_mutex;
     std::unique_ptr<FirebirdLine::Watch> m_request; ///< m_mutex; since the statement is cancelled
     bool m_isUtf8 = false;
+    bool m_wantsExactNumbers = false;
     Command m_command = Command::Rollback; ///< the last one that was begun
     bool m_inTransaction = false;          ///< the user's
     bool m_ownTransaction = false;

@@ -17,6 +17,7 @@
 class StockResult
 {
     struct Door : public QSqlResult {
+        static constexpr QSqlResultPrivate *QSqlResult::*privateData() { return &Door::d_ptr; }
         using QSqlResult::at;
         using QSqlResult::boundValues;
         using QSqlResult::data;
@@ -106,6 +107,8 @@ public:
     {
         call(&Door::setNumericalPrecisionPolicy, policy);
     }
+    /// What Qt keeps for the result.
+    QSqlResultPrivate *privateData() const { return m_result.get()->*Door::privateData(); }
     /// The result reports an error that the stock driver did not make.
     void fail(const QSqlError &error) { call(&Door::setLastError, error); }
     void detach() { call(&Door::detachFromResultSet); }

@@ -5,6 +5,7 @@ foreach(name sql_scanner statement_plan)
             ${CMAKE_SOURCE_DIR}/sqldrivers/sql_scanner.cpp
             ${CMAKE_SOURCE_DIR}/sqldrivers/statement_head.cpp
             ${CMAKE_SOURCE_DIR}/sqldrivers/statement_plan.cpp
+    LIBS vext_test_support
     LABELS unit drivers)
   target_include_directories(test_${name} PRIVATE ${CMAKE_SOURCE_DIR}/sqldrivers)
 endforeach()
