@@ -76,6 +76,10 @@ var vext = (function (scope) {
         [/^Table '.*' doesn't exist/i, "statement", "1146"],
         [/database (table |schema )?is locked/i, "conflict", "5"],
         [/UNIQUE constraint failed/i, "duplicate", "19"],
+        [/violation of PRIMARY or UNIQUE KEY constraint/i, "duplicate", "335544665"], // Firebird
+        [/duplicate key value violates unique constraint/i, "duplicate", "23505"],    // through ODBC
+        [/could not serialize access/i, "conflict", "40001"],
+        [/lock conflict on no wait|lock time-?out on wait/i, "conflict", ""],
         [/deadlock|update conflicts with concurrent update/i, "conflict", ""]
     ];
 
@@ -1468,6 +1472,8 @@ var vext = (function (scope) {
             connectOptions: "connect_timeout=2",
             ready: "SELECT CASE WHEN pg_is_in_recovery() THEN 'replica' ELSE 'primary' END AS state, " +
                 "md5(random()::text || clock_timestamp()::text || pg_backend_pid()::text) AS word",
+            // The words of a server that ends when its sessions have gone; their code is not told here.
+            leaving: /shutting down/,
             init: [],
             interval: function (seconds) {
                 return "now() - interval '" + seconds + " seconds'";
@@ -1502,6 +1508,7 @@ var vext = (function (scope) {
         this.marks = option(settings, "marks", "vext_marks");
         this.pingMs = option(settings, "pingMs", 1000);
         this.silenceMs = option(settings, "silenceMs", 3000);
+        this.renewMs = option(settings, "renewMs", 5000);
         this.nodes = [];
         for (var i = 0; i < settings.nodes.length; i++) {
             this.nodes.push(this.nodeOf(settings.nodes[i]));
@@ -1530,8 +1537,8 @@ var vext = (function (scope) {
             parameters.connectOptions += ";" + this.kind.connectOptions;
         }
         parameters.name = own.name || own.hostName + ":" + own.port;
-        return { name: parameters.name, parameters: parameters, pool: null, watch: null, failedAt: 0,
-            state: "" };
+        return { name: parameters.name, parameters: parameters, pool: null, watch: null, freshAt: 0,
+            failedAt: 0, state: "" };
     };
 
     // Calls back with the node's state, "primary" or "replica", or with an error; at the latest
@@ -1559,8 +1566,10 @@ var vext = (function (scope) {
         }
 
         try {
-            node.watch = node.watch && !node.watch.dead && node.watch.db.isOpen ? node.watch :
-                openSession(node.parameters, node.name + " watch");
+            if (!node.watch || node.watch.dead || !node.watch.db.isOpen) {
+                node.freshAt = now();
+                node.watch = openSession(node.parameters, node.name + " watch");
+            }
         } catch (error) {
             var refused = error;
         }
@@ -1676,6 +1685,27 @@ var vext = (function (scope) {
         }
     };
 
+    // A PostgreSQL server that was told to end (SIGTERM) keeps the sessions that it has until they
+    // go by themselves, and answers them as ever; only a new one is told. Other reasons not to get one
+    // are none to leave the sessions that work. @return the error, null for a node that stays
+    Cluster.prototype.leavingError = function (node) {
+        var before = node.watch, fresh;
+        if (!this.kind.leaving || now() - node.freshAt < this.renewMs) {
+            return null;
+        }
+        node.freshAt = now();
+        try {
+            fresh = openSession(node.parameters, node.name + " watch");
+        } catch (error) {
+            return this.kind.leaving.test(error.message) ? error : null;
+        }
+        node.watch = fresh;
+        if (before) {
+            before.abandon(makeError("closed", node.name + " is watched by another connection"));
+        }
+        return null;
+    };
+
     // While somebody uses the node it is asked how it is: a server that stands still answers
     // nobody, and nothing else would tell.
     Cluster.prototype.watchOver = function (node) {
@@ -1688,6 +1718,12 @@ var vext = (function (scope) {
             later(cluster.pingMs, function () {
                 if (cluster.current !== node || cluster.users === 0) {
                     node.watched = false;
+                    return;
+                }
+                var leaving = cluster.leavingError(node);
+                if (leaving) {
+                    node.watched = false;
+                    cluster.lose(node, leaving);
                     return;
                 }
                 cluster.ask(node, function (error, state) {

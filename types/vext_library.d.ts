@@ -173,6 +173,7 @@ interface VextClusterSettings extends VextConnectionSettings, VextTransactionOpt
     pingMs?: number;
     /** A node that has not answered for so long is left; 3000. */
     silenceMs?: number;
+    renewMs?: number;
     onMove?: (from: string, to: string, why: string) => void;
 }
 

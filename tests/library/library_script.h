@@ -48,8 +48,10 @@ public:
 
     /// Starts those that are there.
     bool start(QString *error);
+    /// Which of them: those that the library has forms of its own for, or all that it works on.
+    enum class Systems { Known, All };
     /// A data row for each, with the columns "parameters" (an object literal) and "skip" (why not).
-    void addRows() const;
+    void addRows(Systems systems = Systems::Known) const;
     /// The started one of this name, null when it is not there.
     TestDatabase *find(const QString &name) const;
 

@@ -64,8 +64,12 @@ namespace
 /// `db`, open, with an empty table "t".
 const char Prepared[] = R"js(
     var settings = %1, db = open(settings);
-    must(db, "DROP TABLE IF EXISTS t");
-    must(db, "CREATE TABLE t (id INTEGER PRIMARY KEY, n INTEGER)");
+    if (settings.driverName === "QIBASE") {
+        must(db, "RECREATE TABLE t (id INTEGER NOT NULL PRIMARY KEY, n INTEGER)");
+    } else {
+        must(db, "DROP TABLE IF EXISTS t");
+        must(db, "CREATE TABLE t (id INTEGER PRIMARY KEY, n INTEGER)");
+    }
     function ids() {
         return vext.rows(must(db, "SELECT id FROM t ORDER BY id"), true).map(function (row) { return row.id; });
     }
@@ -86,7 +90,7 @@ void TestLibraryTransaction::initTestCase()
 
 void TestLibraryTransaction::workIsCommitted_data()
 {
-    m_databases.addRows();
+    m_databases.addRows(LibraryDatabases::Systems::All);
 }
 
 void TestLibraryTransaction::workIsCommitted()
@@ -110,7 +114,7 @@ void TestLibraryTransaction::workIsCommitted()
 
 void TestLibraryTransaction::errorOfFinishRollsBack_data()
 {
-    m_databases.addRows();
+    m_databases.addRows(LibraryDatabases::Systems::All);
 }
 
 void TestLibraryTransaction::errorOfFinishRollsBack()
@@ -129,7 +133,7 @@ void TestLibraryTransaction::errorOfFinishRollsBack()
 
 void TestLibraryTransaction::failedStatementEndsTheTransaction_data()
 {
-    m_databases.addRows();
+    m_databases.addRows(LibraryDatabases::Systems::All);
 }
 
 void TestLibraryTransaction::failedStatementEndsTheTransaction()
@@ -157,7 +161,7 @@ void TestLibraryTransaction::failedStatementEndsTheTransaction()
 
 void TestLibraryTransaction::exceptionRollsBack_data()
 {
-    m_databases.addRows();
+    m_databases.addRows(LibraryDatabases::Systems::All);
 }
 
 void TestLibraryTransaction::exceptionRollsBack()
