@@ -1,9 +1,11 @@
 #include "library_life.h"
 
 #include "connection_names.h"
+#include "debug_line.h"
 #include "own_meta_types.h"
 #include "plugin_sql.h"
 #include "script_tag.h"
+#include "sql_secrets.h"
 #include "vext_sql.h"
 #include "vext_sql_thread.h"
 
@@ -48,6 +50,15 @@ void releaseWorkersOfApplication()
     LibraryLife::releaseWorkers(false);
 }
 
+/// What the last workers use to trace their end is made before the object that waits for them, and
+/// so goes after it.
+void makeWhatWorkersNeed()
+{
+    DebugLine::cleanFunctionName(QString(), false);
+    SqlSecrets::maskedConnection(QString());
+    SqlSecrets::maskedStatement(QStringLiteral("password"));
+}
+
 /// Makes the plugin object when the library is loaded, possibly before any application object
 /// exists, and leaves nothing behind that could call into the library when it is unloaded.
 class Life
@@ -56,6 +67,7 @@ public:
     Life()
     {
         keepQtSql();
+        makeWhatWorkersNeed();
         // Qt's registry of connections must outlive ours at the end of the process.
         QSqlDatabase::connectionNames();
         qAddPostRoutine(releaseWorkersOfApplication);

@@ -14,9 +14,9 @@ const QLatin1String ErrorMarker("~~~~");
 
 QString baseName(const char *module)
 {
-    static const QRegularExpression separator(QStringLiteral("[/\\\\]"));
     const QString path = QString::fromUtf8(module);
-    return path.mid(path.lastIndexOf(separator) + 1);
+    const int slash = path.lastIndexOf(QLatin1Char('/'));
+    return path.mid(qMax(slash, path.lastIndexOf(QLatin1Char('\\'))) + 1);
 }
 
 /// Streams the header without quotes and leaves the stream as a fresh one is, so that what the
