@@ -7,12 +7,8 @@
 
 #include <algorithm>
 
-namespace
-{
-
-/// Script strings of a column in which few texts come again and again: made once and shared, which
-/// is quicker and takes a fraction of the memory. On other columns looking texts up costs more than
-/// it saves, so the cache watches its hits and gives up.
+/// Shared strings are quicker and take a fraction of the memory. On columns of many texts looking
+/// them up costs more than it saves, so the cache watches its hits and gives up.
 class StringCache
 {
 public:
@@ -49,61 +45,95 @@ private:
     bool m_pays = true;
 };
 
-} // namespace
+struct ColumnArray::Slice {
+    const Context &context;
+    ColumnValues &values;
+    const ConversionTime &time;
+    QScriptValue null; ///< what a null of these values reads as; invalid: its element is left out
+};
 
-ColumnArray::ColumnArray(const Context &context, ColumnValues &values)
-    : m_context(context)
-    , m_engine(context.engine)
-    , m_values(values)
-    , m_rows(values.size())
+ColumnArray::ColumnArray() = default;
+ColumnArray::ColumnArray(ColumnArray &&) noexcept = default;
+ColumnArray::~ColumnArray() = default;
+
+QScriptValue ColumnArray::array(QScriptEngine *engine) const
 {
+    return m_array.isValid() ? m_array : engine->newArray();
 }
 
-QScriptValue ColumnArray::make()
+QScriptValue ColumnArray::make(const Context &context, ColumnValues &values)
 {
-    // Every null of a column that is stored plainly has the same type.
-    const int type = m_values.nullType();
-    m_null = ScriptCell::toScript(m_engine, type ? QVariant(QVariant::Type(type)) : QVariant(),
-                                  m_context.enableNull);
-    if (!m_null.isValid() && m_values.hasNulls()) {
-        // Elements are left out: only setting one by one does that.
-        takeVariants();
-        m_values.clear();
-        return m_array;
-    }
-    switch (m_values.storage()) {
+    m_caches = values.size() >= TrialRows;
+    convert(context, values, ConversionTime());
+    return array(context.engine);
+}
+
+bool ColumnArray::convert(const Context &context, ColumnValues &values, const ConversionTime &time,
+                          std::vector<Nulls> *mixedNulls)
+{
+    // Every null of values that are stored plainly has the same type.
+    const int type = values.nullType();
+    const Slice slice{context, values, time,
+                      ScriptCell::toScript(context.engine,
+                                           type ? QVariant(QVariant::Type(type)) : QVariant(),
+                                           context.enableNull)};
+    switch (values.storage()) {
     case ColumnValues::Storage::Int:
-        takeNumbers([this](int row) { return m_values.intAt(row); });
+        takeNumbers(slice, [&values](int row) { return values.intAt(row); });
         break;
     case ColumnValues::Storage::LongLong:
-        takeNumbers([this](int row) { return double(m_values.longLongAt(row)); });
+        takeNumbers(slice, [&values](int row) { return double(values.longLongAt(row)); });
         break;
     case ColumnValues::Storage::Double:
-        takeNumbers([this](int row) { return m_values.doubleAt(row); });
+        takeNumbers(slice, [&values](int row) { return values.doubleAt(row); });
         break;
     case ColumnValues::Storage::Text:
-        takeTexts();
+        takeTexts(slice);
         break;
     case ColumnValues::Storage::Mixed:
-        takeVariants();
+        takeVariants(slice, mixedNulls);
         break;
     case ColumnValues::Storage::Empty:
-        takeNulls();
+        takeNulls(slice);
         break;
     }
-    m_values.clear();
-    return m_array;
+    if (m_taken < values.size())
+        return false;
+    m_taken = 0;
+    values.clear();
+    return true;
 }
 
-/// Takes the rows from `start` on by the chunk, in one list that is used again: assigning a cell to
-/// it allocates next to nothing. `takeCell` puts a row that is not null into its place.
-template <typename Cells, typename TakeCell>
-void ColumnArray::takeChunks(int start, TakeCell takeCell)
+void ColumnArray::appendRows(const Context &context, const QList<uint> &rows)
 {
-    Cells cells;
-    QVector<int> nulls;
-    for (int first = start; first < m_rows; first += ChunkRows) {
-        const int count = std::min(ChunkRows, m_rows - first);
+    if (rows.isEmpty())
+        return;
+    QVariantList list;
+    list.reserve(rows.size());
+    for (const uint row : rows)
+        list.append(row);
+    append(context, context.engine->toScriptValue(list), list.size());
+}
+
+void ColumnArray::showNulls(const Context &context, const Nulls &nulls)
+{
+    const QScriptValue value =
+        ScriptCell::toScript(context.engine, nulls.value, context.enableNull);
+    // One that is invalid takes the element out, as it is to be.
+    for (const uint row : nulls.rows)
+        m_array.setProperty(row, value);
+}
+
+/// Takes rows by the chunk. `countOf` says how many rows from one on make a chunk, `takeCell` puts
+/// a row that is not null into its place.
+template <typename Cells, typename CountOf, typename TakeCell>
+void ColumnArray::takeChunks(const Slice &slice, Cells &cells, CountOf countOf, TakeCell takeCell)
+{
+    ColumnValues &values = slice.values;
+    QVector<int> &nulls = slice.context.scratch->nulls;
+    while (m_taken < values.size()) {
+        const int first = m_taken;
+        const int count = countOf(first, std::min(ChunkRows, values.size() - first));
         cells.reserve(count);
         while (cells.size() < count)
             cells.append(typename Cells::value_type());
@@ -111,7 +141,7 @@ void ColumnArray::takeChunks(int start, TakeCell takeCell)
             cells.removeLast();
         nulls.clear();
         for (int i = 0; i < count; ++i) {
-            if (m_values.isNullAt(first + i)) {
+            if (values.isNullAt(first + i)) {
                 // Not the cell of the chunk before, whose text may be released by now.
                 cells[i] = typename Cells::value_type();
                 nulls.append(i);
@@ -119,87 +149,145 @@ void ColumnArray::takeChunks(int start, TakeCell takeCell)
                 takeCell(cells[i], first + i);
             }
         }
-        QScriptValue chunk = m_engine->toScriptValue(cells);
-        for (const int i : qAsConst(nulls))
-            chunk.setProperty(quint32(i), m_null);
-        append(chunk, first, count);
-        m_values.releaseBefore(first + count);
+        QScriptValue chunk = slice.context.engine->toScriptValue(cells);
+        if (slice.null.isValid()) {
+            for (const int i : qAsConst(nulls))
+                chunk.setProperty(quint32(i), slice.null);
+        }
+        append(slice.context, chunk, count);
+        if (!slice.null.isValid()) {
+            for (const int i : qAsConst(nulls))
+                m_array.setProperty(quint32(m_rows - count + i), QScriptValue());
+        }
+        m_taken += count;
+        values.releaseBefore(m_taken);
+        if (slice.time.isOver())
+            return;
     }
 }
 
 template <typename CellOf>
-void ColumnArray::takeNumbers(CellOf cellOf)
+void ColumnArray::takeNumbers(const Slice &slice, CellOf cellOf)
 {
-    takeChunks<QVariantList>(0, [&](QVariant &cell, int row) { cell = cellOf(row); });
-}
-
-void ColumnArray::takeTextChunks(int start)
-{
-    takeChunks<QStringList>(start,
-                            [this](QString &cell, int row) { m_values.textViewAt(row, cell); });
+    takeChunks(
+        slice, slice.context.scratch->numbers, [](int, int count) { return count; },
+        [&](QVariant &cell, int row) { cell = cellOf(row); });
 }
 
 /// A long column starts with the cache and goes on in chunks from where that does not pay.
-void ColumnArray::takeTexts()
+void ColumnArray::takeTexts(const Slice &slice)
 {
-    if (m_rows < TrialRows) {
-        takeTextChunks(0);
-        return;
-    }
-    m_array = m_engine->newArray();
-    StringCache cache(m_engine);
+    const ColumnValues &values = slice.values;
+    if (m_caches)
+        takeCachedTexts(slice);
+    if (m_caches)
+        return; // used up, or out of time
+    // Chunks of long texts have fewer rows.
+    const auto countOf = [&values](int first, int most) {
+        int count = 0;
+        for (int units = 0; count < most && units < ChunkUnits; ++count) {
+            if (!values.isNullAt(first + count))
+                units += int(values.textAt(first + count).size());
+        }
+        return count;
+    };
+    takeChunks(slice, slice.context.scratch->texts, countOf,
+               [&values](QString &cell, int row) { values.textViewAt(row, cell); });
+}
+
+void ColumnArray::takeCachedTexts(const Slice &slice)
+{
+    if (!m_cache)
+        m_cache = std::make_unique<StringCache>(slice.context.engine);
+    if (m_taken == 0 && !m_array.isValid())
+        m_array = slice.context.engine->newArray();
+    ColumnValues &values = slice.values;
     QString view;
-    int row = 0;
-    for (; row < m_rows && cache.pays(); ++row) {
-        release(row);
-        if (m_values.isNullAt(row)) {
-            m_array.setProperty(quint32(row), m_null);
+    for (; m_taken < values.size() && m_cache->pays(); ++m_taken, ++m_rows) {
+        if (m_taken % RowsBetweenLooks == 0 && m_taken > 0 && slice.time.isOver())
+            return;
+        if (m_taken % ColumnValues::BlockRows == 0)
+            values.releaseBefore(m_taken);
+        if (!values.isNullAt(m_taken)) {
+            values.textViewAt(m_taken, view);
+            m_array.setProperty(quint32(m_rows), m_cache->value(view));
         } else {
-            m_values.textViewAt(row, view);
-            m_array.setProperty(quint32(row), cache.value(view));
+            // Set before it is taken out again, so that the array is as long as its rows are many.
+            m_array.setProperty(quint32(m_rows), slice.null.isValid()
+                                                     ? slice.null
+                                                     : slice.context.engine->undefinedValue());
+            if (!slice.null.isValid())
+                m_array.setProperty(quint32(m_rows), QScriptValue());
         }
     }
-    takeTextChunks(row);
-}
-
-void ColumnArray::takeVariants()
-{
-    m_array = m_engine->newArray(uint(m_rows));
-    LocalClock clock;
-    for (int row = 0; row < m_rows; ++row) {
-        release(row);
-        const QScriptValue value =
-            ScriptCell::toScript(m_engine, m_values.at(row), m_context.enableNull, &clock);
-        if (value.isValid())
-            m_array.setProperty(quint32(row), value);
+    if (!m_cache->pays()) {
+        m_caches = false;
+        m_cache.reset();
     }
 }
 
-void ColumnArray::takeNulls()
+void ColumnArray::takeVariants(const Slice &slice, std::vector<Nulls> *nulls)
 {
-    m_array = m_engine->newArray(uint(m_rows));
-    for (int row = 0; row < m_rows; ++row)
-        m_array.setProperty(quint32(row), m_null);
+    ColumnValues &values = slice.values;
+    LocalClock clock;
+    extend(slice);
+    for (; m_taken < values.size(); ++m_taken, ++m_rows) {
+        if (m_taken % RowsBetweenLooks == 0 && m_taken > 0 && slice.time.isOver())
+            return;
+        if (m_taken % ColumnValues::BlockRows == 0)
+            values.releaseBefore(m_taken);
+        const QVariant &cell = values.variantAt(m_taken);
+        const QScriptValue value =
+            ScriptCell::toScript(slice.context.engine, cell, slice.context.enableNull, &clock);
+        if (value.isValid())
+            m_array.setProperty(quint32(m_rows), value);
+        if (nulls && cell.isNull()) {
+            if (nulls->empty() || nulls->back().value.userType() != cell.userType() ||
+                nulls->back().value != cell)
+                nulls->push_back({{}, cell});
+            nulls->back().rows.append(uint(m_rows));
+        }
+    }
+}
+
+void ColumnArray::takeNulls(const Slice &slice)
+{
+    extend(slice);
+    for (; m_taken < slice.values.size(); ++m_taken, ++m_rows) {
+        if (m_taken % RowsBetweenLooks == 0 && m_taken > 0 && slice.time.isOver())
+            return;
+        if (slice.null.isValid())
+            m_array.setProperty(quint32(m_rows), slice.null);
+    }
 }
 
 /// The first chunk is the array; the others are appended to it natively, or element by element
 /// where the push that was found does not do it.
-void ColumnArray::append(QScriptValue chunk, int first, int count)
+void ColumnArray::append(const Context &context, const QScriptValue &chunk, int count)
 {
-    if (first == 0) {
+    const int first = m_rows;
+    m_rows += count;
+    if (!m_array.isValid()) {
         m_array = chunk;
         return;
     }
-    QScriptValue push = m_context.push;
+    QScriptValue push = context.push;
     const QScriptValue length = push.call(m_array, chunk);
-    if (length.isNumber() && length.toInt32() == first + count)
+    if (length.isNumber() && length.toInt32() == m_rows)
         return;
     for (int i = 0; i < count; ++i)
         m_array.setProperty(quint32(first + i), chunk.property(quint32(i)));
 }
 
-void ColumnArray::release(int row)
+/// Makes the array as long as it will be after the slice, where elements are set one by one: some
+/// may be left out.
+void ColumnArray::extend(const Slice &slice)
 {
-    if (row % ColumnValues::BlockRows == 0)
-        m_values.releaseBefore(row);
+    if (m_taken > 0)
+        return;
+    const int rows = m_rows + slice.values.size();
+    if (m_array.isValid())
+        m_array.setProperty(QStringLiteral("length"), rows);
+    else
+        m_array = slice.context.engine->newArray(uint(rows));
 }

@@ -42,6 +42,12 @@ QString emptyText()
     return QString(QLatin1String(""));
 }
 
+/// The next block will hold about as much as the one before it, and a little more.
+size_t roomAfter(size_t used)
+{
+    return used * 17 / 16;
+}
+
 } // namespace
 
 ColumnValues::ColumnValues(const QVariantList &values)
@@ -68,6 +74,8 @@ void ColumnValues::swap(ColumnValues &other) noexcept
     std::swap(m_size, other.m_size);
     std::swap(m_nullType, other.m_nullType);
     std::swap(m_releasedBlocks, other.m_releasedBlocks);
+    std::swap(m_firstCells, other.m_firstCells);
+    std::swap(m_firstUnits, other.m_firstUnits);
     m_ints.swap(other.m_ints);
     m_longLongs.swap(other.m_longLongs);
     m_doubles.swap(other.m_doubles);
@@ -182,6 +190,23 @@ void ColumnValues::releaseBefore(int row)
         releaseBlock(m_releasedBlocks);
 }
 
+ColumnValues ColumnValues::takeAll()
+{
+    ColumnValues taken(std::move(*this));
+    m_firstCells = std::clamp(taken.m_size, FirstCapacity, BlockRows);
+    if (!taken.m_texts.empty())
+        m_firstUnits = roomAfter(taken.m_texts.back().used);
+    return taken;
+}
+
+size_t ColumnValues::textUnits() const
+{
+    size_t units = 0;
+    for (const TextBlock &block : m_texts)
+        units += block.used;
+    return units;
+}
+
 /// Whether a value of one of the plainly stored numbers is null, asked without a call into Qt.
 bool ColumnValues::isNull(const QVariant &value, int type)
 {
@@ -259,7 +284,7 @@ void ColumnValues::push(Blocks<T> &blocks, T &&value)
 {
     if (withinBlock(m_size) == 0) {
         blocks.emplace_back();
-        blocks.back().reserve(m_size == 0 ? FirstCapacity : BlockRows);
+        blocks.back().reserve(size_t(m_size == 0 ? m_firstCells : BlockRows));
     }
     blocks.back().push_back(std::forward<T>(value));
     ++m_size;
@@ -270,9 +295,8 @@ bool ColumnValues::pushText(const QChar *units, int length)
 {
     if (withinBlock(m_size) == 0) {
         TextBlock block;
-        block.ends.reserve(m_size == 0 ? FirstCapacity : BlockRows);
-        if (m_size > 0) // the next block will hold about as much as this one, and a little more
-            block.units.resize(size_t(m_texts.back().used) * 17 / 16);
+        block.ends.reserve(size_t(m_size == 0 ? m_firstCells : BlockRows));
+        block.units.resize(m_size == 0 ? m_firstUnits : roomAfter(m_texts.back().used));
         m_texts.push_back(std::move(block));
     }
     TextBlock &block = m_texts.back();

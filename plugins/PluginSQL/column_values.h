@@ -15,8 +15,9 @@
 #include <vector>
 
 /// A column's cells. For whoever reads it, a list of QVariant: size, at, iteration, append,
-/// comparison, made from and turned into a list. Inside, numbers and texts of a uniform column are kept as such in blocks of rows,
-/// at a few bytes a cell; the first value that does not fit turns the column into plain variants.
+/// comparison, made from and turned into a list. Inside, numbers and texts of a uniform column are
+/// kept as such in blocks of rows, at a few bytes a cell; the first value that does not fit turns
+/// the column into plain variants.
 /// Every cell comes back as it was put in: type id, null state and value.
 ///
 /// A copy is a full one: move or swap where the original is not needed any more. An object that was
@@ -125,6 +126,11 @@ public:
     /// Gives the memory of every whole block before `row` back. Cells before it are not read again.
     void releaseBefore(int row);
 
+    /// Moves all cells out. The object is empty then, with room for as many of the same kind.
+    ColumnValues takeAll();
+    /// UTF-16 units that the plainly stored texts take.
+    size_t textUnits() const;
+
 private:
     /// A UTF-16 unit that is not initialised by the vector that holds it.
     struct RawUnit {
@@ -177,6 +183,8 @@ private:
     int m_size = 0;
     int m_nullType = NoNulls;
     int m_releasedBlocks = 0;
+    int m_firstCells = FirstCapacity; ///< room that the first block begins with
+    size_t m_firstUnits = 0;          ///< the same for the units of texts; 0: as they come
     // One of these is in use, as m_storage says. Every block but the last has BlockRows cells, null
     // cells hold a zero or an empty text, released blocks are empty.
     Blocks<int> m_ints;

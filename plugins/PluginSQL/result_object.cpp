@@ -1,6 +1,7 @@
 #include "result_object.h"
 
 #include "column_array.h"
+#include "streamed_results.h"
 
 namespace
 {
@@ -66,21 +67,36 @@ void takeColumns(const ResultObject::Context &context, structSqlResult &record,
                  ResultFiller::Values &taken)
 {
     QScriptEngine *engine = context.engine;
+    taken.rows = record.fields.isEmpty() ? 0 : record.fields.constFirst().values.size();
     if (ShortColumns::fit(record, context.enableNull)) {
         ShortColumns &columns = context.names->shortColumns();
         taken.index = columns.values(engine, record, context.enableNull);
         taken.nulls = columns.nulls(engine, record);
         return;
     }
-    const ColumnArray::Context column{engine, context.push, context.enableNull};
+    ColumnArray::Scratch scratch;
+    const ColumnArray::Context column{engine, context.push, context.enableNull, &scratch};
     const int count = record.fields.size();
     taken.index = engine->newArray(uint(count));
     taken.nulls = engine->newArray(uint(count));
     for (int c = 0; c < count; ++c) {
         structSqlFieldResult &field = record.fields[c];
-        taken.index.setProperty(quint32(c), ColumnArray(column, field.values).make());
+        taken.index.setProperty(quint32(c), ColumnArray().make(column, field.values));
         taken.nulls.setProperty(quint32(c), nullsArray(engine, field.nulls));
         field.nulls.clear();
+    }
+}
+
+/// The same of columns that are converted already.
+void takeColumns(QScriptEngine *engine, const ResultColumns &columns, int count,
+                 ResultFiller::Values &taken)
+{
+    taken.rows = columns.rows();
+    taken.index = engine->newArray(uint(count));
+    taken.nulls = engine->newArray(uint(count));
+    for (int c = 0; c < count; ++c) {
+        taken.index.setProperty(quint32(c), columns.values(c, engine));
+        taken.nulls.setProperty(quint32(c), columns.nulls(c, engine));
     }
 }
 
@@ -136,21 +152,26 @@ QScriptValue ResultObject::newObjects(QScriptEngine *engine, int count)
     return array;
 }
 
-void ResultObject::fill(const Context &context, QScriptValue target, structSqlResult &record)
+void ResultObject::fill(const Context &context, QScriptValue target, structSqlResult &record,
+                        const ResultColumns *streamed)
 {
     QScriptEngine *engine = context.engine;
     context.names->make(engine);
-    const ResultShape &shape = context.names->shapeOf(engine, record, context.upperCaseNames);
     mark(context, target);
     const int count = record.fields.size();
     ResultFiller::Values values;
     values.fields = count;
-    values.rows = count > 0 ? record.fields.constFirst().values.size() : 0;
     values.numRowsAffected = record.numRowsAffected;
     values.lastInsertId = record.hasLastInsertId ? engine->toScriptValue(record.lastInsertId)
                                                  : QScriptValue(engine, QScriptValue::NullValue);
     values.executedQuery = QScriptValue(engine, record.executedQuery);
-    takeColumns(context, record, values);
+    if (streamed)
+        takeColumns(engine, *streamed, count, values);
+    else
+        takeColumns(context, record, values);
+    // Behind all conversions: code of the host may take part in them and let other results be
+    // filled.
+    const ResultShape &shape = context.names->shapeOf(engine, record, context.upperCaseNames);
     if (context.names->filler().fill(context.function, target, shape, values))
         return;
     OwnProperties own(engine, target);

@@ -13,6 +13,8 @@
 
 #include <array>
 
+class ResultColumns;
+
 namespace ResultObject
 {
 
@@ -70,6 +72,8 @@ QScriptValue newObjects(QScriptEngine *engine, int count);
 
 /// Fills `target` with the record's columns and figures, column by column. The values of a column
 /// are given up as they are converted; the record is spent afterwards.
-void fill(const Context &context, QScriptValue target, structSqlResult &record);
+/// @param streamed the columns of a record whose rows came in slices; otherwise null.
+void fill(const Context &context, QScriptValue target, structSqlResult &record,
+          const ResultColumns *streamed = nullptr);
 
 } // namespace ResultObject

@@ -1,10 +1,14 @@
 #include "result_reader.h"
 
+#include "result_stream.h"
+
 #include <QSqlDriver>
 #include <QSqlQuery>
 #include <QSqlRecord>
 
 #include <algorithm>
+#include <limits>
+#include <optional>
 #include <vector>
 
 ResultReader::ResultReader(QSqlQuery &query, const SqlDriverKind::ConnectionKind &kind)
@@ -23,12 +27,12 @@ void ResultReader::prepare()
                            m_kind.driverType == SqlDriverKind::SQLite);
 }
 
-void ResultReader::read(structSqlResult &result, const Stop &stop)
+void ResultReader::read(structSqlResult &result, const Stop &stop, ResultStream *stream)
 {
     describeColumns(result);
     // A procedure without output crashes some drivers when rows are asked for.
     if (!result.fields.isEmpty())
-        readRows(result, stop);
+        readRows(result, stop, stream);
     readFigures(result);
 }
 
@@ -51,7 +55,7 @@ void ResultReader::describeColumns(structSqlResult &result) const
     }
 }
 
-void ResultReader::readRows(structSqlResult &result, const Stop &stop)
+void ResultReader::readRows(structSqlResult &result, const Stop &stop, ResultStream *stream)
 {
     const int columns = result.fields.size();
     // One detach here instead of one a cell.
@@ -59,21 +63,31 @@ void ResultReader::readRows(structSqlResult &result, const Stop &stop)
     fields.reserve(size_t(columns));
     for (structSqlFieldResult &field : result.fields)
         fields.push_back(&field);
-    uint row = 0;
+    std::optional<ResultSlicer> slicer;
+    if (stream)
+        slicer.emplace(*stream, result);
+    int nextCut = slicer ? slicer->nextCut() : std::numeric_limits<int>::max();
+    int row = 0;
     for (bool onRow = toFirstRow(); onRow; onRow = m_query.next(), ++row) {
         if (stop()) {
             result.canceled = true;
             return;
         }
+        if (row == nextCut) {
+            slicer->cut(row);
+            nextCut = slicer->nextCut();
+        }
         for (int c = 0; c < columns; ++c) {
             structSqlFieldResult &field = *fields[size_t(c)];
             const int type = field.values.appendCell(m_query.value(c));
             if (type == QMetaType::UnknownType)
-                field.nulls.append(row);
+                field.nulls.append(uint(row));
             else if (type != field.type)
                 field.type = type;
         }
     }
+    if (slicer)
+        slicer->finish();
 }
 
 /// What is known only behind the last row: affected rows, the inserted id, and the errors that

@@ -8,6 +8,7 @@
 #include <functional>
 
 class QSqlQuery;
+class ResultStream;
 
 /// Reads one executed query into a record, with what some drivers leave out.
 ///
@@ -27,14 +28,16 @@ public:
     /// Goes through the whole answer: columns, rows, figures, and the results behind the first one.
     /// The record gets the error that the driver reports on the way.
     /// @param stop asked before each row; where it says yes, the record is marked as cancelled.
-    void read(structSqlResult &result, const Stop &stop);
+    /// @param stream takes the rows of a large result while they are read; null keeps all of them
+    /// in the record.
+    void read(structSqlResult &result, const Stop &stop, ResultStream *stream = nullptr);
 
     /// The affected rows as records keep them: a driver's -1 is 0.
     int affectedRows() const;
 
 private:
     void describeColumns(structSqlResult &result) const;
-    void readRows(structSqlResult &result, const Stop &stop);
+    void readRows(structSqlResult &result, const Stop &stop, ResultStream *stream);
     void readFigures(structSqlResult &result);
     bool toFirstRow();
     bool mayReadLastInsertId() const;

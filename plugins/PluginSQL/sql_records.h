@@ -43,6 +43,7 @@ struct structSqlResult {
     int numRowsAffected = 0; ///< a negative report is stored as 0
     bool hasLastInsertId = false;
     bool canceled = false; ///< reading stopped early
+    int stream = 0;        ///< number of its slices, where the rows are no longer in `fields`
 };
 
 /// One task: the statements, the callback that wants the outcome, and the results.

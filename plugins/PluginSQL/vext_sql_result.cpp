@@ -51,42 +51,6 @@ void publishResult(VEXT_sqlThr &worker, const QScriptValue &value)
         worker.m_scriptValueThis.setProperty(queryResultName(), value);
 }
 
-void convertEntry(VEXT_sqlThr &worker, structThrSql *task, structSqlResult &entry)
-{
-    const auto setError = [task](const QScriptValue &value) {
-        if (task->error.isArray())
-            task->error.setProperty(quint32(task->current), value);
-        else
-            task->error = value;
-    };
-    if (entry.canceled || entry.error.type() != QSqlError::NoError) {
-        task->failed = true;
-        setError(QScriptValue(worker.m_engine, entry.canceled
-                                                   ? VEXT_sqlThr::tr("SQL запрос отменен")
-                                                   : entry.error.databaseText()));
-        return;
-    }
-    setError(QScriptValue(worker.m_engine, false));
-    QScriptValue target = task->result;
-    if (target.isArray()) {
-        target = task->result.property(quint32(task->current));
-        if (!target.isObject()) {
-            target = worker.m_engine->newObject();
-            task->result.setProperty(quint32(task->current), target);
-        }
-    }
-    ResultObject::Context context;
-    context.engine = worker.m_engine;
-    context.names = &worker.m_resultNames;
-    context.push = worker.m_arrayPush;
-    context.function = worker.m_functionMaker;
-    context.enableNull = worker.enableNull;
-    context.upperCaseNames = kindOf(worker, task).dbmsType == SqlDriverKind::PostgreSql;
-    ResultObject::fill(context, target, entry);
-    if (!task->inThread)
-        publishResult(worker, target);
-}
-
 /// A list of statements is answered by arrays as long as the list, a single one by an object; the
 /// statements of exec_thread by arrays as long as their results, as far as there are several.
 void prepareContainers(QScriptEngine *engine, structThrSql *task)
@@ -138,6 +102,11 @@ void emitQueryFinish(VEXT_sqlThr &worker, structThrSql *task, const QScriptValue
 
 bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
 {
+    return detach(task, nullptr);
+}
+
+bool VEXT_sqlThr::detach(structThrSql *task, ResultStream *stream)
+{
     if (!task || !task->sqlQuery)
         return false;
     structSqlResult result;
@@ -150,8 +119,9 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
     const bool executed = result.error.type() == QSqlError::NoError;
     ResultReader reader(query, kindOf(*this, task));
     if (executed && query.driver()) {
-        reader.read(result,
-                    [this, task] { return task->inThread && m_thrStop.loadAcquire() == 1; });
+        reader.read(
+            result, [this, task] { return task->inThread && m_thrStop.loadAcquire() == 1; },
+            stream);
         task->failed = task->failed || result.canceled;
     } else {
         result.numRowsAffected = reader.affectedRows();
@@ -178,6 +148,82 @@ void VEXT_sqlThr::setLast(structThrSql *task)
 }
 
 // --- From record to script: engine's thread ---
+
+ColumnArray::Context VEXT_sqlThr::columnContext() const
+{
+    ColumnArray::Context context;
+    context.engine = m_engine;
+    context.push = m_arrayPush;
+    context.enableNull = enableNull;
+    return context;
+}
+
+/// Converts rows that the worker has handed over, and leaves the event loop its turn before more.
+void VEXT_sqlThr::convertWaitingRows()
+{
+    const Entry entry(this);
+    m_stream.heard();
+    // Code of the host runs an event loop in the midst of a conversion, which asks again at its
+    // end.
+    if (m_streamed.isConverting())
+        return;
+    if (m_isDestroy || !m_engine || !m_owner)
+        m_streamed.clear();
+    else
+        m_streamed.step(columnContext());
+    m_stream.ask(m_streamed.hasBegun());
+    deliverCompleted();
+}
+
+/// The columns of a result whose rows came in slices, converted to the end.
+std::unique_ptr<ResultColumns> VEXT_sqlThr::finishStreamed(int stream)
+{
+    std::unique_ptr<ResultColumns> columns = m_streamed.finish(stream, columnContext());
+    // For what had to wait meanwhile.
+    m_stream.ask(m_streamed.hasBegun() || !m_completed.empty());
+    return columns;
+}
+
+/// Gives one result, or its error, to the task as a script value.
+void VEXT_sqlThr::convertEntry(structThrSql *task, structSqlResult &entry)
+{
+    const auto setError = [task](const QScriptValue &value) {
+        if (task->error.isArray())
+            task->error.setProperty(quint32(task->current), value);
+        else
+            task->error = value;
+    };
+    if (entry.canceled || entry.error.type() != QSqlError::NoError) {
+        task->failed = true;
+        setError(QScriptValue(m_engine, entry.canceled ? tr("SQL запрос отменен")
+                                                       : entry.error.databaseText()));
+        if (entry.stream != 0)
+            m_streamed.drop(entry.stream);
+        return;
+    }
+    setError(QScriptValue(m_engine, false));
+    QScriptValue target = task->result;
+    if (target.isArray()) {
+        target = task->result.property(quint32(task->current));
+        if (!target.isObject()) {
+            target = m_engine->newObject();
+            task->result.setProperty(quint32(task->current), target);
+        }
+    }
+    ResultObject::Context context;
+    context.engine = m_engine;
+    context.names = &m_resultNames;
+    context.push = m_arrayPush;
+    context.function = m_functionMaker;
+    context.enableNull = enableNull;
+    context.upperCaseNames = kindOf(*this, task).dbmsType == SqlDriverKind::PostgreSql;
+    std::unique_ptr<ResultColumns> streamed;
+    if (entry.stream != 0)
+        streamed = finishStreamed(entry.stream);
+    ResultObject::fill(context, target, entry, streamed.get());
+    if (!task->inThread)
+        publishResult(*this, target);
+}
 
 void VEXT_sqlThr::clearSqlResult()
 {
@@ -217,7 +263,7 @@ QScriptValue VEXT_sqlThr::fetchResult(structThrSql *task)
     }
     if (!task->inThread)
         task->result = m_engine->newObject();
-    convertEntry(*this, task, results[at]);
+    convertEntry(task, results[at]);
     return task->result;
 }
 
@@ -270,6 +316,23 @@ void VEXT_sqlThr::completeAsyncTask(structThrSql *task)
     const Entry entry(this);
     if (!task)
         return;
+    m_completed.push_back(task);
+    deliverCompleted();
+}
+
+/// Usually there is one. While rows are converted, code of the host that does part of it may run an
+/// event loop; what is handed back there waits until it returns.
+void VEXT_sqlThr::deliverCompleted()
+{
+    while (!m_completed.empty() && !m_streamed.isConverting()) {
+        structThrSql *task = m_completed.front();
+        m_completed.pop_front();
+        deliver(task);
+    }
+}
+
+void VEXT_sqlThr::deliver(structThrSql *task)
+{
     // Deliveries come in the order of acceptance, so the task is the first, or close to it when a
     // callback runs an event loop of its own.
     const auto found = std::find(m_accepted.begin(), m_accepted.end(), task);
@@ -277,12 +340,13 @@ void VEXT_sqlThr::completeAsyncTask(structThrSql *task)
         m_accepted.erase(found);
     if (m_isDestroy || !m_engine || !m_owner) {
         delete task;
+        m_streamed.clear();
         return;
     }
     prepareContainers(m_engine, task);
     for (int i = 0, count = task->results.size(); i < count; ++i) {
         task->current = task->results.at(i).index;
-        convertEntry(*this, task, task->results[i]);
+        convertEntry(task, task->results[i]);
     }
     if (task->results.isEmpty())
         task->result = QScriptValue(m_engine, task->ok);

@@ -195,7 +195,7 @@ QSqlError::ErrorType VEXT_sqlThr::ThreadBody::runStatement(structThrSql *task, c
     ResultReader(*task->sqlQuery, m_session.kind()).prepare();
     task->ok = executeStatement(task, sql);
     m_worker.setLast(task);
-    m_worker.detachSqlResult(task);
+    m_worker.detach(task, &m_worker.m_stream);
 
     structSqlResult &result = task->results.last();
     if (!task->ok && result.error.type() == QSqlError::NoError)

@@ -11,6 +11,7 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QEvent>
 
 #include <utility>
 
@@ -23,6 +24,8 @@ constexpr int StartSleepMs = 3;
 constexpr int StopOnDestroyMs = 1000;
 /// A statement may begin just after it was to be cancelled; asking again reaches it.
 constexpr int CancelAgainMs = 100;
+/// Tells the engine's thread of rows to convert. Only this class posts events to its objects.
+constexpr QEvent::Type RowsWait = QEvent::User;
 
 void registerMetaTypes()
 {
@@ -45,6 +48,7 @@ VEXT_sqlThr::VEXT_sqlThr(VEXT_SQL *owner, QScriptEngine *engine)
     : QThread(owner)
     , m_owner(owner)
     , m_engine(engine)
+    , m_stream([this] { QCoreApplication::postEvent(this, new QEvent(RowsWait)); })
 {
     registerMetaTypes();
     Plugin_base::connect_msg(this);
@@ -116,6 +120,12 @@ void VEXT_sqlThr::leaveEntry()
         delete this;
     else if (ending == Ending::Later)
         deleteLater();
+}
+
+void VEXT_sqlThr::customEvent(QEvent *event)
+{
+    if (event->type() == RowsWait)
+        convertWaitingRows();
 }
 
 bool VEXT_sqlThr::setScriptValueThis(const QScriptValue &scriptValue)

@@ -8,9 +8,11 @@
 #include "last_statement.h"
 #include "notification_relay.h"
 #include "result_object.h"
+#include "result_stream.h"
 #include "sql_records.h"
 #include "sql_text.h"
 #include "statistics.h"
+#include "streamed_results.h"
 #include "task_queue.h"
 #include "transaction_watch.h"
 
@@ -25,6 +27,7 @@
 
 #include <atomic>
 #include <deque>
+#include <memory>
 #include <vector>
 
 class VEXT_SQL;
@@ -155,6 +158,7 @@ private:
 protected:
     /// The thread body. Worker.
     void run() override;
+    void customEvent(QEvent *event) override;
 
 public:
     // State. VEXT_SQL reads and assigns part of it directly, hence public.
@@ -203,6 +207,18 @@ private:
     void restartForWaitingTasks();
     bool transactionCommand(bool (QSqlDatabase::*command)(), taskSqlType type);
 
+    // Results.
+    /// As detachSqlResult(); a large result goes through `stream`, unless that is null.
+    bool detach(structThrSql *task, ResultStream *stream);
+    /// Gives a result, or its error, to the task as a script value.
+    void convertEntry(structThrSql *task, structSqlResult &entry);
+    ColumnArray::Context columnContext() const;
+    /// Answers the event that tells of rows handed over.
+    void convertWaitingRows();
+    std::unique_ptr<ResultColumns> finishStreamed(int stream);
+    void deliverCompleted();
+    void deliver(structThrSql *task);
+
     // Connection.
     void setName(const QString &name);
     ClaimedName claimNameToOpen();
@@ -231,9 +247,12 @@ private:
     void leaveEntry();
 
     // Engine's thread.
-    int m_depth = 0;                       ///< entries on the stack
-    Ending m_ending = Ending::None;        ///< asked for while there were some
-    std::deque<structThrSql *> m_accepted; ///< queued, running or undelivered, in order
+    int m_depth = 0;                        ///< entries on the stack
+    Ending m_ending = Ending::None;         ///< asked for while there were some
+    std::deque<structThrSql *> m_accepted;  ///< queued, running or undelivered, in order
+    std::deque<structThrSql *> m_completed; ///< handed back and not yet delivered, in order
+    ResultStream m_stream;                  ///< both threads
+    StreamedResults m_streamed{m_stream};
     NotificationRelay m_relay{this, db, m_listEvents};
     ClaimedName m_mainName;                  ///< under which `db` is registered
     std::vector<ClaimedName> m_closingNames; ///< registered until a notification has been delivered
