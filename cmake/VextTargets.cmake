@@ -68,3 +68,13 @@ function(vext_add_layered_run name)
     LABELS "drivers"
     ENVIRONMENT "QT_PLUGIN_PATH=${CMAKE_BINARY_DIR}/qtplugins;VEXT_DRIVER_LAYER=1;QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")
 endfunction()
+
+# vext_add_sliced_run(NAME) runs a test program a second time, as NAME_sliced, with results that are
+# converted in slices of a row while the worker reads, as it is usually done with large ones only.
+function(vext_add_sliced_run name)
+  get_test_property(${name} TIMEOUT timeout)
+  add_test(NAME ${name}_sliced COMMAND ${name})
+  set_tests_properties(${name}_sliced PROPERTIES TIMEOUT ${timeout} SKIP_RETURN_CODE 77
+    LABELS "threads"
+    ENVIRONMENT "LANGUAGE=ru;VEXT_TEST_SLICE_CELLS=1;QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")
+endfunction()

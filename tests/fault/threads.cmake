@@ -16,7 +16,8 @@ target_sources(vext_thread_fixture INTERFACE
 target_link_libraries(vext_thread_fixture PUBLIC vext_test_support Threads::Threads
                                           PRIVATE vext_options)
 
-foreach(name worker_thread worker_tasks worker_life worker_steps exactly_once responsiveness cancellation volume)
+foreach(name worker_thread worker_tasks worker_life worker_steps exactly_once responsiveness cancellation volume
+             streamed_results)
   vext_add_test(test_${name}
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp
     LIBS vext_thread_fixture vext_sql_objects vext_test_support
@@ -31,3 +32,8 @@ vext_add_test(test_library_unload
   LIBS vext_test_support
   LABELS threads
   TIMEOUT 120)
+
+# Once more with results that come in slices.
+foreach(name exactly_once cancellation library_unload)
+  vext_add_sliced_run(test_${name})
+endforeach()

@@ -16,7 +16,7 @@ class WorkerTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+protected slots:
     void init();
     void cleanup();
 

@@ -15,3 +15,6 @@ foreach(name connection_object install constructor connection connection_open in
     LIBS vext_sql_objects vext_test_support
     LABELS frame)
 endforeach()
+
+# Once more with results that come in slices.
+vext_add_sliced_run(test_ends)

@@ -19,3 +19,8 @@ vext_add_test(test_delivery
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_delivery.cpp
   LIBS vext_sql_objects vext_script_test
   LABELS script)
+
+# Once more with results that come in slices.
+foreach(name results conversion delivery)
+  vext_add_sliced_run(test_${name})
+endforeach()
