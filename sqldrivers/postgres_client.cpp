@@ -17,7 +17,7 @@ bool PostgresClient::resolve()
            m_library.resolve("PQgetCancel", getCancel) &&
            m_library.resolve("PQfreeCancel", freeCancel) && m_library.resolve("PQcancel", cancel) &&
            m_library.resolve("PQexec", exec) && m_library.resolve("PQresultStatus", resultStatus) &&
-           m_library.resolve("PQclear", clear) && m_library.resolve("PQnfields", columnCount) &&
+           m_library.resolve("PQntuples", rowCount) && m_library.resolve("PQclear", clear) && m_library.resolve("PQnfields", columnCount) &&
            m_library.resolve("PQftype", columnType) && m_library.resolve("PQgetvalue", value);
 }
 
@@ -27,4 +27,14 @@ bool PostgresClient::run(pg_conn *connection, const QByteArray &text) const
     const int outcome = resultStatus(result);
     clear(result);
     return outcome == CommandOk || outcome == TuplesOk;
+}
+
+QByteArray PostgresClient::firstValue(pg_conn *connection, const QByteArray &text) const
+{
+    pg_result *result = exec(connection, text.constData());
+    QByteArray first;
+    if (resultStatus(result) == TuplesOk && rowCount(result) > 0)
+        first = value(result, 0, 0);
+    clear(result);
+    return first;
 }

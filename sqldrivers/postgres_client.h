@@ -28,12 +28,15 @@ struct PostgresClient {
     pg_result *(*exec)(pg_conn *, const char *) = nullptr;
     int (*resultStatus)(const pg_result *) = nullptr;
     void (*clear)(pg_result *) = nullptr;
+    int (*rowCount)(const pg_result *) = nullptr;
     int (*columnCount)(const pg_result *) = nullptr;
     unsigned (*columnType)(const pg_result *, int) = nullptr;
     char *(*value)(const pg_result *, int, int) = nullptr;
 
     /// Runs a command whose outcome is no more than good or not.
     bool run(pg_conn *connection, const QByteArray &text) const;
+    /// The first value of what a query answers; empty when there is none.
+    QByteArray firstValue(pg_conn *connection, const QByteArray &text) const;
 
 private:
     ClientLibrary m_library;

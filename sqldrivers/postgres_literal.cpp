@@ -43,6 +43,9 @@ QString real(double value, PostgresLiteral::Numbers numbers)
         return QStringLiteral("'NaN'");
     if (std::isinf(value))
         return value > 0 ? QStringLiteral("'Infinity'") : QStringLiteral("'-Infinity'");
+    const QVariant exact = withExactNumber(value); // "1000000", not "1e+06"
+    if (exact.userType() != QMetaType::Double)
+        return number(QString::number(exact.toLongLong()), numbers);
     return number(QString::number(value, 'g', QLocale::FloatingPointShortest), numbers);
 }
 

@@ -1,5 +1,6 @@
 #include "postgres_statement.h"
 
+#include "postgres_lasting.h"
 #include "postgres_literal.h"
 
 // --- Session ---
@@ -79,6 +80,30 @@ bool PostgresStatement::tellServer()
     return true;
 }
 
+void PostgresStatement::learnTypes()
+{
+    const QByteArray types = m_session->client.firstValue(
+        m_session->connection,
+        "SELECT array_to_string(parameter_types::oid[], ' ') FROM pg_prepared_statements "
+        "WHERE name = '" +
+            m_name + '\'');
+    const QList<QByteArray> numbers = types.split(' ');
+    for (const QByteArray &number : numbers)
+        m_types.append(number.toUInt());
+}
+
+/// Asks the server once, while nothing else is under way on the line.
+bool PostgresStatement::areLasting(const QVector<BoundValue> &values)
+{
+    if (m_types.isEmpty())
+        learnTypes();
+    for (int i = 0; i < values.size(); ++i) {
+        if (!PostgresLasting::isLasting(m_types.value(i), values.at(i).value))
+            return false;
+    }
+    return true;
+}
+
 bool PostgresStatement::isFresh() const
 {
     if (m_name.isEmpty() || m_schema != m_session->schema)
@@ -95,9 +120,15 @@ void PostgresStatement::release()
 bool PostgresStatement::execute(const QVector<BoundValue> &values)
 {
     const bool forwardOnly = result().isForwardOnly();
+    bool older = m_hasRun && m_session->wasIdle;
+    if (older && !areLasting(values)) {
+        m_session->forget(m_name);
+        m_name.clear();
+        m_types.clear();
+        older = false;
+    }
     if (m_name.isEmpty() && !tellServer())
         return false;
-    const bool older = m_hasRun && m_session->wasIdle;
     const auto numbers = older ? PostgresLiteral::Numbers::Quoted : PostgresLiteral::Numbers::Bare;
     QString text = QLatin1String("EXECUTE ") + QString::fromLatin1(m_name);
     for (int i = 0; i < values.size(); ++i) {

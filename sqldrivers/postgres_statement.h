@@ -39,7 +39,8 @@ struct PostgresSession {
 /// type, at worst in silence, so: within a transaction only what was prepared in that transaction
 /// is used, since the locks it holds keep the tables as they are. Outside, values go as texts,
 /// which the server reads by the type it knows and refuses where they do not fit; then it is
-/// prepared anew.
+/// prepared anew. So it is for values that a changed type could give another meaning, see
+/// PostgresLasting.
 class PostgresStatement : public BoundStatement
 {
 public:
@@ -57,6 +58,8 @@ public:
 
 private:
     bool tellServer();
+    void learnTypes();
+    bool areLasting(const QVector<BoundValue> &values);
 
     const QSqlDriver *m_driver;
     std::shared_ptr<PostgresSession> m_session;
@@ -64,4 +67,5 @@ private:
     int m_transaction = 0;
     int m_schema = 0;
     bool m_hasRun = false;
+    QVector<unsigned> m_types; ///< of the parameters, by object id; asked for with the second use
 };

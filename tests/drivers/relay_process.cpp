@@ -12,6 +12,7 @@ namespace
 {
 
 const char Argument[] = "--relay";
+const std::string Delay = "delay ";
 constexpr int AnswerMs = 10000;
 
 void obey(TcpRelay &relay, const std::string &word)
@@ -24,6 +25,8 @@ void obey(TcpRelay &relay, const std::string &word)
         relay.blackHole();
     else if (word == "heal")
         relay.heal();
+    else if (word.compare(0, Delay.size(), Delay) == 0)
+        relay.delay(std::stoi(word.substr(Delay.size())));
 }
 
 } // namespace

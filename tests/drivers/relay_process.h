@@ -19,6 +19,7 @@ public:
     void cut() { order("cut"); }
     void halfClose() { order("half"); }
     void blackHole() { order("hole"); }
+    void delay(int milliseconds) { order("delay " + QByteArray::number(milliseconds)); }
     void heal() { order("heal"); }
 
     /// What main() does first. @return whether this is the child; then it has run to its end
