@@ -67,6 +67,7 @@ void TestStatementRules::wordsLeaveOutWhatIsQuoted_data()
     row("dollars", 3, "a $$ b ' $$ c", "a c");
     row("tagged dollars", 3, "a $x$ b $$ c $x$ d", "a d");
     row("parameter", 3, "a $1 b", "a $1 b");
+    row("parameter with a dollar behind it", 3, "a $1$ b", "a $1$ b");
     row("dollars elsewhere", 6, "a $b", "a $b");
     row("escape string", 3, "a E'b\\' c' d", "a d");
     row("no escape string", 3, "a 'b\\' c", "a c");
