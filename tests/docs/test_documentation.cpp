@@ -102,6 +102,7 @@ private slots:
     void scriptOfAPageRuns();
     void linksLeadSomewhere_data();
     void linksLeadSomewhere();
+    void everyClaimOfTheFirstPageIsLinkedToItsProof();
 
     void everyMemberOfAConnectionIsDescribed();
     void everyGlobalIsDeclared();
@@ -223,6 +224,8 @@ void TestDocumentation::linksLeadSomewhere_data()
     for (QString &file : files)
         file.prepend(QStringLiteral("docs/"));
     files.prepend(QStringLiteral("README.md"));
+    files.append(QStringLiteral("CHANGELOG.md"));
+    files.append(QStringLiteral("tests/support/README.md"));
     for (const QString &file : qAsConst(files)) {
         QRegularExpressionMatchIterator links = link.globalMatch(fileText(file));
         while (links.hasNext()) {
@@ -245,6 +248,24 @@ void TestDocumentation::linksLeadSomewhere()
     QVERIFY(QFileInfo::exists(root.filePath(linked)));
     if (!anchor.isEmpty())
         QVERIFY(Page(linked).anchors().contains(anchor));
+}
+
+/// A test, a page or a benchmark of ours: what others write is no proof of what we do.
+void TestDocumentation::everyClaimOfTheFirstPageIsLinkedToItsProof()
+{
+    const QString heading = QStringLiteral("## What you get that you would not have elsewhere\n");
+    const QString section = fileText(QStringLiteral("README.md"))
+                                .section(heading, 1)
+                                .section(QStringLiteral("\n## "), 0, 0);
+    const QRegularExpression proof(
+        QStringLiteral(R"re(\]\((docs|tests|benchmarks)/[^)]+\) \|$)re"));
+    int claims = 0;
+    for (const QString &line : section.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        if (claims++ < 2)
+            continue; // the head of the table
+        QVERIFY2(proof.match(line).hasMatch(), qPrintable(line));
+    }
+    QVERIFY(claims > 6);
 }
 
 void TestDocumentation::everyMemberOfAConnectionIsDescribed()

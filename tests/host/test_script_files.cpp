@@ -26,6 +26,7 @@ private slots:
     void aLineFunctionThatReturnsFalseOrThrowsEndsTheReading();
     void aLineOfManyMegabytesIsRead();
     void aLargeFileIsReadInFlatMemory();
+    void fiveGigabytesAreReadInFlatMemory();
     void standardInputIsReadAsLinesAndAsAWhole();
     void environmentIsReadByName();
     void foldersAreListedSorted();
@@ -43,6 +44,8 @@ private slots:
     void bytesAreMadeFromTexts_data();
     void bytesAreMadeFromTexts();
     void bytesInResultsHaveTheSameMembers();
+    void bytesAreBoundAndReadBack_data();
+    void bytesAreBoundAndReadBack();
     void bytesGoThroughJson();
     void arraysOfObjectsAreShownAsATable();
     void writeAddsNoLineBreakAndProgressIsSilentInAPipe();
@@ -200,6 +203,28 @@ void TestScriptFiles::aLargeFileIsReadInFlatMemory()
         "readLines(dir + 'l', function (line, n) { if (n === 100000) before = memory(); });\n"
         "print(memory() - before < 20000, memory() - before);"));
     VERIFY_OUTCOME(outcome.output.startsWith(QLatin1String("true ")), outcome);
+}
+
+void TestScriptFiles::fiveGigabytesAreReadInFlatMemory()
+{
+    // 54,000 lines of 99,999 characters, from a pipe: no disk of a test machine has room for them.
+    QProcess source;
+    source.setProgram(QStringLiteral("sh"));
+    source.setArguments({QStringLiteral("-c"), QStringLiteral("yes \"$1\" | head -n 54000"),
+                         QStringLiteral("sh"), QString(99999, QLatin1Char('x'))});
+    HostProcess host;
+    source.setStandardOutputProcess(&host.process());
+    source.start();
+    QVERIFY(host.start(
+        {QStringLiteral("-e"),
+         QStringLiteral("var lines = 0, size = 0;\n"
+                        "readLines('/dev/stdin', function (line, number) {\n"
+                        "  lines = number; size += line.length; });\n"
+                        "var most = /VmHWM:\\s*(\\d+)/.exec(readFile('/proc/self/status'))[1];\n"
+                        "print(lines, size, +most < 100000, most);")}));
+    const HostOutcome outcome = host.finish();
+    QVERIFY(source.waitForFinished(HostProcess::limitMs));
+    VERIFY_OUTCOME(outcome.output.startsWith(QLatin1String("54000 5399946000 true ")), outcome);
 }
 
 void TestScriptFiles::standardInputIsReadAsLinesAndAsAWhole()
@@ -375,6 +400,34 @@ void TestScriptFiles::bytesInResultsHaveTheSameMembers()
         runCode(openSqlite() + QStringLiteral("var b = db.query(\"select x'00ff41' as b\").b[0];\n"
                                               "print(b, b.length, b.toHex(), b.get(2));"));
     QCOMPARE(outcome.output, QStringLiteral("0x00ff41 3 00ff41 65\n"));
+}
+
+void TestScriptFiles::bytesAreBoundAndReadBack_data()
+{
+    QTest::addColumn<QString>("insert");
+    QTest::newRow("placeholders") << QStringLiteral("insert into t values (?, ?)");
+    QTest::newRow("head") << QStringLiteral("insert into t values");
+}
+
+void TestScriptFiles::bytesAreBoundAndReadBack()
+{
+    QFETCH(QString, insert);
+    const HostOutcome outcome =
+        run(QStringLiteral("var db = new VEXT_SQL('b'); db.driverName = 'QSQLITE';\n"
+                           "db.databaseName = dir + 'b.db'; db.open();\n"
+                           "db.query('create table t (id integer, b blob)');\n"
+                           "var v = bytes('00ff27005c80', 'hex');\n"
+                           "print(!!db.exec('%1', [1, v]));\n"
+                           "db.exec_thread(function (result, error) {\n"
+                           "  print(error || !!result);\n"
+                           "  var r = db.query('select typeof(b) as kind, b from t order by id');\n"
+                           "  print(r.kind, r.b[0].toHex(), r.b[1].toHex());\n"
+                           "  print(db.exec('select id from t where b = ?', [v]).id);\n"
+                           "}, '%1', [2, v.slice(1)]);")
+                .arg(insert));
+    QCOMPARE(outcome.output, QStringLiteral("true\ntrue\n"
+                                            "[ 'blob', 'blob' ] 00ff27005c80 ff27005c80\n[ 1 ]\n"));
+    VERIFY_OUTCOME(outcome.exitCode == 0, outcome);
 }
 
 void TestScriptFiles::bytesGoThroughJson()

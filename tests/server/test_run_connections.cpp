@@ -18,6 +18,8 @@ private slots:
     void init();
     void passwordComesFromAPasswordFile();
     void passwordComesFromTheEnvironment();
+    void bytesAreBoundAndReadBack_data();
+    void bytesAreBoundAndReadBack();
     void aLostListenerEndsWithCode1();
     void aListenerThatWasReopenedIsFine();
 
@@ -84,6 +86,43 @@ void TestRunConnections::passwordComesFromTheEnvironment()
         runWith(QStringLiteral("VEXT_PASSWORD"), QStringLiteral("not-the-password"));
     VERIFY_OUTCOME(refused.exitCode == 2, refused);
     VERIFY_OUTCOME(!refused.errors.contains(QLatin1String("not-the-password")), refused);
+}
+
+void TestRunConnections::bytesAreBoundAndReadBack_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QString>("insert");
+    const QStringList stock{QStringLiteral("--stock-drivers")};
+    const QString head = QStringLiteral("INSERT INTO blobs VALUES");
+    QTest::newRow("placeholders") << QStringList() << head + QStringLiteral(" (?, ?)");
+    QTest::newRow("head") << QStringList() << head;
+    QTest::newRow("head, Qt's own driver") << stock << head;
+}
+
+void TestRunConnections::bytesAreBoundAndReadBack()
+{
+    QFETCH(QStringList, options);
+    QFETCH(QString, insert);
+    const QString script =
+        QStringLiteral("var db = new VEXT_SQL('bytes');\n") +
+        m_server.parameters().script(QStringLiteral("db")) +
+        QStringLiteral(
+            "\nif (!db.open()) throw db.lastError;\n"
+            "db.query('DROP TABLE IF EXISTS blobs');\n"
+            "db.query('CREATE TABLE blobs (id INTEGER, b BYTEA)');\n"
+            "var v = bytes('00ff27005c80', 'hex');\n"
+            "print(!!db.exec('%1', [1, v]));\n"
+            "db.exec_thread(function (result, error) {\n"
+            "  print(error || !!result);\n"
+            "  var r = db.query(\"SELECT b, encode(b, 'hex') FROM blobs ORDER BY id\");\n"
+            "  print(r.fields_index[0][0].toHex(), r.fields_index[0][1].toHex());\n"
+            "  print(r.fields_index[1]);\n"
+            "}, '%1', [2, v.slice(1)]);")
+            .arg(insert);
+    const HostOutcome outcome = runHost(options + QStringList{QStringLiteral("-e"), script});
+    QCOMPARE(outcome.output, QStringLiteral("true\ntrue\n00ff27005c80 ff27005c80\n"
+                                            "[ '00ff27005c80', 'ff27005c80' ]\n"));
+    VERIFY_OUTCOME(outcome.exitCode == 0, outcome);
 }
 
 bool TestRunConnections::startListener(HostProcess *host, const QString &code)
