@@ -47,8 +47,8 @@ struct Description {
     Column columns[1];
 };
 
-/// As QIBASE (5.15) declares what belongs to a result.
-struct StockPrivate : QSqlCachedResultPrivate {
+/// What QIBASE (5.15) declares behind Qt's own part of a result.
+struct StockPart {
     std::intptr_t status[StatusLength];
     FirebirdClient::Handle transaction;
     bool hasOwnTransaction;
@@ -84,7 +84,8 @@ Description *descriptionOf(StockResult &rows, FirebirdClient::Handle connection)
     if (handle.userType() != QMetaType::UInt)
         return nullptr;
     const FirebirdClient::Handle statement = handle.toUInt();
-    const auto *stock = static_cast<const StockPrivate *>(rows.privateData());
+    const auto *stock = reinterpret_cast<const StockPart *>(
+        reinterpret_cast<const char *>(rows.privateData()) + sizeof(QSqlCachedResultPrivate));
     if (statement == 0 || connection == 0 || stock->statement != statement ||
         stock->connection != connection)
         return nullptr;
