@@ -100,6 +100,7 @@ private slots:
     void slicesMakeTheSameResult();
     void nullsAreShownAsTheSettingStandsAtTheDelivery_data();
     void nullsAreShownAsTheSettingStandsAtTheDelivery();
+    void nullsOfAllSlicesAreShownAlike();
     void resultsOfAListComeOneByOne();
     void collectedGarbageTakesNothingThatIsConverted();
 
@@ -363,6 +364,28 @@ void StreamedResultsTest::nullsAreShownAsTheSettingStandsAtTheDelivery()
     gate->release();
     QVERIFY(m_script->waitDelivered(1));
     QCOMPARE(described(QStringLiteral("a")), whole);
+}
+
+/// The setting is another one for some of the steps, and the first one again at the delivery.
+void StreamedResultsTest::nullsOfAllSlicesAreShownAlike()
+{
+    constexpr int rows = 120;
+    m_server->onExact(sql,
+                      StubReply::generated({{QStringLiteral("n"), QVariant::Int},
+                                            {QStringLiteral("p"), QVariant::UserType}},
+                                           rows, [](int r) {
+                                               return QVariantList{nullOf(QVariant::Int), probe(r)};
+                                           }));
+    onConversion = [this](int row) {
+        passMs(1);
+        if (row == 30 || row == 80)
+            m_db->setProperty("enableNull", row == 80);
+    };
+    QVERIFY(m_script->queue(sql, QStringLiteral("a")));
+    QVERIFY(m_script->waitDelivered(1));
+    QCOMPARE(scriptInt(QStringLiteral("outcomes.a.result.n.filter(function (cell) { return cell "
+                                      "=== null; }).length")),
+             rows);
 }
 
 void StreamedResultsTest::resultsOfAListComeOneByOne()
