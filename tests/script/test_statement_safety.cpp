@@ -41,6 +41,7 @@ private Q_SLOTS:
     void commitBehindALostSessionIsFalse_data();
     void commitBehindALostSessionIsFalse();
     void commitOfAnEndedThreadIsFalse();
+    void closeTakesAnOpenTransactionWithIt();
     void commitOfAWholeSessionIsSent();
     void newTransactionBehindALossCommits();
 
@@ -323,6 +324,15 @@ void TestStatementSafety::commitOfAnEndedThreadIsFalse()
     QVERIFY(host().waitForScript("!db.isRunning"_qs));
     QVERIFY(truth("db.commit() === false && /потеряна/.test(db.lastError)"_qs));
     QVERIFY(truth("db.transaction() && db.commit() && db.lastError !== null"_qs));
+}
+
+void TestStatementSafety::closeTakesAnOpenTransactionWithIt()
+{
+    openStub(stubName);
+    QVERIFY(truth("db.query('BEGIN') && db.close() && db.open()"_qs));
+    QVERIFY(truth("db.commit() === false && /потеряна/.test(db.lastError)"_qs));
+    QVERIFY(truth("db.query('BEGIN') && db.query(' COMMIT') && db.close() && db.open()"_qs));
+    QVERIFY(truth("db.commit() === true"_qs));
 }
 
 void TestStatementSafety::commitOfAWholeSessionIsSent()
