@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
+
 #define VERIFY_OUTCOME(condition, outcome) QVERIFY2(condition, (outcome).described().constData())
 
 class TestRunConnections : public QObject
@@ -20,6 +22,7 @@ private slots:
     void passwordComesFromTheEnvironment();
     void bytesAreBoundAndReadBack_data();
     void bytesAreBoundAndReadBack();
+    void aCommitThatWaitsForStandbysEndsWithTheSignal();
     void aLostListenerEndsWithCode1();
     void aListenerThatWasReopenedIsFine();
 
@@ -123,6 +126,41 @@ void TestRunConnections::bytesAreBoundAndReadBack()
     QCOMPARE(outcome.output, QStringLiteral("true\ntrue\n00ff27005c80 ff27005c80\n"
                                             "[ '00ff27005c80', 'ff27005c80' ]\n"));
     VERIFY_OUTCOME(outcome.exitCode == 0, outcome);
+}
+
+/// A primary with synchronous names and no standby answers no commit.
+void TestRunConnections::aCommitThatWaitsForStandbysEndsWithTheSignal()
+{
+    const QString open = QStringLiteral("var db = new VEXT_SQL('sync');\n") +
+                         m_server.parameters().script(QStringLiteral("db")) +
+                         QStringLiteral("\nif (!db.open()) throw db.lastError;\n");
+    const auto set = [&open](const char *value) {
+        return runCode(open + QStringLiteral("db.query(\"ALTER SYSTEM SET synchronous_standby_names"
+                                             " = '%1'\"); db.query('SELECT pg_reload_conf()');")
+                                  .arg(QLatin1String(value)));
+    };
+    QCOMPARE(set("nobody").exitCode, 0);
+    HostProcess host;
+    QVERIFY(host.start(
+        {QStringLiteral("-e"),
+         open + QStringLiteral("db.query('SELECT pg_sleep(1)'); db.query('SET synchronous_commit = "
+                               "on');\n" // the checkpointer tells all
+                               "print('on'); db.transaction();\n"
+                               "db.query('CREATE TABLE IF NOT EXISTS waits (a int)');"
+                               "db.commit(); for (;;);")}));
+    QVERIFY(host.waitForOutput(QStringLiteral("on\n")));
+    QVERIFY(host.staysAlive(500));
+    QVERIFY(host.send(SIGTERM));
+    QElapsedTimer clock;
+    clock.start();
+    const HostOutcome outcome = host.finish();
+    const qint64 elapsed = clock.elapsed();
+    QCOMPARE(set("").exitCode, 0);
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 128 + SIGTERM, outcome);
+    // A loaded machine gives the process its share of time late.
+    QVERIFY2(elapsed <
+                 2000 * qEnvironmentVariable("VEXT_TEST_TIME_FACTOR", QStringLiteral("1")).toInt(),
+             qPrintable(QString::number(elapsed)));
 }
 
 bool TestRunConnections::startListener(HostProcess *host, const QString &code)
