@@ -370,18 +370,24 @@ void StreamedResultsTest::nullsAreShownAsTheSettingStandsAtTheDelivery()
 void StreamedResultsTest::nullsOfAllSlicesAreShownAlike()
 {
     constexpr int rows = 120;
+    const ThreadGatePtr gate = ThreadGate::create();
+    m_gates.append(gate);
     m_server->onExact(sql,
                       StubReply::generated({{QStringLiteral("n"), QVariant::Int},
                                             {QStringLiteral("p"), QVariant::UserType}},
-                                           rows, [](int r) {
+                                           rows,
+                                           [](int r) {
                                                return QVariantList{nullOf(QVariant::Int), probe(r)};
-                                           }));
+                                           })
+                          .withGateAtRow(rows - 1, gate));
     onConversion = [this](int row) {
         passMs(1);
         if (row == 30 || row == 80)
             m_db->setProperty("enableNull", row == 80);
     };
     QVERIFY(m_script->queue(sql, QStringLiteral("a")));
+    QVERIFY(waitConverted(rows - 4));
+    gate->release();
     QVERIFY(m_script->waitDelivered(1));
     QCOMPARE(scriptInt(QStringLiteral("outcomes.a.result.n.filter(function (cell) { return cell "
                                       "=== null; }).length")),
