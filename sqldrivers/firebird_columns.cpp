@@ -64,13 +64,11 @@ bool isDecimal(const Column &column)
     return column.scale < 0 && (type == SqlInt64 || type == SqlLong || type == SqlShort);
 }
 
-/// The driver frees what it has allocated with malloc().
+/// The driver allocates with new[] and frees with delete[].
 void makeText(Column &column)
 {
-    void *data = std::realloc(column.data, LongestDecimal + sizeof(short));
-    if (!data)
-        return;
-    column.data = static_cast<char *>(data);
+    delete[] column.data;
+    column.data = new char[LongestDecimal + sizeof(short)];
     column.type = short(SqlVarying | (column.type & 1));
     column.scale = 0;
     column.subtype = Ascii;
