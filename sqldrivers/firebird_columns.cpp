@@ -3,7 +3,6 @@
 #include <QtSql/private/qsqlcachedresult_p.h>
 
 #include <cstdint>
-#include <cstdlib>
 
 namespace
 {
