@@ -11,8 +11,11 @@
 namespace
 {
 
-const char FinishSignal[] =
-    SIGNAL(query_finish(QScriptValue, QScriptValue, QScriptValue, QScriptValue));
+/// A call, because the macro is one in a debug build.
+const char *finishSignal()
+{
+    return SIGNAL(query_finish(QScriptValue, QScriptValue, QScriptValue, QScriptValue));
+}
 
 /// Gives access to the number of receivers, which an object tells its own class only.
 class Receivers : public QObject
@@ -32,7 +35,7 @@ bool hasSignal(const QObject *object, const char *signature)
 /// The host's own connection is one; scripts that listen are more.
 bool hasHandler(const QObject *connection)
 {
-    return Receivers::count(connection, QMetaObject::normalizedSignature(FinishSignal)) > 1;
+    return Receivers::count(connection, QMetaObject::normalizedSignature(finishSignal())) > 1;
 }
 
 /// The first text in an error, which for several statements is an array of texts and false.
@@ -66,12 +69,12 @@ ConnectionWatch::ConnectionWatch(QScriptEngine *engine, QObject *parent)
 
 void ConnectionWatch::watch(QObject *connection)
 {
-    if (!hasSignal(connection, QMetaObject::normalizedSignature(FinishSignal).mid(1)))
+    if (!hasSignal(connection, QMetaObject::normalizedSignature(finishSignal()).mid(1)))
         return; // another kind of object
     State state;
     state.object = connection;
     m_states.insert(connection, state);
-    connect(connection, FinishSignal, this,
+    connect(connection, finishSignal(), this,
             SLOT(onQueryFinish(QScriptValue, QScriptValue, QScriptValue, QScriptValue)));
     connect(connection, SIGNAL(opened()), this, SLOT(onOpened()));
     connect(connection, SIGNAL(closed()), this, SLOT(onClosed()));
