@@ -118,6 +118,7 @@ private slots:
     void connectionDeletedBetweenTwoSteps();
     void connectionDeletedWithAStepUnderWay();
     void connectionDeletedInAConversion();
+    void connectionDeletedInAConversionOfItsOwnCall();
     void engineDestroyedBetweenTwoSteps();
 
 private:
@@ -649,6 +650,20 @@ void StreamedResultsTest::connectionDeletedInAConversion()
     QVERIFY(waitUntil([this] { return m_server->openDrivers() == 0; }));
     drainEvents();
     QCOMPARE(m_script->delivered(), QStringList());
+}
+
+void StreamedResultsTest::connectionDeletedInAConversionOfItsOwnCall()
+{
+    holdAtRow(-1, 3);
+    const QPointer<VEXT_SQL> db(m_db);
+    onConversion = [&](int row) {
+        if (row == 1)
+            delete db.data();
+    };
+    m_script->eval(QStringLiteral("var rows = db.query('select').rows"));
+    QVERIFY(!db);
+    QVERIFY(!m_script->host.engine()->hasUncaughtException());
+    QCOMPARE(scriptInt(QStringLiteral("rows")), 3);
 }
 
 void StreamedResultsTest::engineDestroyedBetweenTwoSteps()

@@ -5,6 +5,7 @@
 
 #include <QElapsedTimer>
 #include <QSqlDatabase>
+#include <QSqlDriver>
 #include <QtTest>
 
 #include <algorithm>
@@ -29,6 +30,10 @@ private slots:
     void cleanup();
 
     void rollbackOfTheLeavingThreadIsNotCancelled();
+    void openingAgainIsNotCancelled();
+    void stopBeforeTheFirstTaskFailsIt();
+    void openDoesNotTakeAStopBack();
+    void taskOfACallbackBehindAStopRunsInTheNextThread();
     void errorOfTheLastRollbackIsTheLastError();
     void statementBehindACancelledOneIsCancelledToo();
     void deletionCancelsAStatementThatBeginsLate();
@@ -92,6 +97,69 @@ void WorkerSteps::rollbackOfTheLeavingThreadIsNotCancelled()
     gate->release();
     QVERIFY(waitStopped(m_db));
     QCOMPARE(m_db->worker->lastError(), QString());
+}
+
+void WorkerSteps::openingAgainIsNotCancelled()
+{
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
+    QVERIFY(m_script->queue(QStringLiteral("one")));
+    QVERIFY(m_script->waitDelivered(1));
+    m_server->effect(StubCall::Open, StubEffect::held(gate), StubWhere::connection(thr));
+    m_db->worker->m_threadDriver->close(); // as a driver that finds its connection lost
+    QVERIFY(m_script->queue(QStringLiteral("two")));
+    QVERIFY(gate->waitReached());
+    m_db->stop_thread(1000); // asks again and again
+    QCOMPARE(m_server->count(StubCall::Cancel), 0);
+    gate->release();
+    QVERIFY(waitStopped(m_db));
+}
+
+void WorkerSteps::stopBeforeTheFirstTaskFailsIt()
+{
+    {
+        QMutexLocker locker(&m_db->worker->m_mutexParams); // where the thread begins
+        QVERIFY(m_script->queue(QStringLiteral("one")));
+        m_db->stop_thread(0);
+    }
+    QVERIFY(m_script->waitDelivered(1));
+    QVERIFY(waitStopped(m_db));
+    QCOMPARE(m_server->executed(thr), QStringList());
+}
+
+void WorkerSteps::openDoesNotTakeAStopBack()
+{
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
+    m_server->setCancelIgnored(true);
+    m_server->onExact(QStringLiteral("one"), StubReply::affected(1).withGate(gate));
+    QVERIFY(m_script->queue(QStringLiteral("one")));
+    QVERIFY(gate->waitReached());
+    m_db->stop_thread(0);
+    QVERIFY(m_db->worker->close(false) && m_db->open());
+    QCOMPARE(m_db->worker->m_thrStop.loadAcquire(), 1);
+    gate->release();
+    QVERIFY(waitStopped(m_db));
+}
+
+void WorkerSteps::taskOfACallbackBehindAStopRunsInTheNextThread()
+{
+    const ThreadGatePtr running = ThreadGate::create();
+    const ThreadGatePtr leaving = ThreadGate::create();
+    const GateGuard guards[] = {GateGuard(running), GateGuard(leaving)};
+    m_server->effect(StubCall::Rollback, StubEffect::held(leaving), StubWhere::connection(thr));
+    m_server->onExact(QStringLiteral("two"), StubReply::affected(1).withGate(running));
+    begin();
+    m_script->eval(QStringLiteral("var queued = false; db.query_thread(function() {"
+                                  "queued = db.query_thread(deliver('next'), 'next') }, 'two')"));
+    QVERIFY(running->waitReached());
+    m_db->stop_thread(0);
+    running->release();
+    QVERIFY(leaving->waitReached());
+    QVERIFY(m_script->host.waitForScript(QStringLiteral("queued")));
+    leaving->release();
+    QVERIFY(m_script->waitDelivered(2));
+    QVERIFY(m_server->executed(thr).contains(QStringLiteral("next")));
 }
 
 void WorkerSteps::errorOfTheLastRollbackIsTheLastError()
@@ -158,13 +226,12 @@ void WorkerSteps::messageOfADeletionMayEndAllWorkers()
     int told = 0;
     int destroyed = 0;
     connect(m_db->worker, &QObject::destroyed, this, [&] { ++destroyed; });
-    connect(m_db->worker, &VEXT_sqlThr::s_msg, this,
-            [&](const char *, int, const char *function) {
-                if (qstrcmp(function, "stop_thread") != 0)
-                    return;
-                ++told;
-                LibraryLife::releaseWorkers(true);
-            });
+    connect(m_db->worker, &VEXT_sqlThr::s_msg, this, [&](const char *, int, const char *function) {
+        if (qstrcmp(function, "stop_thread") != 0)
+            return;
+        ++told;
+        LibraryLife::releaseWorkers(true);
+    });
     m_script.reset();
     drainEvents();
     QCOMPARE(told, 1);

@@ -42,6 +42,9 @@ private slots:
     void failedOpenNeverShowsAPassword_data();
     void failedOpenNeverShowsAPassword();
     void openAfterAFailureWorks();
+    void openThatIsClosedInItsAnnouncementIsFalse();
+    void openThatIsClosedInItsSignalIsFalse();
+    void openGivesALostConnectionUp();
 
     void closeIsFalseWhenNotOpen();
     void closingTwiceEmitsNothingTheSecondTime();
@@ -331,6 +334,37 @@ void TestConnectionOpen::openAfterAFailureWorks()
 }
 
 // --- Close ---
+
+void TestConnectionOpen::openThatIsClosedInItsAnnouncementIsFalse()
+{
+    useDriver("QSTUB");
+    m_stub->setFeature(QSqlDriver::EventNotifications);
+    h().eval("var told = 0; db.opened.connect(function() { ++told }); db.traceLog = true;"
+             "db.add_event('a')");
+    connect(h().worker(), &VEXT_sqlThr::s_msg, this, [this] { h().eval("db.close()"); });
+    QVERIFY(h().holds("db.open() === false && told === 0 && !db.isOpen"));
+    disconnect(h().worker(), nullptr, this, nullptr);
+    QCOMPARE(m_stub->liveDrivers(), 0);
+}
+
+void TestConnectionOpen::openThatIsClosedInItsSignalIsFalse()
+{
+    useDriver("QSTUB");
+    h().eval("db.opened.connect(function() { db.close() })");
+    QVERIFY(h().holds("db.open() === false && !db.isOpen"));
+}
+
+void TestConnectionOpen::openGivesALostConnectionUp()
+{
+    useDriver("QSTUB");
+    h().eval("db.open()");
+    h().worker()->db.close(); // as a driver that finds its connection lost
+    QVERIFY(h().holds("db.open() && db.connectionName === '_sql'"));
+    QCOMPARE(m_stub->liveDrivers(), 1);
+    QCOMPARE(QSqlDatabase::connectionNames().size(), 1);
+    QVERIFY(h().holds("db.close()"));
+    QCOMPARE(m_stub->liveDrivers(), 0);
+}
 
 void TestConnectionOpen::closeIsFalseWhenNotOpen()
 {

@@ -84,6 +84,9 @@ private Q_SLOTS:
     void recordHoldsTheOutcome();
     void recordOfAFailureHasNoColumns();
     void failedSynchronousDeliveryPublishesAnEmptyResult();
+    void recordOfAnErrorAmongTheRowsFailsItsTask();
+    void recordOfAStoppedReadFailsItsTask();
+    void recordOfARefusedStatementHoldsItsText();
 
     // timing
     void timingTracesTheCallback();
@@ -554,6 +557,34 @@ void TestDelivery::failedSynchronousDeliveryPublishesAnEmptyResult()
     QVERIFY(returned.strictlyEquals(eval("db.queryResult"_qs)));
     QCOMPARE(json("db.queryResult"_qs), "{}"_qs);
     QVERIFY(truth("db.queryResult['$ res sql'] === undefined"_qs));
+}
+
+void TestDelivery::recordOfAnErrorAmongTheRowsFailsItsTask()
+{
+    openStub("STUB"_qs).setDefaultReply(oneRow(7).failingAtRow(0, statementError("cut"_qs)));
+    const std::unique_ptr<structThrSql> task(executed("cut"_qs));
+    QVERIFY(!task->failed && !worker()->detachSqlResult(task.get()));
+    QVERIFY(task->failed && !task->results.constFirst().canceled);
+}
+
+void TestDelivery::recordOfAStoppedReadFailsItsTask()
+{
+    openStub("STUB"_qs).setDefaultReply(oneRow(7));
+    const std::unique_ptr<structThrSql> task(executed("stopped"_qs));
+    task->inThread = true;
+    worker()->m_thrStop.storeRelease(1);
+    QVERIFY(!worker()->detachSqlResult(task.get()));
+    worker()->m_thrStop.storeRelease(0);
+    QVERIFY(task->failed && task->results.constFirst().canceled);
+}
+
+void TestDelivery::recordOfARefusedStatementHoldsItsText()
+{
+    openStub("STUB"_qs);
+    const std::unique_ptr<structThrSql> task(executed("sent"_qs));
+    task->ownText = "refused"_qs;
+    worker()->detachSqlResult(task.get());
+    QCOMPARE(task->results.constFirst().lastQuery, "refused"_qs);
 }
 
 // --- timing ---

@@ -64,6 +64,21 @@ private slots:
     void handlerMayDeleteTheConnection();
     void handlerMayCloseBeforeTheWorkerEndsAtOnce();
     void handlerMayStartNestedNotifications();
+    void handlerMayRemoveItsEventAndAddItAgain();
+    void handlersEventLoopKeepsWhatWaitsForTheDelivery();
+    void closedDriverIsNotHeardUntilItGoes();
+    void closedDriverIsNotCancelledWithTheNext();
+
+    void nameIsRemovedOnce();
+    void closedDriverIsNotAskedToForget();
+    void otherSystemsAreNotAskedWhatTheySend();
+    void removedNameOfATransactionIsNotLookedFor();
+    void subscriptionOfATransactionIsRenewedOnce();
+    void subscriptionThatHoldsIsLeftAlone();
+    void closedConnectionIsNotAskedWhatItSends();
+    void nameRemovedBeforeItsRenewalStaysRemoved();
+    void nextConnectionKnowsNothingOfRemovals();
+    void nextConnectionKnowsNothingOfTransactions();
 
 private:
     std::unique_ptr<MessageLog> m_log;
@@ -74,6 +89,10 @@ private:
     {
         return m_stub->notify(utf8(name), QSqlDriver::OtherSource, payload);
     }
+    /// Lets the connection reach a PostgreSQL, whose transactions take subscriptions back.
+    void usePostgres();
+    /// How often the server was asked what it sends.
+    int lookups() const { return m_stub->executed().count(utf8("SELECT pg_listening_channels()")); }
 };
 
 /// Deletes the connection object as a host may, from a script's hand.
@@ -93,6 +112,13 @@ void TestNotifications::init()
                                              h().engine()->newFunction(destroy));
     h().eval("var db = new VEXT_SQL(); db.driverName = 'QSTUB'; var seen = [];"
              "db.event.connect(function(name, payload, source) { seen.push(name) })");
+}
+
+void TestNotifications::usePostgres()
+{
+    m_stub = std::make_unique<StubServer>(QStringLiteral("QPSQL"), QSqlDriver::PostgreSQL);
+    m_stub->setFeature(QSqlDriver::EventNotifications);
+    h().eval("db.driverName = 'QPSQL'");
 }
 
 void TestNotifications::cleanup()
@@ -523,6 +549,156 @@ void TestNotifications::handlerMayStartNestedNotifications()
     QVERIFY(h().holds("db.isOpen && seen.slice().sort().join() === 'a,b'"));
     QCOMPARE(m_stub->openDrivers(), 1);
     disconnect(h().worker(), nullptr, this, nullptr);
+}
+
+void TestNotifications::handlerMayRemoveItsEventAndAddItAgain()
+{
+    h().eval("db.event.connect(function(n) { db.rem_event(n); db.add_event(n) }); db.open();"
+             "db.add_event('a')");
+    notify("a");
+    drainEvents();
+    QCOMPARE(m_stub->texts(StubCall::Subscribe), QStringList{utf8("a")});
+    QCOMPARE(m_stub->count(StubCall::Unsubscribe), 0);
+    QCOMPARE(notify("a"), 1);
+    QCOMPARE(h().shown("seen.join() + ' ' + db.events.join()"), QStringLiteral("a,a a"));
+}
+
+void TestNotifications::handlersEventLoopKeepsWhatWaitsForTheDelivery()
+{
+    h().eval("db.open(); db.add_event('a'); db.add_event('b')");
+    int askedWithin = -1;
+    connect(h().worker(), &VEXT_sqlThr::event, this, [&](const QString &name) {
+        if (name == QLatin1String("a")) {
+            h().eval("db.rem_event('a')");
+            return;
+        }
+        drainEvents();
+        askedWithin = m_stub->count(StubCall::Unsubscribe);
+    });
+    notify("a");
+    notify("b");
+    QCOMPARE(askedWithin, 0);
+    drainEvents();
+    QCOMPARE(m_stub->texts(StubCall::Unsubscribe), QStringList{utf8("a")});
+    disconnect(h().worker(), nullptr, this, nullptr);
+}
+
+void TestNotifications::closedDriverIsNotHeardUntilItGoes()
+{
+    h().eval("db.event.connect(function() { db.close() }); db.open(); db.add_event('a')");
+    notify("a");
+    notify("a");
+    QCOMPARE(h().shown("seen.join()"), QStringLiteral("a"));
+    drainEvents();
+}
+
+void TestNotifications::closedDriverIsNotCancelledWithTheNext()
+{
+    m_stub->setFeature(QSqlDriver::CancelQuery);
+    h().eval("db.event.connect(function() { db.close(); db.open(); db.close() }); db.open();"
+             "db.add_event('a')");
+    notify("a");
+    QCOMPARE(m_stub->count(StubCall::Cancel), 2);
+    drainEvents();
+}
+
+// --- What the driver refuses, and what a transaction takes back ---
+
+void TestNotifications::nameIsRemovedOnce()
+{
+    m_stub->fail(StubCall::Unsubscribe, stubError(QSqlError::StatementError, QStringLiteral("no")));
+    h().eval("db.open(); db.add_event('a'); db.rem_event('a'); db.rem_event('a')");
+    QCOMPARE(m_stub->count(StubCall::Unsubscribe), 2);
+}
+
+void TestNotifications::closedDriverIsNotAskedToForget()
+{
+    h().eval("db.open(); db.add_event('a')");
+    connect(h().worker(), &VEXT_sqlThr::event, this, [this] {
+        h().eval("db.rem_event('a')");
+        h().worker()->db.close();
+    });
+    notify("a");
+    drainEvents();
+    QCOMPARE(m_stub->count(StubCall::Unsubscribe), 0);
+    disconnect(h().worker(), nullptr, this, nullptr);
+    QVERIFY(h().holds("db.open() && db.close()")); // gives the lost connection back
+}
+
+void TestNotifications::otherSystemsAreNotAskedWhatTheySend()
+{
+    h().eval("db.open(); db.transaction(); db.add_event('a'); db.rollback()");
+    QCOMPARE(lookups(), 0);
+    QCOMPARE(m_stub->texts(StubCall::Subscribe), QStringList{utf8("a")});
+}
+
+void TestNotifications::removedNameOfATransactionIsNotLookedFor()
+{
+    usePostgres();
+    h().eval("db.open(); db.transaction(); db.add_event('a'); db.rem_event('a'); db.rollback()");
+    QCOMPARE(lookups(), 0);
+    QCOMPARE(m_stub->texts(StubCall::Subscribe), QStringList{utf8("a")});
+}
+
+void TestNotifications::subscriptionOfATransactionIsRenewedOnce()
+{
+    usePostgres();
+    h().eval("db.open(); db.transaction(); db.add_event('a'); db.rollback();"
+             "db.transaction(); db.commit()");
+    QCOMPARE(lookups(), 1);
+    QCOMPARE(m_stub->texts(StubCall::Unsubscribe), QStringList{utf8("a")}); // it has that name
+    QCOMPARE(m_stub->count(StubCall::Subscribe), 2);
+}
+
+void TestNotifications::subscriptionThatHoldsIsLeftAlone()
+{
+    usePostgres();
+    m_stub->onExact(QStringLiteral("SELECT pg_listening_channels()"),
+                    StubReply::table({{QStringLiteral("c"), QVariant::String}}, {{utf8("a")}}));
+    h().eval("db.open(); db.transaction(); db.add_event('a'); db.commit()");
+    QCOMPARE(lookups(), 1);
+    QCOMPARE(m_stub->count(StubCall::Subscribe), 1);
+    QCOMPARE(m_stub->count(StubCall::Unsubscribe), 0);
+}
+
+void TestNotifications::closedConnectionIsNotAskedWhatItSends()
+{
+    usePostgres();
+    h().eval("db.event.connect(function() { db.transaction(); db.add_event('b'); db.rollback();"
+             "db.close() }); db.open(); db.add_event('a')");
+    notify("a");
+    drainEvents();
+    QCOMPARE(lookups(), 0);
+    QCOMPARE(m_stub->liveDrivers(), 0);
+}
+
+void TestNotifications::nameRemovedBeforeItsRenewalStaysRemoved()
+{
+    usePostgres();
+    h().eval("db.event.connect(function() { db.transaction(); db.add_event('b'); db.rollback();"
+             "db.rem_event('b') }); db.open(); db.add_event('a')");
+    notify("a");
+    drainEvents();
+    QCOMPARE(m_stub->texts(StubCall::Subscribe), (QStringList{utf8("a"), utf8("b")}));
+    QCOMPARE(m_stub->texts(StubCall::Unsubscribe), QStringList{utf8("b")});
+}
+
+void TestNotifications::nextConnectionKnowsNothingOfRemovals()
+{
+    h().eval("db.event.connect(function() { db.rem_event('a'); db.close(); db.open();"
+             "db.add_event('a') }); db.open(); db.add_event('a')");
+    notify("a");
+    drainEvents();
+    QCOMPARE(m_stub->count(StubCall::Subscribe), 2);
+    QCOMPARE(notify("a"), 1);
+}
+
+void TestNotifications::nextConnectionKnowsNothingOfTransactions()
+{
+    usePostgres();
+    h().eval("db.open(); db.transaction(); db.add_event('a'); db.close();"
+             "db.open(); db.transaction(); db.commit()");
+    QCOMPARE(lookups(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestNotifications)

@@ -36,6 +36,7 @@ private Q_SLOTS:
 
     void oldErrorDoesNotFailTables();
     void errorOfTablesFailsIt();
+    void errorOfTablesEndsWithItsConnection();
     void refusedTransactionCommandTellsWhy_data();
     void refusedTransactionCommandTellsWhy();
     void commitBehindALostSessionIsFalse_data();
@@ -244,6 +245,15 @@ void TestStatementSafety::errorOfTablesFailsIt()
     QVERIFY(truth("/no list/.test(db.lastError)"_qs));
 }
 
+void TestStatementSafety::errorOfTablesEndsWithItsConnection()
+{
+    StubServer &server = openStub(stubName);
+    server.fail(StubCall::Tables, statementError("the same"_qs));
+    server.fail(StubCall::Commit, statementError("the same"_qs));
+    QVERIFY(truth("db.tables() === false && db.close() && db.open()"_qs));
+    QVERIFY(truth("db.commit() === false && db.tables() === true"_qs));
+}
+
 void TestStatementSafety::refusedTransactionCommandTellsWhy_data()
 {
     QTest::addColumn<int>("call");
@@ -295,8 +305,9 @@ void TestStatementSafety::commitBehindALostSessionIsFalse()
         QVERIFY(truth("db.isOpen === %1 && db.open()"_qs.arg(onThread ? "true"_qs : "false"_qs)));
         QCOMPARE(errorOf(onThread, "INSERT second"_qs), QString());
         if (onThread) {
-            eval("var done = null; db.query_thread('%1', function (r, e) { done = [r, e]; })"_qs.arg(
-                commit));
+            eval(
+                "var done = null; db.query_thread('%1', function (r, e) { done = [r, e]; })"_qs.arg(
+                    commit));
             QVERIFY(host().waitForScript("done"_qs));
             QVERIFY2(truth("done[0] === false || /потеряна/.test(done[1])"_qs),
                      qPrintable(json("done"_qs)));

@@ -2,8 +2,8 @@
 #include "column_values.h"
 
 #include <QDateTime>
-#include <QSharedPointer>
 #include <QFile>
+#include <QSharedPointer>
 #include <QtTest>
 
 #include <unistd.h>
@@ -137,6 +137,7 @@ private slots:
     void releaseFreesWholeBlocksOnly();
     void releaseGivesTextMemoryBack();
     void growsAndTurnsMixedAfterRelease();
+    void releasedBlocksTakeNoMemoryInAMixedColumn();
     void nullsReleasedBeforeTheFirstValue();
     void blockOfHugeTextsIsNotPacked();
     void textLargerThanABlockOpensTheColumn();
@@ -304,6 +305,9 @@ void TestColumnValues::emptyTextIsNotNull()
     QVERIFY(!column.at(0).toString().isNull());
     QVERIFY(!column.textViewAt(0).isNull());
     QVERIFY(column.textViewAt(0).isEmpty());
+    QString view;
+    column.textViewAt(0, view);
+    QVERIFY(!view.isNull() && view.isEmpty());
     QVERIFY(!column.isNullAt(0));
     QVERIFY(column.isNullAt(1));
     QVERIFY(column.at(2).isNull());
@@ -496,6 +500,23 @@ void TestColumnValues::growsAndTurnsMixedAfterRelease()
     QVERIFY(!column.isNullAt(5));
     QCOMPARE(column.at(2 * Block), QVariant(QStringLiteral("u")));
     QCOMPARE(lastOf(column), QVariant(1));
+}
+
+void TestColumnValues::releasedBlocksTakeNoMemoryInAMixedColumn()
+{
+    if (underSanitizer())
+        QSKIP("a sanitizer's allocator does not count memory");
+    constexpr int Released = 50 * Block;
+    ColumnValues column;
+    for (int row = 0; row < Released; ++row)
+        column.append(row);
+    column.releaseBefore(Released);
+    const size_t before = usedMemory();
+
+    column.append(QStringLiteral("of another kind"));
+
+    QCOMPARE(column.storage(), Storage::Mixed);
+    QVERIFY(usedMemory() < before + size_t(Released));
 }
 
 void TestColumnValues::nullsReleasedBeforeTheFirstValue()

@@ -539,7 +539,8 @@ void TestSqlCall::throwingGetterEndsTheSorting_data()
     for (const char *script :
          {"exec('s', bad('-5', []))", "exec('s', [1], bad('-5', []))", "exec('s', [bad('x', {})])",
           "exec('s', [[[bad('x', {})]]])", "exec(['s'], bad('-1', []))",
-          "exec(['a', 'b'], [[1], [bad('x', {})]])", "exec('s', [bad('x', function() {})])"})
+          "exec(['a', 'b'], [[1], [bad('x', {})]])", "exec('s', [bad('x', function() {})])",
+          "query(bad('0', new Array(1)))", "exec(bad('0', new Array(1)), [[1]])"})
         QTest::newRow(script) << QByteArray(script);
 }
 
@@ -712,16 +713,20 @@ void TestSqlCall::valuesAtTheBoundsAreConverted()
         return m_engine->evaluate(
             QStringLiteral("var a = 1; for (var i = 0; i < %1; ++i) a = [a]; a").arg(depth));
     };
-    QVERIFY(ScriptVariant::convert(nested(ScriptVariant::MaxConvertedDepth), m_engine.get(), variant));
-    QVERIFY(!ScriptVariant::convert(nested(ScriptVariant::MaxConvertedDepth + 1), m_engine.get(), variant));
+    QVERIFY(
+        ScriptVariant::convert(nested(ScriptVariant::MaxConvertedDepth), m_engine.get(), variant));
+    QVERIFY(!ScriptVariant::convert(nested(ScriptVariant::MaxConvertedDepth + 1), m_engine.get(),
+                                    variant));
 
     const auto counted = [this](int values) {
         return m_engine->evaluate(
             QStringLiteral("var a = []; for (var i = 0; i < %1; ++i) a.push(0); a").arg(values));
     };
-    QVERIFY(ScriptVariant::convert(counted(ScriptVariant::MaxConvertedValues), m_engine.get(), variant));
+    QVERIFY(ScriptVariant::convert(counted(ScriptVariant::MaxConvertedValues), m_engine.get(),
+                                   variant));
     QCOMPARE(variant.toList().size(), ScriptVariant::MaxConvertedValues);
-    QVERIFY(!ScriptVariant::convert(counted(ScriptVariant::MaxConvertedValues + 1), m_engine.get(), variant));
+    QVERIFY(!ScriptVariant::convert(counted(ScriptVariant::MaxConvertedValues + 1), m_engine.get(),
+                                    variant));
 }
 
 void TestSqlCall::thousandsOfStatementsAndValues()
