@@ -1091,35 +1091,63 @@ var vext = (function (scope) {
         return parts.join(",");
     }
 
-    // Whether JSON says what each value is. @throws a row of another length
-    function isPlain(list, width) {
-        var plain = true;
+    // JSON text of finite numbers alone: what else there is brings a letter, a quote or a bracket.
+    var NUMBERS = /^[-+.,0-9eE]*$/;
+
+    // Whether JSON says what each value is.
+    function isPlain(values) {
+        var notFinite = 0; // a sum that stays 0: comparing each number takes longer
+        for (var i = 0; i < values.length; i++) {
+            var value = values[i];
+            if (typeof value === "number") {
+                notFinite += value - value;
+            } else if (typeof value !== "string" && value !== null && value !== undefined &&
+                    typeof value !== "boolean" && !(value instanceof Date)) {
+                return false;
+            }
+        }
+        return notFinite === 0;
+    }
+
+    function isPlainTable(list) {
+        for (var r = 0; r < list.length; r++) {
+            if (!isPlain(list[r])) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    function checkLengths(list, width) {
         for (var r = 0; r < list.length; r++) {
             var row = list[r];
             if (!row || row.length !== width) {
                 throw new TypeError("vext: a row has " + (row && row.length) + " values, not " + width);
             }
-            for (var c = 0; c < width; c++) {
-                var value = row[c], type = typeof value;
-                if (type === "number" ? value - value !== 0 : type !== "string" &&
-                        type !== "boolean" && value !== null && value !== undefined &&
-                        !(value instanceof Date)) {
-                    plain = false;
-                }
+        }
+    }
+
+    // The values of each column as JSON, without brackets; null where JSON cannot say what they are.
+    function jsonColumns(list, width) {
+        var texts = [], count = list.length;
+        for (var c = 0; c < width; c++) {
+            var values = [];
+            for (var r = 0; r < count; r++) {
+                values[r] = list[r][c];
+            }
+            texts[c] = jsonList(values, 0, count);
+            if (!NUMBERS.test(texts[c]) && !isPlain(values)) {
+                return null;
             }
         }
-        return plain;
+        return texts;
     }
 
     var ESCAPES = { n: "\n", t: "\t", r: "\r", b: "\b", f: "\f", "/": "/" };
 
-    // One column as the text of a PostgreSQL array, whose only escapes are \" and \\.
-    function arrayText(list, column) {
-        var values = [];
-        for (var r = 0; r < list.length; r++) {
-            values[r] = list[r][column];
-        }
-        var text = jsonList(values, 0, values.length);
+    // A list in JSON as the text of a PostgreSQL array, whose only escapes are \" and \\.
+    function arrayText(json) {
+        var text = json;
         if (text.indexOf("\\") >= 0) {
             text = text.replace(/\\(u[0-9a-fA-F]{4}|[\s\S])/g, function (whole, escape) {
                 return escape.charAt(0) === "u" ? String.fromCharCode(parseInt(escape.slice(1), 16)) :
@@ -1129,21 +1157,22 @@ var vext = (function (scope) {
         return quotedText("postgresql", "{" + text + "}");
     }
 
-    function unnestText(head, list, types) {
+    // unnest() among the columns: behind FROM its rows would be stored once more on their way.
+    function unnestText(head, columns, types) {
         var arrays = [];
         for (var c = 0; c < types.length; c++) {
-            arrays.push(arrayText(list, c) + "::" + types[c] + "[]");
+            arrays.push("unnest(" + arrayText(columns[c]) + "::" + types[c] + "[])");
         }
-        return head + " SELECT * FROM unnest(" + arrays.join(", ") + ")";
+        return head + " SELECT " + arrays.join(", ");
     }
 
-    function jsonEachText(head, list, width) {
+    function jsonEachText(head, table, width) {
         var columns = [];
         for (var c = 0; c < width; c++) {
             columns.push("json_extract(value, '$[" + c + "]')");
         }
         return head + " SELECT " + columns.join(", ") + " FROM json_each(" +
-            quotedText("sqlite", "[" + jsonList(list, 0, list.length) + "]") + ")";
+            quotedText("sqlite", "[" + table + "]") + ")";
     }
 
     function valuesText(head, list, engine) {
@@ -1168,7 +1197,7 @@ var vext = (function (scope) {
         postgresql: "SELECT a.attname AS name, format_type(a.atttypid, -1) AS type " +
             "FROM pg_attribute a JOIN pg_type t ON t.oid = a.atttypid " +
             "WHERE a.attrelid = to_regclass(?) AND a.attnum > 0 AND NOT a.attisdropped " +
-            "AND t.typtype <> 'd' AND t.typcategory <> 'A'",
+            "AND t.typtype <> 'd' AND t.typcategory <> 'A' AND t.typdelim = ','",
         sqlite: "SELECT sqlite_compileoption_used('ENABLE_JSON1') AS has, " +
             "sqlite_compileoption_used('OMIT_JSON') AS lacks, sqlite_version() AS version"
     };
@@ -1194,26 +1223,33 @@ var vext = (function (scope) {
     }
 
     // A function that writes the statement for a list of rows.
-    function rowsWriter(engine, head, columns, catalogue) {
-        var width = columns.length;
-        var types = engine === "postgresql" ? typesOf(columns, catalogue) : null;
+    function rowsWriter(engine, head, names, catalogue) {
+        var width = names.length;
+        var types = engine === "postgresql" ? typesOf(names, catalogue) : null;
         var json = engine === "sqlite" && hasJson(catalogue);
         return function (list) {
-            if (isPlain(list, width) && (types || json)) {
-                return types ? unnestText(head, list, types) : jsonEachText(head, list, width);
+            checkLengths(list, width);
+            var columns = types ? jsonColumns(list, width) : null;
+            if (columns) {
+                return unnestText(head, columns, types);
+            }
+            var table = json && isPlainTable(list) ? jsonList(list, 0, list.length) : null;
+            // SQLite's JSON ends a text at U+0000.
+            if (table && table.indexOf("\\u0000") < 0) {
+                return jsonEachText(head, table, width);
             }
             return valuesText(head, list, engine);
         };
     }
 
-    var CHUNKS = { postgresql: 5000, sqlite: 5000, mysql: 1000, firebird: 1, other: 1 };
+    var CHUNKS = { postgresql: 2000, sqlite: 2000, mysql: 1000, firebird: 1, other: 1 };
     var CHUNK_TEXT = 4000000; // characters of one statement, about
 
     function insertWith(tx, table, columns, source, options, done) {
         var head = "INSERT INTO " + table + " (" + columns.join(", ") + ")";
         var chunk = option(options, "chunk", CHUNKS[tx.engine]), progress = option(options, "onProgress");
         var total = typeof source === "function" ? undefined : source.length;
-        var read = 0, stored = 0, under = 0, atEnd = false, ended = false, write = null;
+        var read = 0, stored = 0, running = false, ready = null, atEnd = false, ended = false, write = null;
 
         function nextRows() {
             var list = [], row;
@@ -1236,36 +1272,49 @@ var vext = (function (scope) {
             }
         }
 
-        // Two statements under way: one is written while the other runs.
+        // Writes the next statement while one runs.
         function feed() {
-            while (!ended && !atEnd && under < 2) {
-                var list = nextRows();
-                if (list.length > 0) {
-                    send(list);
+            while (!ended && !atEnd && !ready) {
+                ready = prepare();
+                if (!running) {
+                    sendReady();
                 }
             }
-            if (atEnd && under === 0) {
+            if (atEnd && !running) {
                 end(null);
             }
         }
 
-        function send(list) {
-            var text;
+        function prepare() {
+            var list = nextRows(), text;
+            if (list.length === 0) {
+                return null;
+            }
             try {
                 text = write(list);
             } catch (error) {
                 end(error);
-                return;
+                return null;
             }
             chunk = Math.max(1, Math.min(chunk, Math.floor(list.length * CHUNK_TEXT / text.length)));
-            under++;
-            tx.query(text, null, function (error) {
-                under--;
+            return { text: text, rows: list.length };
+        }
+
+        function sendReady() {
+            var statement = ready;
+            ready = null;
+            if (!statement || ended) {
+                return;
+            }
+            running = true;
+            tx.query(statement.text, null, function (error) {
+                running = false;
                 if (error) {
                     end(error);
                     return;
                 }
-                stored += list.length;
+                stored += statement.rows;
+                sendReady(); // first of all: the worker would wait
                 if (progress) {
                     progress(stored, total);
                 }

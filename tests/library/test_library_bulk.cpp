@@ -3,6 +3,8 @@
 
 #include "library_script.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QtTest>
 
 class TestLibraryBulk : public QObject
@@ -23,6 +25,14 @@ private Q_SLOTS:
     void tooLongTextIsNotCut();
     void rowsMayBePartOfATransaction();
     void quotedNamesAndArraysAreStored();
+    void numbersAreExact_data();
+    void numbersAreExact();
+    void textWithZeroIsNotCut();
+    void valuesThatJsonDoesNotKnowAreStored_data();
+    void valuesThatJsonDoesNotKnowAreStored();
+    void boxesAreStored();
+    void compositesAreStored();
+    void statementIsWrittenWhileOneRuns();
 
     void pagesGoThroughTheWholeTable_data();
     void pagesGoThroughTheWholeTable();
@@ -238,6 +248,195 @@ void TestLibraryBulk::quotedNamesAndArraysAreStored()
     )js"));
     QCOMPARE(outcome, QStringLiteral(
                           "[\"none\",\"none\",[[1,2],[null,\"{1,2}\"],[0,null],[\"101\",null]]]"));
+}
+
+SYSTEMS(numbersAreExact)
+void TestLibraryBulk::numbersAreExact()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        var numbers = [9007199254740991, -9007199254740991, 1e21, 2.2250738585072014e-308, 1.7976931348623157e308,
+            0.1, 1 / 3, -1e-7, 123456789.125, 4294967296, -0], rows = [], wrong = [];
+        for (var i = 0; i < 500; i++) {
+            rows.push([i - 250, numbers[i] || (i - 250) * Math.pow(10, i % 40 - 20) / 7]);
+        }
+        vext.insertRows(db, "t", ["id", "price"], rows, function (error, stored) {
+            var back = must(db, "SELECT id, price FROM t ORDER BY id").fields_index;
+            for (i = 0; i < rows.length; i++) {
+                if (back[0][i] !== rows[i][0] || back[1][i] !== rows[i][1]) {
+                    wrong.push([rows[i], back[0][i], back[1][i]]);
+                }
+            }
+            done([told(error), stored, wrong.slice(0, 5)]);
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",500,[]]"));
+}
+
+void TestLibraryBulk::textWithZeroIsNotCut()
+{
+    LibraryScript script;
+    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
+    const QString outcome = script.outcome(prepared(literalOf(sqlite->parameters()), R"js(
+        vext.insertRows(db, "t", ["id", "note"], [[1, "a\\u0000b"]], function (error) {
+            vext.insertRows(db, "t", ["id", "note"], [[2, "c"], [3, "a\u0000b"]], function (other) {
+                done([told(error), must(db, "SELECT note FROM t").fields_index[0][0], other && other.message, count()]);
+            });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",\"a\\\\u0000b\","
+                                     "\"vext: a text with U+0000 cannot be written into a "
+                                     "statement\",1]"));
+}
+
+void TestLibraryBulk::valuesThatJsonDoesNotKnowAreStored_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QString>("values");
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<QString>("expected");
+    const QString postgres = QStringLiteral("PostgreSQL");
+    const QString sqlite = QStringLiteral("SQLite file");
+    const QString text = QStringLiteral("v::text");
+    QTest::newRow("NaN and infinities")
+        << postgres << QStringLiteral("float8") << QStringLiteral("[1, NaN, Infinity, -Infinity]")
+        << text << QStringLiteral("1,NaN,Infinity,-Infinity");
+    QTest::newRow("NaN behind numbers of its own statement")
+        << postgres << QStringLiteral("numeric") << QStringLiteral("[1, 2.5, NaN, null]") << text
+        << QStringLiteral("1,2.5,NaN,");
+    QTest::newRow("bytes, PostgreSQL")
+        << postgres << QStringLiteral("bytea") << QStringLiteral("[bytes, null]")
+        << QStringLiteral("encode(v, 'hex')") << QStringLiteral("00275cff,");
+    QTest::newRow("bytes, SQLite")
+        << sqlite << QStringLiteral("BLOB") << QStringLiteral("[bytes, 'text']")
+        << QStringLiteral("hex(v) || typeof(v)") << QStringLiteral("00275CFFblob,74657874text");
+    QTest::newRow("times") << postgres << QStringLiteral("timestamp")
+                           << QStringLiteral("[new Date(0), null, '2024-02-29 12:00']") << text
+                           << QStringLiteral("1970-01-01 00:00:00,,2024-02-29 12:00:00");
+    QTest::newRow("booleans, PostgreSQL")
+        << postgres << QStringLiteral("boolean") << QStringLiteral("[true, false, null]") << text
+        << QStringLiteral("true,false,");
+    QTest::newRow("booleans, SQLite")
+        << sqlite << QStringLiteral("") << QStringLiteral("[true, false]")
+        << QStringLiteral("v || typeof(v)") << QStringLiteral("1integer,0integer");
+    QTest::newRow("numbers as texts, SQLite")
+        << sqlite << QStringLiteral("") << QStringLiteral("[7, '7', 7.5, '007']")
+        << QStringLiteral("v || typeof(v)") << QStringLiteral("7integer,7text,7.5real,007text");
+    QTest::newRow("numbers for texts, PostgreSQL")
+        << postgres << QStringLiteral("text") << QStringLiteral("[7, '7', '007', 'NULL', '{}']")
+        << text << QStringLiteral("7,7,007,NULL,{}");
+    QTest::newRow("JSON") << postgres << QStringLiteral("jsonb")
+                          << QStringLiteral("['{\"a\": [1, \"\\\\\\\\\"]}', null]") << text
+                          << QStringLiteral("{\"a\": [1, \"\\\\\"]},");
+}
+
+void TestLibraryBulk::valuesThatJsonDoesNotKnowAreStored()
+{
+    QFETCH(QString, system);
+    QFETCH(QString, type);
+    QFETCH(QString, values);
+    QFETCH(QString, shown);
+    QFETCH(QString, expected);
+    TestDatabase *database = m_databases.find(system);
+    if (!database)
+        QSKIP(qPrintable(QStringLiteral("not installed: %1").arg(system)));
+    LibraryScript script;
+    // Once in one statement, and once in statements of one row.
+    const QString code = QStringLiteral(R"js(
+        var bytes = {toHex: function () { return "00275cff"; }}; // the host's, as far as the library looks
+        must(db, "DROP TABLE IF EXISTS kinds");
+        must(db, "CREATE TABLE kinds (n integer, v %1)");
+        var values = %2, rows = [];
+        for (var i = 0; i < values.length; i++) {
+            rows.push([i, values[i]]);
+        }
+        function shown() {
+            return must(db, "SELECT %3 AS v FROM kinds ORDER BY n").fields_index[0].join();
+        }
+        vext.insertRows(db, "kinds", ["n", "v"], rows, function (error) {
+            var whole = told(error) + " " + shown();
+            must(db, "DELETE FROM kinds");
+            vext.insertRows(db, "kinds", ["n", "v"], rows, function (other) {
+                done([whole, told(other) + " " + shown()]);
+            }, {chunk: 1});
+        });
+    )js")
+                             .arg(type, values, shown);
+    const QString outcome = script.outcome(prepared(literalOf(database->parameters()), "") + code);
+    const QJsonArray answers = QJsonDocument::fromJson(outcome.toUtf8()).array();
+    QCOMPARE(answers.at(0).toString(outcome), QStringLiteral("none ") + expected);
+    QCOMPARE(answers.at(1).toString(), QStringLiteral("none ") + expected);
+}
+
+void TestLibraryBulk::boxesAreStored()
+{
+    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
+    if (!postgres)
+        QSKIP("not installed: PostgreSQL");
+    LibraryScript script;
+    // Their arrays are the only ones that part their elements with a semicolon.
+    const QString outcome = script.outcome(prepared(literalOf(postgres->parameters()), R"js(
+        must(db, "DROP TABLE IF EXISTS boxes");
+        must(db, "CREATE TABLE boxes (n int, b box)");
+        vext.insertRows(db, "boxes", ["n", "b"], [[1, "(1,1),(0,0)"], [2, "(3,3),(2,2)"]], function (error) {
+            done([told(error), must(db, "SELECT b::text FROM boxes ORDER BY n").fields_index[0]]);
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",[\"(1,1),(0,0)\",\"(3,3),(2,2)\"]]"));
+}
+
+void TestLibraryBulk::compositesAreStored()
+{
+    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
+    if (!postgres)
+        QSKIP("not installed: PostgreSQL");
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(literalOf(postgres->parameters()), R"js(
+        must(db, "DROP TABLE IF EXISTS pairs");
+        must(db, "DROP TYPE IF EXISTS pair");
+        must(db, "CREATE TYPE pair AS (x int, y text)");
+        must(db, "CREATE TABLE pairs (n int, p pair)");
+        vext.insertRows(db, "pairs", ["n", "p"], [[1, "(1,\"it's\")"], [2, null]], function (error) {
+            done([told(error), must(db, "SELECT p::text FROM pairs ORDER BY n").fields_index[0]]);
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",[\"(1,it's)\",null]]"));
+}
+
+void TestLibraryBulk::statementIsWrittenWhileOneRuns()
+{
+    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
+    if (!postgres)
+        QSKIP("not installed: PostgreSQL");
+    LibraryScript script;
+    // The rows of the third statement are asked for while the second one waits for a lock, which
+    // is given back then.
+    const QString outcome = script.outcome(prepared(literalOf(postgres->parameters()), R"js(
+        var other = open(settings), running = 0, tries = 0;
+        must(db, "DROP TABLE IF EXISTS watched");
+        must(db, "CREATE TABLE watched (n int)");
+        must(db, "CREATE OR REPLACE FUNCTION wait_for_lock() RETURNS trigger LANGUAGE plpgsql AS " +
+            "'BEGIN IF EXISTS (SELECT FROM watched) THEN PERFORM pg_advisory_xact_lock(471); END IF; " +
+            "RETURN NULL; END'");
+        must(db, "CREATE TRIGGER wait BEFORE INSERT ON watched FOR EACH STATEMENT " +
+            "EXECUTE FUNCTION wait_for_lock()");
+        must(other, "SELECT pg_advisory_lock(471)");
+        vext.insertRows(db, "watched", ["n"], function (n) {
+            if (n === 20) {
+                while (running === 0 && tries++ < 100) {
+                    running = Number(must(other, "SELECT count(*) AS n, pg_sleep(0.02) FROM pg_stat_activity " +
+                        "WHERE wait_event = 'advisory' AND query LIKE 'INSERT INTO watched%'").fields_index[0][0]);
+                }
+                must(other, "SELECT pg_advisory_unlock(471)");
+            }
+            return n < 25 ? [n] : null;
+        }, function (error, stored) {
+            done([told(error), stored, running]);
+        }, {chunk: 10});
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",25,1]"));
 }
 
 SYSTEMS(pagesGoThroughTheWholeTable)
