@@ -97,11 +97,13 @@ bool ResultFiller::isReady(QScriptValue &function, const ResultShape &shape)
         return false;
     }
     if (!m_function.isValid() && m_fills == FillsBefore) {
+        QScriptEngine *engine = function.engine();
+        // Called by a native function that no script has called, Function crashes (Qt Script 5.15):
+        // it looks for the global object of the script that runs.
+        if (!engine || engine->currentContext()->parentContext())
+            return false;
         ++m_fills; // once: what cannot be made is not tried again
         if (!shape.isUnambiguous() || shape.names().size() > MostColumns)
-            return false;
-        QScriptEngine *engine = function.engine();
-        if (!engine)
             return false;
         const QScriptValue made = function.call(
             QScriptValue(),

@@ -30,6 +30,7 @@ private slots:
     void constructorsOfTheEngineMayBeReplaced();
     void uncaughtExceptionStaysThroughADelivery();
     void deepRecursionGivesAWholeResult();
+    void nativeCallbackMayRunTheStatementAgain();
     void engineThatGoesAwayTakesNothingAlong();
 
 private:
@@ -271,6 +272,22 @@ void TestRepeatedResults::deepRecursionGivesAWholeResult()
     QVERIFY(truth(QStringLiteral("ended.indexOf('RangeError') === 0")));
     QCOMPARE(number(QStringLiteral("parts")), 0.0);
     QVERIFY(number(QStringLiteral("whole")) > 10);
+}
+
+/// The callback is db.query itself, to which the result reads as the statement: no script runs then.
+void TestRepeatedResults::nativeCallbackMayRunTheStatementAgain()
+{
+    open();
+    for (int before = 0; before < Repetitions; ++before) {
+        eval(QStringLiteral("var sql = 'SELECT 1 AS c%1', done = false;"
+                            "Object.prototype.toString = function () { return sql };"
+                            "for (var i = 0; i < %1; ++i) db.query(sql);"
+                            "db.query_thread(db.query, sql);"
+                            "db.query_thread(function () { done = true }, 'SELECT 2')")
+                 .arg(before));
+        QVERIFY(host().waitForScript(QStringLiteral("done")));
+        QVERIFY(truth(QStringLiteral("db.queryResult.executedQuery === sql")));
+    }
 }
 
 void TestRepeatedResults::engineThatGoesAwayTakesNothingAlong()
