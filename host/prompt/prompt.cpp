@@ -26,7 +26,8 @@ const int DropChunkSize = 65536;
 /// Read from the terminal for the key that is being handled; a whole paste is one key.
 int s_charactersOfKey = 0;
 
-/// The line editor takes a paste of any size, for minutes; this ends it.
+/// The line editor takes a paste of any size, for minutes, and all that is typed ahead as one key;
+/// this ends it.
 int readTerminal(std::FILE *stream)
 {
     return ++s_charactersOfKey > MaxLineSize + 1 ? EOF : rl_getc(stream);
@@ -143,6 +144,14 @@ void Prompt::readCharacter()
         m_drop.start(); // what is left of it must not run as lines of their own
 }
 
+void Prompt::dropRest()
+{
+    m_waiting = true;
+    rl_callback_handler_install("", &Prompt::onLine); // the terminal must not show what is dropped
+    m_notifier->setEnabled(true);
+    m_drop.start();
+}
+
 void Prompt::dropMore()
 {
     char chunk[DropChunkSize];
@@ -174,6 +183,10 @@ void Prompt::onLine(char *line)
 {
     Prompt *prompt = s_active;
     prompt->remove(); // what is typed runs with the terminal as the user knows it
+    if (!line && s_charactersOfKey > MaxLineSize) {
+        prompt->dropRest();
+        return;
+    }
     if (!line) {
         prompt->end();
         return;

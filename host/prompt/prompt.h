@@ -66,6 +66,7 @@ private:
     static void onLine(char *line); ///< called by the line editor; null at the end of input
     static char **onComplete(const char *word, int start, int end);
     void readCharacter();
+    void dropRest(); ///< of a line at whose limit the line editor has given up
     void dropMore();
     void endDrop();
     void end(); ///< the input has ended

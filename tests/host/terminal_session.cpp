@@ -83,8 +83,10 @@ bool TerminalSession::typeMuch(const QByteArray &keys)
     while (typed < keys.size() && !deadline.hasExpired()) {
         pollfd waiting = {m_terminal, POLLIN | POLLOUT, 0};
         ::poll(&waiting, 1, 100);
-        if ((waiting.revents & POLLIN) && ::read(m_terminal, shown, sizeof shown) <= 0)
+        if (waiting.revents & POLLHUP)
             break; // the other end is closed
+        if ((waiting.revents & POLLIN) && ::read(m_terminal, shown, sizeof shown) <= 0)
+            break;
         if (!(waiting.revents & POLLOUT))
             continue;
         const int size = qMin(PieceSize, keys.size() - typed);
