@@ -6,6 +6,7 @@
 #include "plugin_sql.h"
 #include "script_tag.h"
 #include "sql_secrets.h"
+#include "sqlite_schema_guard.h"
 #include "vext_sql.h"
 #include "vext_sql_thread.h"
 
@@ -50,13 +51,14 @@ void releaseWorkersOfApplication()
     LibraryLife::releaseWorkers(false);
 }
 
-/// What the last workers use to trace their end is made before the object that waits for them, and
-/// so goes after it.
+/// What the last workers use, to trace their end or to open a connection before it, is made before
+/// the object that waits for them, and so goes after it.
 void makeWhatWorkersNeed()
 {
     DebugLine::cleanFunctionName(QString(), false);
     SqlSecrets::maskedConnection(QString());
     SqlSecrets::maskedStatement(QStringLiteral("password"));
+    SqliteSchemaGuard::prepare();
 }
 
 /// Makes the plugin object when the library is loaded, possibly before any application object

@@ -83,18 +83,29 @@ Library loadedBy(const QMetaObject *)
 
 #endif
 
+/// What was found for each kind of driver.
+struct Libraries {
+    QMutex mutex;
+    QHash<const QMetaObject *, Library> found; ///< mutex
+};
+
+Libraries &libraries()
+{
+    static Libraries instance;
+    return instance;
+}
+
 Library libraryOf(const QSqlDriver *driver)
 {
-    static QMutex mutex;
-    static QHash<const QMetaObject *, Library> libraries;
+    Libraries &known = libraries();
     // A driver that decorates another one does not run on SQLite itself.
     const auto *stock = driver->property("stockDriver").value<QObject *>();
     const QMetaObject *driverClass = stock ? stock->metaObject() : driver->metaObject();
-    QMutexLocker locker(&mutex);
-    const auto known = libraries.constFind(driverClass);
-    if (known != libraries.constEnd())
-        return *known;
-    return *libraries.insert(driverClass, loadedBy(driverClass));
+    QMutexLocker locker(&known.mutex);
+    const auto library = known.found.constFind(driverClass);
+    if (library != known.found.constEnd())
+        return *library;
+    return *known.found.insert(driverClass, loadedBy(driverClass));
 }
 
 Handle *handleOf(const QSqlDriver *driver)
@@ -210,6 +221,11 @@ int Watcher::authorize(void *self, int action, const char *, const char *, const
 }
 
 } // namespace
+
+void SqliteSchemaGuard::prepare()
+{
+    libraries();
+}
 
 void SqliteSchemaGuard::opened(QSqlDriver *driver)
 {

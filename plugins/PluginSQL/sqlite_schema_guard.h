@@ -25,6 +25,9 @@ class QSqlDriver;
 namespace SqliteSchemaGuard
 {
 
+/// Makes what all connections share, so that it outlives whatever is made later. Any thread.
+void prepare();
+
 /// Has to be called for each connection of SQLite that opens, before its first statement. In the
 /// thread of the connection; nothing happens for other drivers.
 void opened(QSqlDriver *driver);

@@ -391,6 +391,27 @@ int unloadWithLiveConnections(Arguments args)
     return 0;
 }
 
+int unloadWhileWorkersOpen(Arguments args)
+{
+    QCoreApplication application(args.count, args.values);
+    for (unsigned long microseconds = 0; microseconds < 400; microseconds += 10) {
+        PluginLibrary library;
+        HOLDS(library.load());
+        QScriptEngine engine;
+        HOLDS(installedEval(engine, library.globalObject(),
+                            openAndQuery() +
+                                QStringLiteral("; db.query_thread(function() {}, 'select 1');"
+                                               "db.start_thread()"))
+                  .toBool());
+        // The worker gets a little further each time.
+        QThread::usleep(microseconds);
+        HOLDS(library.unload());
+        HOLDS(!PluginLibrary::inMemory());
+        drainEvents();
+    }
+    return 0;
+}
+
 int unloadWithUndeliveredResults(Arguments args)
 {
     QCoreApplication application(args.count, args.values);
@@ -481,6 +502,7 @@ const std::map<QString, Scenario> &scenarios()
         SCENARIO(loadedAgainElsewhere),
         SCENARIO(unloadWithPendingDeletes),
         SCENARIO(unloadWithLiveConnections),
+        SCENARIO(unloadWhileWorkersOpen),
         SCENARIO(unloadWithUndeliveredResults),
         SCENARIO(messagesReachTheHost),
         SCENARIO(keptInMemoryAndLoadedAgain),
