@@ -59,22 +59,25 @@ function(vext_add_test name)
   endif()
 endfunction()
 
-# vext_add_layered_run(NAME) runs a test program a second time, as NAME_layered, with the layer of
-# drivers in front of the stock ones. What differs on purpose it tells by VEXT_DRIVER_LAYER.
-function(vext_add_layered_run name)
+# vext_add_second_run(NAME SUFFIX LABEL VARIABLES) runs a test program a second time, as NAME_SUFFIX,
+# in another environment.
+function(vext_add_second_run name suffix label variables)
   get_test_property(${name} TIMEOUT timeout)
-  add_test(NAME ${name}_layered COMMAND ${name})
-  set_tests_properties(${name}_layered PROPERTIES TIMEOUT ${timeout} SKIP_RETURN_CODE 77
-    LABELS "drivers"
-    ENVIRONMENT "QT_PLUGIN_PATH=${CMAKE_BINARY_DIR}/qtplugins;VEXT_DRIVER_LAYER=1;QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")
+  add_test(NAME ${name}_${suffix} COMMAND ${name})
+  set_tests_properties(${name}_${suffix} PROPERTIES TIMEOUT ${timeout} SKIP_RETURN_CODE 77
+    LABELS "${label}"
+    ENVIRONMENT "${variables};QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")
 endfunction()
 
-# vext_add_sliced_run(NAME) runs a test program a second time, as NAME_sliced, with results that are
-# converted in slices of a row while the worker reads, as it is usually done with large ones only.
+# vext_add_layered_run(NAME): with the layer of drivers in front of the stock ones. What differs on
+# purpose the program tells by VEXT_DRIVER_LAYER.
+function(vext_add_layered_run name)
+  vext_add_second_run(${name} layered drivers
+    "QT_PLUGIN_PATH=${CMAKE_BINARY_DIR}/qtplugins;VEXT_DRIVER_LAYER=1")
+endfunction()
+
+# vext_add_sliced_run(NAME): with results that are converted in slices of a row while the worker
+# reads, as it is usually done with large ones only.
 function(vext_add_sliced_run name)
-  get_test_property(${name} TIMEOUT timeout)
-  add_test(NAME ${name}_sliced COMMAND ${name})
-  set_tests_properties(${name}_sliced PROPERTIES TIMEOUT ${timeout} SKIP_RETURN_CODE 77
-    LABELS "threads"
-    ENVIRONMENT "LANGUAGE=ru;VEXT_TEST_SLICE_CELLS=1;QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")
+  vext_add_second_run(${name} sliced threads "LANGUAGE=ru;VEXT_TEST_SLICE_CELLS=1")
 endfunction()
