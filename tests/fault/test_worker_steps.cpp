@@ -19,6 +19,42 @@ constexpr int longMs = 120000;
 constexpr int promptMs = 10000;
 const QVector<StubReply::Column> oneColumn{{QStringLiteral("id"), QVariant::Int}};
 
+/// Holds the thread that writes a line with the text to Qt's log, one at a time in a program.
+class HeldLine
+{
+public:
+    explicit HeldLine(const QString &text)
+    {
+        s_text = text;
+        s_gate = gate;
+        s_former = qInstallMessageHandler(&HeldLine::handle);
+    }
+    ~HeldLine()
+    {
+        gate->release();
+        qInstallMessageHandler(s_former);
+    }
+    Q_DISABLE_COPY(HeldLine)
+
+    const ThreadGatePtr gate = ThreadGate::create();
+
+private:
+    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
+    {
+        s_former(type, context, text);
+        if (text.contains(s_text))
+            s_gate->pass();
+    }
+
+    static QString s_text;
+    static ThreadGatePtr s_gate;
+    static QtMessageHandler s_former;
+};
+
+QString HeldLine::s_text;
+ThreadGatePtr HeldLine::s_gate;
+QtMessageHandler HeldLine::s_former = nullptr;
+
 } // namespace
 
 class WorkerSteps : public QObject
@@ -32,12 +68,15 @@ private slots:
     void rollbackOfTheLeavingThreadIsNotCancelled();
     void openingAgainIsNotCancelled();
     void stopBeforeTheFirstTaskFailsIt();
+    void taskTakenDuringAStopDoesNotRun();
     void openDoesNotTakeAStopBack();
     void taskOfACallbackBehindAStopRunsInTheNextThread();
     void errorOfTheLastRollbackIsTheLastError();
     void statementBehindACancelledOneIsCancelledToo();
     void deletionCancelsAStatementThatBeginsLate();
     void messageOfADeletionMayEndAllWorkers();
+    void messageOfAnEndMayEndTheOtherWorkers();
+    void workersOfOtherThreadsAreLeftToThem();
     void positionedQueryIsReadFromItsFirstRow_data();
     void positionedQueryIsReadFromItsFirstRow();
 
@@ -125,6 +164,24 @@ void WorkerSteps::stopBeforeTheFirstTaskFailsIt()
     QVERIFY(m_script->waitDelivered(1));
     QVERIFY(waitStopped(m_db));
     QCOMPARE(m_server->executed(thr), QStringList());
+}
+
+/// The stop cancels while no statement runs yet, and does not wait to cancel again.
+void WorkerSteps::taskTakenDuringAStopDoesNotRun()
+{
+    m_db->setTraceLog(true);
+    QVERIFY(m_script->queue(QStringLiteral("one")));
+    QVERIFY(m_script->waitDelivered(1));
+    {
+        const HeldLine taken(QStringLiteral("get task: all count"));
+        QVERIFY(m_script->queue(QStringLiteral("two")));
+        QVERIFY(taken.gate->waitReached());
+        m_db->stop_thread(0);
+    }
+    QVERIFY(m_script->waitDelivered(2));
+    QVERIFY(waitStopped(m_db));
+    QCOMPARE(m_server->executed(thr), QStringList(QStringLiteral("one")));
+    QVERIFY(m_script->eval(QStringLiteral("outcomes.two.result === false")).toBool());
 }
 
 void WorkerSteps::openDoesNotTakeAStopBack()
@@ -236,6 +293,58 @@ void WorkerSteps::messageOfADeletionMayEndAllWorkers()
     drainEvents();
     QCOMPARE(told, 1);
     QCOMPARE(destroyed, 1);
+}
+
+/// The first worker's end takes the second one with it, which was to be the next.
+void WorkerSteps::messageOfAnEndMayEndTheOtherWorkers()
+{
+    constexpr int heldMs = 2500; // longer than the first wait of the end
+    m_server->setCancelIgnored(true);
+    m_server->onExact(QStringLiteral("lasting"), StubReply::affected(1).withDelay(heldMs));
+    m_db->setTraceLog(true);
+    const QPointer<VEXT_SQL> second = m_script->connection(QStringLiteral("second"));
+    QVERIFY(m_script->queue(QStringLiteral("lasting")));
+    QVERIFY(m_server->waitForCall(StubCall::Exec, QStringLiteral("lasting")));
+    bool gone = false;
+    connect(m_db->worker, &VEXT_sqlThr::s_msg, this, [&](const char *, int, const char *function) {
+        if (qstrcmp(function, "stop_thread") != 0)
+            return;
+        LibraryLife::releaseWorkers(true);
+        gone = !second;
+    });
+    LibraryLife::releaseWorkers(true);
+    QVERIFY(gone);
+    QCOMPARE(LibraryLife::workerCount(), 0);
+}
+
+/// Its deletion waits there for the event loop.
+void WorkerSteps::workersOfOtherThreadsAreLeftToThem()
+{
+    class Other : public QThread
+    {
+    public:
+        ~Other() override { wait(); }
+        const ThreadGatePtr gate = ThreadGate::create();
+
+    protected:
+        void run() override
+        {
+            QScriptEngine engine;
+            VEXT_SQLWrapper::registerWrapper(&engine);
+            delete engine.evaluate(QStringLiteral("new VEXT_SQL()")).toQObject();
+            gate->pass();
+        }
+    };
+    Other other;
+    const GateGuard guard(other.gate);
+    const int workers = LibraryLife::workerCount();
+    other.start();
+    QVERIFY(other.gate->waitReached());
+    LibraryLife::releaseWorkers(false);
+    QCOMPARE(LibraryLife::workerCount(), workers + 1);
+    other.gate->release();
+    QVERIFY(other.wait(static_cast<unsigned long>(scaledMs(defaultWaitMs))));
+    QCOMPARE(LibraryLife::workerCount(), workers);
 }
 
 void WorkerSteps::positionedQueryIsReadFromItsFirstRow_data()

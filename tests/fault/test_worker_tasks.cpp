@@ -22,6 +22,7 @@ private slots:
     void emptyStatementSkipsTheRestOfItsTask();
     void emptyListDeliversFalse();
     void failedStatementDoesNotStopTheOthers();
+    void failureWithoutAnErrorIsAFailure();
     void transactionWordsAreNotSentToTheServer();
     void statementIsTracedAtLevelTwo();
     void procedureTaskBindsItsValuesInOrder();
@@ -207,6 +208,21 @@ void WorkerTasks::failedStatementDoesNotStopTheOthers()
     QCOMPARE(m_script->json(QStringLiteral("outcomes.list.error")),
              QStringLiteral("[false,\"bad statement\",false]"));
     QVERIFY(db->isRunning());
+}
+
+void WorkerTasks::failureWithoutAnErrorIsAFailure()
+{
+    m_script->connection();
+    m_server->onExact(QStringLiteral("silent"), StubReply::silentFailure());
+    m_script->eval(QStringLiteral("var led; db.query_finish.connect(function(first) {"
+                                  "led = first }); db.query_thread('silent')"));
+    QVERIFY(m_script->host.waitForScript(QStringLiteral("led !== undefined")));
+    QVERIFY(m_script->eval(QStringLiteral("led === false")).toBool());
+    m_script->queue(QStringLiteral("silent"));
+    QVERIFY(m_script->waitDelivered(1));
+    QCOMPARE(m_script->json(QStringLiteral("outcomes.silent.result")), QStringLiteral("{}"));
+    QCOMPARE(m_script->json(QStringLiteral("outcomes.silent.error")),
+             QStringLiteral("\"unknown error\""));
 }
 
 void WorkerTasks::transactionWordsAreNotSentToTheServer()

@@ -104,6 +104,7 @@ private slots:
     void threadFiguresOfAnIdleThread();
     void startingTheThreadResetsTheFinished();
     void countersOfAnotherEngineAreItsObjects();
+    void countersFollowTheConnectionOfAnotherThread();
 
 private:
     std::unique_ptr<MessageLog> m_log;
@@ -497,6 +498,44 @@ void TestIntrospection::countersOfAnotherEngineAreItsObjects()
     const QScriptValue counters = h().connection()->counters(&other);
     QCOMPARE(counters.engine(), &other);
     QCOMPARE(counters.property(QStringLiteral("postName")).toString(), QStringLiteral("post"));
+}
+
+/// Opens and closes a connection in an engine of its own, and waits behind each for the test.
+class OtherEngine : public QThread
+{
+public:
+    ~OtherEngine() override { wait(); }
+
+    const ThreadGatePtr opened = ThreadGate::create();
+    const ThreadGatePtr closed = ThreadGate::create();
+
+protected:
+    void run() override
+    {
+        QScriptEngine engine;
+        VEXT_SQLWrapper::registerWrapper(&engine);
+        engine.evaluate(QStringLiteral("var db = new VEXT_SQL('theirs');"
+                                       "db.driverName = 'QSTUB'; db.open()"));
+        opened->pass();
+        engine.evaluate(QStringLiteral("db.close()"));
+        closed->pass();
+        delete engine.globalObject().property(QStringLiteral("db")).toQObject();
+    }
+};
+
+void TestIntrospection::countersFollowTheConnectionOfAnotherThread()
+{
+    OtherEngine other;
+    const GateGuard guards[] = {GateGuard(other.opened), GateGuard(other.closed)};
+    other.start();
+    QVERIFY(other.opened->waitReached());
+    const QString theirs = QStringLiteral("var c = counters()[1]; c.dbObjectName + c.is_opened");
+    QCOMPARE(h().eval(theirs).toString(), QStringLiteral("theirs1"));
+    other.opened->release();
+    QVERIFY(other.closed->waitReached());
+    QCOMPARE(h().eval(theirs).toString(), QStringLiteral("theirs0"));
+    other.closed->release();
+    QVERIFY(other.wait(static_cast<unsigned long>(scaledMs(defaultWaitMs))));
 }
 
 QTEST_GUILESS_MAIN(TestIntrospection)

@@ -242,20 +242,25 @@ public:
         setLastError(QSqlError());
         std::lock_guard<std::mutex> lock(m_state->mutex);
         ++m_state->openDrivers;
+        m_holdsConnection = true;
         return true;
     }
 
     void close() override
     {
-        if (!isOpen())
+        if (!m_holdsConnection)
             return;
         recordEnd(StubCall::Close);
+        m_holdsConnection = false;
         setOpen(false);
         setOpenError(false);
         std::lock_guard<std::mutex> lock(m_state->mutex);
         m_subscribed.clear();
         --m_state->openDrivers;
     }
+
+    /// What it holds of the connection is freed only by close(): an open() before that forgets it.
+    void loseConnection() { setOpen(false); }
 
     QSqlResult *createResult() const override;
 
@@ -401,6 +406,7 @@ private:
 
     const StatePtr m_state;
     const StubSessionPtr m_session;
+    bool m_holdsConnection = false;
     QStringList m_subscribed; // guarded by the state's mutex
 };
 
@@ -583,8 +589,14 @@ private:
         setAt(QSql::BeforeFirstRow);
         if (!goOn(m_session->pause(reply.delayMs, reply.gate)))
             return false;
+        if (reply.losesConnection && driver())
+            const_cast<StubDriver *>(static_cast<const StubDriver *>(driver()))->loseConnection();
         if (reply.error.isValid())
             return fail(reply.error);
+        if (reply.failsSilently) {
+            letGo();
+            return false;
+        }
         setSelect(reply.isSelect);
         setActive(true);
         if (!reply.isSelect)

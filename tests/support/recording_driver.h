@@ -162,6 +162,7 @@ public:
 
     // Leak checks: what lives now.
     int liveDrivers() const;
+    /// Connections that drivers hold, those included that they found broken or forgot.
     int openDrivers() const;
     int liveResults() const;
     /// Rows handed out so far.

@@ -69,6 +69,14 @@ struct StubReply {
         return reply;
     }
 
+    /// Failure at execution of which the driver does not say why.
+    static StubReply silentFailure()
+    {
+        StubReply reply;
+        reply.failsSilently = true;
+        return reply;
+    }
+
     /// What size() answers; -1 as a driver that does not know.
     StubReply &withSize(int rows)
     {
@@ -115,6 +123,13 @@ struct StubReply {
         errorBehind = nextError;
         return *this;
     }
+    /// At execution the driver finds its connection broken: it is open no more, and keeps what it had
+    /// of it until it is closed.
+    StubReply &withConnectionLost()
+    {
+        losesConnection = true;
+        return *this;
+    }
     /// Execution lasts so long. A cancel ends it at once when the driver can cancel.
     StubReply &withDelay(int ms)
     {
@@ -152,6 +167,8 @@ struct StubReply {
     QVariant lastInsertId;
     QSqlError error;        ///< at execution, when valid
     QSqlError prepareError; ///< at preparation, when valid
+    bool failsSilently = false;
+    bool losesConnection = false;
     int errorRow = -1;
     QSqlError errorAtRow;
     QSqlError errorBehind; ///< of nextResult(), when valid

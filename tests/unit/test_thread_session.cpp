@@ -3,9 +3,13 @@
 #include "connection_names.h"
 #include "message_log.h"
 #include "recording_driver.h"
+#include "statement_execution.h"
 #include "thread_session.h"
 #include "transaction_watch.h"
 
+#include <QSqlQuery>
+#include <QSqlRecord>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>
@@ -27,6 +31,8 @@ private slots:
     void transactionThatCannotBeginKeepsTheLoss();
     void endedTransactionIsNotEndedAgain();
     void reopeningClosesTheSessionThatWasLost();
+    void sessionThatCannotBeOpenedAgainIsLost();
+    void reopenedSqliteSessionFollowsTheSchema();
     void applicationNameIsDueOnceASession();
     void endRollsBackWhatIsOpen();
     void sessionThatTheDriverFoundLostIsLostAtTheEnd();
@@ -143,11 +149,50 @@ void TestThreadSession::endedTransactionIsNotEndedAgain()
 
 void TestThreadSession::reopeningClosesTheSessionThatWasLost()
 {
+    m_server->onExact(QStringLiteral("lost"), StubReply::silentFailure().withConnectionLost());
+    QSqlQuery(m_session->database()).exec(QStringLiteral("lost"));
+    QVERIFY(!m_session->isOpen());
+    QVERIFY(m_session->open());
+    QCOMPARE(m_server->openDrivers(), 1);
+    QCOMPARE(m_server->count(StubCall::Close), 1);
+}
+
+void TestThreadSession::sessionThatCannotBeOpenedAgainIsLost()
+{
     m_server->fail(StubCall::Open, stubError(QSqlError::ConnectionError, QStringLiteral("gone")));
     QVERIFY(!m_session->open());
     QVERIFY(!m_session->isOpen());
     QVERIFY(m_watch.isLost());
     QCOMPARE(m_session->database().lastError().databaseText(), QStringLiteral("gone"));
+}
+
+/// What watches the schema for a session must not go on asking the one before.
+void TestThreadSession::reopenedSqliteSessionFollowsTheSchema()
+{
+    const QTemporaryDir folder;
+    TransactionWatch watch;
+    ThreadSession session(ConnectionNames::claimThread(QStringLiteral("sqlite_thr"), 7), watch);
+    session.create(QStringLiteral("QSQLITE"));
+    session.database().setDatabaseName(folder.filePath(QStringLiteral("file")));
+    QVERIFY(session.open() && session.open());
+    const auto lastCell = [&](const QString &sql) {
+        structThrSql task(session.database());
+        QSqlQuery &query = *task.sqlQuery;
+        StatementExecution::run(task, watch, sql, [&] { return query.exec(sql); });
+        return query.next() ? query.value(query.record().count() - 1).toInt() : 0;
+    };
+    lastCell(QStringLiteral("CREATE TABLE t (a)"));
+    lastCell(QStringLiteral("INSERT INTO t VALUES (1)"));
+    QCOMPARE(lastCell(QStringLiteral("SELECT * FROM t")), 1);
+    {
+        QSqlDatabase other = QSqlDatabase::cloneDatabase(session.database(), QStringLiteral("o"));
+        QVERIFY(other.open());
+        QSqlQuery(other).exec(QStringLiteral("ALTER TABLE t ADD COLUMN b DEFAULT 7"));
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("o"));
+    QCOMPARE(lastCell(QStringLiteral("SELECT * FROM t")), 7);
+    session.close();
+    session.remove();
 }
 
 void TestThreadSession::applicationNameIsDueOnceASession()
