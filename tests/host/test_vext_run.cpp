@@ -389,8 +389,7 @@ void TestVextRun::missingDriversLeaveTheExitCode_data()
         "var db = new VEXT_SQL(); db.driverName = 'QPSQLX'; db.start_thread()");
 }
 
-/// No program but the plugin needs Qt Sql, which must not be unloaded with it: the end of the
-/// application would call a routine that is gone.
+/// Looking for a driver leaves a routine of Qt Sql for the end of the application to call.
 void TestVextRun::missingDriversLeaveTheExitCode()
 {
     QFETCH(QString, code);

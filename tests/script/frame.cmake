@@ -7,6 +7,14 @@ vext_add_test(test_plugin_entry
   LIBS vext_test_support
   LABELS frame)
 
+# Links no library of Qt's that it does not need itself, as a host in a process of its own.
+add_executable(vext_bare_host ${CMAKE_CURRENT_LIST_DIR}/bare_host.cpp
+                              ${CMAKE_CURRENT_LIST_DIR}/../support/sanitizer_hooks.cpp)
+target_link_libraries(vext_bare_host PRIVATE Qt5::Core Qt5::Script vext_options)
+target_compile_definitions(test_plugin_entry PRIVATE
+  VEXT_BARE_HOST="$<TARGET_FILE:vext_bare_host>")
+add_dependencies(test_plugin_entry vext_bare_host)
+
 foreach(name connection_object install constructor connection connection_open introspection
         notifications bad_input ends)
   vext_add_test(test_${name}

@@ -535,6 +535,8 @@ private slots:
 
     void scenario_data();
     void scenario();
+    void hostThatNeedsNoQtSqlEndsWell_data();
+    void hostThatNeedsNoQtSqlEndsWell();
 };
 
 void TestPluginEntry::metadataHoldsExactlyItsKeys()
@@ -742,6 +744,27 @@ void TestPluginEntry::scenario()
     QVERIFY2(!output.contains("QThread") && !output.contains("QObject") &&
                  !output.contains("QSqlDatabase"),
              output.constData());
+}
+
+void TestPluginEntry::hostThatNeedsNoQtSqlEndsWell_data()
+{
+    QTest::addColumn<QString>("code");
+    QTest::newRow("list of drivers") << QStringLiteral("new VEXT_SQL().drivers.length > 0");
+    QTest::newRow("open without a name") << QStringLiteral("!new VEXT_SQL().open()");
+    QTest::newRow("thread with a missing driver") << QStringLiteral(
+        "var db = new VEXT_SQL(); db.driverName = 'QNONE'; db.start_thread()");
+}
+
+/// Qt Sql must not go with the library: the end of the application calls a routine of it.
+void TestPluginEntry::hostThatNeedsNoQtSqlEndsWell()
+{
+    QFETCH(QString, code);
+    QProcess host;
+    host.start(QStringLiteral(VEXT_BARE_HOST), {pluginFile, code});
+    QVERIFY(host.waitForFinished(scaledMs(defaultWaitMs)));
+    const QByteArray errors = host.readAllStandardError();
+    QVERIFY2(host.exitStatus() == QProcess::NormalExit && host.exitCode() == 0, errors.constData());
+    QCOMPARE(host.readAllStandardOutput(), QByteArray("true\n"));
 }
 
 int main(int argc, char *argv[])
