@@ -181,7 +181,6 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
         ++cnt_sql_ok;
         return fetchResFin(task.release());
     }
-    task.reset();
     ++cnt_sql_er;
     reportFailure("query", error);
     const QString reason = SqlSecrets::maskedStatement(error.text().trimmed());
@@ -233,7 +232,6 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
     // The statement counters stay as they are here, unlike in query().
     if (error.type() == QSqlError::NoError && task->ok)
         return fetchResFin(task.release());
-    task.reset();
     reportFailure("exec", error);
     QString message = tr("ошибка выполнения: '%1'").arg(SqlSecrets::maskedStatement(error.text()));
     if (traceLog)

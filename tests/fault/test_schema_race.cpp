@@ -61,6 +61,11 @@ private Q_SLOTS:
     void addedColumnsAreRead_data();
     void addedColumnsAreRead();
     void otherStatementsOfTheConnectionAreLeftAlone();
+    void finishedStatementOfTheSameTextIsNoHindrance();
+#ifdef VEXT_WITH_LAYER
+    void boundValuesAreTracedOnce();
+    void boundPatternIsFound();
+#endif
     void readersSeeWholeRows_data();
     void readersSeeWholeRows();
 };
@@ -127,6 +132,57 @@ void TestSchemaRace::otherStatementsOfTheConnectionAreLeftAlone()
     constexpr int Reprepared = 5;
     QCOMPARE(status(*static_cast<void *const *>(handle.constData()), Reprepared, 0), 0);
 }
+
+/// The host keeps one that has run, and prepares it again when it likes.
+void TestSchemaRace::finishedStatementOfTheSameTextIsNoHindrance()
+{
+    const QString sql = QStringLiteral("SELECT * FROM t");
+    SqliteDatabase database;
+    QVERIFY2(database.start(), qPrintable(database.error()));
+    DatabaseScript script;
+    QVERIFY(script.open(QStringLiteral("db"), database.parameters()));
+    QVERIFY(script.mustRun(Way::Here, QStringLiteral("db"), QStringLiteral("CREATE TABLE t (a)")));
+    const QString name = script.eval(QStringLiteral("db.connectionName")).toString();
+    QSqlQuery kept(QSqlDatabase::database(name, false));
+    QVERIFY(kept.prepare(sql) && kept.exec() && !kept.next());
+    QVERIFY(script.mustRun(Way::Here, QStringLiteral("db"), sql));
+}
+
+#ifdef VEXT_WITH_LAYER
+/// However often the statement is sent until it fits the schema.
+void TestSchemaRace::boundValuesAreTracedOnce()
+{
+    SqliteDatabase database;
+    QVERIFY2(database.start(), qPrintable(database.error()));
+    DatabaseScript script;
+    const QString reader = QStringLiteral("db");
+    const QString writer = QStringLiteral("other");
+    QVERIFY(script.open(reader, database.parameters()));
+    QVERIFY(script.open(writer, database.parameters()));
+    QVERIFY(script.mustRun(Way::Here, writer, QStringLiteral("CREATE TABLE t (a)")));
+    script.rows(Way::Here, reader, QStringLiteral("SELECT * FROM t"));
+    QVERIFY(script.mustRun(Way::Here, writer, QStringLiteral("ALTER TABLE t ADD COLUMN b")));
+    script.eval(QStringLiteral("db.traceLog = true"));
+    QVERIFY(script.isTrue(
+        QStringLiteral("db.exec('SELECT * FROM t WHERE a = ?', [1]).fields === 2")));
+    QCOMPARE(script.host().post()->texts().filter(QStringLiteral("sql bind")).size(), 1);
+}
+
+/// SQLite prepares the statement again before it begins, to use an index for the pattern.
+void TestSchemaRace::boundPatternIsFound()
+{
+    SqliteDatabase database;
+    QVERIFY2(database.start(), qPrintable(database.error()));
+    DatabaseScript script;
+    const QString name = QStringLiteral("db");
+    QVERIFY(script.open(name, database.parameters()));
+    for (const char *sql : {"CREATE TABLE t (a TEXT COLLATE NOCASE)", "CREATE INDEX i ON t (a)",
+                            "INSERT INTO t VALUES ('xa'), ('ya')"})
+        QVERIFY(script.mustRun(Way::Here, name, QString::fromUtf8(sql)));
+    QVERIFY(script.isTrue(
+        QStringLiteral("db.exec('SELECT * FROM t WHERE a LIKE ?', ['x%']).rows === 1")));
+}
+#endif
 
 void TestSchemaRace::readersSeeWholeRows_data()
 {

@@ -43,6 +43,7 @@ private Q_SLOTS:
     void commitBehindALostSessionIsFalse();
     void commitOfAnEndedThreadIsFalse();
     void closeTakesAnOpenTransactionWithIt();
+    void beginThatFailedOpensNoTransaction();
     void commitOfAWholeSessionIsSent();
     void newTransactionBehindALossCommits();
 
@@ -51,7 +52,9 @@ private Q_SLOTS:
 
     void passwordsAreMaskedInStatisticsAndTraces();
     void reopeningInAHandlerKeepsTheName();
+    void refusedRemovalIsTriedAgain_data();
     void refusedRemovalIsTriedAgain();
+    void subscriptionOfARolledBackTransactionIsRenewed_data();
     void subscriptionOfARolledBackTransactionIsRenewed();
 
 private:
@@ -346,6 +349,13 @@ void TestStatementSafety::closeTakesAnOpenTransactionWithIt()
     QVERIFY(truth("db.commit() === true"_qs));
 }
 
+void TestStatementSafety::beginThatFailedOpensNoTransaction()
+{
+    openStub(stubName).onExact("BEGIN"_qs, StubReply::failure(statementError("no"_qs)));
+    QVERIFY(truth("db.query('BEGIN') === false && db.close() && db.open()"_qs));
+    QVERIFY(truth("db.commit() === true"_qs));
+}
+
 void TestStatementSafety::commitOfAWholeSessionIsSent()
 {
     StubServer &server = openStub(stubName);
@@ -438,8 +448,16 @@ void TestStatementSafety::reopeningInAHandlerKeepsTheName()
     QVERIFY(truth("db.close() && db.open() && db.connectionName === name"_qs));
 }
 
+void TestStatementSafety::refusedRemovalIsTriedAgain_data()
+{
+    QTest::addColumn<QString>("next");
+    QTest::newRow("behind the transaction") << "db.rollback()"_qs;
+    QTest::newRow("behind a statement that works") << "!!db.query('select 1')"_qs;
+}
+
 void TestStatementSafety::refusedRemovalIsTriedAgain()
 {
+    QFETCH(QString, next);
     StubServer &server = makeStub("QPSQL"_qs, QSqlDriver::PostgreSQL);
     server.setFeature(QSqlDriver::EventNotifications);
     openDb("QPSQL"_qs);
@@ -449,19 +467,29 @@ void TestStatementSafety::refusedRemovalIsTriedAgain()
     QVERIFY(truth("db.rem_event('a') === true && db.events.length === 0"_qs));
     QCOMPARE(server.notify("a"_qs, QSqlDriver::OtherSource), 1); // the server goes on
     QCOMPARE(number("heard"_qs), 0.0);
-    QVERIFY(truth("db.rollback()"_qs));
+    QVERIFY(truth(next));
     QCOMPARE(server.notify("a"_qs, QSqlDriver::OtherSource), 0);
     QVERIFY(truth("db.add_event('a') === true"_qs));
     QCOMPARE(server.notify("a"_qs, QSqlDriver::OtherSource), 1);
     QCOMPARE(number("heard"_qs), 1.0);
 }
 
+void TestStatementSafety::subscriptionOfARolledBackTransactionIsRenewed_data()
+{
+    QTest::addColumn<QString>("begin");
+    QTest::addColumn<QString>("end");
+    QTest::newRow("calls") << "db.transaction()"_qs << "db.rollback()"_qs;
+    QTest::newRow("statements") << "db.query('BEGIN')"_qs << "db.query('ROLLBACK')"_qs;
+}
+
 void TestStatementSafety::subscriptionOfARolledBackTransactionIsRenewed()
 {
+    QFETCH(QString, begin);
+    QFETCH(QString, end);
     StubServer &server = makeStub("QPSQL"_qs, QSqlDriver::PostgreSQL);
     server.setFeature(QSqlDriver::EventNotifications);
     openDb("QPSQL"_qs);
-    eval("db.add_event('before'); db.transaction(); db.add_event('a'); db.rollback()"_qs);
+    eval("db.add_event('before'); %1; db.add_event('a'); %2"_qs.arg(begin, end));
     QCOMPARE(server.texts(StubCall::Subscribe), QStringList({"before"_qs, "a"_qs, "a"_qs}));
     QVERIFY(truth("db.events.join() === 'before,a'"_qs));
 }

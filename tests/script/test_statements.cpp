@@ -268,6 +268,12 @@ void TestStatements::connectionErrorClosesTheConnection()
     QCOMPARE(json("[db.lastError, db.lastQuery, db.lastErrors.typeStr]"_qs),
              "[\"\",\"\",\"NoError\"]"_qs);
     QCOMPARE(stub().liveDrivers(), 0);
+    QVector<StubCall::What> ends;
+    for (const StubCall &made : stub().calls()) {
+        if (made.what == StubCall::ResultDestroyed || made.what == StubCall::Close)
+            ends.append(made.what);
+    }
+    QCOMPARE(ends, QVector<StubCall::What>({StubCall::ResultDestroyed, StubCall::Close}));
     QVERIFY(truth("db.open()"_qs));
 }
 
@@ -711,6 +717,10 @@ void TestStatements::execStopsAtAThrowingGetter()
          "args.__defineGetter__('0', function() { throw new RangeError('no value'); });"_qs);
     const QString exception = host().evalThrows("db.exec('p', args)"_qs);
     QVERIFY2(exception.contains("no value"_qs), qPrintable(exception));
+    const QString within = host().evalThrows(
+        "db.exec('p', [{get inner() { throw new RangeError('no inner value'); }}])"_qs);
+    QVERIFY2(within.contains("no inner value"_qs), qPrintable(within));
+    QCOMPARE(sent(), QStringList()); // no other fault is told
     QCOMPARE(stub().executed(), QStringList());
     QVERIFY(truth("db.query('select 1') !== false"_qs));
 }
