@@ -80,6 +80,7 @@ var vext = (function (scope) {
         [/duplicate key value violates unique constraint/i, "duplicate", "23505"],    // through ODBC
         [/could not serialize access/i, "conflict", "40001"],
         [/lock conflict on no wait|lock time-?out on wait/i, "conflict", ""],
+        [/^unknown error$/, "lost", ""], // no word from the driver: the line went before the statement did
         [/deadlock|update conflicts with concurrent update/i, "conflict", ""]
     ];
 

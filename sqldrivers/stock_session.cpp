@@ -61,8 +61,13 @@ bool StockSession::open(QSqlDriver &driver, Policy &policy, const OpenParameters
         return false;
     }
     policy.opened(parameters);
-    if (policy.attach(layer, gate, error))
-        return true;
+    if (policy.attach(layer, gate, error)) {
+        if (driver.isOpen())
+            return true;
+        // QPSQL says yes although the line went before its last words with the server.
+        *error = QSqlError(tr("the connection was lost while it was opened"), QString(),
+                           QSqlError::ConnectionError);
+    }
     policy.detach();
     *error = policy.classified(*error, Policy::Step::Open);
     driver.close();

@@ -267,6 +267,9 @@ bool TcpRelay::receive(Stream &stream, qint64 now)
         }
         bytes.truncate(int(got));
         (stream.fromClient ? m_fromClients : m_fromServer) += got;
+        if (stream.fromClient && !m_cutAt.empty() && m_accepted >= m_cutFrom &&
+            bytes.contains(m_cutAt.c_str()))
+            return false;
         stream.pieces.push_back({bytes, now});
     }
     return true;

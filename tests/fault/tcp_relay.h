@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -30,6 +31,13 @@ public:
 
     /// Resets every open connection, as a router that has lost its state does.
     void cut();
+    /// Resets each connection whose client sends this text, before the server has it; not as long as
+    /// fewer connections than `count` have been taken. Called before start().
+    void cutAt(const std::string &text, int count)
+    {
+        m_cutAt = text;
+        m_cutFrom = count;
+    }
     /// Resets open connections and new ones at once.
     void refuse();
     /// Passes nothing on and closes nothing, as an unplugged cable does.
@@ -70,6 +78,8 @@ private:
     int m_wakeUp = -1;
     quint16 m_serverPort = 0;
     quint16 m_port = 0;
+    std::string m_cutAt; ///< empty for none
+    int m_cutFrom = 0;
 
     std::atomic<bool> m_quit{false};
     std::atomic<Mode> m_mode{Mode::Pass};

@@ -4,6 +4,7 @@
 #include "library_script.h"
 
 #include "postgres_server.h"
+#include "tcp_relay.h"
 
 #include <QtTest>
 
@@ -21,6 +22,7 @@ private Q_SLOTS:
     void closedPoolRefuses();
     void failedStatementLeavesTheConnection();
     void lostConnectionIsReplaced();
+    void connectionLostAsItBeginsIsLost();
     void idleConnectionIsLookedAt();
     void preparationIsRunOnEachConnection();
     void serverThatIsDownFailsEverybody();
@@ -166,6 +168,29 @@ void TestLibraryPool::lostConnectionIsReplaced()
     )js")
                                                .arg(m_postgres));
     QCOMPARE(outcome, QStringLiteral("[\"lost\",\"none\",[5],2,1]"));
+}
+
+/// The statement fails without a word from the driver.
+void TestLibraryPool::connectionLostAsItBeginsIsLost()
+{
+    NEEDS_POSTGRES();
+    TcpRelay relay;
+    // Of the driver of PostgreSQL: it opens all the same. The second connection is the worker's.
+    relay.cutAt("SET DATESTYLE", 2);
+    QVERIFY(
+        relay.start(quint16(m_databases.find(QStringLiteral("PostgreSQL"))->parameters().port)));
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var settings = %1;
+        settings.port = %2;
+        var pool = vext.pool(settings);
+        pool.query("SELECT 5 AS n", function (error) {
+            pool.close(function () { done([error.kind, pool.stats().lost]); });
+        });
+    )js")
+                                               .arg(m_postgres)
+                                               .arg(relay.port()));
+    QCOMPARE(outcome, QStringLiteral("[\"lost\",1]"));
 }
 
 void TestLibraryPool::idleConnectionIsLookedAt()
