@@ -28,12 +28,12 @@ DetachedCancel::DetachedCancel()
 {
 }
 
-void DetachedCancel::start(Request request)
+bool DetachedCancel::start(Request request)
 {
     {
         QMutexLocker locker(&m_state->mutex);
         if (m_state->isBusy || !m_state->pause.hasExpired())
-            return;
+            return false;
         m_state->isBusy = true;
         m_state->pause.setRemainingTime(RepeatMs);
     }
@@ -44,23 +44,13 @@ void DetachedCancel::start(Request request)
         state->isBusy = false;
         state->ended.wakeAll();
     }).detach();
+    return true;
 }
 
 bool DetachedCancel::settle()
 {
-    return wait(SettleMs);
-}
-
-void DetachedCancel::settleForGood()
-{
-    wait(-1);
-}
-
-bool DetachedCancel::wait(int ms)
-{
     QMutexLocker locker(&m_state->mutex);
-    const QDeadlineTimer deadline =
-        ms < 0 ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(ms);
+    const QDeadlineTimer deadline(SettleMs);
     while (m_state->isBusy && m_state->ended.wait(&m_state->mutex, deadline)) {
     }
     m_state->pause.setRemainingTime(0);

@@ -16,18 +16,15 @@ public:
     DetachedCancel();
 
     /// Begins a request, unless one is under way or the last one for this statement is so fresh
-    /// that its effect is still awaited. Any thread; returns at once.
-    void start(Request request);
+    /// that its effect is still awaited. Any thread; returns at once. @return whether it has begun
+    bool start(Request request);
 
     /// Waits until no request is under way, and ends the time of waiting between two. The
     /// connection's thread. @return false after 2 s: the request may reach the server at any time
     bool settle();
-    /// As settle(), as long as it takes: before what a request uses is freed.
-    void settleForGood();
 
 private:
     struct State;
-    bool wait(int ms);
 
     std::shared_ptr<State> m_state; ///< shared with the thread of the request
 };

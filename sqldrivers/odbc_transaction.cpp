@@ -1,8 +1,7 @@
 #include "odbc_transaction.h"
 
 #include "leading_word.h"
-
-#include <QStringList>
+#include "word_table.h"
 
 #include <algorithm>
 #include <utility>
@@ -21,13 +20,11 @@ bool mayHoldSeveral(const QString &text)
 
 OdbcTransaction::Effect OdbcTransaction::effectOf(SqlDialect dialect, const QString &text)
 {
-    static const QStringList ends{QStringLiteral("COMMIT"), QStringLiteral("END"),
-                                  QStringLiteral("ABORT"), QStringLiteral("ROLLBACK"),
-                                  QStringLiteral("PREPARE")};
+    static constexpr std::string_view ends[] = {"COMMIT", "END", "ABORT", "ROLLBACK", "PREPARE"};
     const QString verb = leadingWord(text);
     if (verb == QLatin1String("BEGIN") || verb == QLatin1String("START"))
         return Effect::Begins;
-    if (!ends.contains(verb))
+    if (!isAmong(verb, ends))
         return Effect::None;
     const QVector<SqlToken> tokens = SqlScanner::scan(dialect, text);
     const auto holds = [&](const char *word) {

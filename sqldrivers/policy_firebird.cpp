@@ -1,6 +1,7 @@
 #include "policy_firebird.h"
 
 #include "firebird_columns.h"
+#include "word_table.h"
 
 #include <QCoreApplication>
 #include <QEvent>
@@ -93,11 +94,9 @@ QByteArray addressOf(const OpenParameters &parameters)
 /// Whether a statement answers with neither columns nor values.
 bool returnsNothing(const StatementPlan &plan)
 {
-    static const QStringList definitions = {QStringLiteral("ALTER"),  QStringLiteral("COMMENT"),
-                                            QStringLiteral("CREATE"), QStringLiteral("DROP"),
-                                            QStringLiteral("GRANT"),  QStringLiteral("RECREATE"),
-                                            QStringLiteral("REVOKE")};
-    return plan.returnsNoColumns() || definitions.contains(plan.verb());
+    static constexpr std::string_view definitions[] = {"ALTER", "COMMENT",  "CREATE", "DROP",
+                                                       "GRANT", "RECREATE", "REVOKE"};
+    return plan.returnsNoColumns() || isAmong(plan.verb(), definitions);
 }
 
 class FirebirdStatement : public DriverStatement

@@ -3,13 +3,15 @@
 #include "deadline_watch.h"
 #include "leading_word.h"
 #include "mariadb_literal.h"
+#include "word_table.h"
 
 #include <QCoreApplication>
 #include <QMutexLocker>
-#include <QSet>
 #include <QSqlField>
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <thread>
 
 namespace
@@ -33,36 +35,32 @@ constexpr int LookMs = 2;
 /// The numbers by which server and client say that the connection is over.
 bool isLossNumber(unsigned int number)
 {
-    static const QSet<unsigned int> numbers{1053, 1077, 1079, 1080, 1152, 1153, 1154, 1155,
-                                            1156, 1157, 1158, 1159, 1160, 1161, 1184, 1927,
-                                            2002, 2003, 2006, 2013, 2055, 4031};
-    return numbers.contains(number);
+    static constexpr unsigned int numbers[] = {1053, 1077, 1079, 1080, 1152, 1153, 1154, 1155,
+                                               1156, 1157, 1158, 1159, 1160, 1161, 1184, 1927,
+                                               2002, 2003, 2006, 2013, 2055, 4031};
+    return std::find(std::begin(numbers), std::end(numbers), number) != std::end(numbers);
 }
 
 /// What the server can prepare.
 bool isPreparable(const QString &verb)
 {
-    static const QStringList verbs{QStringLiteral("SELECT"),  QStringLiteral("INSERT"),
-                                   QStringLiteral("UPDATE"),  QStringLiteral("DELETE"),
-                                   QStringLiteral("REPLACE"), QStringLiteral("WITH"),
-                                   QStringLiteral("VALUES"),  QStringLiteral("DO")};
-    return verbs.contains(verb);
+    static constexpr std::string_view verbs[] = {"SELECT",  "INSERT", "UPDATE", "DELETE",
+                                                 "REPLACE", "WITH",   "VALUES", "DO"};
+    return isAmong(verb, verbs);
 }
 
 /// What changes nothing that a prepared statement depends on: database, modes, character sets. Of
 /// a text that may hold several statements, or one in a comment, that is not known.
 bool leavesSessionAlone(const QString &text)
 {
-    static const QStringList verbs{
-        QStringLiteral("BEGIN"),  QStringLiteral("START"),     QStringLiteral("COMMIT"),
-        QStringLiteral("SHOW"),   QStringLiteral("SAVEPOINT"), QStringLiteral("ROLLBACK"),
-        QStringLiteral("LOCK"),   QStringLiteral("RELEASE"),   QStringLiteral("EXPLAIN"),
-        QStringLiteral("UNLOCK"), QStringLiteral("DESCRIBE")};
+    static constexpr std::string_view verbs[] = {"BEGIN",     "START",    "COMMIT",  "SHOW",
+                                                 "SAVEPOINT", "ROLLBACK", "LOCK",    "RELEASE",
+                                                 "EXPLAIN",   "UNLOCK",   "DESCRIBE"};
     if (text.contains(QLatin1Char(';')) || text.contains(QLatin1String("/*!")) ||
         text.contains(QLatin1String("/*M!")))
         return false;
     const QString verb = leadingWord(text);
-    return isPreparable(verb) || verbs.contains(verb);
+    return isPreparable(verb) || isAmong(verb, verbs);
 }
 
 QString optionOf(const QString &options, const char *name)
@@ -185,6 +183,7 @@ bool MariaDbPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Canc
                            QSqlError::ConnectionError);
         return false;
     }
+    m_requests = DetachedCancel(); // one of the last session may still be stuck
     m_socket = std::make_shared<SocketWatch>(m_client.socket(m_connection));
     m_killText = "KILL QUERY " + QByteArray::number(qulonglong(m_client.session(m_connection)));
     // The stock driver's own choice holds three bytes a character and refuses an emoji.
@@ -277,9 +276,8 @@ bool MariaDbPolicy::endsKept(const QString &text) const
 
 bool MariaDbPolicy::isStale(const QSqlError &error) const
 {
-    static const QStringList numbers{QStringLiteral("1243"), QStringLiteral("1615"),
-                                     QStringLiteral("2057")};
-    return numbers.contains(error.nativeErrorCode());
+    static constexpr std::string_view numbers[] = {"1243", "1615", "2057"};
+    return isAmong(error.nativeErrorCode(), numbers);
 }
 
 // --- Errors and loss ---
@@ -325,12 +323,13 @@ void MariaDbPolicy::interrupt(CancelGate::Phase, bool)
     QMutexLocker locker(&m_mutex);
     if (m_request)
         return; // it repeats itself
-    m_request = std::make_shared<Request>();
-    m_request->client = m_client;
-    m_request->address = m_address;
-    m_request->text = m_killText;
-    m_request->socket = m_socket;
-    m_requests.start([request = m_request] { request->repeat(); });
+    auto request = std::make_shared<Request>();
+    request->client = m_client;
+    request->address = m_address;
+    request->text = m_killText;
+    request->socket = m_socket;
+    if (m_requests.start([request] { request->repeat(); }))
+        m_request = request;
 }
 
 bool MariaDbPolicy::settle()
@@ -343,11 +342,7 @@ bool MariaDbPolicy::settle()
     if (!request)
         return true;
     request->isOver = true;
-    if (*request->isCut) {
-        // It may still be connecting to the dead server. Nothing of this connection can be hit by
-        // it any more, so it is left behind instead of being waited for.
-        m_requests = DetachedCancel();
-        return false;
-    }
-    return m_requests.settle();
+    // On a line that was cut it may still be connecting to the dead server. Nothing of this
+    // connection can be hit by it any more, so it is left behind instead of being waited for.
+    return !*request->isCut && m_requests.settle();
 }

@@ -129,6 +129,7 @@ bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelG
     Q_UNUSED(gate)
     Q_UNUSED(layer)
     m_client = OdbcClient();
+    m_cancel = DetachedCancel(); // a request of the last session may still be stuck
     m_dialect = dialectOf(m_client.systemName(connection()));
     watchTransaction();
     if (m_dialect != SqlDialect::OdbcSqlite) {
@@ -293,8 +294,7 @@ QSqlError OdbcPolicy::refusal(const QString &text)
 {
     if (!m_transaction.isGone())
         return QSqlError();
-    const bool ends =
-        OdbcTransaction::effectOf(m_dialect, text) == OdbcTransaction::Effect::Ends;
+    const bool ends = OdbcTransaction::effectOf(m_dialect, text) == OdbcTransaction::Effect::Ends;
     if (!ends)
         return transactionGone(QSqlError::StatementError);
     const QString verb = leadingWord(text);

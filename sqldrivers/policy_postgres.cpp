@@ -2,11 +2,11 @@
 
 #include "leading_word.h"
 #include "postgres_literal.h"
+#include "postgres_settings.h"
 #include "postgres_value.h"
+#include "word_table.h"
 
 #include <QCoreApplication>
-#include <QRegularExpression>
-#include <QStringList>
 
 #include <chrono>
 #include <thread>
@@ -28,23 +28,18 @@ QString tr(const char *text)
 /// What PREPARE takes.
 bool isPreparable(const QString &verb)
 {
-    static const QStringList verbs{QStringLiteral("SELECT"), QStringLiteral("INSERT"),
-                                   QStringLiteral("UPDATE"), QStringLiteral("DELETE"),
-                                   QStringLiteral("VALUES"), QStringLiteral("WITH"),
-                                   QStringLiteral("MERGE"),  QStringLiteral("TABLE")};
-    return verbs.contains(verb);
+    static constexpr std::string_view verbs[] = {"SELECT", "INSERT", "UPDATE", "DELETE",
+                                                 "VALUES", "WITH",   "MERGE",  "TABLE"};
+    return isAmong(verb, verbs);
 }
 
 /// What changes neither tables nor names that a kept statement depends on.
 bool leavesSchemaAlone(const QString &verb)
 {
-    static const QStringList verbs{
-        QStringLiteral("BEGIN"),  QStringLiteral("START"),     QStringLiteral("COMMIT"),
-        QStringLiteral("END"),    QStringLiteral("SAVEPOINT"), QStringLiteral("RELEASE"),
-        QStringLiteral("LISTEN"), QStringLiteral("NOTIFY"),    QStringLiteral("UNLISTEN"),
-        QStringLiteral("SHOW"),   QStringLiteral("FETCH"),     QStringLiteral("COPY"),
-        QStringLiteral("LOCK"),   QStringLiteral("EXPLAIN")};
-    return isPreparable(verb) || verbs.contains(verb);
+    static constexpr std::string_view verbs[] = {
+        "BEGIN",  "START",    "COMMIT", "END",   "SAVEPOINT", "RELEASE", "LISTEN",
+        "NOTIFY", "UNLISTEN", "SHOW",   "FETCH", "COPY",      "LOCK",    "EXPLAIN"};
+    return isPreparable(verb) || isAmong(verb, verbs);
 }
 
 bool isConnectionCode(const QString &code)
@@ -117,6 +112,7 @@ bool PostgresPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Can
     m_socket = std::make_shared<SocketWatch>(session->client.socket(session->connection));
     if (pg_cancel *handle = session->client.getCancel(session->connection))
         m_cancelHandle.reset(handle, session->client.freeCancel);
+    m_requests = DetachedCancel(); // one of the last session may still be stuck
     m_statementTimeoutMs = layer.statementTimeoutMs;
     setStatementTimeout();
     return true;
@@ -147,21 +143,26 @@ void PostgresPolicy::interrupt(CancelGate::Phase, bool)
     QMutexLocker locker(&m_mutex);
     if (!m_cancelHandle || m_request)
         return;
-    m_request = std::make_shared<Request>();
-    m_request->client = m_session->client;
-    m_request->handle = m_cancelHandle;
-    m_request->socket = m_socket;
-    m_requests.start([request = m_request] { request->repeat(); });
+    auto request = std::make_shared<Request>();
+    request->client = m_session->client;
+    request->handle = m_cancelHandle;
+    request->socket = m_socket;
+    if (m_requests.start([request] { request->repeat(); }))
+        m_request = request;
 }
 
 bool PostgresPolicy::settle()
 {
-    QMutexLocker locker(&m_mutex);
-    if (!m_request)
+    std::shared_ptr<Request> request;
+    {
+        QMutexLocker locker(&m_mutex);
+        request.swap(m_request);
+    }
+    if (!request)
         return true;
-    m_request->isOver = true;
-    m_request.reset();
-    // On a line that was cut no request can hit anything any more.
+    request->isOver = true;
+    // Whoever wants to cancel another statement meanwhile does not wait for this one's end. On a
+    // line that was cut no request can hit anything any more.
     return !isBroken() && m_requests.settle();
 }
 
@@ -205,21 +206,16 @@ QSqlError PostgresPolicy::refusal(const QString &text)
 {
     m_session->statementBegins();
     keepSettings();
-    if (leadingWord(text) != QLatin1String("SET"))
-        return QSqlError();
-    // The order of day and month may change: ISO dates do not follow it.
-    static const QRegularExpression style(
-        QStringLiteral("^[^=]*\\bdatestyle\\b.*\\b(german|postgres|sql)"),
-        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
-    static const QRegularExpression encoding(
-        QStringLiteral("^[^=']*\\b(client_encoding|names)\\b(?!.*\\b(utf-?8|unicode|default)\\b)"),
-        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
-    if (style.match(text).hasMatch())
+    switch (PostgresSettings::effectOf(text)) {
+    case PostgresSettings::Effect::OtherStyle:
         return QSqlError(QString(), tr("DateStyle stays ISO: the driver reads dates in no other"),
                          QSqlError::StatementError);
-    if (encoding.match(text).hasMatch())
+    case PostgresSettings::Effect::OtherEncoding:
         return QSqlError(QString(), tr("client_encoding stays UTF8: the driver reads no other"),
                          QSqlError::StatementError);
+    case PostgresSettings::Effect::None:
+        break;
+    }
     return QSqlError();
 }
 

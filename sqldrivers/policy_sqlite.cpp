@@ -1,6 +1,7 @@
 #include "policy_sqlite.h"
 
 #include "leading_word.h"
+#include "word_table.h"
 
 #include <QCoreApplication>
 #include <QSqlRecord>
@@ -143,11 +144,9 @@ bool SqlitePolicy::mayKeep(const StatementPlan &plan) const
     // Qt's driver (5.15) crashes when a "SELECT *" is run again after a column was added.
     if (plan.namesAllColumns())
         return false;
-    static const QStringList verbs{QStringLiteral("SELECT"),  QStringLiteral("INSERT"),
-                                   QStringLiteral("UPDATE"),  QStringLiteral("DELETE"),
-                                   QStringLiteral("REPLACE"), QStringLiteral("WITH"),
-                                   QStringLiteral("VALUES")};
-    return verbs.contains(plan.verb());
+    static constexpr std::string_view verbs[] = {"SELECT",  "INSERT", "UPDATE", "DELETE",
+                                                 "REPLACE", "WITH",   "VALUES"};
+    return isAmong(plan.verb(), verbs);
 }
 
 bool SqlitePolicy::isStale(const QSqlError &error) const

@@ -2,8 +2,6 @@
 
 #include "postgres_literal.h"
 
-#include <QRegularExpression>
-
 #include <algorithm>
 #include <limits>
 
@@ -29,9 +27,22 @@ constexpr int DoubleDigits = 15;
 constexpr int RealDigits = 6;
 constexpr int AnyDigits = std::numeric_limits<int>::max();
 
-bool matches(const QRegularExpression &form, const QString &text)
+bool isDigit(QChar c)
 {
-    return form.match(text).hasMatch();
+    return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+}
+
+/// Whether a text has a digit where `form` has "0", a hexadecimal one in lower case where it has
+/// "x", and otherwise the same characters.
+bool hasForm(const QString &text, QLatin1String form)
+{
+    const auto fits = [](QChar c, char mark) {
+        const bool isLetter = c >= QLatin1Char('a') && c <= QLatin1Char('f');
+        if (mark == '0' || mark == 'x')
+            return isDigit(c) || (mark == 'x' && isLetter);
+        return c == QLatin1Char(mark);
+    };
+    return text.size() == form.size() && std::equal(text.cbegin(), text.cend(), form.begin(), fits);
 }
 
 bool isNumber(const QVariant &value)
@@ -58,26 +69,29 @@ bool isText(const QVariant &value)
 QString written(const QVariant &value)
 {
     QString refusal;
-    return isNumber(value)
-               ? PostgresLiteral::of(value, PostgresLiteral::Numbers::Bare, &refusal)
-               : value.toString();
+    return isNumber(value) ? PostgresLiteral::of(value, PostgresLiteral::Numbers::Bare, &refusal)
+                           : value.toString();
 }
 
 /// As the server itself writes it: no blanks, signs, zeros or exponents to get lost.
-bool isPlainInteger(const QString &text)
+bool isPlainInteger(const QStringRef &text)
 {
     const int first = text.startsWith(QLatin1Char('-')) ? 1 : 0;
     if (text.size() == first || (text.at(first) == QLatin1Char('0') && text.size() > 1))
         return false;
-    return std::all_of(text.cbegin() + first, text.cend(), [](QChar c) {
-        return c >= QLatin1Char('0') && c <= QLatin1Char('9');
-    });
+    return std::all_of(text.cbegin() + first, text.cend(), isDigit);
 }
 
 bool isPlainDecimal(const QString &text)
 {
-    static const QRegularExpression form(QStringLiteral(R"(\A-?(0|[1-9][0-9]*)(\.[0-9]+)?\z)"));
-    return matches(form, text) && text != QLatin1String("-0");
+    const int point = text.indexOf(QLatin1Char('.'));
+    if (point < 0)
+        return isPlainInteger(QStringRef(&text));
+    const int sign = text.startsWith(QLatin1Char('-')) ? 1 : 0;
+    const QStringRef whole = text.midRef(sign, point - sign);
+    const QStringRef fraction = text.midRef(point + 1);
+    return isPlainInteger(whole) && !whole.startsWith(QLatin1Char('-')) && !fraction.isEmpty() &&
+           std::all_of(fraction.cbegin(), fraction.cend(), isDigit);
 }
 
 /// Whole numbers alone: fractions are rounded, refused or compared by the types, each in its way.
@@ -88,20 +102,20 @@ bool isPlainNumber(const QVariant &value, int digits)
     if (!isNumber(value) && !isText(value))
         return false;
     const QString text = written(value);
-    return isPlainInteger(text) && text.size() <= digits;
+    return isPlainInteger(QStringRef(&text)) && text.size() <= digits;
 }
 
 bool isPlainDate(const QVariant &value)
 {
-    static const QRegularExpression form(QStringLiteral(R"(\A[0-9]{4}-[0-9]{2}-[0-9]{2}\z)"));
-    return value.userType() == QMetaType::QDate || (isText(value) && matches(form, value.toString()));
+    return value.userType() == QMetaType::QDate ||
+           (isText(value) && hasForm(value.toString(), QLatin1String("0000-00-00")));
 }
 
 bool isPlainUuid(const QVariant &value)
 {
-    static const QRegularExpression form(QStringLiteral(
-        R"(\A[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\z)"));
-    return value.userType() == QMetaType::QUuid || (isText(value) && matches(form, value.toString()));
+    return value.userType() == QMetaType::QUuid ||
+           (isText(value) &&
+            hasForm(value.toString(), QLatin1String("xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx")));
 }
 
 /// Texts become nothing but texts without an error; those of fixed length drop blanks at the end.

@@ -1,7 +1,6 @@
 #include "postgres_value.h"
 
 #include <QDateTime>
-#include <QRegularExpression>
 
 #include <limits>
 
@@ -33,35 +32,106 @@ QVariant unsignedNumber(const QByteArray &raw, const QVariant &value)
     return qlonglong(number);
 }
 
-int offsetSeconds(const QRegularExpressionMatch &match)
+/// Reads what the server has written from left to right.
+class Reader
 {
-    const int seconds = match.capturedRef(QStringLiteral("oh")).toInt() * 3600 +
-                        match.capturedRef(QStringLiteral("om")).toInt() * 60 +
-                        match.capturedRef(QStringLiteral("os")).toInt();
-    return match.capturedRef(QStringLiteral("sign")) == QLatin1String("-") ? -seconds : seconds;
+public:
+    explicit Reader(const QByteArray &raw)
+        : m_raw(raw)
+    {
+    }
+
+    bool isAtEnd() const { return m_at == m_raw.size(); }
+    bool failed() const { return m_failed; }
+    bool take(const char *mark)
+    {
+        if (m_raw.mid(m_at, int(qstrlen(mark))) != mark)
+            return false;
+        m_at += int(qstrlen(mark));
+        return true;
+    }
+    void must(const char *mark) { m_failed = !take(mark) || m_failed; }
+    QByteArray digits()
+    {
+        const int start = m_at;
+        while (m_at < m_raw.size() && m_raw.at(m_at) >= '0' && m_raw.at(m_at) <= '9')
+            ++m_at;
+        m_failed = m_failed || m_at == start;
+        return m_raw.mid(start, m_at - start);
+    }
+    int number() { return digits().toInt(); }
+
+private:
+    const QByteArray &m_raw;
+    int m_at = 0;
+    bool m_failed = false;
+};
+
+struct Moment {
+    QDate date;
+    QTime time{0, 0};
+    int offsetSeconds = 0; ///< east of Greenwich
+    bool isValid = false;
+};
+
+QTime readTime(Reader &reader)
+{
+    constexpr int MillisecondDigits = 3;
+    const int hour = reader.number();
+    reader.must(":");
+    const int minute = reader.number();
+    reader.must(":");
+    const int second = reader.number();
+    const QByteArray fraction = reader.take(".") ? reader.digits() : QByteArray();
+    return QTime(hour, minute, second,
+                 fraction.leftJustified(MillisecondDigits, '0', true).toInt());
+}
+
+/// "+05", "-03:30", "+02:30:17"
+int readOffset(Reader &reader)
+{
+    const bool isWest = reader.take("-");
+    if (!isWest && !reader.take("+"))
+        return 0;
+    int seconds = reader.number() * 3600;
+    for (int unit = 60; unit > 0 && reader.take(":"); unit /= 60)
+        seconds += reader.number() * unit;
+    return isWest ? -seconds : seconds;
+}
+
+/// "12024-03-15 10:20:30.5+02", "0044-03-15 BC"
+Moment readMoment(const QByteArray &raw)
+{
+    Reader reader(raw);
+    Moment moment;
+    const int year = reader.number();
+    reader.must("-");
+    const int month = reader.number();
+    reader.must("-");
+    const int day = reader.number();
+    const bool beforeChrist = raw.endsWith(" BC");
+    const auto isBehindDate = [&] { return beforeChrist && reader.take(" BC"); };
+    if (!isBehindDate() && reader.take(" ")) {
+        moment.time = readTime(reader);
+        moment.offsetSeconds = readOffset(reader);
+        isBehindDate();
+    }
+    moment.date = QDate(beforeChrist ? -year : year, month, day);
+    moment.isValid = reader.isAtEnd() && !reader.failed();
+    return moment;
 }
 
 QVariant farDate(unsigned type, const QByteArray &raw, const QVariant &value)
 {
-    static const QRegularExpression form(QStringLiteral(
-        R"(^(?<y>\d+)-(?<m>\d+)-(?<d>\d+)(?: (?<time>\d+:\d+:\d+)(?:\.(?<f>\d+))?)"
-        R"((?:(?<sign>[+-])(?<oh>\d+)(?::(?<om>\d+))?(?::(?<os>\d+))?)?)?(?<bc> BC)?$)"));
-    const QRegularExpressionMatch match = form.match(QString::fromLatin1(raw));
-    if (!match.hasMatch())
+    const Moment moment = readMoment(raw);
+    if (!moment.isValid)
         return value;
-    const int year = match.capturedRef(QStringLiteral("y")).toInt();
-    const bool beforeChrist = match.capturedLength(QStringLiteral("bc")) > 0;
-    const QDate date(beforeChrist ? -year : year, match.capturedRef(QStringLiteral("m")).toInt(),
-                     match.capturedRef(QStringLiteral("d")).toInt());
     if (type == Date)
-        return date;
-    const QString fraction = match.captured(QStringLiteral("f")).leftJustified(3, QLatin1Char('0'));
-    const QTime time =
-        QTime::fromString(match.captured(QStringLiteral("time")), QStringLiteral("hh:mm:ss"))
-            .addMSecs(fraction.leftRef(3).toInt());
+        return moment.date;
     if (type == Timestamp)
-        return QDateTime(date, time);
-    return QDateTime(date, time, Qt::OffsetFromUTC, offsetSeconds(match)).toLocalTime();
+        return QDateTime(moment.date, moment.time);
+    return QDateTime(moment.date, moment.time, Qt::OffsetFromUTC, moment.offsetSeconds)
+        .toLocalTime();
 }
 
 } // namespace

@@ -272,8 +272,8 @@ int Walk::dollarQuoteEnd() const
 /// End of q'{...}', whose closing mark belongs to the opening one.
 int Walk::alternativeQuoteEnd(int quote) const
 {
-    static const QString opening = QStringLiteral("({[<");
-    static const QString closing = QStringLiteral(")}]>");
+    constexpr QLatin1String opening("({[<");
+    constexpr QLatin1String closing(")}]>");
     const QChar mark = at(quote + 1);
     const int pair = opening.indexOf(mark);
     const QString last = QString(pair < 0 ? mark : closing.at(pair)) + QLatin1Char('\'');

@@ -1,6 +1,6 @@
 #include "statement_head.h"
 
-#include <QSet>
+#include "word_table.h"
 
 #include <algorithm>
 
@@ -8,12 +8,6 @@ namespace
 {
 
 using Tokens = QVector<SqlToken>;
-
-QSet<QString> words(const char *list)
-{
-    const QStringList split = QString::fromLatin1(list).split(QLatin1Char(' '));
-    return QSet<QString>(split.cbegin(), split.cend());
-}
 
 /// The keyword in upper case. No keyword has letters beyond ASCII, some of which fold to Latin
 /// ones.
@@ -30,49 +24,55 @@ QString upper(const SqlToken &token, const QString &text)
 /// Verbs that no procedure can be named by, whatever follows.
 bool isReservedVerb(const QString &word)
 {
-    static const QSet<QString> verbs =
-        words("SELECT INSERT UPDATE DELETE VALUES WITH MERGE CALL CREATE ALTER DROP GRANT REVOKE "
-              "EXPLAIN COPY VACUUM ANALYZE");
-    return verbs.contains(word);
+    static constexpr std::string_view verbs[] = {
+        "SELECT", "INSERT", "UPDATE", "DELETE", "VALUES",  "WITH", "MERGE",  "CALL",   "CREATE",
+        "ALTER",  "DROP",   "GRANT",  "REVOKE", "EXPLAIN", "COPY", "VACUUM", "ANALYZE"};
+    return isAmong(word, verbs);
 }
 
 /// Verbs that are names of procedures as well: they begin a statement when an operand follows.
 bool isVerb(const QString &word)
 {
-    static const QSet<QString> verbs =
-        words("ABORT ATTACH BACKUP BEGIN CACHE CHANGE CHECK CHECKPOINT CHECKSUM CLOSE CLUSTER "
-              "COMMENT COMMIT DEALLOCATE DECLARE DESC DESCRIBE DETACH DISCARD DO END EXEC EXECUTE "
-              "FETCH FLUSH GET HANDLER HELP IMPORT INSTALL KILL LISTEN LOAD LOCK MOVE NOTIFY "
-              "OPTIMIZE PRAGMA PREPARE PURGE REASSIGN RECREATE REFRESH REINDEX RELEASE RENAME "
-              "REPAIR REPLACE RESET RESIGNAL ROLLBACK SAVEPOINT SECURITY SET SHOW SHUTDOWN SIGNAL "
-              "START STOP TABLE TRUNCATE UNINSTALL UNLISTEN UNLOCK UPSERT USE XA");
-    return verbs.contains(word);
+    static constexpr std::string_view verbs[] = {
+        "ABORT",      "ATTACH",   "BACKUP",    "BEGIN",    "CACHE",    "CHANGE",    "CHECK",
+        "CHECKPOINT", "CHECKSUM", "CLOSE",     "CLUSTER",  "COMMENT",  "COMMIT",    "DEALLOCATE",
+        "DECLARE",    "DESC",     "DESCRIBE",  "DETACH",   "DISCARD",  "DO",        "END",
+        "EXEC",       "EXECUTE",  "FETCH",     "FLUSH",    "GET",      "HANDLER",   "HELP",
+        "IMPORT",     "INSTALL",  "KILL",      "LISTEN",   "LOAD",     "LOCK",      "MOVE",
+        "NOTIFY",     "OPTIMIZE", "PRAGMA",    "PREPARE",  "PURGE",    "REASSIGN",  "RECREATE",
+        "REFRESH",    "REINDEX",  "RELEASE",   "RENAME",   "REPAIR",   "REPLACE",   "RESET",
+        "RESIGNAL",   "ROLLBACK", "SAVEPOINT", "SECURITY", "SET",      "SHOW",      "SHUTDOWN",
+        "SIGNAL",     "START",    "STOP",      "TABLE",    "TRUNCATE", "UNINSTALL", "UNLISTEN",
+        "UNLOCK",     "UPSERT",   "USE",       "XA"};
+    return isAmong(word, verbs);
 }
 
 /// Statements of one word.
 bool isWholeStatement(const QString &word)
 {
-    static const QSet<QString> verbs = words("ABORT BEGIN CHECKPOINT COMMIT END REINDEX ROLLBACK");
-    return verbs.contains(word);
+    static constexpr std::string_view verbs[] = {"ABORT", "BEGIN",   "CHECKPOINT", "COMMIT",
+                                                 "END",   "REINDEX", "ROLLBACK"};
+    return isAmong(word, verbs);
 }
 
 /// Names that stand for a value and take no parentheses.
 bool isNiladic(const QString &word)
 {
-    static const QSet<QString> names =
-        words("CURRENT_CATALOG CURRENT_DATE CURRENT_ROLE CURRENT_SCHEMA CURRENT_TIME "
-              "CURRENT_TIMESTAMP CURRENT_USER DEFAULT FALSE LOCALTIME LOCALTIMESTAMP NULL "
-              "SESSION_USER SYSTEM_USER TRUE USER");
-    return names.contains(word);
+    static constexpr std::string_view names[] = {
+        "CURRENT_CATALOG", "CURRENT_DATE",      "CURRENT_ROLE",   "CURRENT_SCHEMA",
+        "CURRENT_TIME",    "CURRENT_TIMESTAMP", "CURRENT_USER",   "DEFAULT",
+        "FALSE",           "LOCALTIME",         "LOCALTIMESTAMP", "NULL",
+        "SESSION_USER",    "SYSTEM_USER",       "TRUE",           "USER"};
+    return isAmong(word, names);
 }
 
 /// Last words of statements that are complete: no list of values can follow.
 bool endsStatement(const QString &word)
 {
-    static const QSet<QString> names =
-        words("ASC DEFAULT DESC END FALSE FIRST LAST LOCKED NOTHING NOWAIT NULL ONLY SHARE TIES "
-              "TRUE UNKNOWN");
-    return names.contains(word);
+    static constexpr std::string_view names[] = {
+        "ASC",     "DEFAULT", "DESC", "END",  "FALSE", "FIRST", "LAST", "LOCKED",
+        "NOTHING", "NOWAIT",  "NULL", "ONLY", "SHARE", "TIES",  "TRUE", "UNKNOWN"};
+    return isAmong(word, names);
 }
 
 bool isName(const SqlToken &token)
@@ -153,7 +153,7 @@ bool listMayFollow(const Tokens &tokens, const QString &text)
     }
     if (last.kind == SqlToken::QuotedName)
         return !endsWithItsTable(tokens, text);
-    static const QString beforeOperand = QStringLiteral("=<>!~+-/%|&^#,");
+    constexpr QLatin1String beforeOperand("=<>!~+-/%|&^#,");
     return last.kind == SqlToken::Symbol && last.length == 1 &&
            beforeOperand.contains(text.at(last.start));
 }

@@ -1,6 +1,7 @@
 #include "statement_plan.h"
 
 #include "statement_head.h"
+#include "word_table.h"
 
 #include <algorithm>
 
@@ -199,10 +200,9 @@ void StatementPlan::describe(const QVector<SqlToken> &tokens, const QString &tex
                             SqlScanner::isSymbol(significant.at(i + 1), text, QLatin1String(")"));
         m_namesAllColumns = m_namesAllColumns || !counts;
     }
-    static const QStringList changes = {QStringLiteral("INSERT"), QStringLiteral("UPDATE"),
-                                        QStringLiteral("DELETE"), QStringLiteral("REPLACE"),
-                                        QStringLiteral("MERGE")};
-    m_returnsNoColumns = !returns && changes.contains(m_verb);
+    static constexpr std::string_view changes[] = {"INSERT", "UPDATE", "DELETE", "REPLACE",
+                                                   "MERGE"};
+    m_returnsNoColumns = !returns && isAmong(m_verb, changes);
 }
 
 QString StatementPlan::refusal(int given) const

@@ -15,6 +15,8 @@
 #include <QThread>
 #include <QtTest>
 
+#include <signal.h>
+
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -183,6 +185,7 @@ private Q_SLOTS:
     void cancelOfAnIdleConnectionDoesNothing();
     void noStatementIsHitByTheCancelOfAnother_data() { everySystem(); }
     void noStatementIsHitByTheCancelOfAnother();
+    void requestThatIsStuckHoldsNobodyElseUp();
     void cancelRacesWithOpenAndClose_data() { everySystem(); }
     void cancelRacesWithOpenAndClose();
     void timeLimitEndsAStatementWithATextOfItsOwn_data() { everySystem(); }
@@ -425,6 +428,53 @@ void TestDriverCancel::noStatementIsHitByTheCancelOfAnother()
     QVERIFY2(wrong == 0, qPrintable(QStringLiteral("%1 (seed %2)").arg(wrongText).arg(seed)));
     QVERIFY2(hit > 0, "no statement was cancelled at all");
     qDebug("%d of %d cancelled, %d hit wrongly", hit, rounds, wrong);
+}
+
+/// The end of a cancelled statement waits for a request that got stuck. Another statement is still
+/// half read meanwhile, so whoever cancels has something to ask for, and must not wait as well.
+void TestDriverCancel::requestThatIsStuckHoldsNobodyElseUp()
+{
+    const QString system = QStringLiteral("PostgreSQL");
+    USE_SYSTEM(m_systems, system);
+    std::atomic<int> backend{0};
+    std::atomic<bool> isOver{false};
+    Worker worker(parameters(system), QStringLiteral("stuck"));
+    worker.begin([&](QSqlDatabase &db) {
+        QSqlQuery half(db);
+        half.exec(QStringLiteral("SELECT pg_backend_pid() FROM generate_series(1, 9)"));
+        half.next();
+        backend = half.value(0).toInt();
+        QSqlQuery(db).exec(QStringLiteral("SELECT pg_sleep(1)"));
+        isOver = true;
+    });
+    {
+        QSqlDatabase observer = parameters(system).database(QStringLiteral("observer"));
+        QVERIFY2(observer.open(), qPrintable(observer.lastError().text()));
+        const auto isIn = [&](const char *state) {
+            QSqlQuery query(observer);
+            return query.exec(QStringLiteral("SELECT 1 FROM pg_stat_activity WHERE pid = %1 AND "
+                                             "query LIKE '%pg_sleep%' AND state = '%2'")
+                                  .arg(backend.load())
+                                  .arg(QLatin1String(state))) &&
+                   query.next();
+        };
+        QVERIFY(waitUntil([&] { return isIn("active"); }));
+        // Its server takes requests and answers none; sessions go on.
+        const auto postmaster = pid_t(m_systems.postgres().pid());
+        QVERIFY(::kill(postmaster, SIGSTOP) == 0);
+        const auto goOn = qScopeGuard([postmaster] { ::kill(postmaster, SIGCONT); });
+        worker.cancelOnce();
+        QVERIFY(waitUntil([&] { return isIn("idle"); }));
+        for (int i = 0; i < 20; ++i) {
+            worker.cancelOnce();
+            QTest::qWait(20);
+        }
+        QVERIFY(!isOver);
+        QVERIFY(waitUntil([&] { return isOver.load(); }));
+        observer.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("observer"));
+    QVERIFY(worker.wait());
 }
 
 void TestDriverCancel::cancelRacesWithOpenAndClose()
