@@ -2,6 +2,8 @@
 
 #include "client_library.h"
 
+#include <QElapsedTimer>
+
 namespace
 {
 
@@ -10,6 +12,11 @@ constexpr int StatusLength = 20;
 constexpr char InfoAttachmentId = 22;
 constexpr std::intptr_t Cancelled = 335544794;
 constexpr std::intptr_t NetworkError = 335544721;
+constexpr char ParametersVersion = 1;
+constexpr char ParameterConnectTimeout = 57;
+
+/// A server that has not answered a new connection by then is not waited for.
+constexpr int AnswerSeconds = 3;
 
 } // namespace
 
@@ -47,8 +54,13 @@ bool FirebirdClient::reaches(const QByteArray &address) const
     Status status[StatusLength] = {};
     Handle connection = 0;
     const QByteArray nowhere = address + "no such database";
-    m_attach(status, 0, nowhere.constData(), &connection, 0, nullptr);
+    const char parameters[] = {
+        ParametersVersion, ParameterConnectTimeout, 4, AnswerSeconds, 0, 0, 0};
+    QElapsedTimer timer;
+    timer.start();
+    m_attach(status, 0, nowhere.constData(), &connection, sizeof parameters, parameters);
     if (connection)
         m_detach(status, &connection);
-    return status[0] != 1 || status[1] != NetworkError;
+    // The end of the time looks like a refusal.
+    return !timer.hasExpired(AnswerSeconds * 1000) && (status[0] != 1 || status[1] != NetworkError);
 }

@@ -27,8 +27,8 @@ public:
     void cancel(Handle connection, CancelOption option) const;
     /// Whether the connection is still there: asks the server, or the engine in this process.
     bool answers(Handle connection) const;
-    /// Whether a server answers a new connection, if only by refusing it. Blocks for as long as it
-    /// is silent, some minutes at most.
+    /// Whether a server answers a new connection, if only by refusing it. Blocks for
+    /// three seconds while it is silent, and some minutes at most where the network swallows all.
     /// @param address what stands before a database's name, "host/port:"
     bool reaches(const QByteArray &address) const;
 

@@ -1,11 +1,66 @@
 #include "firebird_line.h"
 
+#include <QHash>
+#include <QMutex>
+#include <QMutexLocker>
+
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <thread>
+
+namespace
+{
+
+/// One question to a server for a sign of life, for all who want to know at the time. It may get
+/// stuck, so it has a thread of its own, which is left behind then.
+struct Question {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point asked = Clock::now();
+    std::atomic<bool> isAnswered{false};
+    std::atomic<bool> isOver{false};
+
+    int ageMs() const
+    {
+        return int(
+            std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - asked).count());
+    }
+    /// Whether its answer is still awaited, and says something about the server of now.
+    bool isOpen() const { return !isOver && ageMs() < 2 * FirebirdLine::DeadServerMs; }
+};
+
+/// The last question to each server.
+struct Questions {
+    QMutex mutex;
+    QHash<QByteArray, std::shared_ptr<Question>> last; ///< mutex
+};
+
+/// The question that is under way, or a new one: a dead server is asked once in a while, however
+/// many connections wait for it.
+/// @param since when the connection was made: an earlier question says nothing about its server
+std::shared_ptr<Question> ask(const FirebirdClient &client, const QByteArray &address,
+                              Question::Clock::time_point since)
+{
+    static auto *questions = new Questions; // threads may outlast the end of main()
+    QMutexLocker locker(&questions->mutex);
+    std::shared_ptr<Question> &last = questions->last[address];
+    if (last && last->isOpen() && last->asked >= since)
+        return last;
+    last = std::make_shared<Question>();
+    std::thread([question = last, client, address] {
+        question->isAnswered = client.reaches(address);
+        question->isOver = true;
+    }).detach();
+    return last;
+}
+
+} // namespace
 
 struct FirebirdLine::Watch::State {
     FirebirdLine line;
-    std::atomic<bool> isAnswered{false};
+    QMutex mutex;
+    std::shared_ptr<Question> question; ///< mutex; null until it is asked
+    DeadlineWatch::Id end = 0;          ///< mutex; when the question has waited long enough
     std::atomic<bool> isOver{false};
     std::atomic<bool> isCut{false};
 
@@ -13,13 +68,28 @@ struct FirebirdLine::Watch::State {
         : line(watched)
     {
     }
+    static void askServer(const std::shared_ptr<State> &state);
     void cutUnlessAnswered();
 };
 
+void FirebirdLine::Watch::State::askServer(const std::shared_ptr<State> &state)
+{
+    const QMutexLocker locker(&state->mutex);
+    state->question = ask(state->line.m_client, state->line.m_address, state->line.m_since);
+    // Others may have waited for the answer for a while.
+    const int patience = std::max(0, DeadServerMs - state->question->ageMs());
+    state->end = DeadlineWatch::instance().add(patience, [state] { state->cutUnlessAnswered(); });
+}
+
 void FirebirdLine::Watch::State::cutUnlessAnswered()
 {
-    if (isAnswered || isOver)
+    if (isOver)
         return;
+    {
+        const QMutexLocker locker(&mutex);
+        if (question && question->isAnswered)
+            return;
+    }
     isCut = true;
     line.m_client.cancel(line.m_connection, FirebirdClient::Abort);
 }
@@ -29,19 +99,11 @@ FirebirdLine::Watch::Watch(const FirebirdLine &line, int askAfterMs)
     if (!line.isRemote())
         return;
     m_state = std::make_shared<State>(line);
-    // The question may get stuck, too, so it has a thread of its own, which is left behind then.
-    const auto ask = [state = m_state] {
-        std::thread([state] {
-            if (state->line.m_client.reaches(state->line.m_address))
-                state->isAnswered = true;
-        }).detach();
-    };
     if (askAfterMs > 0)
-        m_question = DeadlineWatch::instance().add(askAfterMs, ask);
+        m_question = DeadlineWatch::instance().add(askAfterMs,
+                                                   [state = m_state] { State::askServer(state); });
     else
-        ask();
-    m_end = DeadlineWatch::instance().add(askAfterMs + DeadServerMs,
-                                          [state = m_state] { state->cutUnlessAnswered(); });
+        State::askServer(m_state);
 }
 
 FirebirdLine::Watch::~Watch()
@@ -49,9 +111,15 @@ FirebirdLine::Watch::~Watch()
     if (!m_state)
         return;
     m_state->isOver = true;
-    DeadlineWatch::instance().remove(m_end);
     if (m_question)
         DeadlineWatch::instance().remove(m_question);
+    DeadlineWatch::Id end = 0;
+    {
+        const QMutexLocker locker(&m_state->mutex);
+        end = m_state->end;
+    }
+    if (end)
+        DeadlineWatch::instance().remove(end);
 }
 
 bool FirebirdLine::Watch::hasCut() const

@@ -6,6 +6,7 @@
 #include "firebird_client.h"
 #include "policy.h"
 
+#include <chrono>
 #include <memory>
 
 /// Firebird's client library waits for an answer without an end, and a request to cancel changes
@@ -47,11 +48,11 @@ public:
         struct State;
         std::shared_ptr<State> m_state; ///< shared with the deadlines; null for an engine
         DeadlineWatch::Id m_question = 0;
-        DeadlineWatch::Id m_end = 0;
     };
 
 private:
     FirebirdClient m_client;
     FirebirdClient::Handle m_connection;
     QByteArray m_address;
+    std::chrono::steady_clock::time_point m_since = std::chrono::steady_clock::now();
 };

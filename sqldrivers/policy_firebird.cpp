@@ -216,12 +216,17 @@ bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Can
     m_client.resolve();
     m_connection = nativeHandle<FirebirdClient::Handle>();
     m_line = std::make_unique<FirebirdLine>(m_client, m_connection, m_address);
+    if (m_line->isRemote())
+        m_socket = std::make_unique<SocketWatch>(m_finder->find([this] { answers(); }));
+    m_finder.reset();
     m_lastLook.start();
     return true;
 }
 
 void FirebirdPolicy::detach()
 {
+    m_finder.reset();
+    m_socket.reset();
     // Qt's driver (5.15) keeps the handle of a transaction that is open now for the next session,
     // in which every statement would fail.
     stock()->rollbackTransaction();
@@ -344,8 +349,13 @@ std::unique_ptr<LineWatch> FirebirdPolicy::watchLine() const
     return std::make_unique<FirebirdLine::Watch>(*m_line, PatienceMs);
 }
 
+/// A transaction that is open is not given up unseen: its next statement fails.
 bool FirebirdPolicy::isLost() const
 {
+    if (m_inTransaction)
+        return false;
+    if (m_socket && m_socket->isCut())
+        return true;
     return m_lastLook.isValid() && m_lastLook.hasExpired(LookMs) && !answers();
 }
 

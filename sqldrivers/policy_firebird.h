@@ -5,6 +5,8 @@
 #include "firebird_client.h"
 #include "firebird_line.h"
 #include "policy.h"
+#include "socket_finder.h"
+#include "socket_watch.h"
 
 #include <QElapsedTimer>
 #include <QMutex>
@@ -19,7 +21,8 @@
 /// a transaction whose commit was ended by such a mark, locks and all: so a statement without rows
 /// gets a transaction of this policy's own, which is committed when nothing can be cancelled any
 /// more. The stock driver keeps the status vector to itself: states are told from code and text.
-/// The line to a server that is dead is cut.
+/// The line to a server that is dead is cut. A lost line is seen at its socket; otherwise the
+/// server is asked.
 class FirebirdPolicy : public Policy
 {
 public:
@@ -28,6 +31,7 @@ public:
     SqlDialect dialect() const override { return SqlDialect::Firebird; }
 
     QString stockOptions(const QString &options, const LayerOptions &layer) const override;
+    void opening() override { m_finder = std::make_unique<SocketFinder>(); }
     void opened(const OpenParameters &parameters) override;
     bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
                 QSqlError *error) override;
@@ -74,6 +78,8 @@ private:
     FirebirdClient::Handle m_connection = 0;
     QByteArray m_address; ///< of the server, empty for the engine in this process
     std::unique_ptr<FirebirdLine> m_line;
+    std::unique_ptr<SocketFinder> m_finder; ///< while the connection is being opened
+    std::unique_ptr<SocketWatch> m_socket;  ///< null for the engine in this process
     QMutex m_mutex;
     std::unique_ptr<FirebirdLine::Watch> m_request; ///< m_mutex; since the statement is cancelled
     bool m_isUtf8 = false;

@@ -29,7 +29,8 @@ struct StockSession {
 
     /// As open(), but gives up after `layer.connectTimeoutMs`, whatever the client library waits
     /// for: it works in a thread of its own, which is left behind then with all that it uses and
-    /// ends when the library lets it.
+    /// ends when the library lets it. While many are left behind at the same server, the time is
+    /// spent on waiting for one of them to end.
     /// @param session with a driver that nobody else knows yet
     /// @return the session, its driver in the calling thread; null when that failed, see `error`
     static std::unique_ptr<StockSession> openInTime(std::unique_ptr<StockSession> session,

@@ -21,6 +21,17 @@ const QString Postgres = QStringLiteral("PostgreSQL");
 const QString MariaDb = QStringLiteral("MariaDB");
 const QString Direct = QStringLiteral("direct"); ///< a connection without a script
 const QString OdbcPostgres = QStringLiteral("ODBC to PostgreSQL");
+const QString Firebird = QStringLiteral("Firebird server");
+
+QString select(const QString &system, const QString &expression)
+{
+    return LayeredSystems::selectWithoutTable(system, expression);
+}
+
+QString select(const QString &system, int number)
+{
+    return select(system, QString::number(number));
+}
 
 /// What happens to an idle line.
 struct Fault {
@@ -46,22 +57,24 @@ private Q_SLOTS:
 
     void brokenIdleLineIsSeenAtOnce_data();
     void brokenIdleLineIsSeenAtOnce();
-    void endedSessionIsSeenAndTheWorkerReopens_data() { everyServer(); }
+    void endedSessionIsSeenAndTheWorkerReopens_data() { everyLine(); }
     void endedSessionIsSeenAndTheWorkerReopens();
-    void killedServerIsSeenAndTheWorkerReopens_data() { everyServer(); }
+    void killedServerIsSeenAndTheWorkerReopens_data() { everyLine(); }
     void killedServerIsSeenAndTheWorkerReopens();
     void errorOfALossHasTypeOne_data();
     void errorOfALossHasTypeOne();
-    void stoppingOnASilentLineEndsInTime_data() { everyServer(); }
+    void stoppingOnASilentLineEndsInTime_data() { everyLine(); }
     void stoppingOnASilentLineEndsInTime();
-    void closingOnASilentLineEndsInTime_data() { everyServer(); }
+    void closingOnASilentLineEndsInTime_data() { everyLine(); }
     void closingOnASilentLineEndsInTime();
-    void serverThatNeverAnswersFailsTheOpenInTime_data() { everyServer(); }
+    void serverThatNeverAnswersFailsTheOpenInTime_data() { everyLine(); }
     void serverThatNeverAnswersFailsTheOpenInTime();
 
 private:
     static void watchedServers();
     static void everyServer();
+    static void everyLine();
+    int portOf(const QString &system);
     /// The parameters of a system, through the relay.
     ConnectionParameters throughRelay(const QString &system, const QString &options = {});
     bool openThroughRelay(const QString &system);
@@ -69,7 +82,7 @@ private:
     bool killServer(const QString &system);
     bool startServerAgain(const QString &system);
     /// A statement that the silent line keeps the worker waiting for.
-    bool beginSilentStatement();
+    bool beginSilentStatement(const QString &system);
 
     LayeredSystems m_systems;
     QString m_killed; ///< the system whose server was killed and not started again
@@ -104,13 +117,24 @@ void TestDriverLoss::everyServer()
     QTest::newRow("ODBC to PostgreSQL") << OdbcPostgres;
 }
 
+void TestDriverLoss::everyLine()
+{
+    everyServer();
+    QTest::newRow("Firebird server") << Firebird;
+}
+
+int TestDriverLoss::portOf(const QString &system)
+{
+    if (system == MariaDb)
+        return m_systems.mariadb().port();
+    return system == Firebird ? m_systems.firebirdServer().port() : m_systems.postgres().port();
+}
+
 ConnectionParameters TestDriverLoss::throughRelay(const QString &system, const QString &options)
 {
     if (!m_relay) {
         m_relay = std::make_unique<RelayProcess>();
-        const int port =
-            system == MariaDb ? m_systems.mariadb().port() : m_systems.postgres().port();
-        if (!m_relay->start(quint16(port)))
+        if (!m_relay->start(quint16(portOf(system))))
             qWarning("no relay");
     }
     ConnectionParameters parameters = m_systems.get(system).parameters();
@@ -127,23 +151,29 @@ ConnectionParameters TestDriverLoss::throughRelay(const QString &system, const Q
 bool TestDriverLoss::openThroughRelay(const QString &system)
 {
     return m_script->open(QStringLiteral("db"), throughRelay(system)) &&
-           m_script->mustRun(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 1"));
+           m_script->mustRun(Way::Thread, QStringLiteral("db"), select(system, 1));
 }
 
 bool TestDriverLoss::endSession(const QString &system, const QString &id)
 {
-    const bool mariaDb = system == MariaDb;
-    return m_script->open(QStringLiteral("other"),
-                          m_systems.get(mariaDb ? MariaDb : Postgres).parameters()) &&
-           m_script->mustRun(Way::Here, QStringLiteral("other"),
-                             (mariaDb ? QStringLiteral("KILL %1")
-                                      : QStringLiteral("SELECT pg_terminate_backend(%1)"))
-                                 .arg(id));
+    QString other = Postgres;
+    QString end = QStringLiteral("SELECT pg_terminate_backend(%1)");
+    if (system == MariaDb) {
+        other = system;
+        end = QStringLiteral("KILL %1");
+    } else if (system == Firebird) {
+        other = system;
+        end = QStringLiteral("DELETE FROM mon$attachments WHERE mon$attachment_id = %1");
+    }
+    return m_script->open(QStringLiteral("other"), m_systems.get(other).parameters()) &&
+           m_script->mustRun(Way::Here, QStringLiteral("other"), end.arg(id));
 }
 
 bool TestDriverLoss::killServer(const QString &system)
 {
     m_killed = system;
+    if (system == Firebird)
+        return m_systems.firebirdServer().kill();
     return system == MariaDb ? m_systems.mariadb().kill()
                              : m_systems.postgres().shutDown(PostgresServer::Shutdown::Immediate);
 }
@@ -151,6 +181,8 @@ bool TestDriverLoss::killServer(const QString &system)
 bool TestDriverLoss::startServerAgain(const QString &system)
 {
     m_killed.clear();
+    if (system == Firebird)
+        return m_systems.firebirdServer().startAgain();
     return system == MariaDb ? m_systems.mariadb().startAgain() : m_systems.postgres().startAgain();
 }
 
@@ -160,7 +192,7 @@ void TestDriverLoss::brokenIdleLineIsSeenAtOnce_data()
 {
     QTest::addColumn<QString>("system");
     QTest::addColumn<int>("fault");
-    for (const QString &system : {Postgres, MariaDb, OdbcPostgres}) {
+    for (const QString &system : {Postgres, MariaDb, OdbcPostgres, Firebird}) {
         int index = 0;
         for (const Fault &fault : Faults)
             QTest::addRow("%s, %s", qPrintable(system), fault.name) << system << index++;
@@ -180,7 +212,7 @@ void TestDriverLoss::brokenIdleLineIsSeenAtOnce()
     m_relay->heal();
     // The worker's session was lost as well, and nothing was under way on it.
     QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
-    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 2")),
+    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), select(system, 2)),
              QStringLiteral("number:2"));
 }
 
@@ -191,8 +223,11 @@ void TestDriverLoss::endedSessionIsSeenAndTheWorkerReopens()
     QFETCH(QString, system);
     USE_SYSTEM(m_systems, system);
     QVERIFY(m_script->open(QStringLiteral("db"), m_systems.get(system).parameters()));
-    const QString ask = system == MariaDb ? QStringLiteral("SELECT CONNECTION_ID()")
-                                          : QStringLiteral("SELECT pg_backend_pid()");
+    QString ask = QStringLiteral("SELECT pg_backend_pid()");
+    if (system == MariaDb)
+        ask = QStringLiteral("SELECT CONNECTION_ID()");
+    else if (system == Firebird)
+        ask = select(system, QStringLiteral("CURRENT_CONNECTION"));
     const QString id = m_script->rows(Way::Here, QStringLiteral("db"), ask).mid(7);
     QVERIFY(endSession(system, id));
     QVERIFY(m_script->waitFor(QStringLiteral("!db.isOpen")));
@@ -212,7 +247,7 @@ void TestDriverLoss::killedServerIsSeenAndTheWorkerReopens()
     QFETCH(QString, system);
     USE_SYSTEM(m_systems, system);
     QVERIFY(m_script->open(QStringLiteral("db"), m_systems.get(system).parameters()));
-    const QString one = QStringLiteral("SELECT 1");
+    const QString one = select(system, 1);
     QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"), one));
     QVERIFY(killServer(system));
 
@@ -231,8 +266,8 @@ void TestDriverLoss::errorOfALossHasTypeOne_data()
     QTest::addColumn<QString>("system");
     QTest::addColumn<QString>("sql");
     QTest::addColumn<bool>("isBound");
-    for (const QString &system : {Postgres, MariaDb, OdbcPostgres}) {
-        const QString plain = QStringLiteral("SELECT 1");
+    for (const QString &system : {Postgres, MariaDb, OdbcPostgres, Firebird}) {
+        const QString plain = select(system, 1);
         QTest::addRow("%s", qPrintable(system)) << system << plain << false;
         QTest::addRow("%s, bound", qPrintable(system))
             << system << plain + QStringLiteral(" WHERE 1 = ?") << true;
@@ -274,10 +309,10 @@ void TestDriverLoss::errorOfALossHasTypeOne()
 
 // --- Lines that are silent ---
 
-bool TestDriverLoss::beginSilentStatement()
+bool TestDriverLoss::beginSilentStatement(const QString &system)
 {
     m_relay->blackHole();
-    m_script->eval(QStringLiteral("db.query_thread(keep(0), 'SELECT 1')"));
+    m_script->eval(QStringLiteral("db.query_thread(keep(0), '%1')").arg(select(system, 1)));
     return m_script->waitFor(QStringLiteral("db.taskSize() === 0"));
 }
 
@@ -286,7 +321,7 @@ void TestDriverLoss::stoppingOnASilentLineEndsInTime()
     QFETCH(QString, system);
     USE_SYSTEM(m_systems, system);
     QVERIFY(openThroughRelay(system));
-    QVERIFY(beginSilentStatement());
+    QVERIFY(beginSilentStatement(system));
 
     QElapsedTimer timer;
     timer.start();
@@ -296,7 +331,7 @@ void TestDriverLoss::stoppingOnASilentLineEndsInTime()
     QVERIFY(m_script->isTrue(QStringLiteral("delivered[0].error.length > 0")));
     m_relay->heal();
     m_script->eval(QStringLiteral("if (!db.isOpen) db.open()"));
-    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT 2")),
+    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), select(system, 2)),
              QStringLiteral("number:2"));
 }
 
@@ -305,7 +340,7 @@ void TestDriverLoss::closingOnASilentLineEndsInTime()
     QFETCH(QString, system);
     USE_SYSTEM(m_systems, system);
     QVERIFY(openThroughRelay(system));
-    QVERIFY(beginSilentStatement());
+    QVERIFY(beginSilentStatement(system));
 
     QElapsedTimer timer;
     timer.start();

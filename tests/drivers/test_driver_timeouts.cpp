@@ -7,6 +7,7 @@
 #include "layered_systems.h"
 #include "relay_process.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QSqlDatabase>
 #include <QSqlDriver>
@@ -30,6 +31,16 @@ constexpr int SlackMs = 1000;
 constexpr int DeadServerMs = 2500;
 /// The server's own limit comes first where it has one, so the layer's comes so much later.
 constexpr int ServerFirstMs = 1000;
+/// How many threads may be left behind at one server.
+constexpr int MostLeftBehind = 8;
+
+/// Of this process.
+int threadCount()
+{
+    return QDir(QStringLiteral("/proc/self/task"))
+        .entryList(QDir::Dirs | QDir::NoDotAndDotDot)
+        .size();
+}
 
 } // namespace
 
@@ -45,6 +56,8 @@ private Q_SLOTS:
     void silentServerFailsTheOpenInTime();
     void serverThatFallsSilentInTheMiddleFailsTheOpenInTime_data() { servers(); }
     void serverThatFallsSilentInTheMiddleFailsTheOpenInTime();
+    void retriesOnASilentServerDoNotPileUp_data() { servers(); }
+    void retriesOnASilentServerDoNotPileUp();
     void openingInTimeSucceeds_data() { everySystem(); }
     void openingInTimeSucceeds();
     void connectionIsTheCallersAfterATimedOpening_data() { everySystem(); }
@@ -154,6 +167,30 @@ void TestDriverTimeouts::serverThatFallsSilentInTheMiddleFailsTheOpenInTime()
     QVERIFY2(timer.elapsed() < 2 * LimitMs + scaledMs(SlackMs),
              qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(db.lastError().type(), QSqlError::ConnectionError);
+}
+
+/// Each of them may leave a thread behind that waits for the server.
+void TestDriverTimeouts::retriesOnASilentServerDoNotPileUp()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db = throughRelay(system, QStringLiteral("VEXT_CONNECT_TIMEOUT=30000"));
+    QVERIFY2(db.open(), qPrintable(db.lastError().text())); // client libraries have threads, too
+    db.close();
+    db.setConnectOptions(QStringLiteral("VEXT_CONNECT_TIMEOUT=30"));
+    m_relay->blackHole();
+    const int before = threadCount();
+    for (int i = 0; i < 3 * MostLeftBehind; ++i)
+        QVERIFY(!db.open());
+    QVERIFY2(db.lastError().text().contains(QLatin1String("30 ms")),
+             qPrintable(db.lastError().text()));
+    QVERIFY2(threadCount() <= before + MostLeftBehind, qPrintable(QString::number(threadCount())));
+    // All of them get their answer, and the next opening a place.
+    m_relay->heal();
+    db.setConnectOptions(QStringLiteral("VEXT_CONNECT_TIMEOUT=%1").arg(scaledMs(20000)));
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    db.close();
+    QVERIFY(waitUntil([&] { return threadCount() <= before; }));
 }
 
 void TestDriverTimeouts::openingInTimeSucceeds()
