@@ -143,11 +143,15 @@ void VEXT_sqlThr::ThreadBody::runTask(structThrSql *task)
         // The busy mark stays until the next task is asked for, as for every command.
         keepOutcome(task, *outcome);
     }
+    if (m_worker.m_thrStop.loadAcquire() != 1) {
+        // Without the lock: the callback that this wakes may want it to queue the next task.
+        m_worker.completeTask(task);
+        return;
+    }
+    // Together: what the task's callback queues next belongs to the next start of the thread.
     QMutexLocker locker(&m_worker.m_mutexSqlTasks);
     m_worker.completeTask(task);
-    // Together: what the task's callback queues next belongs to the next start of the thread.
-    if (m_worker.m_thrStop.loadAcquire() == 1)
-        m_worker.takeNoMore();
+    m_worker.takeNoMore();
 }
 
 void VEXT_sqlThr::ThreadBody::keepOutcome(structThrSql *task, const ThreadSession::Outcome &outcome)
