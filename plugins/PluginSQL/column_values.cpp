@@ -61,6 +61,13 @@ ColumnValues::ColumnValues(std::initializer_list<QVariant> values)
         append(value);
 }
 
+/// Most copies are of new columns, which are empty.
+ColumnValues::ColumnValues(const ColumnValues &other)
+{
+    if (!other.isEmpty())
+        *this = other;
+}
+
 ColumnValues &ColumnValues::operator=(ColumnValues &&other) noexcept
 {
     ColumnValues moved(std::move(other));

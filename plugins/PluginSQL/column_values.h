@@ -68,7 +68,7 @@ public:
     ColumnValues() = default;
     ColumnValues(const QVariantList &values); // NOLINT: stands in for the list
     ColumnValues(std::initializer_list<QVariant> values);
-    ColumnValues(const ColumnValues &other) = default;
+    ColumnValues(const ColumnValues &other);
     ColumnValues(ColumnValues &&other) noexcept { swap(other); }
     ColumnValues &operator=(const ColumnValues &other) = default;
     ColumnValues &operator=(ColumnValues &&other) noexcept;

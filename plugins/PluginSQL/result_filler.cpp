@@ -1,9 +1,12 @@
 #include "result_filler.h"
 
 #include "script_guard.h"
+#include "short_columns.h"
 
 namespace
 {
+
+constexpr int ArgumentsBeforeTypes = 7;
 
 /// The text as a literal of a script, in ASCII.
 QString literal(const QString &text)
@@ -62,6 +65,30 @@ QVector<Property> fixedProperties(const ResultShape &shape)
              QStringLiteral("typeNames||") + arrayOf(joined(shape.typeNames(), ",", literal))}};
 }
 
+/// Makes columns and figures of a single row, where one is given in place of the columns.
+QString rowPart(const ResultShape &shape)
+{
+    const int count = shape.names().size();
+    if (count > ShortColumns::MostRowColumns)
+        return QString();
+    QStringList columns;
+    QStringList nulls;
+    for (int c = 0; c < count; ++c) {
+        columns += QStringLiteral("[row[%1]]").arg(c);
+        nulls += QStringLiteral("bits&%1?[0]:[]").arg(1 << c);
+    }
+    return QStringLiteral("if(rows===void 0){var row=index;index=[%1];rows=%2;"
+                          "affected=row[%3];id=row[%4];sql=row[%5];"
+                          "var bits=row[%6];if(bits)nulls=[%7]}")
+        .arg(columns.join(QLatin1Char(',')))
+        .arg(count > 0 ? 1 : 0)
+        .arg(count)
+        .arg(count + 1)
+        .arg(count + 2)
+        .arg(count + 3)
+        .arg(nulls.join(QLatin1Char(',')));
+}
+
 QString bodyFor(const ResultShape &shape)
 {
     const QVector<Property> fixed = fixedProperties(shape);
@@ -78,8 +105,8 @@ QString bodyFor(const ResultShape &shape)
                  QStringLiteral(" in o");
         body += QStringLiteral("o.") + name + QLatin1Char('=') + property.value + QLatin1Char(';');
     }
-    return QStringLiteral("if(") + known + QStringLiteral(")return false;") + body +
-           QStringLiteral("return true;");
+    return QStringLiteral("if(") + known + QStringLiteral(")return false;") + rowPart(shape) +
+           body + QStringLiteral("return true;");
 }
 
 } // namespace
@@ -105,6 +132,7 @@ bool ResultFiller::isReady(QScriptValue &function, const ResultShape &shape)
         ++m_fills; // once: what cannot be made is not tried again
         if (!shape.isUnambiguous() || shape.names().size() > MostColumns)
             return false;
+        const ScriptGuard guard(engine);
         const QScriptValue made = function.call(
             QScriptValue(),
             {QScriptValue(engine, QStringLiteral("o,index,affected,id,sql,rows,nulls,types,"
@@ -121,8 +149,6 @@ bool ResultFiller::fill(QScriptValue function, const QScriptValue &target, const
                         const Values &values)
 {
     QScriptEngine *engine = target.engine();
-    // Where the script's stack ends no function can be called; the result is made all the same.
-    const ScriptGuard guard(engine);
     if (!isReady(function, shape))
         return false;
     QScriptValueList args{target,
@@ -137,6 +163,27 @@ bool ResultFiller::fill(QScriptValue function, const QScriptValue &target, const
         args << values.nulls;
     if (hasOtherTypes)
         args << engine->toScriptValue(shape.types()) << engine->toScriptValue(shape.typeNames());
+    return call(args);
+}
+
+bool ResultFiller::fillRow(const QScriptValue &target, const ResultShape &shape,
+                           const QScriptValue &row)
+{
+    QScriptEngine *engine = target.engine();
+    QScriptValueList args{target, row};
+    if (shape.typeIds() != m_typeIds) {
+        while (args.size() < ArgumentsBeforeTypes)
+            args << QScriptValue();
+        args << engine->toScriptValue(shape.types()) << engine->toScriptValue(shape.typeNames());
+    }
+    return call(args);
+}
+
+/// Where the script's stack ends no function can be called; the result is made all the same, and
+/// the script is not told of it.
+bool ResultFiller::call(const QScriptValueList &args)
+{
+    const ScriptGuard guard(m_function.engine());
     const QScriptValue done = m_function.call(QScriptValue(), args);
     return done.isBool() && done.toBool();
 }

@@ -32,15 +32,23 @@ public:
     /// none is
     bool fill(QScriptValue function, const QScriptValue &target, const ResultShape &shape,
               const Values &values);
+    /// The same of one row, once fill() has made the function. @param row ShortColumns::row()
+    bool fillRow(const QScriptValue &target, const ResultShape &shape, const QScriptValue &row);
+    /// Whether fillRow() may be called.
+    bool fillsRows(const ResultShape &shape) const
+    {
+        return m_function.isValid() && m_nameChanges == shape.nameChanges();
+    }
 
 private:
     static constexpr int FillsBefore = 8; ///< results of the same names before a function is made
     static constexpr int MostColumns = 64;
 
     bool isReady(QScriptValue &function, const ResultShape &shape);
+    bool call(const QScriptValueList &args);
 
     QScriptValue m_function;
-    int m_nameChanges = 0;        ///< of the shape that the function is for
+    int m_nameChanges = 0;      ///< of the shape that the function is for
     std::vector<int> m_typeIds; ///< that it sets when it is not given others
     int m_fills = 0;
 };

@@ -100,6 +100,20 @@ void takeColumns(QScriptEngine *engine, const ResultColumns &columns, int count,
     }
 }
 
+/// A result of one row at most that comes again, with one call into the engine. @return false where
+/// it is made column by column.
+bool fillFromRow(const ResultObject::Context &context, const QScriptValue &target,
+                 const structSqlResult &record)
+{
+    ResultObject::Names &names = *context.names;
+    if (!ShortColumns::fitRow(record, context.enableNull))
+        return false;
+    const ResultShape &shape = names.shapeOf(context.engine, record, context.upperCaseNames);
+    return names.filler().fillsRows(shape) &&
+           names.filler().fillRow(
+               target, shape, names.shortColumns().row(context.engine, record, context.enableNull));
+}
+
 /// Marks a result, read-only and hidden. A getter on Object.prototype must not keep it out either.
 void mark(const ResultObject::Context &context, QScriptValue target)
 {
@@ -158,6 +172,11 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
     QScriptEngine *engine = context.engine;
     context.names->make(engine);
     mark(context, target);
+    if (!streamed) {
+        if (fillFromRow(context, target, record))
+            return;
+        record.spreadOnlyRow();
+    }
     const int count = record.fields.size();
     ResultFiller::Values values;
     values.fields = count;

@@ -11,6 +11,34 @@
 #include <optional>
 #include <vector>
 
+namespace
+{
+
+bool haveNames(const QList<structSqlFieldResult> &columns, const QSqlRecord &record)
+{
+    if (columns.size() != record.count())
+        return false;
+    for (int c = 0; c < columns.size(); ++c) {
+        if (columns.at(c).name != record.fieldName(c))
+            return false;
+    }
+    return true;
+}
+
+/// Gives the columns the types of the only row's cells, where they do not have them already.
+void takeTypes(structSqlResult &result)
+{
+    for (int c = 0; c < result.fields.size(); ++c) {
+        int type = QMetaType::UnknownType;
+        if (!result.onlyRow.empty() && !result.onlyRow[size_t(c)].isNull())
+            type = result.onlyRow[size_t(c)].userType();
+        if (type != result.fields.at(c).type)
+            result.fields[c].type = type;
+    }
+}
+
+} // namespace
+
 ResultReader::ResultReader(QSqlQuery &query, const SqlDriverKind::ConnectionKind &kind)
     : m_query(query)
     , m_kind(kind)
@@ -27,12 +55,18 @@ void ResultReader::prepare()
                            m_kind.driverType == SqlDriverKind::SQLite);
 }
 
-void ResultReader::read(structSqlResult &result, const Stop &stop, ResultStream *stream)
+void ResultReader::read(structSqlResult &result, const Stop &stop, Thread *thread)
 {
-    describeColumns(result);
+    // Columns that the driver describes by a row are described anew.
+    Thread *const sharing = m_query.isValid() ? nullptr : thread;
+    describeColumns(result, sharing);
     // A procedure without output crashes some drivers when rows are asked for.
-    if (!result.fields.isEmpty())
-        readRows(result, stop, stream);
+    if (!result.fields.isEmpty()) {
+        if (sharing)
+            readShort(result, stop, *sharing);
+        else if (toFirstRow())
+            readRows(result, stop, thread ? &thread->stream : nullptr, 0);
+    }
     readFigures(result);
 }
 
@@ -41,21 +75,52 @@ int ResultReader::affectedRows() const
     return std::max(0, m_query.numRowsAffected());
 }
 
-void ResultReader::describeColumns(structSqlResult &result) const
+void ResultReader::describeColumns(structSqlResult &result, const Thread *thread) const
 {
     const QSqlRecord record = m_query.record();
+    if (thread && haveNames(thread->columns, record)) {
+        result.fields = thread->columns;
+        return;
+    }
     const bool onRow = m_query.isValid();
     const int columns = record.count();
     result.fields.reserve(columns);
     for (int c = 0; c < columns; ++c) {
-        structSqlFieldResult field;
+        result.fields.append(structSqlFieldResult());
+        structSqlFieldResult &field = result.fields.last();
         field.name = record.fieldName(c);
         field.type = onRow ? record.value(c).userType() : 0;
-        result.fields.append(std::move(field));
     }
 }
 
-void ResultReader::readRows(structSqlResult &result, const Stop &stop, ResultStream *stream)
+/// Keeps the first row as it comes until there is a second: a row by itself needs no columns of
+/// its own.
+void ResultReader::readShort(structSqlResult &result, const Stop &stop, Thread &thread)
+{
+    const bool onRow = toFirstRow();
+    if (onRow && stop()) {
+        result.canceled = true;
+        return;
+    }
+    if (onRow) {
+        const int columns = result.fields.size();
+        result.onlyRow.reserve(size_t(columns));
+        for (int c = 0; c < columns; ++c)
+            result.onlyRow.push_back(m_query.value(c));
+    }
+    const bool hasMore = onRow && m_query.next();
+    takeTypes(result);
+    if (!hasMore) {
+        thread.columns = result.fields;
+        return;
+    }
+    result.spreadOnlyRow();
+    readRows(result, stop, &thread.stream, 1);
+}
+
+/// Reads from the present row on, which is number `row`.
+void ResultReader::readRows(structSqlResult &result, const Stop &stop, ResultStream *stream,
+                            int row)
 {
     const int columns = result.fields.size();
     // One detach here instead of one a cell.
@@ -67,8 +132,7 @@ void ResultReader::readRows(structSqlResult &result, const Stop &stop, ResultStr
     if (stream)
         slicer.emplace(*stream, result);
     int nextCut = slicer ? slicer->nextCut() : std::numeric_limits<int>::max();
-    int row = 0;
-    for (bool onRow = toFirstRow(); onRow; onRow = m_query.next(), ++row) {
+    for (bool onRow = true; onRow; onRow = m_query.next(), ++row) {
         if (stop()) {
             result.canceled = true;
             return;

@@ -8,6 +8,7 @@
 #include <functional>
 
 class QSqlQuery;
+class QSqlRecord;
 class ResultStream;
 
 /// Reads one executed query into a record, with what some drivers leave out.
@@ -19,6 +20,13 @@ class ResultReader
 public:
     using Stop = std::function<bool()>;
 
+    /// What a thread brings that reads one query after the other.
+    struct Thread {
+        ResultStream &stream; ///< takes the rows of a large result while they are read
+        /// Of the last result of one row at most, without values: the next one often shares them.
+        QList<structSqlFieldResult> columns = {};
+    };
+
     /// @param query outlives the object.
     ResultReader(QSqlQuery &query, const SqlDriverKind::ConnectionKind &kind);
 
@@ -28,16 +36,16 @@ public:
     /// Goes through the whole answer: columns, rows, figures, and the results behind the first one.
     /// The record gets the error that the driver reports on the way.
     /// @param stop asked before each row; where it says yes, the record is marked as cancelled.
-    /// @param stream takes the rows of a large result while they are read; null keeps all of them
-    /// in the record.
-    void read(structSqlResult &result, const Stop &stop, ResultStream *stream = nullptr);
+    /// @param thread null keeps all rows in the record, in its columns.
+    void read(structSqlResult &result, const Stop &stop, Thread *thread = nullptr);
 
     /// The affected rows as records keep them: a driver's -1 is 0.
     int affectedRows() const;
 
 private:
-    void describeColumns(structSqlResult &result) const;
-    void readRows(structSqlResult &result, const Stop &stop, ResultStream *stream);
+    void describeColumns(structSqlResult &result, const Thread *thread) const;
+    void readShort(structSqlResult &result, const Stop &stop, Thread &thread);
+    void readRows(structSqlResult &result, const Stop &stop, ResultStream *stream, int row);
     void readFigures(structSqlResult &result);
     bool toFirstRow();
     bool mayReadLastInsertId() const;

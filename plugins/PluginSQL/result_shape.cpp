@@ -5,6 +5,16 @@
 
 #include <algorithm>
 
+namespace
+{
+
+QString nameOf(int type)
+{
+    return QString::fromLatin1(QMetaType::typeName(type));
+}
+
+} // namespace
+
 void ResultShape::take(QScriptEngine *engine, const structSqlResult &record, bool upperCase,
                        const QStringList &fixed)
 {
@@ -45,16 +55,22 @@ void ResultShape::takeNames(QScriptEngine *engine, const structSqlResult &record
 
 void ResultShape::takeTypes(const structSqlResult &record)
 {
-    if (std::equal(m_typeIds.cbegin(), m_typeIds.cend(), record.fields.cbegin(),
-                   record.fields.cend(),
-                   [](int type, const auto &field) { return type == field.type; }))
-        return;
-    m_typeIds.clear();
-    m_types.clear();
-    m_typeNames.clear();
-    for (const structSqlFieldResult &field : record.fields) {
-        m_typeIds.push_back(field.type);
-        m_types.append(field.type);
-        m_typeNames.append(QString::fromLatin1(QMetaType::typeName(field.type)));
+    const int count = record.fields.size();
+    if (int(m_typeIds.size()) != count) {
+        m_typeIds.assign(size_t(count), QMetaType::UnknownType);
+        m_types.clear();
+        m_typeNames.clear();
+        for (int c = 0; c < count; ++c) {
+            m_types.append(int(QMetaType::UnknownType));
+            m_typeNames.append(nameOf(QMetaType::UnknownType));
+        }
+    }
+    for (int c = 0; c < count; ++c) {
+        const int type = record.fields.at(c).type;
+        if (type == m_typeIds[size_t(c)])
+            continue;
+        m_typeIds[size_t(c)] = type;
+        m_types[c] = type;
+        m_typeNames[c] = nameOf(type);
     }
 }

@@ -27,11 +27,22 @@ bool fits(const ColumnValues &values, bool enableNull)
     return enableNull || !values.hasNulls() || isPlain(values.nullType());
 }
 
-/// What a null reads as: the engine shows a null pointer as null.
+/// The engine shows a null pointer as null.
+QVariant scriptNull()
+{
+    return QVariant(QMetaType::VoidStar, nullptr);
+}
+
+/// What a null reads as.
 QVariant nullCell(const ColumnValues &values, bool enableNull)
 {
-    return enableNull ? QVariant(QMetaType::VoidStar, nullptr)
-                      : QVariant(QVariant::Type(values.nullType()));
+    return enableNull ? scriptNull() : QVariant(QVariant::Type(values.nullType()));
+}
+
+/// A text that is null would not be an empty one to the engine.
+QVariant shownText(const QString &text)
+{
+    return text.isNull() ? QString(QLatin1String("")) : text;
 }
 
 void takeCell(QVariant &cell, const ColumnValues &values, int row)
@@ -70,12 +81,18 @@ void takeColumn(QVariantList &cells, const ColumnValues &values, bool enableNull
     }
 }
 
+void setSize(QVariantList &list, int size, const QVariant &filling)
+{
+    while (list.size() > size)
+        list.removeLast();
+    while (list.size() < size)
+        list.append(filling);
+}
+
+/// Lists of lists.
 void setSize(QVariantList &lists, int size)
 {
-    while (lists.size() > size)
-        lists.removeLast();
-    while (lists.size() < size)
-        lists.append(QVariant(QVariantList()));
+    setSize(lists, size, QVariantList());
 }
 
 } // namespace
@@ -124,4 +141,44 @@ QScriptValue ShortColumns::noNulls(QScriptEngine *engine, int columns)
 {
     setSize(m_noNulls, columns);
     return engine->toScriptValue(m_noNulls);
+}
+
+bool ShortColumns::fitRow(const structSqlResult &record, bool enableNull)
+{
+    if (record.onlyRow.empty() ? !record.fields.isEmpty()
+                               : int(record.onlyRow.size()) > MostRowColumns)
+        return false;
+    if (record.hasLastInsertId && record.lastInsertId.isValid() &&
+        !isPlain(record.lastInsertId.userType()))
+        return false;
+    return std::all_of(record.onlyRow.cbegin(), record.onlyRow.cend(),
+                       [enableNull](const QVariant &cell) {
+                           return isPlain(cell.userType()) || (enableNull && cell.isNull());
+                       });
+}
+
+QScriptValue ShortColumns::row(QScriptEngine *engine, const structSqlResult &record,
+                               bool enableNull)
+{
+    const int columns = int(record.onlyRow.size());
+    setSize(m_row, columns + 4, QVariant());
+    int nulls = 0;
+    for (int c = 0; c < columns; ++c) {
+        const QVariant &cell = record.onlyRow[size_t(c)];
+        const bool isNull = cell.isNull();
+        if (isNull)
+            nulls |= 1 << c;
+        m_row[c] = isNull && enableNull ? scriptNull() : cell;
+    }
+    m_row[columns] = record.numRowsAffected;
+    m_row[columns + 1] = record.hasLastInsertId ? record.lastInsertId : scriptNull();
+    m_row[columns + 2] = shownText(record.executedQuery);
+    m_row[columns + 3] = nulls;
+    const QScriptValue result = engine->toScriptValue(m_row);
+    // A long text is not kept until the next result comes.
+    for (QVariant &cell : m_row) {
+        if (cell.userType() == QMetaType::QString)
+            cell = 0;
+    }
+    return result;
 }

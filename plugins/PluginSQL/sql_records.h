@@ -15,6 +15,8 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <vector>
+
 /// What a task asks the worker to do. The worker's loop dispatches on these numbers.
 enum taskSqlType : int {
     taskSql = 0,         ///< run the statements of sqlList
@@ -44,6 +46,11 @@ struct structSqlResult {
     bool hasLastInsertId = false;
     bool canceled = false; ///< reading stopped early
     int stream = 0;        ///< number of its slices, where the rows are no longer in `fields`
+    /// Cells of the only row on its way from the worker thread; `fields` hold no values then.
+    std::vector<QVariant> onlyRow;
+
+    /// Gives the cells of the only row to their columns.
+    void spreadOnlyRow();
 };
 
 /// One task: the statements, the callback that wants the outcome, and the results.
@@ -68,10 +75,10 @@ struct structThrSql {
     // The four script values start as the boolean false, not undefined: a callback that gets an
     // untouched error sees false. They are made without an engine: they need none, and an engine
     // that is gone does not matter.
-    QScriptValue thisObject = QScriptValue(false);
-    QScriptValue func = QScriptValue(false);
-    QScriptValue result = QScriptValue(false);
-    QScriptValue error = QScriptValue(false);
+    QScriptValue thisObject = scriptFalse();
+    QScriptValue func = scriptFalse();
+    QScriptValue result = scriptFalse();
+    QScriptValue error = scriptFalse();
     QStringList sqlList;
     QScriptValueList argsJs;      ///< the script's own argument values, kept with the task
     QScriptValueList callArgs;    ///< follow the callback's fixed arguments
@@ -91,6 +98,10 @@ struct structThrSql {
 
     /// What the last execution ended with.
     QSqlError lastError() const;
+
+private:
+    /// One for all tasks, of any thread: a value without an engine is never changed.
+    static const QScriptValue &scriptFalse();
 };
 
 Q_DECLARE_METATYPE(structThrSql *)

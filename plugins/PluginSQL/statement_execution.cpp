@@ -8,6 +8,8 @@
 #include <QCoreApplication>
 #include <QSqlDriver>
 
+#include <optional>
+
 namespace
 {
 
@@ -16,8 +18,9 @@ QSqlError refused(const QString &reason)
     return QSqlError(QString(), reason, QSqlError::StatementError);
 }
 
-/// Why the statement must not be sent; no error when it may.
-QSqlError refusal(const structThrSql &task, const TransactionWatch &watch, const QString &sql)
+/// Why the statement must not be sent.
+std::optional<QSqlError> refusal(const structThrSql &task, const TransactionWatch &watch,
+                                 const QString &sql)
 {
     // ODBC drivers know the system only since they are open.
     const int dbmsType = task.kind.dbmsType != SqlDriverKind::Unknown
@@ -36,7 +39,7 @@ QSqlError refusal(const structThrSql &task, const TransactionWatch &watch, const
     if (watch.isLost() &&
         StatementRules::transactionStep(sql, dbmsType) == StatementRules::TransactionStep::Commit)
         return StatementExecution::lostTransaction();
-    return QSqlError();
+    return std::nullopt;
 }
 
 } // namespace
@@ -44,9 +47,12 @@ QSqlError refusal(const structThrSql &task, const TransactionWatch &watch, const
 bool StatementExecution::run(structThrSql &task, TransactionWatch &watch, const QString &sql,
                              const std::function<bool()> &attempt)
 {
-    task.ownText.clear();
-    task.ownError = refusal(task, watch, sql);
     if (task.ownError.isValid()) {
+        task.ownText.clear();
+        task.ownError = QSqlError();
+    }
+    if (std::optional<QSqlError> reason = refusal(task, watch, sql)) {
+        task.ownError = *reason;
         task.ownText = sql;
         if (task.ownError.type() == QSqlError::TransactionError)
             watch.ended(); // told once

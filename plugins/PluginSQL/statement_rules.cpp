@@ -69,6 +69,26 @@ StatementRules::TransactionStep autocommitStep(SqlWords &words)
     return Step::None;
 }
 
+/// Whether a text that begins with a letter may begin with a word that concerns the transaction.
+/// Most statements do not, and are told by three letters.
+bool mayConcernTransaction(const QString &sql)
+{
+    if (sql.size() < 3)
+        return true;
+    char word[4] = {};
+    for (int i = 0; i < 3; ++i)
+        word[i] = char(sql.at(i).unicode() | 0x20);
+    for (int i = 0; i < 3; ++i) {
+        if (sql.at(i).unicode() > 0x7f || word[i] < 'a' || word[i] > 'z')
+            return true; // a blank, a comment, or a letter of elsewhere
+    }
+    for (const char *start : {"beg", "sta", "com", "end", "rol", "abo", "set"}) {
+        if (qstrcmp(word, start) == 0)
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 StatementRules::Refusal StatementRules::refusal(const QString &sql, int dbmsType)
@@ -100,6 +120,8 @@ bool StatementRules::mayChangeColumns(const QString &sql)
 
 StatementRules::TransactionStep StatementRules::transactionStep(const QString &sql, int dbmsType)
 {
+    if (!mayConcernTransaction(sql))
+        return TransactionStep::None;
     SqlWords words(sql, dbmsType);
     do {
         if (!words.next())

@@ -105,11 +105,13 @@ bool VEXT_sqlThr::detachSqlResult(structThrSql *task)
     return detach(task, nullptr);
 }
 
-bool VEXT_sqlThr::detach(structThrSql *task, ResultStream *stream)
+bool VEXT_sqlThr::detach(structThrSql *task, ResultReader::Thread *thread)
 {
     if (!task || !task->sqlQuery)
         return false;
-    structSqlResult result;
+    // Filled where it lies: a copy of it is dear.
+    task->results.append(structSqlResult());
+    structSqlResult &result = task->results.last();
     QSqlQuery &query = *task->sqlQuery;
     result.index = task->current;
     result.error = task->lastError();
@@ -121,7 +123,7 @@ bool VEXT_sqlThr::detach(structThrSql *task, ResultStream *stream)
     if (executed && query.driver()) {
         reader.read(
             result, [this, task] { return task->inThread && m_thrStop.loadAcquire() == 1; },
-            stream);
+            thread);
         task->failed = task->failed || result.canceled;
     } else {
         result.numRowsAffected = reader.affectedRows();
@@ -134,7 +136,6 @@ bool VEXT_sqlThr::detach(structThrSql *task, ResultStream *stream)
     setAffectedRows(result.numRowsAffected);
     const bool good = result.error.type() == QSqlError::NoError && !result.canceled;
     task->rowsAffected += result.numRowsAffected;
-    task->results.append(std::move(result));
     return good;
 }
 

@@ -55,6 +55,7 @@ private:
 
     VEXT_sqlThr &m_worker;
     ThreadSession m_session;
+    ResultReader::Thread m_reading;
 };
 
 void VEXT_sqlThr::run()
@@ -78,6 +79,7 @@ void VEXT_sqlThr::run()
 VEXT_sqlThr::ThreadBody::ThreadBody(VEXT_sqlThr &worker, ClaimedName name)
     : m_worker(worker)
     , m_session(std::move(name), worker.m_threadWatch)
+    , m_reading{worker.m_stream}
 {
 }
 
@@ -199,7 +201,7 @@ QSqlError::ErrorType VEXT_sqlThr::ThreadBody::runStatement(structThrSql *task, c
     ResultReader(*task->sqlQuery, m_session.kind()).prepare();
     task->ok = executeStatement(task, sql);
     m_worker.setLast(task);
-    m_worker.detach(task, &m_worker.m_stream);
+    m_worker.detach(task, &m_reading);
 
     structSqlResult &result = task->results.last();
     if (!task->ok && result.error.type() == QSqlError::NoError)

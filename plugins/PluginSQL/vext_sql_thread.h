@@ -8,6 +8,7 @@
 #include "last_statement.h"
 #include "notification_relay.h"
 #include "result_object.h"
+#include "result_reader.h"
 #include "result_stream.h"
 #include "sql_records.h"
 #include "sql_text.h"
@@ -17,7 +18,6 @@
 #include "transaction_watch.h"
 
 #include <QAtomicInt>
-#include <QMetaMethod>
 #include <QPointer>
 #include <QScriptEngine>
 #include <QSqlDatabase>
@@ -209,8 +209,8 @@ private:
     bool transactionCommand(bool (QSqlDatabase::*command)(), taskSqlType type);
 
     // Results.
-    /// As detachSqlResult(); a large result goes through `stream`, unless that is null.
-    bool detach(structThrSql *task, ResultStream *stream);
+    /// As detachSqlResult(). @param thread null outside of the worker thread
+    bool detach(structThrSql *task, ResultReader::Thread *thread);
     /// Gives a result, or its error, to the task as a script value.
     void convertEntry(structThrSql *task, structSqlResult &entry);
     ColumnArray::Context columnContext() const;
@@ -265,5 +265,4 @@ private:
     std::atomic<bool> m_entered{false}; ///< run() has begun; Qt reads the object's name before
     bool m_leaving = true;              ///< the thread takes no more tasks; m_mutexSqlTasks
     ShownNames m_shown;                 ///< what statistics of other engines' threads may show
-    QMetaMethod m_completeMethod;       ///< looked up once; read-only afterwards
 };

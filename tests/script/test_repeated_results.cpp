@@ -30,6 +30,7 @@ private slots:
     void constructorsOfTheEngineMayBeReplaced();
     void uncaughtExceptionStaysThroughADelivery();
     void deepRecursionGivesAWholeResult();
+    void endOfTheStackIsNoExceptionOfTheResult();
     void nativeCallbackMayRunTheStatementAgain();
     void engineThatGoesAwayTakesNothingAlong();
 
@@ -94,6 +95,18 @@ void TestRepeatedResults::everyResultLooksLikeTheFirst_data()
     for (int i = 0; i < 70; ++i)
         wide << QStringLiteral("%1 AS c%1").arg(i);
     QTest::newRow("many columns") << QStringLiteral("SELECT ") + wide.join(QStringLiteral(", "));
+    QTest::newRow("as many columns as a row may have")
+        << QStringLiteral("SELECT NULL AS first, ") +
+               QStringList(wide.mid(0, 28)).join(QStringLiteral(", ")) +
+               QStringLiteral(", NULL AS last");
+    QTest::newRow("one column more")
+        << QStringLiteral("SELECT NULL AS first, ") +
+               QStringList(wide.mid(0, 29)).join(QStringLiteral(", ")) +
+               QStringLiteral(", NULL AS last");
+    QTest::newRow("one row, nulls")
+        << QStringLiteral("SELECT NULL AS a, 'b' AS b, NULL AS c, 4 AS d");
+    QTest::newRow("one row, empty text") << QStringLiteral("SELECT '' AS a, char(0) AS b, 1 AS c");
+    QTest::newRow("no columns") << QStringLiteral("UPDATE t SET a = a + 1");
     QTest::newRow("many rows") << QStringLiteral(
         "WITH RECURSIVE c(x) AS (SELECT 0 UNION ALL SELECT x + 1 FROM c WHERE x < 2000) SELECT x, "
         "'t' || x AS t FROM c");
@@ -103,6 +116,8 @@ void TestRepeatedResults::everyResultLooksLikeTheFirst()
 {
     QFETCH(QString, sql);
     open();
+    eval(
+        QStringLiteral("db.query_thread(['CREATE TEMP TABLE t (a)', 'INSERT INTO t VALUES (1)'])"));
     repeat(sql);
     QCOMPARE(text(QStringLiteral("look(all[%1])").arg(Repetitions - 1)),
              text(QStringLiteral("look(all[0])")));
@@ -211,6 +226,14 @@ void TestRepeatedResults::nullsReadAsTheSettingSaysAtEachDelivery()
     QCOMPARE(quick, text(QStringLiteral("look(all[0])")));
     QVERIFY(truth(QStringLiteral("r.i[1] !== null && r.t[1] !== null")));
     QCOMPARE(json(QStringLiteral("r.fields_nulls")), QStringLiteral("[[1],[1],[1],[1]]"));
+    const QString row = QStringLiteral("SELECT NULL AS i, 'a' AS t");
+    repeat(row);
+    QCOMPARE(text(QStringLiteral("look(r)")), text(QStringLiteral("look(all[0])")));
+    QVERIFY(truth(QStringLiteral("r.i[0] !== null && r.t[0] === 'a'")));
+    eval(QStringLiteral("db.enableNull = true"));
+    repeat(row, 1);
+    QCOMPARE(json(QStringLiteral("[r.i, r.t, r.fields_nulls]")),
+             QStringLiteral("[[null],[\"a\"],[[0],[]]]"));
 }
 
 void TestRepeatedResults::namesThatChangeAreThoseOfEachResult()
@@ -233,7 +256,7 @@ void TestRepeatedResults::constructorsOfTheEngineMayBeReplaced()
     open();
     eval(QStringLiteral("var spied = 0; function spy() { ++spied; throw 'spied' }"
                         "Function.prototype.call = Function.prototype.apply = spy;"
-                        "Function = Array = spy; Boolean.prototype.valueOf = spy;"));
+                        "Function = Array = spy; Boolean.prototype.valueOf = spy; undefined = 0;"));
     repeat(QStringLiteral("SELECT 1 AS id"));
     QCOMPARE(number(QStringLiteral("spied")), 0.0);
     QCOMPARE(text(QStringLiteral("look(r)")), text(QStringLiteral("look(all[0])")));
@@ -274,7 +297,22 @@ void TestRepeatedResults::deepRecursionGivesAWholeResult()
     QVERIFY(number(QStringLiteral("whole")) > 10);
 }
 
-/// The callback is db.query itself, to which the result reads as the statement: no script runs then.
+/// A function that could not be called for want of stack is nothing that the script has done.
+void TestRepeatedResults::endOfTheStackIsNoExceptionOfTheResult()
+{
+    open();
+    repeat(QStringLiteral("SELECT 1 AS id"));
+    eval(QStringLiteral("var leaked = 0, made = 0;"
+                        "function down() { db.queryResult = null;"
+                        "  try { db.query(sql); ++made } catch (e) { if (db.queryResult) ++leaked }"
+                        "  down() }"
+                        "try { down() } catch (e) {}"));
+    QCOMPARE(number(QStringLiteral("leaked")), 0.0);
+    QVERIFY(number(QStringLiteral("made")) > 10);
+}
+
+/// The callback is db.query itself, to which the result reads as the statement: no script runs
+/// then.
 void TestRepeatedResults::nativeCallbackMayRunTheStatementAgain()
 {
     open();
