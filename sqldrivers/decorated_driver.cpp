@@ -152,6 +152,10 @@ void DecoratedDriver::close()
         return;
     std::unique_ptr<LineWatch> watch = m_policy->watchLine();
     m_cache.clear();
+    if (m_policy->resultsHoldSession()) {
+        for (DecoratedResult *result : m_results)
+            result->endSession();
+    }
     ++m_session;
     m_policy->detach();
     m_stock->close();

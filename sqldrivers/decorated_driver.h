@@ -10,7 +10,10 @@
 #include <QSqlDriver>
 
 #include <atomic>
+#include <list>
 #include <memory>
+
+class DecoratedResult;
 
 /// Takes the place of a stock driver under its own name: owns it, passes everything on to it, and
 /// adds cancelling, placeholders everywhere, kept statements, and errors and losses that look alike
@@ -26,6 +29,8 @@ class DecoratedDriver : public QSqlDriver
     Q_PROPERTY(QObject *stockDriver READ stock)
 
 public:
+    using ResultList = std::list<DecoratedResult *>;
+
     /// @param key the stock driver's key. Without that driver open() fails and says what to
     /// install.
     explicit DecoratedDriver(const QString &key, QObject *parent = nullptr);
@@ -76,6 +81,12 @@ public:
     const LayerOptions &options() const { return m_options; }
     /// Changes with each open and close: what was prepared under another number is gone.
     int session() const { return m_session; }
+    /// The result is there from now on, and until it is taken out.
+    ResultList::iterator addResult(DecoratedResult *result) const
+    {
+        return m_results.insert(m_results.end(), result);
+    }
+    void removeResult(ResultList::iterator place) const { m_results.erase(place); }
     /// Gives a connection up on which a late request to cancel might still arrive, or that an error
     /// has shown to be lost. isOpen() is false from then on, and lastError() tells why.
     void giveUp(const QSqlError &reason);
@@ -97,6 +108,7 @@ private:
     std::unique_ptr<Policy> m_policy;
     std::shared_ptr<CancelGate> m_gate;
     StatementCache m_cache;
+    mutable ResultList m_results; ///< of this driver, not owned
     LayerOptions m_options;
     QString m_loadError;
     int m_session = 0;

@@ -30,6 +30,7 @@ QString withCode(const QString &text, const QString &code)
 
 DecoratedResult::DecoratedResult(const DecoratedDriver *driver)
     : QSqlResult(driver)
+    , m_place(driver->addResult(this))
     , m_gate(driver->gate())
 {
 }
@@ -38,6 +39,18 @@ DecoratedResult::~DecoratedResult()
 {
     finish();
     giveUpPlain();
+    if (const auto *driver = static_cast<const DecoratedDriver *>(this->driver()))
+        driver->removeResult(m_place);
+}
+
+void DecoratedResult::endSession()
+{
+    endStatement();
+    m_rows = nullptr;
+    m_bound.reset();
+    m_plain.reset();
+    m_worthKeeping = false;
+    setActive(false);
 }
 
 /// The driver while its connection is open; null when the result has outlived it.

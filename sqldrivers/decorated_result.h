@@ -9,6 +9,7 @@
 
 #include <QSqlResult>
 
+#include <list>
 #include <memory>
 
 class DecoratedDriver;
@@ -21,6 +22,10 @@ class DecoratedResult final : public QSqlResult
 public:
     explicit DecoratedResult(const DecoratedDriver *driver);
     ~DecoratedResult() override;
+
+    /// The connection is about to be closed, and waits for what this result still has there. The
+    /// result then has no rows, and is prepared again when it is executed the next time.
+    void endSession();
 
     /// The error to report for the stock driver's: what was cancelled or took too long says so,
     /// everything else is as the policy classifies it. A lost connection is given up.
@@ -81,6 +86,7 @@ private:
     void finish();
     void readColumns();
 
+    std::list<DecoratedResult *>::iterator m_place; ///< in the driver's list, while it is there
     std::shared_ptr<CancelGate> m_gate;
     CancelGate::Statement m_cancel;
     DeadlineWatch::Id m_deadline = 0;        ///< of the statement that runs

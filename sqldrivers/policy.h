@@ -70,6 +70,9 @@ public:
                         QSqlError *error) = 0;
     /// The stock driver is about to be closed. Nothing of its connection may be used afterwards.
     virtual void detach() {}
+    /// Whether the stock driver cannot end its session while results of it exist: they are given up
+    /// before detach().
+    virtual bool resultsHoldSession() const { return false; }
     /// Whether cancelling works on this connection.
     virtual bool canCancel() const { return false; }
     /// Whether the server itself ends statements after VEXT_STATEMENT_TIMEOUT. Where it does not,

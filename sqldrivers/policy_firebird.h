@@ -36,6 +36,7 @@ public:
     bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
                 QSqlError *error) override;
     void detach() override;
+    bool resultsHoldSession() const override { return true; } ///< by their transactions
     bool canCancel() const override { return m_client.canCancel(); }
 
     std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;

@@ -33,6 +33,7 @@ public:
     bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
                 QSqlError *error) override;
     void detach() override;
+    bool resultsHoldSession() const override { return true; } ///< by their statements
     bool canCancel() const override;
 
     std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;

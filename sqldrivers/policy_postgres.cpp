@@ -168,6 +168,16 @@ bool PostgresPolicy::settle()
 
 // --- Statements ---
 
+/// The server tells the setting by itself whenever it changes.
+SqlDialect PostgresPolicy::dialect() const
+{
+    const bool escapes = m_session && m_session->connection &&
+                         qstrcmp(m_session->client.parameterStatus(m_session->connection,
+                                                                   "standard_conforming_strings"),
+                                 "off") == 0;
+    return escapes ? SqlDialect::PostgreSqlBackslash : SqlDialect::PostgreSql;
+}
+
 std::unique_ptr<BoundStatement> PostgresPolicy::makeStatement(StatementPlan plan)
 {
     if (isPreparable(plan.verb()) && plan.valueCount() > 0)

@@ -18,7 +18,7 @@ public:
     using Policy::Policy;
     ~PostgresPolicy() override;
 
-    SqlDialect dialect() const override { return SqlDialect::PostgreSql; }
+    SqlDialect dialect() const override;
 
     QString stockOptions(const QString &options, const LayerOptions &layer) const override;
     bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,

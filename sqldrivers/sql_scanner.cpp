@@ -24,9 +24,10 @@ public:
     Walk(SqlDialect dialect, const QString &text)
         : m_text(text)
         , m_dialect(SqlScanner::systemOf(dialect))
-        , m_backslashesEscape(is(SqlDialect::MariaDb) &&
-                              dialect != SqlDialect::MariaDbPlainBackslash &&
-                              dialect != SqlDialect::MariaDbAnsiQuotesPlainBackslash)
+        , m_backslashesEscape(dialect == SqlDialect::PostgreSqlBackslash ||
+                              (is(SqlDialect::MariaDb) &&
+                               dialect != SqlDialect::MariaDbPlainBackslash &&
+                               dialect != SqlDialect::MariaDbAnsiQuotesPlainBackslash))
         , m_doubleQuotesAreStrings(is(SqlDialect::MariaDb) &&
                                    dialect != SqlDialect::MariaDbAnsiQuotes &&
                                    dialect != SqlDialect::MariaDbAnsiQuotesPlainBackslash)
@@ -63,6 +64,7 @@ private:
     void takeColon();
     void takeQuestionMark();
     bool opensComment() const;
+    int lineEnd() const;
     int wordCharacter(int pos) const;
     int wordEnd(int pos) const;
     int blockCommentEnd() const;
@@ -148,11 +150,20 @@ bool Walk::opensComment() const
     return behind.isSpace() || behind.category() == QChar::Other_Control;
 }
 
+/// A carriage return alone ends a line for PostgreSQL only.
+int Walk::lineEnd() const
+{
+    const int end = m_text.indexOf(QLatin1Char('\n'), m_pos);
+    const int other = is(SqlDialect::PostgreSql) ? m_text.indexOf(QLatin1Char('\r'), m_pos) : -1;
+    if (end < 0 && other < 0)
+        return m_text.size();
+    return other < 0 || (end >= 0 && end < other) ? end : other;
+}
+
 bool Walk::takeComment()
 {
     if (opensComment()) {
-        const int end = m_text.indexOf(QLatin1Char('\n'), m_pos);
-        take(SqlToken::Comment, end < 0 ? m_text.size() : end);
+        take(SqlToken::Comment, lineEnd());
         return true;
     }
     if (m_inExecutableComment && m_text.midRef(m_pos, 2) == QLatin1String("*/")) {
@@ -431,6 +442,7 @@ SqlDialect SqlScanner::systemOf(SqlDialect dialect)
     case SqlDialect::OdbcSqlite:
         return SqlDialect::Sqlite;
     case SqlDialect::OdbcPostgreSql:
+    case SqlDialect::PostgreSqlBackslash:
         return SqlDialect::PostgreSql;
     case SqlDialect::OdbcMariaDb:
     case SqlDialect::MariaDbPlainBackslash:

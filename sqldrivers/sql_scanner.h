@@ -11,6 +11,7 @@
 enum class SqlDialect {
     Sqlite,
     PostgreSql,
+    PostgreSqlBackslash,             ///< a backslash escapes in every string
     MariaDb,                         ///< a backslash escapes in strings, "x" is a string
     MariaDbPlainBackslash,           ///< NO_BACKSLASH_ESCAPES: a backslash is a character
     MariaDbAnsiQuotes,               ///< ANSI_QUOTES: "x" is a name

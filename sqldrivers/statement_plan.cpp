@@ -36,6 +36,7 @@ CallForm callForm(SqlDialect dialect)
     case SqlDialect::OdbcSqlite:
     case SqlDialect::Sqlite:
     case SqlDialect::PostgreSql:
+    case SqlDialect::PostgreSqlBackslash:
         break;
     }
     return {QLatin1String("SELECT "), QLatin1String(""), true};

@@ -346,10 +346,17 @@ void TestDriverCancel::cancelOfAnIdleConnectionDoesNothing()
 namespace
 {
 
+/// Lengths of statements: SQLite's ODBC driver copies all rows of a result, several times.
+int longest(const SystemSql &sql)
+{
+    return qstrcmp(sql.system, "ODBC to SQLite") == 0 ? 5000 : 200000;
+}
+
 /// Runs one statement of a random kind and length. @return its error
 QSqlError runAny(QSqlDatabase &db, const SystemSql &sql, QRandomGenerator &random)
 {
-    const int length = 1 + random.bounded(random.bounded(10) == 0 ? 200000 : 3000);
+    const int most = longest(sql);
+    const int length = 1 + random.bounded(random.bounded(10) == 0 ? most : most / 60);
     QSqlQuery query(db);
     query.setForwardOnly(random.bounded(2) == 0);
     switch (random.bounded(4)) {
@@ -379,14 +386,12 @@ QSqlError runAny(QSqlDatabase &db, const SystemSql &sql, QRandomGenerator &rando
 void TestDriverCancel::noStatementIsHitByTheCancelOfAnother()
 {
     QFETCH(QString, system);
-    if (system == QLatin1String("ODBC to SQLite"))
-        QSKIP("its driver copies all rows of each result: too slow for thousands of rounds");
     USE_SYSTEM(m_systems, system);
     bool given = false;
     const int seedGiven = qEnvironmentVariableIntValue("VEXT_TEST_SEED", &given);
     const quint32 seed = given ? quint32(seedGiven) : QRandomGenerator::global()->generate();
     qDebug("seed %u", seed);
-    const int rounds = system == QLatin1String("SQLite file") ? 3000 : 1000;
+    const int rounds = system == QLatin1String("SQLite file") ? 3000 : 2000;
     std::mutex window;
     bool isOpen = false; // window
     int hit = 0;

@@ -11,6 +11,7 @@
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QSqlRecord>
 #include <QtTest>
 
 #include <atomic>
@@ -72,6 +73,7 @@ private Q_SLOTS:
     void handleIsTheStockDrivers();
     void cancelledChangeEndsSqlitesTransaction();
     void errorOfSqliteLeavesTheTransactionAlone();
+    void backslashesOfPostgresAreThoseOfTheSession();
     void settingsThatTheDriverNeedsAreKept_data();
     void settingsThatTheDriverNeedsAreKept();
     void datesOutsideOfQtsRangeAreRight_data();
@@ -304,6 +306,46 @@ void TestDriverOptions::errorOfSqliteLeavesTheTransactionAlone()
     QVERIFY(db.commit());
     QVERIFY(query.exec(QStringLiteral("SELECT count(*) FROM keyed")) && query.next());
     QCOMPARE(query.value(0).toInt(), 2);
+}
+
+/// Where a placeholder is taken for a part of a string, or the other way round, a value might
+/// become a part of the statement.
+void TestDriverOptions::backslashesOfPostgresAreThoseOfTheSession()
+{
+    USE_SYSTEM(m_systems, Postgres);
+    QSqlDatabase db = database(Postgres);
+    QVERIFY(db.open());
+    QCOMPARE(failure(db, QStringLiteral("SET escape_string_warning = off")), QString());
+    const QString value = QStringLiteral("', (SELECT 'broken out'), '\\");
+    // What is prepared, and what gets its values as literals.
+    const auto answer = [&](const QString &sql, bool isBound) {
+        QSqlQuery query(db);
+        query.prepare(sql);
+        if (isBound)
+            query.addBindValue(value);
+        if (!query.exec())
+            return QStringLiteral("error: ") + query.lastError().databaseText();
+        if (query.next())
+            return query.value(query.record().count() - 1).toString();
+        QSqlQuery made(QStringLiteral("SELECT b FROM made"), db);
+        return made.next() ? made.value(0).toString() : QString();
+    };
+    const QString make = QStringLiteral("CREATE TEMPORARY TABLE made AS ");
+    const QString twoForms[] = {QString(), make};
+    for (const char *setting : {"off", "on", "off"}) {
+        const bool escapes = qstrcmp(setting, "off") == 0;
+        QCOMPARE(failure(db, QStringLiteral("SET standard_conforming_strings = %1")
+                                 .arg(QLatin1String(setting))),
+                 QString());
+        for (const QString &form : twoForms) {
+            failure(db, QStringLiteral("DROP TABLE IF EXISTS made"));
+            // A string, a value and a comment; or one string.
+            const QString mixed = form + QStringLiteral("SELECT 'a\\' AS a, ? AS b -- ' AS b");
+            const QString seen = answer(mixed, !escapes);
+            QCOMPARE(seen, escapes ? QStringLiteral("a' AS a, ? AS b -- ") : value);
+            QVERIFY(answer(mixed, escapes).contains(QLatin1String("Wrong number of values")));
+        }
+    }
 }
 
 void TestDriverOptions::settingsThatTheDriverNeedsAreKept_data()

@@ -89,6 +89,11 @@ void TestSqlScanner::splitsAsTheSystemDoes_data()
     row("name of digits", Any, ":1, :2", "P<:1> o<,> P<:2>");
 
     row("backslash is a character", Lite, "'a\\' ?", "s<'a\\'> P<?>");
+    row("backslash is a character on PostgreSQL", Pg, "'a\\' ?", "s<'a\\'> P<?>");
+    row("backslash escapes where PostgreSQL is told so", SqlDialect::PostgreSqlBackslash,
+        "'a\\' ?' ? \"\\\" $$\\$$ e'\\' ?'", "s<'a\\' ?'> P<?> n<\"\\\"> s<$$\\$$> s<e'\\' ?'>");
+    row("carriage return ends a comment", Pg, "-- a\r? -- b\n?", "c<-- a> P<?> c<-- b> P<?>");
+    row("carriage return ends no comment, elsewhere", Maria, "-- a\r?\n?", "c<-- a\r?> P<?>");
     row("backslash escapes", Maria, "'a\\' ?' ?", "s<'a\\' ?'> P<?>");
     row("double quotes are strings", Maria, "\"a\\\" ?\" ?", "s<\"a\\\" ?\"> P<?>");
     row("no backslash escapes", SqlDialect::MariaDbPlainBackslash, "'a\\' ? \"\\\" ?",
