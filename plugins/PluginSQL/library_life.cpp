@@ -84,6 +84,7 @@ public:
         qRemovePostRoutine(releaseWorkersOfApplication);
         LibraryLife::releaseWorkers(true);
         delete s_globalObject.data();
+        Plugin_SQL::s_tag.clear();
         OwnMetaTypes::removeAll();
     }
     Q_DISABLE_COPY(Life)

@@ -1,5 +1,6 @@
 /// @file
 /// The life of a connection object while its thread works.
+#include "library_life.h"
 #include "worker_test.h"
 
 #include "sql_records.h"
@@ -8,7 +9,9 @@
 #include <QSqlDatabase>
 #include <QtTest>
 
+#include <atomic>
 #include <memory>
+#include <thread>
 
 class WorkerLife : public WorkerTest
 {
@@ -25,6 +28,11 @@ private slots:
     void callbackMayDeleteItsConnection();
     void callbackMayQueueCloseAndThrow();
     void callbackMayRunAnEventLoop();
+    void renamingWaitsForTheThreadThatStarts();
+    void startingThreadWaitsForParametersThatAreBeingSet();
+    void workersOfTwoEnginesComeAndGo();
+    void errorsOfTheThreadAreReadWhole_data();
+    void errorsOfTheThreadAreReadWhole();
 };
 
 void WorkerLife::onlyTheOwnerBecomesTheScriptValue()
@@ -212,6 +220,105 @@ void WorkerLife::callbackMayRunAnEventLoop()
                                                  QStringLiteral("inner1"), QStringLiteral("inner2"),
                                                  QStringLiteral("outer ends")}));
     QVERIFY(m_script->eval(QStringLiteral("nested")).toBool());
+}
+
+/// Qt reads the object's name in the new thread before that enters run().
+void WorkerLife::renamingWaitsForTheThreadThatStarts()
+{
+    constexpr int heldMs = 200; // in which a renaming that does not wait is over
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
+    VEXT_SQL *db = m_script->closedConnection();
+    connect(
+        db->worker, &QThread::started, db->worker, [gate] { gate->pass(); }, Qt::DirectConnection);
+    QVERIFY(db->start_thread());
+    QVERIFY(gate->waitReached());
+    std::atomic<bool> released{false};
+    std::thread other([&] {
+        QThread::msleep(heldMs);
+        released = true;
+        gate->release();
+    });
+    db->worker->setConnectionName(QStringLiteral("renamed"));
+    const bool waited = released;
+    other.join();
+    QVERIFY(waited);
+}
+
+void WorkerLife::startingThreadWaitsForParametersThatAreBeingSet()
+{
+    constexpr int heldMs = 200; // in which a thread that does not wait has made its driver
+    VEXT_SQL *db = m_script->closedConnection();
+    {
+        QMutexLocker locker(&db->worker->m_mutexParams);
+        QVERIFY(db->start_thread());
+        QVERIFY(!m_server->waitForCall(StubCall::DriverCreated, {}, heldMs));
+    }
+    QVERIFY(m_server->waitForCall(StubCall::DriverCreated));
+}
+
+void WorkerLife::workersOfTwoEnginesComeAndGo()
+{
+    class Engine : public QThread
+    {
+    public:
+        ~Engine() override { wait(); }
+
+    protected:
+        void run() override
+        {
+            QScriptEngine engine;
+            VEXT_SQLWrapper::registerWrapper(&engine);
+            for (int i = 0; i < 300; ++i) {
+                delete engine.evaluate(QStringLiteral("new VEXT_SQL()")).toQObject();
+                QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+            }
+        }
+    };
+    const int workers = LibraryLife::workerCount();
+    {
+        Engine first;
+        Engine second;
+        first.start();
+        second.start();
+    }
+    QCOMPARE(LibraryLife::workerCount(), workers);
+}
+
+void WorkerLife::errorsOfTheThreadAreReadWhole_data()
+{
+    QTest::addColumn<bool>("withStatement");
+    QTest::newRow("error") << false;
+    QTest::newRow("statement and error") << true;
+}
+
+/// The thread tells one error after the other while the script reads what was the last.
+void WorkerLife::errorsOfTheThreadAreReadWhole()
+{
+    QFETCH(bool, withStatement);
+    VEXT_sqlThr *worker = m_script->connection()->worker;
+    const auto error = [](const QString &text) {
+        return stubError(QSqlError::StatementError, text, text, text);
+    };
+    const QSqlError errors[] = {error(QStringLiteral("one")), error(QStringLiteral("another"))};
+    std::atomic<bool> done{false};
+    std::thread thread([&] {
+        for (int i = 0; !done; ++i) {
+            if (withStatement)
+                worker->setLastStatement(QString(), errors[i % 2]);
+            else
+                worker->setLastError(errors[i % 2]);
+        }
+    });
+    int torn = 0;
+    for (int i = 0, count = Stress::rounds(200000); i < count; ++i) {
+        const QVariantMap last = worker->lastErrors();
+        if (last.value(QStringLiteral("driverText")) != last.value(QStringLiteral("databaseText")))
+            ++torn;
+    }
+    done = true;
+    thread.join();
+    QCOMPARE(torn, 0);
 }
 
 QTEST_GUILESS_MAIN(WorkerLife)

@@ -73,6 +73,8 @@ private slots:
     void objectsMayGoWhileTheirThreadsStart();
     void workerEndsWhenItsFunctionReturns_data();
     void workerEndsWhenItsFunctionReturns();
+    void messageOfAFailedQueryMayEndTheWorker();
+    void handlerMayEndTheWorkerThatDeliversATaskOfTheHost();
 
     void circleOfSignalsEnds_data();
     void circleOfSignalsEnds();
@@ -241,6 +243,9 @@ void TestEnds::workerEndsWhenItsFunctionReturns_data()
         row("close in open", "db.closed.connect(function() { endWorkers(db) });"
                              "db.opened.connect(function() { db.close(); lookForWorker() });"
                              "db.open()");
+        row("delivery", "db.open(); db.query_thread(function() { endWorkers(db) }, 'x')");
+        row("notification", "db.open(); db.add_event('news');"
+                            "db.event.connect(function() { endWorkers(db) })");
     }
 }
 
@@ -250,7 +255,38 @@ void TestEnds::workerEndsWhenItsFunctionReturns()
     QFETCH(bool, all);
     s_endAll = all;
     s_worker = h().worker();
+    m_stub->setFeature(QSqlDriver::EventNotifications);
     h().eval(code);
+    m_stub->notify(QStringLiteral("news"), QSqlDriver::OtherSource);
+    QVERIFY(waitUntil([] { return s_calls > 0; }));
+    QCOMPARE(s_calls, 1);
+    QVERIFY2(s_aliveOnTheStack, "deleted while its function ran");
+    QVERIFY2(s_worker.isNull(), "still there after its function");
+}
+
+void TestEnds::messageOfAFailedQueryMayEndTheWorker()
+{
+    m_stub->setDefaultReply(
+        StubReply::failure(stubError(QSqlError::ConnectionError, QStringLiteral("lost"))));
+    h().eval("db.open()");
+    const QPointer<VEXT_sqlThr> worker = h().worker();
+    bool alive = false;
+    connect(worker, &VEXT_sqlThr::s_msg, this, [&] {
+        LibraryLife::releaseWorkers(true);
+        alive = !worker.isNull();
+    });
+    h().eval("db.query('x')");
+    QVERIFY2(alive, "deleted while its function ran");
+    QVERIFY2(!worker, "still there after its function");
+}
+
+void TestEnds::handlerMayEndTheWorkerThatDeliversATaskOfTheHost()
+{
+    s_endAll = true;
+    s_worker = h().worker();
+    h().eval("db.open(); db.query_finish.connect(function() { endWorkers(db) })");
+    QMetaObject::invokeMethod(s_worker, "queryFinish", Qt::DirectConnection,
+                              Q_ARG(structThrSql *, new structThrSql));
     QCOMPARE(s_calls, 1);
     QVERIFY2(s_aliveOnTheStack, "deleted while its function ran");
     QVERIFY2(s_worker.isNull(), "still there after its function");

@@ -63,6 +63,8 @@ private slots:
     void countersForgetsDeletedConnections();
     void countersWithoutEngineIsFalse();
     void countersFromTwoThreadsNeitherLocksNorCrashes();
+    void countersShowsWhatAnotherThreadChanges_data();
+    void countersShowsWhatAnotherThreadChanges();
 
     void destroyedPluginObjectEmptiesTheRegistryOnly();
 
@@ -558,6 +560,61 @@ void TestInstall::countersFromTwoThreadsNeitherLocksNorCrashes()
     QVERIFY(done);
     QCOMPARE(thread.errors.load(), 0);
     QCOMPARE(VEXT_SQL::m_listSqlConns.size(), 1);
+}
+
+/// Runs code in an engine of its own, with a new number each time, until it was seen often enough.
+class ChangingThread : public QThread
+{
+public:
+    explicit ChangingThread(const QString &code)
+        : m_code(code)
+    {
+    }
+    ~ChangingThread() override { wait(); }
+
+    static constexpr int enough = 50;
+    std::atomic<int> seen{0};
+
+protected:
+    void run() override
+    {
+        QScriptEngine engine;
+        VEXT_SQLWrapper::registerWrapper(&engine);
+        engine.evaluate(QStringLiteral("var db = new VEXT_SQL('theirs')"));
+        for (int i = 0; seen < enough; ++i)
+            engine.evaluate(m_code.arg(i));
+        delete engine.globalObject().property(QStringLiteral("db")).toQObject();
+    }
+
+private:
+    const QString m_code;
+};
+
+void TestInstall::countersShowsWhatAnotherThreadChanges_data()
+{
+    QTest::addColumn<QString>("change");
+    QTest::addColumn<QString>("member");
+    QTest::newRow("subscriptions") << utf8("db.add_event('e%1')")
+                                   << utf8("subscribeEvents.length");
+    QTest::newRow("name") << utf8("db.objectName = 'theirs%1'") << utf8("dbObjectName");
+}
+
+void TestInstall::countersShowsWhatAnotherThreadChanges()
+{
+    QFETCH(QString, change);
+    QFETCH(QString, member);
+    ChangingThread thread(change);
+    thread.start();
+    QString last;
+    const bool enough = waitUntil([&] {
+        const QString now =
+            h().eval(utf8("var c = counters()[0]; c ? c.%1 : ''").arg(member)).toString();
+        thread.seen += now != last;
+        last = now;
+        return thread.seen >= thread.enough;
+    });
+    thread.seen = thread.enough;
+    QVERIFY(enough);
 }
 
 void TestInstall::destroyedPluginObjectEmptiesTheRegistryOnly()

@@ -12,7 +12,58 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <functional>
 #include <memory>
+
+namespace
+{
+
+/// A session on a file of its own.
+class SqliteSession
+{
+public:
+    SqliteSession()
+        : session(ConnectionNames::claimThread(QStringLiteral("sqlite_thr"), 7), m_watch)
+    {
+        session.create(QStringLiteral("QSQLITE"));
+        session.database().setDatabaseName(m_folder.filePath(QStringLiteral("file")));
+    }
+    ~SqliteSession()
+    {
+        session.close();
+        session.remove();
+    }
+
+    /// @return the last cell of the first row; 0 without one.
+    int run(const QString &sql)
+    {
+        structThrSql task(session.database());
+        QSqlQuery &query = *task.sqlQuery;
+        StatementExecution::run(task, m_watch, sql, [&] { return query.exec(sql); });
+        return query.next() ? query.value(query.record().count() - 1).toInt() : 0;
+    }
+
+private:
+    const QTemporaryDir m_folder;
+    TransactionWatch m_watch;
+
+public:
+    ThreadSession session;
+};
+
+constexpr int HalfDepth = 256 * 1024;
+
+/// Leaves zeros behind on so much of the stack, and runs a step below it.
+[[gnu::noinline]] void atDepth(int bytes, const std::function<void()> &step)
+{
+    volatile char *room = static_cast<volatile char *>(__builtin_alloca(size_t(bytes)));
+    for (int i = 0; i < bytes; ++i)
+        room[i] = 0;
+    if (step)
+        step();
+}
+
+} // namespace
 
 class TestThreadSession : public QObject
 {
@@ -33,6 +84,7 @@ private slots:
     void reopeningClosesTheSessionThatWasLost();
     void sessionThatCannotBeOpenedAgainIsLost();
     void reopenedSqliteSessionFollowsTheSchema();
+    void statementBehindAGuardedOneAsksNothingOfIt();
     void applicationNameIsDueOnceASession();
     void endRollsBackWhatIsOpen();
     void sessionThatTheDriverFoundLostIsLostAtTheEnd();
@@ -169,30 +221,31 @@ void TestThreadSession::sessionThatCannotBeOpenedAgainIsLost()
 /// What watches the schema for a session must not go on asking the one before.
 void TestThreadSession::reopenedSqliteSessionFollowsTheSchema()
 {
-    const QTemporaryDir folder;
-    TransactionWatch watch;
-    ThreadSession session(ConnectionNames::claimThread(QStringLiteral("sqlite_thr"), 7), watch);
-    session.create(QStringLiteral("QSQLITE"));
-    session.database().setDatabaseName(folder.filePath(QStringLiteral("file")));
-    QVERIFY(session.open() && session.open());
-    const auto lastCell = [&](const QString &sql) {
-        structThrSql task(session.database());
-        QSqlQuery &query = *task.sqlQuery;
-        StatementExecution::run(task, watch, sql, [&] { return query.exec(sql); });
-        return query.next() ? query.value(query.record().count() - 1).toInt() : 0;
-    };
-    lastCell(QStringLiteral("CREATE TABLE t (a)"));
-    lastCell(QStringLiteral("INSERT INTO t VALUES (1)"));
-    QCOMPARE(lastCell(QStringLiteral("SELECT * FROM t")), 1);
+    SqliteSession sqlite;
+    QVERIFY(sqlite.session.open() && sqlite.session.open());
+    sqlite.run(QStringLiteral("CREATE TABLE t (a)"));
+    sqlite.run(QStringLiteral("INSERT INTO t VALUES (1)"));
+    QCOMPARE(sqlite.run(QStringLiteral("SELECT * FROM t")), 1);
     {
-        QSqlDatabase other = QSqlDatabase::cloneDatabase(session.database(), QStringLiteral("o"));
+        QSqlDatabase other =
+            QSqlDatabase::cloneDatabase(sqlite.session.database(), QStringLiteral("other"));
         QVERIFY(other.open());
         QSqlQuery(other).exec(QStringLiteral("ALTER TABLE t ADD COLUMN b DEFAULT 7"));
     }
-    QSqlDatabase::removeDatabase(QStringLiteral("o"));
-    QCOMPARE(lastCell(QStringLiteral("SELECT * FROM t")), 7);
-    session.close();
-    session.remove();
+    QSqlDatabase::removeDatabase(QStringLiteral("other"));
+    QCOMPARE(sqlite.run(QStringLiteral("SELECT * FROM t")), 7);
+}
+
+/// What was kept for a statement lies on the stack, deeper than anything that runs behind it.
+void TestThreadSession::statementBehindAGuardedOneAsksNothingOfIt()
+{
+    SqliteSession sqlite;
+    QVERIFY(sqlite.session.open());
+    sqlite.run(QStringLiteral("CREATE TABLE t (a)"));
+    atDepth(HalfDepth, [&] { sqlite.run(QStringLiteral("SELECT * FROM t")); });
+    atDepth(2 * HalfDepth, {});
+    QSqlQuery query(sqlite.session.database());
+    QVERIFY(query.exec(QStringLiteral("SELECT a FROM t")));
 }
 
 void TestThreadSession::applicationNameIsDueOnceASession()
