@@ -54,6 +54,8 @@ VEXT_sqlThr::VEXT_sqlThr(VEXT_SQL *owner, QScriptEngine *engine)
     Plugin_base::connect_msg(this);
     owner->setTraceLog(false);
     m_conNumber = s_conCounter.fetchAndAddOrdered(1) + 1;
+    m_completeMethod =
+        staticMetaObject.method(staticMetaObject.indexOfMethod("completeAsyncTask(structThrSql*)"));
     // Emitted by the ending thread, so it arrives in the engine's thread when the thread is over.
     connect(this, &QThread::finished, this, &VEXT_sqlThr::restartForWaitingTasks,
             Qt::QueuedConnection);
@@ -348,7 +350,9 @@ bool VEXT_sqlThr::rollback()
 
 void VEXT_sqlThr::completeTask(structThrSql *task)
 {
-    // By its address: by its name Qt would look up the type of the argument for each task.
+    if (m_completeMethod.invoke(this, Qt::QueuedConnection, Q_ARG(structThrSql *, task)))
+        return;
+    // Qt has forgotten the argument's type, for example; this way needs none.
     QMetaObject::invokeMethod(
         this, [this, task] { completeAsyncTask(task); }, Qt::QueuedConnection);
 }

@@ -18,6 +18,7 @@
 #include "transaction_watch.h"
 
 #include <QAtomicInt>
+#include <QMetaMethod>
 #include <QPointer>
 #include <QScriptEngine>
 #include <QSqlDatabase>
@@ -265,4 +266,5 @@ private:
     std::atomic<bool> m_entered{false}; ///< run() has begun; Qt reads the object's name before
     bool m_leaving = true;              ///< the thread takes no more tasks; m_mutexSqlTasks
     ShownNames m_shown;                 ///< what statistics of other engines' threads may show
+    QMetaMethod m_completeMethod;       ///< looked up once; read-only afterwards
 };

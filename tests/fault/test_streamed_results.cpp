@@ -288,7 +288,15 @@ const QVector<StubReply::Column> manyColumns{
     {QStringLiteral("all"), QVariant::Int},       {QStringLiteral("none"), QVariant::Invalid},
     {QStringLiteral("turns"), QVariant::Int},     {QStringLiteral("late"), QVariant::String},
     {QStringLiteral("when"), QVariant::DateTime}, {QStringLiteral("textHoles"), QVariant::String},
-    {QStringLiteral("i"), QVariant::Int}};
+    {QStringLiteral("kinds"), QVariant::Int},     {QStringLiteral("i"), QVariant::Int}};
+
+/// A column whose nulls are of several types.
+QVariant nullOfSomeKind(int r)
+{
+    const QVariant kinds[] = {nullOf(QVariant::Int), QVariant(r), nullOf(QVariant::String),
+                              nullOf(QVariant::Double), QVariant()};
+    return kinds[r % 5];
+}
 
 QVariantList manyValues(int r)
 {
@@ -309,6 +317,7 @@ QVariantList manyValues(int r)
             r < 33 ? nullOf(QVariant::String) : QVariant(QStringLiteral("late %1").arg(r)),
             r % 7 == 3 ? nullOf(QVariant::DateTime) : QVariant(day.addSecs(r)),
             r % 5 > 2 ? QVariant() : QVariant(QStringLiteral("h%1").arg(r % 2)),
+            nullOfSomeKind(r),
             -r};
 }
 
