@@ -62,6 +62,8 @@ private Q_SLOTS:
     void addedColumnsAreRead();
     void otherStatementsOfTheConnectionAreLeftAlone();
     void finishedStatementOfTheSameTextIsNoHindrance();
+    void guardedChangeWaitsForTheLock_data();
+    void guardedChangeWaitsForTheLock();
 #ifdef VEXT_WITH_LAYER
     void boundValuesAreTracedOnce();
     void boundPatternIsFound();
@@ -146,6 +148,39 @@ void TestSchemaRace::finishedStatementOfTheSameTextIsNoHindrance()
     QSqlQuery kept(QSqlDatabase::database(name, false));
     QVERIFY(kept.prepare(sql) && kept.exec() && !kept.next());
     QVERIFY(script.mustRun(Way::Here, QStringLiteral("db"), sql));
+}
+
+void TestSchemaRace::guardedChangeWaitsForTheLock_data()
+{
+    QTest::addColumn<QString>("sql");
+    QTest::newRow("returning") << QStringLiteral("UPDATE t SET a = a + 1 RETURNING *");
+    QTest::newRow("with") << QStringLiteral("WITH q AS (SELECT * FROM t) "
+                                            "INSERT INTO t SELECT * FROM q");
+}
+
+/// What reads the schema before it would be told at once that the database is locked.
+void TestSchemaRace::guardedChangeWaitsForTheLock()
+{
+    QFETCH(QString, sql);
+    constexpr int heldMs = 300; // in which a statement that does not wait has failed
+    SqliteDatabase database;
+    QVERIFY2(database.start(), qPrintable(database.error()));
+    ConnectionParameters parameters = database.parameters();
+    parameters.connectOptions = QStringLiteral("QSQLITE_BUSY_TIMEOUT=60000");
+    DatabaseScript script;
+    const QString name = QStringLiteral("db");
+    QVERIFY(script.open(name, parameters));
+    QVERIFY(script.mustRun(Way::Here, name, QStringLiteral("CREATE TABLE t (a)")));
+    QVERIFY(script.mustRun(Way::Thread, name, QStringLiteral("INSERT INTO t VALUES (1)")));
+    QVERIFY(script.mustRun(Way::Here, name, QStringLiteral("BEGIN IMMEDIATE")));
+    script.eval(QStringLiteral("var done = null; db.query_thread(function(result, error) {"
+                               "done = {error: error} }, '%1')")
+                    .arg(sql));
+    QTest::qWait(heldMs);
+    QVERIFY(script.isTrue(QStringLiteral("done === null")));
+    QVERIFY(script.mustRun(Way::Here, name, QStringLiteral("COMMIT")));
+    QVERIFY(script.waitFor(QStringLiteral("done")));
+    QCOMPARE(script.text(QStringLiteral("done.error")), QStringLiteral("boolean:false"));
 }
 
 #ifdef VEXT_WITH_LAYER
