@@ -84,6 +84,9 @@ bool ColumnArray::convert(const Context &context, ColumnValues &values, const Co
     case ColumnValues::Storage::LongLong:
         takeNumbers(slice, [&values](int row) { return double(values.longLongAt(row)); });
         break;
+    case ColumnValues::Storage::ULongLong:
+        takeNumbers(slice, [&values](int row) { return double(values.uLongLongAt(row)); });
+        break;
     case ColumnValues::Storage::Double:
         takeNumbers(slice, [&values](int row) { return values.doubleAt(row); });
         break;

@@ -105,6 +105,8 @@ QVariant ColumnValues::at(int row) const
         return intAt(row);
     case Storage::LongLong:
         return longLongAt(row);
+    case Storage::ULongLong:
+        return uLongLongAt(row);
     case Storage::Double:
         return doubleAt(row);
     case Storage::Text: {
@@ -220,6 +222,7 @@ bool ColumnValues::isNull(const QVariant &value, int type)
     switch (type) {
     case QMetaType::Int:
     case QMetaType::LongLong:
+    case QMetaType::ULongLong:
     case QMetaType::Double:
         return value.data_ptr().is_null;
     default:
@@ -250,6 +253,9 @@ int ColumnValues::appendUniform(const QVariant &value)
         break;
     case QMetaType::LongLong:
         taken = appendNumber(m_longLongs, Storage::LongLong, valueIn<qint64>(value));
+        break;
+    case QMetaType::ULongLong:
+        taken = appendNumber(m_longLongs, Storage::ULongLong, qint64(valueIn<quint64>(value)));
         break;
     case QMetaType::Double:
         taken = appendNumber(m_doubles, Storage::Double, valueIn<double>(value));
@@ -328,6 +334,7 @@ void ColumnValues::pushDefault()
     case Storage::Int:
         return push(m_ints, 0);
     case Storage::LongLong:
+    case Storage::ULongLong:
         return push(m_longLongs, qint64(0));
     case Storage::Double:
         return push(m_doubles, 0.0);
@@ -401,6 +408,7 @@ void ColumnValues::releaseBlock(int block)
         Block<int>().swap(m_ints[index]);
         break;
     case Storage::LongLong:
+    case Storage::ULongLong:
         Block<qint64>().swap(m_longLongs[index]);
         break;
     case Storage::Double:

@@ -28,7 +28,7 @@ class ColumnValues
 {
 public:
     /// How the cells are stored. Empty also covers a column of nulls of one type alone.
-    enum class Storage { Empty, Int, LongLong, Double, Text, Mixed };
+    enum class Storage { Empty, Int, LongLong, ULongLong, Double, Text, Mixed };
 
     /// Rows in one block; blocks are released one by one while a column is converted.
     static constexpr int BlockRows = 4096;
@@ -113,6 +113,7 @@ public:
     // its block is still there.
     int intAt(int row) const { return cell(m_ints, row); }
     qint64 longLongAt(int row) const { return cell(m_longLongs, row); }
+    quint64 uLongLongAt(int row) const { return quint64(cell(m_longLongs, row)); }
     double doubleAt(int row) const { return cell(m_doubles, row); }
     /// The text where it lies; valid while the column is not changed and its block is there.
     QStringView textAt(int row) const;
@@ -188,7 +189,7 @@ private:
     // One of these is in use, as m_storage says. Every block but the last has BlockRows cells, null
     // cells hold a zero or an empty text, released blocks are empty.
     Blocks<int> m_ints;
-    Blocks<qint64> m_longLongs;
+    Blocks<qint64> m_longLongs; ///< of either sign
     Blocks<double> m_doubles;
     std::vector<TextBlock> m_texts;
     Blocks<QVariant> m_variants;

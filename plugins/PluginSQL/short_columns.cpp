@@ -16,8 +16,8 @@ constexpr int MostColumns = 64;
 
 bool isPlain(int type)
 {
-    return type == QMetaType::Int || type == QMetaType::LongLong || type == QMetaType::Double ||
-           type == QMetaType::QString;
+    return type == QMetaType::Int || type == QMetaType::LongLong || type == QMetaType::ULongLong ||
+           type == QMetaType::Double || type == QMetaType::QString;
 }
 
 bool fits(const ColumnValues &values, bool enableNull)
@@ -53,6 +53,9 @@ void takeCell(QVariant &cell, const ColumnValues &values, int row)
         break;
     case ColumnValues::Storage::LongLong:
         cell = double(values.longLongAt(row));
+        break;
+    case ColumnValues::Storage::ULongLong:
+        cell = double(values.uLongLongAt(row));
         break;
     case ColumnValues::Storage::Double:
         cell = values.doubleAt(row);
