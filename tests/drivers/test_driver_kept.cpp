@@ -61,6 +61,8 @@ private Q_SLOTS:
     void changeByAnotherConnectionIsNoticed();
     void keptStatementReadsValuesByTheNewType_data();
     void keptStatementReadsValuesByTheNewType();
+    void keptComparisonOfTextsLastsUntilTheSessionChanges_data();
+    void keptComparisonOfTextsLastsUntilTheSessionChanges();
     void laterValueIsReadLikeTheFirst_data();
     void laterValueIsReadLikeTheFirst();
     void failedStatementIsNotKept_data() { everySystem(); }
@@ -328,6 +330,42 @@ void TestDriverKept::keptStatementReadsValuesByTheNewType()
         QCOMPARE(answer(db, find, value), answer(fresh, find, value));
 }
 
+void TestDriverKept::keptComparisonOfTextsLastsUntilTheSessionChanges_data()
+{
+    QTest::addColumn<QString>("statement"); // none: the connection is opened again
+    QTest::newRow("opened again") << QString();
+    QTest::newRow("a setting") << QStringLiteral("SET work_mem = '8MB'");
+    QTest::newRow("a table") << QStringLiteral("CREATE TEMPORARY TABLE any_table (id INTEGER)");
+}
+
+/// The limit that docs/drivers.md names: a column that another session has turned from a text into
+/// a type that compares otherwise.
+void TestDriverKept::keptComparisonOfTextsLastsUntilTheSessionChanges()
+{
+    QFETCH(QString, statement);
+    USE_SYSTEM(m_systems, Postgres);
+    open(Postgres);
+    QSqlDatabase db = QSqlDatabase::database(Connection, false);
+    const QSqlDatabase fresh = QSqlDatabase::database(Other, false);
+    if (answer(fresh, QStringLiteral("SELECT count(*) FROM pg_available_extensions WHERE name = ?"),
+               QStringLiteral("citext")) != QLatin1String("1"))
+        QSKIP("PostgreSQL has no extension citext here");
+    run(QStringLiteral("CREATE EXTENSION IF NOT EXISTS citext"), Other);
+    const QString find = QStringLiteral("SELECT count(*) FROM kept_rows WHERE a = ?");
+    for (const char *text : {"one", "ONE", "one"})
+        QCOMPARE(answer(db, find, utf8(text)), QString::number(utf8(text) == utf8("one")));
+    run(QStringLiteral("ALTER TABLE kept_rows ALTER a TYPE citext"), Other);
+
+    QCOMPARE(answer(fresh, find, utf8("ONE")), QStringLiteral("1"));
+    QCOMPARE(answer(db, find, utf8("ONE")), QStringLiteral("0"));
+    QCOMPARE(answer(db, find, utf8("one")), QStringLiteral("1"));
+    if (statement.isEmpty())
+        QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    else
+        run(statement);
+    QCOMPARE(answer(db, find, utf8("ONE")), QStringLiteral("1"));
+}
+
 void TestDriverKept::laterValueIsReadLikeTheFirst_data()
 {
     QTest::addColumn<QString>("type");
@@ -338,8 +376,8 @@ void TestDriverKept::laterValueIsReadLikeTheFirst_data()
     QTest::newRow("small number to a text") << "text" << QVariant(utf8("x")) << QVariant(1e-7);
     QTest::newRow("fraction to an integer") << "integer" << QVariant(1) << QVariant(1.5);
     QTest::newRow("number to a boolean") << "boolean" << QVariant(true) << QVariant(1);
-    QTest::newRow("number to a date") << "date" << QVariant(utf8("2024-01-02"))
-                                      << QVariant(20240103);
+    QTest::newRow("number to a date")
+        << "date" << QVariant(utf8("2024-01-02")) << QVariant(20240103);
 }
 
 void TestDriverKept::laterValueIsReadLikeTheFirst()
