@@ -20,10 +20,12 @@ var vext = (function (scope) {
         return found;
     }
 
+    var LONGEST = 2147483647; // milliseconds: what is more overflows in a host
+
     // Every call goes through a variable: a host's function may not care for a this-object.
     function later(milliseconds, task) {
         var set = hostFunction("setTimeout");
-        return set(task, milliseconds);
+        return set(task, Math.min(milliseconds, LONGEST));
     }
 
     function forget(timer) {
@@ -33,11 +35,26 @@ var vext = (function (scope) {
         }
     }
 
-    // Not before the caller has returned.
+    // Not before the caller has returned, where there are timers.
     function soon(callback, error) {
+        if (!handed.setTimeout && !scope.setTimeout) {
+            callback(error);
+            return;
+        }
         later(0, function () {
             callback(error);
         });
+    }
+
+    // Calls what must not keep the others from being told: its exception goes to the host by itself.
+    function apart(callback, values) {
+        try {
+            callback.apply(null, values);
+        } catch (thrown) {
+            later(0, function () {
+                throw thrown;
+            });
+        }
     }
 
     function now() {
@@ -49,6 +66,17 @@ var vext = (function (scope) {
 
     function option(options, name, value) {
         return options && options[name] !== undefined ? options[name] : value;
+    }
+
+    // @throws where it is no number from `least` on
+    function numberOption(options, name, value, least) {
+        var given = option(options, name, value);
+        given = given === null ? value : Number(given);
+        if (!(given >= least)) {
+            throw new TypeError("vext: " + name + " is a number from " + least + " on, not " +
+                options[name]);
+        }
+        return given;
     }
 
     // --- Errors ---
@@ -168,10 +196,13 @@ var vext = (function (scope) {
         return engine === "mysql" ? text.replace("T", " ").replace("Z", "") : text;
     }
 
-    function quotedText(engine, text) {
-        if (text.indexOf("\0") >= 0 && engine !== "mysql") {
+    function checkZero(text) {
+        if (text.indexOf("\0") >= 0) {
             throw new TypeError("vext: a text with U+0000 cannot be written into a statement");
         }
+    }
+
+    function quotedText(engine, text) {
         // How MariaDB reads a backslash depends on sql_mode, and Qt's connection to it cannot carry
         // every character: bytes come through whatever the settings.
         if (engine === "mysql" && /[\\\0\ud800-\udfff]/.test(text)) {
@@ -184,11 +215,31 @@ var vext = (function (scope) {
         return "'" + doubled + "'";
     }
 
+    // @throws where no statement can hold the value
+    function checkValue(engine, value) {
+        var type = typeof value;
+        if (type === "number" && !isFinite(value) && engine !== "postgresql") {
+            throw new TypeError("vext: no SQL number: " + value);
+        }
+        if (type === "string" && engine !== "mysql") {
+            checkZero(value);
+        }
+        if (type === "function" || type === "object" && value !== null && !(value instanceof Date) &&
+                typeof value.toHex !== "function") {
+            throw new TypeError("vext: a value of this type cannot be written into a statement: " + type);
+        }
+    }
+
+    function hexDigits(bytes) {
+        var digits = bytes.toHex();
+        if (!/^([0-9a-fA-F]{2})*$/.test(digits)) {
+            throw new TypeError("vext: toHex() gave no hexadecimal digits");
+        }
+        return digits;
+    }
+
     function quotedNumber(engine, value) {
         if (!isFinite(value)) {
-            if (engine !== "postgresql") {
-                throw new TypeError("vext: no SQL number: " + value);
-            }
             return "'" + value + "'::float8";
         }
         // In parentheses, or two minus signs begin a comment.
@@ -196,6 +247,7 @@ var vext = (function (scope) {
     }
 
     function quoted(engine, value) {
+        checkValue(engine, value);
         if (value === null || value === undefined) {
             return "NULL";
         }
@@ -210,12 +262,7 @@ var vext = (function (scope) {
         if (value instanceof Date) {
             return "'" + dateText(engine, value) + "'";
         }
-        if (typeof value.toHex === "function") {
-            return engine === "postgresql" ? "'\\x" + value.toHex() + "'::bytea" :
-                "X'" + value.toHex() + "'";
-        }
-        throw new TypeError("vext: a value of this type cannot be written into a statement: " +
-            typeof value);
+        return engine === "postgresql" ? "'\\x" + hexDigits(value) + "'::bytea" : "X'" + hexDigits(value) + "'";
     }
 
     // The parts of a text in which a question mark is no placeholder.
@@ -269,6 +316,7 @@ var vext = (function (scope) {
     function bindable(engine, values) {
         var list = [];
         for (var i = 0; i < values.length; i++) {
+            checkValue(engine, values[i]);
             list.push(values[i] instanceof Date ? dateText(engine, values[i]) : values[i]);
         }
         return list;
@@ -302,11 +350,11 @@ var vext = (function (scope) {
                 }
             }
         }
+        this.pending.push(deliver);
         if (this.dead) {
-            callback(makeError("lost", "the connection was given up", "", sql));
+            soon(deliver, makeError("lost", "the connection was given up", "", sql));
             return;
         }
-        this.pending.push(deliver);
         var queued = false, thrown = null;
         try {
             queued = queue(this.db, function (result, error) {
@@ -323,7 +371,7 @@ var vext = (function (scope) {
             thrown = makeError("statement", String(error.message || error), "", sql);
         }
         if (!queued) {
-            deliver(thrown || makeError("lost", "the connection is closed", "", sql));
+            soon(deliver, thrown || makeError("lost", "the connection is closed", "", sql));
         }
     };
 
@@ -343,6 +391,9 @@ var vext = (function (scope) {
     Session.prototype.run = function (sql, values, callback) {
         var binds = this.binds && values && values.length > 0, engine = this.engine;
         this.task(sql, function (db, deliver) {
+            if (typeof sql !== "string") {
+                throw new TypeError("vext: a statement is a text, not " + sql);
+            }
             // The plugin takes a text that begins so for the end of the transaction.
             var text = /^(commit|rollback)/i.test(sql) ? " " + sql : sql;
             if (binds) {
@@ -432,7 +483,7 @@ var vext = (function (scope) {
             }
         }
         for (i = 0; i < waiting.length; i++) {
-            waiting[i](error);
+            apart(waiting[i], [error]);
         }
     };
 
@@ -515,15 +566,16 @@ var vext = (function (scope) {
         hostFunction("setTimeout");
         hostFunction("clearTimeout");
         this.settings = settings;
-        this.size = option(settings, "size", 4);
-        this.waitMs = option(settings, "waitMs", 30000);
-        this.pingAfterMs = option(settings, "pingAfterMs", 30000);
+        this.size = numberOption(settings, "size", 4, 1);
+        this.waitMs = numberOption(settings, "waitMs", 30000, 0);
+        this.pingAfterMs = numberOption(settings, "pingAfterMs", 30000, -1);
         this.name = option(settings, "name", "pool");
         this.idle = [];
         this.busy = [];
         this.waiting = [];
         this.preparing = 0; // being pinged or set up: neither idle nor busy
-        this.closed = null; // what close() calls when all has ended
+        this.closed = false;
+        this.closers = []; // whom close() tells when all has ended
         this.counts = { opened: 0, lost: 0, queries: 0, failed: 0, timedOut: 0, mostWaiting: 0 };
     }
 
@@ -590,7 +642,7 @@ var vext = (function (scope) {
             return false;
         }
         this.counts.opened++;
-        this.prepare(session, option(this.settings, "init", []));
+        this.prepare(session, [].concat(option(this.settings, "init", [])));
         return true;
     };
 
@@ -688,31 +740,27 @@ var vext = (function (scope) {
     };
 
     Pool.prototype.close = function (done) {
-        var before = this.closed;
-        this.closed = function () {
-            if (before) {
-                before();
-            }
-            (done || nothing)(null);
-        };
+        this.closed = true;
+        this.closers.push(done || nothing);
         this.endWhenDone();
     };
 
     Pool.prototype.endWhenDone = function () {
-        if (!this.closed || this.ended || this.busy.length || this.waiting.length || this.preparing) {
+        if (!this.closed || this.busy.length || this.waiting.length || this.preparing) {
             return;
         }
-        this.ended = true;
         while (this.idle.length) {
             closeForGood(this.idle.pop().db);
         }
-        later(0, this.closed);
+        while (this.closers.length) {
+            soon(this.closers.shift(), null);
+        }
     };
 
     // Answers everybody with the error, and waits for nobody.
     Pool.prototype.abandon = function (error) {
         var sessions = this.busy.concat(this.idle), i;
-        this.closed = this.closed || nothing;
+        this.closed = true;
         this.idle = [];
         this.failWaiting(error);
         for (i = 0; i < sessions.length; i++) {
@@ -755,19 +803,24 @@ var vext = (function (scope) {
         var session = new Session(db, false);
         return {
             replaces: false,
-            take: function (callback) {
-                var lock = lockOf(db);
-                if (lock) {
-                    lock.waiting.push(callback);
-                } else {
+            take: function (callback, waitMs) {
+                var lock = lockOf(db), waiter = { callback: callback };
+                if (!lock) {
                     locks.push({ db: db, waiting: [] });
                     callback(null, session);
+                    return;
                 }
+                waiter.timer = later(waitMs, function () {
+                    take(lock.waiting, waiter);
+                    callback(makeError("timeout", "the connection did not become free within " + waitMs + " ms"));
+                });
+                lock.waiting.push(waiter);
             },
             give: function () {
                 var lock = lockOf(db), next = lock.waiting.shift();
                 if (next) {
-                    next(null, session);
+                    forget(next.timer);
+                    next.callback(null, session);
                 } else {
                     take(locks, lock);
                 }
@@ -832,6 +885,7 @@ var vext = (function (scope) {
             id: plan.id,
             attempt: plan.attempts,
             engine: this.session.engine,
+            binds: this.session.binds, // for insertRows
             query: function (sql, values, callback) {
                 attempt.add(sql, values, callback);
             }
@@ -999,9 +1053,9 @@ var vext = (function (scope) {
             work: work,
             done: done || nothing,
             isolation: option(options, "isolation", ""),
-            deadlineMs: option(options, "deadlineMs", 30000),
-            backoffMs: option(options, "backoffMs", 20),
-            backoffMaxMs: option(options, "backoffMaxMs", 1000),
+            deadlineMs: numberOption(options, "deadlineMs", 30000, 0),
+            backoffMs: numberOption(options, "backoffMs", 20, 0),
+            backoffMaxMs: numberOption(options, "backoffMaxMs", 1000, 0),
             id: option(options, "id", ""),
             began: now(),
             attempts: 0,
@@ -1092,9 +1146,6 @@ var vext = (function (scope) {
         return parts.join(",");
     }
 
-    // JSON text of finite numbers alone: what else there is brings a letter, a quote or a bracket.
-    var NUMBERS = /^[-+.,0-9eE]*$/;
-
     // Whether JSON says what each value is.
     function isPlain(values) {
         var notFinite = 0; // a sum that stays 0: comparing each number takes longer
@@ -1122,58 +1173,76 @@ var vext = (function (scope) {
     function checkLengths(list, width) {
         for (var r = 0; r < list.length; r++) {
             var row = list[r];
+            if (typeof row !== "object") {
+                throw new TypeError("vext: a row is a list, not " + row);
+            }
             if (!row || row.length !== width) {
                 throw new TypeError("vext: a row has " + (row && row.length) + " values, not " + width);
             }
         }
     }
 
-    // The values of each column as JSON, without brackets; null where JSON cannot say what they are.
-    function jsonColumns(list, width) {
-        var texts = [], count = list.length;
-        for (var c = 0; c < width; c++) {
-            var values = [];
-            for (var r = 0; r < count; r++) {
-                values[r] = list[r][c];
-            }
-            texts[c] = jsonList(values, 0, count);
-            if (!NUMBERS.test(texts[c]) && !isPlain(values)) {
+    // Values as the text of a PostgreSQL array; null where one has no text that every type takes. The
+    // steps are over all values at once, which is many times quicker than one by one: no text has
+    // U+0000, so that it can stand for NULL, and part the texts while they are escaped.
+    function arrayText(values) {
+        var texts = [], numbers = 0, notFinite = 0;
+        for (var r = 0; r < values.length; r++) {
+            var value = values[r];
+            texts[r] = value;
+            if (typeof value === "number") {
+                notFinite += value - value; // stays 0: comparing each number takes longer
+                numbers++;
+            } else if (typeof value === "string") {
+                checkZero(value);
+            } else if (value === null || value === undefined) {
+                texts[r] = "\0";
+            } else if (value instanceof Date) {
+                texts[r] = dateText("postgresql", value);
+            } else if (typeof value !== "boolean") {
                 return null;
             }
         }
-        return texts;
+        if (notFinite !== 0) {
+            return null;
+        }
+        if (numbers === values.length) {
+            return "{" + values.join(",") + "}";
+        }
+        var text = texts.join("\0,");
+        if (/["\\]/.test(text)) {
+            texts = text.split("\\").join("\\\\").split('"').join('\\"').split("\0,");
+        }
+        return ('{"' + texts.join('","') + '"}').split('"\0"').join("NULL");
     }
 
-    var ESCAPES = { n: "\n", t: "\t", r: "\r", b: "\b", f: "\f", "/": "/" };
-
-    // A list in JSON as the text of a PostgreSQL array, whose only escapes are \" and \\.
-    function arrayText(json) {
-        var text = json;
-        if (text.indexOf("\\") >= 0) {
-            text = text.replace(/\\(u[0-9a-fA-F]{4}|[\s\S])/g, function (whole, escape) {
-                return escape.charAt(0) === "u" ? String.fromCharCode(parseInt(escape.slice(1), 16)) :
-                    ESCAPES[escape] || whole;
-            });
+    // The text of an array for each column, null where one has none.
+    function columnArrays(list, width) {
+        var arrays = [];
+        for (var c = 0; c < width; c++) {
+            var values = [];
+            for (var r = 0; r < list.length; r++) {
+                values[r] = list[r][c];
+            }
+            arrays[c] = arrayText(values);
+            if (arrays[c] === null) {
+                return null;
+            }
         }
-        return quotedText("postgresql", "{" + text + "}");
+        return arrays;
     }
 
     // unnest() among the columns: behind FROM its rows would be stored once more on their way.
-    function unnestText(head, columns, types) {
-        var arrays = [];
-        for (var c = 0; c < types.length; c++) {
-            arrays.push("unnest(" + arrayText(columns[c]) + "::" + types[c] + "[])");
-        }
-        return head + " SELECT " + arrays.join(", ");
+    function unnestForm(head, types) {
+        return head + " SELECT unnest(?::" + types.join("[]), unnest(?::") + "[])";
     }
 
-    function jsonEachText(head, table, width) {
+    function jsonEachForm(head, width) {
         var columns = [];
         for (var c = 0; c < width; c++) {
             columns.push("json_extract(value, '$[" + c + "]')");
         }
-        return head + " SELECT " + columns.join(", ") + " FROM json_each(" +
-            quotedText("sqlite", "[" + table + "]") + ")";
+        return head + " SELECT " + columns.join(", ") + " FROM json_each(?)";
     }
 
     function valuesText(head, list, engine) {
@@ -1223,32 +1292,43 @@ var vext = (function (scope) {
         return Boolean(told.has || !told.lacks && Number(version[0]) * 100 + Number(version[1]) >= 338);
     }
 
-    // A function that writes the statement for a list of rows.
+    // A function that writes the statement for a list of rows: its text and values. The text is the
+    // same each time wherever it can be; drivers keep what they have prepared.
     function rowsWriter(engine, head, names, catalogue) {
         var width = names.length;
         var types = engine === "postgresql" ? typesOf(names, catalogue) : null;
-        var json = engine === "sqlite" && hasJson(catalogue);
+        var unnest = types && unnestForm(head, types);
+        var jsonEach = engine === "sqlite" && hasJson(catalogue) && jsonEachForm(head, width);
         return function (list) {
             checkLengths(list, width);
-            var columns = types ? jsonColumns(list, width) : null;
-            if (columns) {
-                return unnestText(head, columns, types);
+            var arrays = unnest ? columnArrays(list, width) : null;
+            if (arrays) {
+                return { sql: unnest, values: arrays };
             }
-            var table = json && isPlainTable(list) ? jsonList(list, 0, list.length) : null;
+            var table = jsonEach && isPlainTable(list) ? jsonList(list, 0, list.length) : null;
             // SQLite's JSON ends a text at U+0000.
             if (table && table.indexOf("\\u0000") < 0) {
-                return jsonEachText(head, table, width);
+                return { sql: jsonEach, values: ["[" + table + "]"] };
             }
-            return valuesText(head, list, engine);
+            return { sql: valuesText(head, list, engine), values: [] };
         };
     }
 
     var CHUNKS = { postgresql: 2000, sqlite: 2000, mysql: 1000, firebird: 1, other: 1 };
     var CHUNK_TEXT = 4000000; // characters of one statement, about
 
+    function sizeOf(statement) {
+        var size = statement.sql.length;
+        for (var i = 0; i < statement.values.length; i++) {
+            size += statement.values[i].length;
+        }
+        return size;
+    }
+
     function insertWith(tx, table, columns, source, options, done) {
         var head = "INSERT INTO " + table + " (" + columns.join(", ") + ")";
-        var chunk = option(options, "chunk", CHUNKS[tx.engine]), progress = option(options, "onProgress");
+        var chunk = Math.floor(numberOption(options, "chunk", CHUNKS[tx.engine], 1));
+        var progress = option(options, "onProgress", nothing);
         var total = typeof source === "function" ? undefined : source.length;
         var read = 0, stored = 0, running = false, ready = null, atEnd = false, ended = false, write = null;
 
@@ -1273,6 +1353,18 @@ var vext = (function (scope) {
             }
         }
 
+        // Rows that cannot be written and what the script's functions throw end it.
+        function guarded(code) {
+            try {
+                code();
+            } catch (error) {
+                if (ended) {
+                    throw error; // of done()
+                }
+                end(error || new Error("vext: an exception without a value"));
+            }
+        }
+
         // Writes the next statement while one runs.
         function feed() {
             while (!ended && !atEnd && !ready) {
@@ -1287,18 +1379,18 @@ var vext = (function (scope) {
         }
 
         function prepare() {
-            var list = nextRows(), text;
+            var list = nextRows(), statement;
             if (list.length === 0) {
                 return null;
             }
-            try {
-                text = write(list);
-            } catch (error) {
-                end(error);
-                return null;
+            statement = write(list);
+            // Now, and not while the worker waits for it.
+            if (!tx.binds && statement.values.length > 0) {
+                statement = { sql: filled(tx.engine, statement.sql, statement.values), values: [] };
             }
-            chunk = Math.max(1, Math.min(chunk, Math.floor(list.length * CHUNK_TEXT / text.length)));
-            return { text: text, rows: list.length };
+            statement.rows = list.length;
+            chunk = Math.max(1, Math.min(chunk, Math.floor(list.length * CHUNK_TEXT / sizeOf(statement))));
+            return statement;
         }
 
         function sendReady() {
@@ -1308,18 +1400,18 @@ var vext = (function (scope) {
                 return;
             }
             running = true;
-            tx.query(statement.text, null, function (error) {
+            tx.query(statement.sql, statement.values, function (error) {
                 running = false;
-                if (error) {
+                if (error || ended) {
                     end(error);
                     return;
                 }
                 stored += statement.rows;
-                sendReady(); // first of all: the worker would wait
-                if (progress) {
+                guarded(function () {
+                    sendReady(); // first of all: the worker would wait
                     progress(stored, total);
-                }
-                feed();
+                    feed();
+                });
             });
         }
 
@@ -1328,8 +1420,10 @@ var vext = (function (scope) {
                 end(error);
                 return;
             }
-            write = rowsWriter(tx.engine, head, columns, catalogue);
-            feed();
+            guarded(function () {
+                write = rowsWriter(tx.engine, head, columns, catalogue);
+                feed();
+            });
         }
         if (CATALOGUE[tx.engine]) {
             tx.query(CATALOGUE[tx.engine], tx.engine === "postgresql" ? [table] : null, begin);
@@ -1339,6 +1433,12 @@ var vext = (function (scope) {
     }
 
     function insertRows(target, table, columns, source, done, options) {
+        if (!columns || typeof columns.join !== "function" || columns.length === 0) {
+            throw new TypeError("vext: insertRows takes a list of columns, not " + columns);
+        }
+        if (!source || typeof source !== "function" && typeof source.push !== "function") {
+            throw new TypeError("vext: insertRows takes a list of rows or a function, not " + source);
+        }
         if (target.query && target.attempt) { // inside a transaction
             insertWith(target, table, columns, source, options, done || nothing);
             return;
@@ -1367,11 +1467,29 @@ var vext = (function (scope) {
         return values;
     }
 
+    function isSame(a, b) {
+        return a === b || a instanceof Date && b instanceof Date && a.getTime() === b.getTime();
+    }
+
+    // @throws where two rows of a page, which are in the order of the key, have the same one
+    function checkKeys(columns, count) {
+        for (var row = 1; row < count; row++) {
+            var equal = 0;
+            while (equal < columns.length && isSame(columns[equal][row], columns[equal][row - 1])) {
+                equal++;
+            }
+            if (equal === columns.length) {
+                throw new Error("vext: the key does not tell the rows apart");
+            }
+        }
+    }
+
     // The key of a page's last row. @throws where the next page could not be told by it
     function lastKey(result, keys) {
-        var last = [];
+        var last = [], columns = [];
         for (var k = 0; k < keys.length; k++) {
-            var value = columnOf(result, foldedName(keys[k]))[result.rows - 1];
+            columns.push(columnOf(result, foldedName(keys[k])));
+            var value = columns[k][result.rows - 1];
             if (value === null || value === undefined) {
                 throw new Error("vext: the key " + keys[k] + " is NULL");
             }
@@ -1381,6 +1499,7 @@ var vext = (function (scope) {
             }
             last.push(value);
         }
+        checkKeys(columns, result.rows);
         return last;
     }
 
@@ -1481,7 +1600,7 @@ var vext = (function (scope) {
     }
 
     function pages(target, request, onPage, done) {
-        var plan = { sql: request.sql, values: request.values, key: request.key, size: request.size || 1000 };
+        var plan = { sql: request.sql, values: request.values, key: request.key, size: Math.floor(numberOption(request, "size", 1000, 1)) };
         done = done || nothing;
         if (request.key && target.query_thread) {
             var session = new Session(target, false);
@@ -1547,18 +1666,21 @@ var vext = (function (scope) {
     function Cluster(settings) {
         hostFunction("setTimeout");
         hostFunction("clearTimeout");
-        this.kind = CLUSTERS[settings.engine];
+        this.kind = CLUSTERS.hasOwnProperty(settings.engine) ? CLUSTERS[settings.engine] : null;
         if (!this.kind) {
             throw new TypeError("vext: engine is \"postgresql\" or \"galera\", not " + settings.engine);
+        }
+        if (!settings.nodes || !(settings.nodes.length > 0)) {
+            throw new TypeError("vext: nodes is a list of the parameters of each node");
         }
         if (/MYSQL_OPT_RECONNECT/.test(settings.connectOptions)) {
             throw new TypeError("vext: MYSQL_OPT_RECONNECT loses transactions in silence");
         }
         this.settings = settings;
         this.marks = option(settings, "marks", "vext_marks");
-        this.pingMs = option(settings, "pingMs", 1000);
-        this.silenceMs = option(settings, "silenceMs", 3000);
-        this.renewMs = option(settings, "renewMs", 5000);
+        this.pingMs = numberOption(settings, "pingMs", 1000, 0);
+        this.silenceMs = numberOption(settings, "silenceMs", 3000, 0);
+        this.renewMs = numberOption(settings, "renewMs", 5000, 0);
         this.nodes = [];
         for (var i = 0; i < settings.nodes.length; i++) {
             this.nodes.push(this.nodeOf(settings.nodes[i]));
@@ -1568,6 +1690,8 @@ var vext = (function (scope) {
         this.waiting = [];   // who waits for a node that takes writes
         this.looking = false;
         this.users = 0;      // transactions and reads under way
+        this.closing = false;
+        this.closers = [];   // whom close() tells when all has ended
         this.prefix = "";
         this.counter = 0;
         this.reads = -1;     // where the last read went
@@ -1725,7 +1849,7 @@ var vext = (function (scope) {
         this.waiting = [];
         if (this.last && this.last !== node) {
             this.counts.moves++;
-            option(this.settings, "onMove", nothing)(this.last.name, node.name, this.why || "");
+            apart(option(this.settings, "onMove", nothing), [this.last.name, node.name, this.why || ""]);
         }
         this.last = node;
         this.watchOver(node);
@@ -2019,20 +2143,22 @@ var vext = (function (scope) {
     };
 
     Cluster.prototype.close = function (done) {
-        this.closing = done || nothing;
+        this.closing = true;
+        this.closers.push(done || nothing);
         this.endWhenDone();
     };
 
     Cluster.prototype.endWhenDone = function () {
-        if (!this.closing || this.users > 0 || this.ended) {
+        if (!this.closing || this.users > 0) {
             return;
         }
-        this.ended = true;
         this.current = null;
         for (var i = 0; i < this.nodes.length; i++) {
             dropNode(this.nodes[i], makeError("closed", "the cluster is closed"));
         }
-        soon(this.closing, null);
+        while (this.closers.length) {
+            soon(this.closers.shift(), null);
+        }
     };
 
     function publicCluster(settings) {
@@ -2048,9 +2174,9 @@ var vext = (function (scope) {
             },
             open: function (callback) {
                 cluster.users++;
-                cluster.primary(option(settings, "deadlineMs", 30000), function (error, node) {
+                cluster.primary(numberOption(settings, "deadlineMs", 30000, 0), function (error, node) {
                     cluster.leave();
-                    (callback || nothing)(error, node && node.name);
+                    apart(callback || nothing, [error, node && node.name]);
                 });
             },
             query: function (sql, values, callback, options) {

@@ -62,7 +62,7 @@ interface VextPoolSettings extends VextConnectionSettings {
     /** Name of its connection objects; "pool". */
     name?: string;
     /** Statements for each new connection. */
-    init?: string[];
+    init?: string | string[];
 }
 
 interface VextPoolStats {

@@ -25,8 +25,17 @@ private Q_SLOTS:
     void connectionLostAsItBeginsIsLost();
     void idleConnectionIsLookedAt();
     void preparationIsRunOnEachConnection();
+    void preparationMayBeOneStatement();
     void serverThatIsDownFailsEverybody();
     void callbackIsNotCalledBeforeQueryReturns();
+    void closeTellsEverybodyWhoAsks();
+    void whatCannotBeSentIsAnError_data();
+    void whatCannotBeSentIsAnError();
+    void wrongSettingsAreTypeErrors_data();
+    void wrongSettingsAreTypeErrors();
+    void waitingWithoutEndIsPossible();
+    void exceptionKeepsNobodyElseWaiting();
+    void exceptionOfOnMoveKeepsNobodyWaiting();
 
 private:
     LibraryDatabases m_databases;
@@ -236,6 +245,18 @@ void TestLibraryPool::preparationIsRunOnEachConnection()
     QCOMPARE(outcome, QStringLiteral("[\"4711ms\",\"4711ms\"]"));
 }
 
+void TestLibraryPool::preparationMayBeOneStatement()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", init: "CREATE TABLE made (n)"});
+        pool.query("SELECT count(*) AS n FROM made", function (error, result) {
+            pool.close(function () { done([told(error), result && result.n[0]]); });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",0]"));
+}
+
 void TestLibraryPool::serverThatIsDownFailsEverybody()
 {
     NEEDS_POSTGRES();
@@ -264,10 +285,194 @@ void TestLibraryPool::callbackIsNotCalledBeforeQueryReturns()
         var pool = vext.pool({driverName: "QNONE"}), returned = 0, early = [];
         pool.query("SELECT 1", function (error) { early.push(returned === 0); });
         pool.close();
-        pool.query("SELECT 1", function (error) { early.push(returned === 0); done(early); });
+        pool.query("SELECT 1", function (error) { early.push(returned === 0); });
+        var open = vext.pool({driverName: "QSQLITE", databaseName: ":memory:"});
+        open.query("SELECT ?", [{}], function (error) {
+            early.push(returned === 0);
+            returned = 0;
+            vext.transaction(open, function (tx) {
+                tx.query("SELECT ?", [{}], function () { early.push(returned === 0); });
+                returned = 1;
+            }, function () { done(early); });
+        });
         returned = 1;
     )js"));
-    QCOMPARE(outcome, QStringLiteral("[false,false]"));
+    QCOMPARE(outcome, QStringLiteral("[false,false,false,false]"));
+}
+
+void TestLibraryPool::closeTellsEverybodyWhoAsks()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:"}), heard = [];
+        var cluster = vext.cluster({engine: "postgresql", nodes: [{hostName: "127.0.0.1", port: 1}]});
+        pool.close(function () { heard.push("pool 1"); });
+        pool.close(function () { heard.push("pool 2"); });
+        cluster.close(function () { heard.push("cluster 1"); });
+        cluster.close(function () {
+            pool.close(function () {
+                cluster.close(function () { done(heard); });
+            });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"pool 1\",\"pool 2\",\"cluster 1\"]"));
+}
+
+void TestLibraryPool::whatCannotBeSentIsAnError_data()
+{
+    QTest::addColumn<QString>("statement");
+    QTest::addColumn<QString>("message");
+    const auto type =
+        QStringLiteral("vext: a value of this type cannot be written into a statement: ");
+    QTest::newRow("no text") << QStringLiteral("null")
+                             << QStringLiteral("vext: a statement is a text, not null");
+    QTest::newRow("an object") << QStringLiteral("'SELECT ?', [{}]")
+                               << type + QStringLiteral("object");
+    QTest::newRow("one that holds itself")
+        << QStringLiteral("'SELECT ?', [self]") << type + QStringLiteral("object");
+    QTest::newRow("a list") << QStringLiteral("'SELECT ?', [[1]]")
+                            << type + QStringLiteral("object");
+    QTest::newRow("a function") << QStringLiteral("'SELECT ?', [open]")
+                                << type + QStringLiteral("function");
+    QTest::newRow("NaN") << QStringLiteral("'SELECT ?', [NaN]")
+                         << QStringLiteral("vext: no SQL number: NaN");
+    QTest::newRow("U+0000") << QStringLiteral("'SELECT ?', ['a\\u0000']")
+                            << QStringLiteral(
+                                   "vext: a text with U+0000 cannot be written into a statement");
+}
+
+/// Bound or written into the statement: both are alike.
+void TestLibraryPool::whatCannotBeSentIsAnError()
+{
+    QFETCH(QString, statement);
+    QFETCH(QString, message);
+    LibraryScript script;
+    const QString outcome = script.outcome(QStringLiteral(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", size: 1}), self = {};
+        self.self = self;
+        pool.query(%1, function (error, result) {
+            pool.query("SELECT 5 AS n", function (other, five) {
+                pool.close(function () { done([told(error), error.message, five.n[0]]); });
+            });
+        });
+    )js")
+                                               .arg(statement));
+    QCOMPARE(outcome, QStringLiteral("[\"statement\",\"%1\",5]").arg(message));
+}
+
+void TestLibraryPool::wrongSettingsAreTypeErrors_data()
+{
+    QTest::addColumn<QString>("code");
+    const char *const codes[] = {"pool({driverName: 'QSQLITE', size: 0})",
+                                 "pool({driverName: 'QSQLITE', size: 'four'})",
+                                 "pool({driverName: 'QSQLITE', waitMs: NaN})",
+                                 "cluster({engine: 'toString', nodes: [{}]})",
+                                 "cluster({engine: 'postgresql'})",
+                                 "cluster({engine: 'postgresql', nodes: []})",
+                                 "cluster({engine: 'postgresql', nodes: [{}], silenceMs: 'long'})",
+                                 "transaction(new VEXT_SQL(), open, open, {deadlineMs: 'soon'})",
+                                 "transaction(new VEXT_SQL(), open, open, {backoffMs: -1})"};
+    for (const char *code : codes)
+        QTest::newRow(code) << QString::fromUtf8(code);
+}
+
+void TestLibraryPool::wrongSettingsAreTypeErrors()
+{
+    QFETCH(QString, code);
+    LibraryScript script;
+    QCOMPARE(
+        script.outcome(
+            QStringLiteral("try { vext.%1; done('nothing thrown'); } catch (error) { "
+                           "done(error instanceof TypeError && /^vext: /.test(error.message)); }")
+                .arg(code)),
+        QStringLiteral("true"));
+}
+
+void TestLibraryPool::waitingWithoutEndIsPossible()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", size: 1, waitMs: Infinity});
+        vext.transaction(pool, function (tx, finish) { setTimeout(finish, 50); }, null, {deadlineMs: Infinity});
+        pool.query("SELECT 1", function (error) {
+            pool.close(function () { done(told(error)); });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("\"none\""));
+}
+
+namespace
+{
+
+/// `hang(callback)` runs a statement that does not end before `endHanging()` ends its session.
+const char Hanging[] = R"js(
+    var outside = open(%1);
+    function hang(callback) {
+        cluster.query("DO $$ BEGIN PERFORM pg_sleep(300); END $$", callback, {deadlineMs: 60000});
+    }
+    function endHanging(isEnough) {
+        must(outside, "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE " +
+            "query LIKE '%pg_sleep(300)%' AND pid <> pg_backend_pid()");
+        if (!isEnough()) {
+            setTimeout(function () { endHanging(isEnough); }, 10);
+        }
+    }
+)js";
+
+QString withPostgres(const char *code, const QString &parameters)
+{
+    QString text = QString::fromUtf8(Hanging) + QString::fromUtf8(code);
+    return text.replace(QStringLiteral("%1"), parameters);
+}
+
+} // namespace
+
+void TestLibraryPool::exceptionKeepsNobodyElseWaiting()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(withPostgres(R"js(
+        var heard = 0, cluster = vext.cluster({engine: "postgresql", nodes: [%1]});
+        function hear() {
+            if (++heard === 3) {
+                cluster.close(function () { done(heard); });
+                return;
+            }
+            throw new Error("of a callback");
+        }
+        cluster.open(hear);
+        cluster.open(function () {
+            hang(hear);
+            hang(hear);
+            endHanging(function () { return heard === 3; });
+        });
+    )js",
+                                                        m_postgres));
+    QCOMPARE(outcome, QStringLiteral("3"));
+}
+
+void TestLibraryPool::exceptionOfOnMoveKeepsNobodyWaiting()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(withPostgres(R"js(
+        var nodes = [%1, %1], moves = 0, lost = null;
+        nodes[0].name = "first";
+        nodes[1].name = "second";
+        var cluster = vext.cluster({engine: "postgresql", nodes: nodes, onMove: function () {
+            moves++;
+            throw new Error("of onMove");
+        }});
+        hang(function (error) {
+            lost = error;
+            cluster.query("SELECT 5 AS n", function (failed, result) {
+                cluster.close(function () { done([lost.kind, told(failed), result.N[0], moves]); });
+            });
+        });
+        endHanging(function () { return lost !== null; });
+    )js",
+                                                        m_postgres));
+    QCOMPARE(outcome, QStringLiteral("[\"lost\",\"none\",5,1]"));
 }
 
 QTEST_GUILESS_MAIN(TestLibraryPool)

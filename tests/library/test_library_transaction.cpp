@@ -26,6 +26,7 @@ private Q_SLOTS:
     void transactionsOfOneConnectionTakeTurns();
     void callbacksLeftOverAreTold();
     void endingStatementsAreRefused();
+    void deadlineEndsWaitingForTheConnection();
     void deadlineEndsWorkThatNeverFinishes();
     void deadlineEndsAStatementThatHangs();
 
@@ -246,6 +247,25 @@ void TestLibraryTransaction::endingStatementsAreRefused()
         })();
     )js"));
     QCOMPARE(outcome, QStringLiteral("[true,true,true,true,true,true]"));
+}
+
+void TestLibraryTransaction::deadlineEndsWaitingForTheConnection()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var db = open({driverName: "QSQLITE", databaseName: ":memory:"}), order = [];
+        vext.transaction(db, function (tx, finish) {
+            // Inside, where it can never have its turn.
+            vext.transaction(db, function () { order.push("work"); }, function (error) {
+                order.push(told(error));
+                vext.transaction(db, function (other, end) { end(null, "next"); }, function (failed, value) {
+                    done([order, told(failed), value]);
+                });
+                finish(null, "outer");
+            }, {deadlineMs: 30});
+        }, function (error, value) { order.push(value); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[[\"timeout\",\"outer\"],\"none\",\"next\"]"));
 }
 
 void TestLibraryTransaction::deadlineEndsWorkThatNeverFinishes()
