@@ -812,7 +812,8 @@ var vext = (function (scope) {
                 }
                 waiter.timer = later(waitMs, function () {
                     take(lock.waiting, waiter);
-                    callback(makeError("timeout", "the connection did not become free within " + waitMs + " ms"));
+                    callback(makeError("timeout", "the connection did not become free within " +
+                        waitMs + " ms"));
                 });
                 lock.waiting.push(waiter);
             },
@@ -1600,7 +1601,8 @@ var vext = (function (scope) {
     }
 
     function pages(target, request, onPage, done) {
-        var plan = { sql: request.sql, values: request.values, key: request.key, size: Math.floor(numberOption(request, "size", 1000, 1)) };
+        var plan = { sql: request.sql, values: request.values, key: request.key,
+            size: Math.floor(numberOption(request, "size", 1000, 1)) };
         done = done || nothing;
         if (request.key && target.query_thread) {
             var session = new Session(target, false);

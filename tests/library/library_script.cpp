@@ -113,6 +113,7 @@ LibraryDatabases::LibraryDatabases()
     m_entries.push_back({std::make_unique<MariaDbServer>(), {}});
     m_entries.push_back({std::make_unique<FirebirdDatabase>(), {}});
     m_entries.push_back({std::make_unique<OdbcSource>(OdbcSource::Behind::PostgreSql, server), {}});
+    m_entries.back().behind = 1;
 }
 
 LibraryDatabases::~LibraryDatabases()
@@ -121,34 +122,37 @@ LibraryDatabases::~LibraryDatabases()
         m_entries.pop_back(); // the source behind its server
 }
 
-bool LibraryDatabases::start(QString *error)
+bool LibraryDatabases::isReady(Entry &entry)
 {
-    for (Entry &entry : m_entries) {
+    if (!entry.asked) {
+        entry.asked = true;
+        if (entry.behind >= 0)
+            isReady(m_entries.at(size_t(entry.behind)));
         if (entry.database->available(&entry.reason) && !entry.database->start()) {
-            *error = entry.database->name() + QStringLiteral(": ") + entry.database->error();
-            return false;
+            entry.reason = entry.database->name() + QStringLiteral(": ") + entry.database->error();
+            QTest::qFail(qPrintable(entry.reason), __FILE__, __LINE__);
         }
     }
-    return true;
+    return entry.reason.isEmpty();
 }
 
-void LibraryDatabases::addRows(Systems systems) const
+void LibraryDatabases::addRows(Systems systems)
 {
     QTest::addColumn<QString>("parameters");
     QTest::addColumn<QString>("skip");
-    for (const Entry &entry : m_entries) {
+    for (Entry &entry : m_entries) {
         if (systems == Systems::Known && &entry - m_entries.data() >= KnownSystems)
             break;
-        const bool there = entry.reason.isEmpty();
+        const bool there = isReady(entry);
         QTest::newRow(qPrintable(entry.database->name()))
             << (there ? literalOf(entry.database->parameters()) : QString()) << entry.reason;
     }
 }
 
-TestDatabase *LibraryDatabases::find(const QString &name) const
+TestDatabase *LibraryDatabases::find(const QString &name)
 {
-    for (const Entry &entry : m_entries) {
-        if (entry.database->name() == name && entry.reason.isEmpty())
+    for (Entry &entry : m_entries) {
+        if (entry.database->name() == name && isReady(entry))
             return entry.database.get();
     }
     return nullptr;

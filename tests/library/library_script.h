@@ -38,27 +38,30 @@ private:
 /// An object literal with the connection's parameters.
 QString literalOf(const ConnectionParameters &parameters);
 
-/// The database systems that the library is tested on, as far as this machine has them. In the
-/// test's thread.
+/// The database systems that the library is tested on, as far as this machine has them. Each is
+/// started when a test needs it. In the test's thread.
 class LibraryDatabases
 {
 public:
     LibraryDatabases();
     ~LibraryDatabases();
 
-    /// Starts those that are there.
-    bool start(QString *error);
     /// Which of them: those that the library has forms of its own for, or all that it works on.
     enum class Systems { Known, All };
     /// A data row for each, with the columns "parameters" (an object literal) and "skip" (why not).
-    void addRows(Systems systems = Systems::Known) const;
+    void addRows(Systems systems = Systems::Known);
     /// The started one of this name, null when it is not there.
-    TestDatabase *find(const QString &name) const;
+    TestDatabase *find(const QString &name);
 
 private:
     struct Entry {
         std::unique_ptr<TestDatabase> database;
-        QString reason;
+        QString reason; ///< why it cannot be used
+        bool asked = false;
+        int behind = -1; ///< the entry that has to run before it
     };
+    /// Whether it runs; started when it is needed first. One that does not start fails the test.
+    bool isReady(Entry &entry);
+
     std::vector<Entry> m_entries;
 };

@@ -12,8 +12,6 @@ class TestLibraryBulk : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-
     void rowsArriveAsTheyWere_data();
     void rowsArriveAsTheyWere();
     void rowsMayComeFromAFunction_data();
@@ -107,12 +105,6 @@ QString filledWith(const QString &parameters, int n, const char *code)
 }
 
 } // namespace
-
-void TestLibraryBulk::initTestCase()
-{
-    QString error;
-    QVERIFY2(m_databases.start(&error), qPrintable(error));
-}
 
 SYSTEMS(rowsArriveAsTheyWere)
 void TestLibraryBulk::rowsArriveAsTheyWere()

@@ -50,8 +50,6 @@ private:
 
 void TestLibraryPool::initTestCase()
 {
-    QString error;
-    QVERIFY2(m_databases.start(&error), qPrintable(error));
     if (TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL")))
         m_postgres = literalOf(postgres->parameters());
 }

@@ -10,8 +10,6 @@ class TestLibraryResults : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-
     void definesOneGlobal();
     void missingTimersAreNamed();
     void timersAreTakenFromTheHost();
@@ -36,12 +34,6 @@ private Q_SLOTS:
 private:
     LibraryDatabases m_databases;
 };
-
-void TestLibraryResults::initTestCase()
-{
-    QString error;
-    QVERIFY2(m_databases.start(&error), qPrintable(error));
-}
 
 void TestLibraryResults::definesOneGlobal()
 {

@@ -12,8 +12,6 @@ class TestLibraryTransaction : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-
     void workIsCommitted_data();
     void workIsCommitted();
     void errorOfFinishRollsBack_data();
@@ -82,12 +80,6 @@ QString prepared(const QString &parameters, const char *code)
 }
 
 } // namespace
-
-void TestLibraryTransaction::initTestCase()
-{
-    QString error;
-    QVERIFY2(m_databases.start(&error), qPrintable(error));
-}
 
 void TestLibraryTransaction::workIsCommitted_data()
 {
