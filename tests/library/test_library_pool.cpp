@@ -402,17 +402,20 @@ void TestLibraryPool::waitingWithoutEndIsPossible()
 namespace
 {
 
-/// `hang(callback)` runs a statement that does not end before `endHanging()` ends its session.
+/// `hang(callback)` runs a statement that does not end; `endHanging(count)` ends the sessions of so
+/// many, when all of them run: one that is left would keep the program for minutes.
 const char Hanging[] = R"js(
     var outside = open(%1);
     function hang(callback) {
         cluster.query("DO $$ BEGIN PERFORM pg_sleep(300); END $$", callback, {deadlineMs: 60000});
     }
-    function endHanging(isEnough) {
-        must(outside, "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE " +
-            "query LIKE '%pg_sleep(300)%' AND pid <> pg_backend_pid()");
-        if (!isEnough()) {
-            setTimeout(function () { endHanging(isEnough); }, 10);
+    function endHanging(count) {
+        var those = " FROM pg_stat_activity WHERE state = 'active' AND query LIKE '%pg_sleep(300)%' " +
+            "AND pid <> pg_backend_pid()";
+        if (Number(must(outside, "SELECT count(*)" + those).fields_index[0][0]) === count) {
+            must(outside, "SELECT pg_terminate_backend(pid)" + those);
+        } else {
+            setTimeout(function () { endHanging(count); }, 10);
         }
     }
 )js";
@@ -442,7 +445,7 @@ void TestLibraryPool::exceptionKeepsNobodyElseWaiting()
         cluster.open(function () {
             hang(hear);
             hang(hear);
-            endHanging(function () { return heard === 3; });
+            endHanging(2);
         });
     )js",
                                                         m_postgres));
@@ -467,7 +470,7 @@ void TestLibraryPool::exceptionOfOnMoveKeepsNobodyWaiting()
                 cluster.close(function () { done([lost.kind, told(failed), result.N[0], moves]); });
             });
         });
-        endHanging(function () { return lost !== null; });
+        endHanging(1);
     )js",
                                                         m_postgres));
     QCOMPARE(outcome, QStringLiteral("[\"lost\",\"none\",5,1]"));
