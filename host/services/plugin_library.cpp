@@ -34,7 +34,8 @@ bool PluginLibrary::load(const QString &file, QString *error)
         *error = QStringLiteral("plugin '%1' not found").arg(file);
         return false;
     }
-    m_loader.setFileName(file);
+    // Qt looks for other names in folders of its own.
+    m_loader.setFileName(QFileInfo(file).absoluteFilePath());
     // By default Qt keeps a plugin's code loaded for ever, and the next load would make no global
     // object, which a library does once when its code arrives.
     m_loader.setLoadHints(QLibrary::LoadHints());

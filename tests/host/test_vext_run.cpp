@@ -2,6 +2,7 @@
 
 #include "host_process.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -171,6 +172,8 @@ void TestVextRun::pluginCanBeNamed()
     const QString code = QStringLiteral("print(typeof VEXT_SQL)");
     QCOMPARE(runCode(code, plugin).output, QStringLiteral("function\n"));
     QCOMPARE(runCode(code).output, QStringLiteral("function\n")); // found without the option
+    const QString relative = QDir::current().relativeFilePath(plugin.last());
+    QCOMPARE(runCode(code, {plugin.first(), relative}).output, QStringLiteral("function\n"));
 }
 
 void TestVextRun::pluginThatCannotBeLoadedIsAClearError()
