@@ -53,16 +53,12 @@ private:
 };
 
 /// Reads the rows of an executed statement. Drivers that stream rows report some errors only then.
-/// A failed statement's query is freed here too, so that the connection can be closed.
 QSqlError finishReading(VEXT_sqlThr &worker, structThrSql *task)
 {
-    if (task->ok) {
-        worker.detachSqlResult(task);
-        return task->results.constLast().error;
-    }
-    const QSqlError error = task->lastError();
-    task->releaseQuery();
-    return error;
+    if (!task->ok)
+        return task->lastError();
+    worker.detachSqlResult(task);
+    return task->results.constLast().error;
 }
 
 void reportUnprepared(VEXT_sqlThr &worker, structThrSql *task, const QString &text)
@@ -181,6 +177,7 @@ QScriptValue VEXT_sqlThr::query(const QString &sql)
         ++cnt_sql_ok;
         return fetchResFin(task.release());
     }
+    task.reset(); // the connection can be closed only when the query is gone
     ++cnt_sql_er;
     reportFailure("query", error);
     const QString reason = SqlSecrets::maskedStatement(error.text().trimmed());
@@ -232,6 +229,7 @@ QScriptValue VEXT_sqlThr::exec(const QString &text, const QScriptValue &args)
     // The statement counters stay as they are here, unlike in query().
     if (error.type() == QSqlError::NoError && task->ok)
         return fetchResFin(task.release());
+    task.reset();
     reportFailure("exec", error);
     QString message = tr("ошибка выполнения: '%1'").arg(SqlSecrets::maskedStatement(error.text()));
     if (traceLog)
