@@ -79,6 +79,52 @@ var vext = (function (scope) {
         return given;
     }
 
+    // What the functions take. A name that is misspelt is told, and not passed over.
+    var CONNECTION = ["driverName", "databaseName", "userName", "password", "hostName", "port",
+        "connectOptions", "app_name", "enableNull", "timeNotUse"];
+    var RETRY = ["deadlineMs", "backoffMs", "backoffMaxMs"];
+    var TRANSACTION = RETRY.concat("isolation", "id");
+    var KNOWN = {
+        "pool()": CONNECTION.concat("size", "waitMs", "pingAfterMs", "init", "name"),
+        "transaction()": TRANSACTION,
+        "insertRows()": TRANSACTION.concat("chunk", "onProgress"),
+        "pages()": ["sql", "values", "key", "size"],
+        "cluster()": CONNECTION.concat("engine", "nodes", "size", "init", "marks", "pingMs", "silenceMs",
+            "renewMs", "onMove", "isolation", RETRY),
+        "a node of cluster()": CONNECTION.concat("name"),
+        "query() of a cluster": RETRY.concat("replica")
+    };
+
+    // @throws where they are no object, or hold a name that `place` does not know
+    function checkOptions(options, place) {
+        var known = "," + KNOWN[place].join() + ",", name;
+        if (!options || typeof options !== "object") {
+            throw new TypeError("vext: " + place + " takes an object with names, not " + options);
+        }
+        for (name in options) {
+            if (options.hasOwnProperty(name) && known.indexOf("," + name + ",") < 0) {
+                throw new TypeError("vext: " + place + " has no option \"" + name + "\", only " +
+                    KNOWN[place].join(", "));
+            }
+        }
+    }
+
+    // The same for options that may be left out.
+    function checkMore(options, place) {
+        if (options !== null && options !== undefined) {
+            checkOptions(options, place);
+        }
+    }
+
+    // Those options that have one of the names, or else `others` of these names.
+    function chosen(names, options, others) {
+        var result = {}, i;
+        for (i = 0; i < names.length; i++) {
+            result[names[i]] = option(options, names[i], option(others, names[i], undefined));
+        }
+        return result;
+    }
+
     // --- Errors ---
 
     // What the servers' codes mean to somebody who decides what to do next.
@@ -492,15 +538,12 @@ var vext = (function (scope) {
         db.deleteLater();
     }
 
-    var PARAMETERS = ["driverName", "databaseName", "userName", "password", "hostName", "port",
-        "connectOptions", "app_name", "enableNull", "timeNotUse"];
-
     // Opens a connection object of the library's own. @throws what open() failed with
     function openSession(settings, name) {
         var db = new VEXT_SQL(name), i, error;
-        for (i = 0; i < PARAMETERS.length; i++) {
-            if (settings[PARAMETERS[i]] !== undefined) {
-                db[PARAMETERS[i]] = settings[PARAMETERS[i]];
+        for (i = 0; i < CONNECTION.length; i++) {
+            if (settings[CONNECTION[i]] !== undefined) {
+                db[CONNECTION[i]] = settings[CONNECTION[i]];
             }
         }
         if (!db.open()) {
@@ -708,7 +751,7 @@ var vext = (function (scope) {
         this.endWhenDone();
     };
 
-    Pool.prototype.query = function (sql, values, callback) {
+    Pool.prototype.query = function (sql, values, callback, waitMs) {
         var pool = this;
         if (typeof values === "function") {
             callback = values;
@@ -726,7 +769,7 @@ var vext = (function (scope) {
                 pool.give(session, failed && failed.kind === "lost");
                 callback(failed || null, result);
             });
-        });
+        }, waitMs);
     };
 
     Pool.prototype.stats = function () {
@@ -769,6 +812,7 @@ var vext = (function (scope) {
     };
 
     function publicPool(settings) {
+        checkOptions(settings, "pool()");
         var pool = new Pool(settings);
         return {
             inner: pool,
@@ -1049,6 +1093,17 @@ var vext = (function (scope) {
         }
     };
 
+    // An id is the key of a mark: what does not fit there would be cut, or be another transaction's.
+    function checkedId(id) {
+        if (id === null) {
+            return "";
+        }
+        if (typeof id !== "string" && typeof id !== "number" || String(id).length > 100) {
+            throw new TypeError("vext: id is a text of up to 100 characters, not " + id);
+        }
+        return String(id);
+    }
+
     function makePlan(work, done, options) {
         return {
             work: work,
@@ -1057,7 +1112,7 @@ var vext = (function (scope) {
             deadlineMs: numberOption(options, "deadlineMs", 30000, 0),
             backoffMs: numberOption(options, "backoffMs", 20, 0),
             backoffMaxMs: numberOption(options, "backoffMaxMs", 1000, 0),
-            id: option(options, "id", ""),
+            id: checkedId(option(options, "id", "")),
             began: now(),
             attempts: 0,
             unresolved: false // a commit was sent, and nobody knows what became of it
@@ -1110,7 +1165,9 @@ var vext = (function (scope) {
             target.transaction(work, done, options);
             return;
         }
+        checkMore(options, "transaction()");
         hostFunction("setTimeout");
+        hostFunction("clearTimeout");
         var source = target.inner ? poolSource(target.inner) : singleSource(target);
         var plan = makePlan(work, done, options);
         (function again() {
@@ -1429,7 +1486,7 @@ var vext = (function (scope) {
         if (CATALOGUE[tx.engine]) {
             tx.query(CATALOGUE[tx.engine], tx.engine === "postgresql" ? [table] : null, begin);
         } else {
-            begin(null);
+            soon(begin, null);
         }
     }
 
@@ -1440,13 +1497,14 @@ var vext = (function (scope) {
         if (!source || typeof source !== "function" && typeof source.push !== "function") {
             throw new TypeError("vext: insertRows takes a list of rows or a function, not " + source);
         }
+        checkMore(options, "insertRows()");
         if (target.query && target.attempt) { // inside a transaction
             insertWith(target, table, columns, source, options, done || nothing);
             return;
         }
         transaction(target, function (tx, finish) {
             insertWith(tx, table, columns, source, options, finish);
-        }, done, options);
+        }, done, chosen(TRANSACTION, options));
     }
 
     // --- Pages ---
@@ -1472,11 +1530,13 @@ var vext = (function (scope) {
         return a === b || a instanceof Date && b instanceof Date && a.getTime() === b.getTime();
     }
 
-    // @throws where two rows of a page, which are in the order of the key, have the same one
-    function checkKeys(columns, count) {
-        for (var row = 1; row < count; row++) {
+    // @throws where two rows, which are in the order of the key, have the same one, the first that of
+    // the page before
+    function checkKeys(columns, count, last) {
+        for (var row = last ? 0 : 1; row < count; row++) {
             var equal = 0;
-            while (equal < columns.length && isSame(columns[equal][row], columns[equal][row - 1])) {
+            while (equal < columns.length &&
+                    isSame(columns[equal][row], row > 0 ? columns[equal][row - 1] : last[equal])) {
                 equal++;
             }
             if (equal === columns.length) {
@@ -1485,12 +1545,19 @@ var vext = (function (scope) {
         }
     }
 
-    // The key of a page's last row. @throws where the next page could not be told by it
-    function lastKey(result, keys) {
-        var last = [], columns = [];
+    function keyColumns(result, keys) {
+        var columns = [];
         for (var k = 0; k < keys.length; k++) {
             columns.push(columnOf(result, foldedName(keys[k])));
-            var value = columns[k][result.rows - 1];
+        }
+        return columns;
+    }
+
+    // The key of row `row`. @throws where the next page could not be told by it
+    function keyOf(columns, keys, row) {
+        var last = [];
+        for (var k = 0; k < keys.length; k++) {
+            var value = columns[k][row];
             if (value === null || value === undefined) {
                 throw new Error("vext: the key " + keys[k] + " is NULL");
             }
@@ -1500,14 +1567,45 @@ var vext = (function (scope) {
             }
             last.push(value);
         }
-        checkKeys(columns, result.rows);
         return last;
     }
 
+    // Takes the rows from `size` on away.
+    function cutTo(size, result) {
+        var c, nulls;
+        for (c = 0; c < result.fields_index.length; c++) {
+            result.fields_index[c].length = size;
+            nulls = result.fields_nulls[c];
+            while (nulls.length > 0 && nulls[nulls.length - 1] >= size) {
+                nulls.pop();
+            }
+        }
+        if (result.numRowsAffected === result.rows) {
+            result.numRowsAffected = size;
+        }
+        result.rows = result.length = size;
+    }
+
+    // A row more than the page has: it tells whether there is another page, and whether the key of the
+    // last row comes again, behind which the next page would begin.
     function byKey(plan) {
-        var keys = [].concat(plan.key), last = null;
-        var limit = plan.engine === "firebird" ? " FETCH FIRST " + plan.size + " ROWS ONLY" :
-            " LIMIT " + plan.size;
+        var keys = [].concat(plan.key), last = null, asked = plan.size + 1;
+        var limit = plan.engine === "firebird" ? " FETCH FIRST " + asked + " ROWS ONLY" : " LIMIT " + asked;
+
+        // @return whether rows follow
+        function take(result) {
+            var columns = result.rows > 0 ? keyColumns(result, keys) : [], more = result.rows > plan.size;
+            if (result.rows > 0) {
+                var end = keyOf(columns, keys, Math.min(result.rows, plan.size) - 1);
+                checkKeys(columns, result.rows, last);
+                last = end;
+            }
+            if (more) {
+                cutTo(plan.size, result);
+            }
+            return more;
+        }
+
         return {
             next: function (query, callback) {
                 var sql = "SELECT * FROM (" + plan.sql + ") vext_page" +
@@ -1515,11 +1613,11 @@ var vext = (function (scope) {
                 query(sql, (plan.values || []).concat(last ? keyValues(last) : []),
                     function (error, result) {
                         try {
-                            last = !error && result.rows > 0 ? lastKey(result, keys) : last;
+                            var more = error ? false : take(result);
                         } catch (wrong) {
                             error = wrong;
                         }
-                        callback(error, result);
+                        callback(error, result, more);
                     });
             }
         };
@@ -1534,22 +1632,24 @@ var vext = (function (scope) {
                     if (error) {
                         callback(error);
                     } else {
-                        query("FETCH " + plan.size + " FROM vext_pages", null, callback);
+                        query("FETCH " + plan.size + " FROM vext_pages", null, function (failed, result) {
+                            callback(failed, result, !failed && result.rows === plan.size);
+                        });
                     }
                 }
                 if (declared) {
                     fetch(null);
                 } else {
                     // Written into the text: the server prepares no DECLARE.
-                    query("DECLARE vext_pages NO SCROLL CURSOR FOR " +
-                        filled("postgresql", plan.sql, plan.values || []), null, fetch);
+                    query("DECLARE vext_pages NO SCROLL CURSOR FOR " + (plan.values ?
+                        filled("postgresql", plan.sql, plan.values) : plan.sql), null, fetch);
                 }
             }
         };
     }
 
     // Fetches page after page until there is none, or onPage says that it is enough.
-    function walk(pages, query, plan, onPage, done) {
+    function walk(pages, query, onPage, done) {
         var seen = { rows: 0, pages: 0, stopped: false }, ended = false;
 
         function end(error) {
@@ -1559,15 +1659,15 @@ var vext = (function (scope) {
             }
         }
 
-        function handle(result) {
-            var answered = false, last = result.rows < plan.size;
+        function handle(result, rowsFollow) {
+            var answered = false;
             function next(more) {
                 if (answered) {
                     return;
                 }
                 answered = true;
                 seen.stopped = more === false;
-                if (seen.stopped || last) {
+                if (seen.stopped || !rowsFollow) {
                     end(null);
                 } else {
                     fetch();
@@ -1587,13 +1687,13 @@ var vext = (function (scope) {
         }
 
         function fetch() {
-            pages.next(query, function (error, result) {
+            pages.next(query, function (error, result, rowsFollow) {
                 if (error) {
                     end(error);
                 } else if (result.rows === 0) {
                     end(null);
                 } else {
-                    handle(result);
+                    handle(result, rowsFollow);
                 }
             });
         }
@@ -1601,6 +1701,7 @@ var vext = (function (scope) {
     }
 
     function pages(target, request, onPage, done) {
+        checkOptions(request, "pages()");
         var plan = { sql: request.sql, values: request.values, key: request.key,
             size: Math.floor(numberOption(request, "size", 1000, 1)) };
         done = done || nothing;
@@ -1609,12 +1710,12 @@ var vext = (function (scope) {
             plan.engine = session.engine;
             walk(byKey(plan), function (sql, values, callback) {
                 session.run(sql, values, callback);
-            }, plan, onPage, done);
+            }, onPage, done);
         } else if (request.key) {
             plan.engine = target.engine;
-            walk(byKey(plan), target.query, plan, onPage, done);
+            walk(byKey(plan), target.query, onPage, done);
         } else if (target.attempt) {
-            walk(byCursor(plan), target.query, plan, onPage, done);
+            walk(byCursor(plan), target.query, onPage, done);
         } else {
             byCursorAlone(target, plan, onPage, done);
         }
@@ -1628,7 +1729,7 @@ var vext = (function (scope) {
             } else if (tx.attempt > 1) {
                 finish(makeError("lost", "the cursor was lost with its transaction"));
             } else {
-                walk(byCursor(plan), tx.query, plan, onPage, finish);
+                walk(byCursor(plan), tx.query, onPage, finish);
             }
         }, done, { deadlineMs: 2147483647 });
     }
@@ -1646,6 +1747,9 @@ var vext = (function (scope) {
             // The words of a server that ends when its sessions have gone; their code is not told here.
             leaving: /shutting down/,
             init: [],
+            // Clients of other time zones clean it, too.
+            marks: "id VARCHAR(100) NOT NULL PRIMARY KEY, " +
+                "made TIMESTAMP WITH TIME ZONE NOT NULL DEFAULT CURRENT_TIMESTAMP",
             interval: function (seconds) {
                 return "now() - interval '" + seconds + " seconds'";
             }
@@ -1659,6 +1763,9 @@ var vext = (function (scope) {
                 "AND part.VARIABLE_NAME = 'WSREP_CLUSTER_STATUS'",
             // What another node has committed is seen here: no stale read after a move.
             init: ["SET SESSION wsrep_sync_wait = 1"],
+            // The server's usual comparison takes "Bill 7" and "bill 7" for one.
+            marks: "id VARCHAR(100) CHARACTER SET utf8mb4 COLLATE utf8mb4_nopad_bin NOT NULL PRIMARY KEY, " +
+                "made TIMESTAMP NOT NULL DEFAULT CURRENT_TIMESTAMP",
             interval: function (seconds) {
                 return "NOW() - INTERVAL " + seconds + " SECOND";
             }
@@ -1675,10 +1782,9 @@ var vext = (function (scope) {
         if (!settings.nodes || !(settings.nodes.length > 0)) {
             throw new TypeError("vext: nodes is a list of the parameters of each node");
         }
-        if (/MYSQL_OPT_RECONNECT/.test(settings.connectOptions)) {
-            throw new TypeError("vext: MYSQL_OPT_RECONNECT loses transactions in silence");
-        }
         this.settings = settings;
+        this.retry = chosen(RETRY.concat("isolation"), settings);
+        makePlan(nothing, nothing, this.retry); // tells at once what is wrong
         this.marks = option(settings, "marks", "vext_marks");
         this.pingMs = numberOption(settings, "pingMs", 1000, 0);
         this.silenceMs = numberOption(settings, "silenceMs", 3000, 0);
@@ -1701,14 +1807,14 @@ var vext = (function (scope) {
     }
 
     Cluster.prototype.nodeOf = function (own) {
-        var parameters = {}, all = [this.kind, this.settings, own], name, i;
-        for (i = 0; i < all.length; i++) {
-            for (name in all[i]) {
-                if (name !== "ready" && name !== "nodes") {
-                    parameters[name] = all[i][name];
-                }
-            }
+        checkOptions(own, "a node of cluster()");
+        var shared = chosen(CONNECTION, this.settings, this.kind);
+        var parameters = chosen(CONNECTION, own, shared);
+        if (/MYSQL_OPT_RECONNECT/.test(parameters.connectOptions)) {
+            throw new TypeError("vext: MYSQL_OPT_RECONNECT loses transactions in silence");
         }
+        parameters.size = option(this.settings, "size", undefined);
+        parameters.init = this.kind.init.concat(option(this.settings, "init", []));
         if (!/connect_timeout|CONNECT_TIMEOUT/.test(parameters.connectOptions)) {
             parameters.connectOptions += ";" + this.kind.connectOptions;
         }
@@ -1932,10 +2038,9 @@ var vext = (function (scope) {
         return error && (error.kind === "lost" || error.kind === "unready");
     }
 
-    Cluster.prototype.enter = function (node) {
-        this.users++;
-        this.watchOver(node);
-    };
+    function isMissingTable(error) {
+        return error && /^(42P01|1146)$/.test(error.code);
+    }
 
     Cluster.prototype.leave = function () {
         this.users--;
@@ -1951,7 +2056,8 @@ var vext = (function (scope) {
     };
 
     Cluster.prototype.transaction = function (work, done, options) {
-        var cluster = this, plan = makePlan(work, done, options || this.settings);
+        checkMore(options, "transaction()");
+        var cluster = this, plan = makePlan(work, done, chosen(TRANSACTION, options, this.retry));
         plan.mark = this.marks;
         if (this.closing) {
             soon(function (error) {
@@ -2027,7 +2133,7 @@ var vext = (function (scope) {
             end(error);
         } else if (error.kind === "conflict") {
             again(error);
-        } else if (outcome.phase === "mark" && /^(42P01|1146)$/.test(error.code)) {
+        } else if (outcome.phase === "mark" && isMissingTable(error)) {
             this.makeMarks(node, function () {
                 again(error);
             });
@@ -2041,8 +2147,8 @@ var vext = (function (scope) {
 
     // Whether it works shows at the next attempt: another script may be making the table as well.
     Cluster.prototype.makeMarks = function (node, callback) {
-        this.poolOf(node).query("CREATE TABLE IF NOT EXISTS " + this.marks + " (id VARCHAR(100) NOT NULL " +
-            "PRIMARY KEY, made TIMESTAMP NOT NULL DEFAULT CURRENT_TIMESTAMP)", null, callback);
+        this.poolOf(node).query("CREATE TABLE IF NOT EXISTS " + this.marks + " (" + this.kind.marks + ")",
+            null, callback);
     };
 
     // Where the statement may be run again: it only reads.
@@ -2091,12 +2197,13 @@ var vext = (function (scope) {
             callback = values;
             values = null;
         }
+        checkMore(options, "query() of a cluster");
         callback = callback || nothing;
         if (this.closing) {
             soon(callback, makeError("closed", "the cluster is closed", "", sql));
             return;
         }
-        var cluster = this, plan = makePlan(null, null, options || this.settings);
+        var cluster = this, plan = makePlan(null, null, chosen(RETRY, options, this.retry));
         this.users++;
 
         function end(error, result) {
@@ -2134,7 +2241,7 @@ var vext = (function (scope) {
                             !backOff(plan, again)) {
                         end(error);
                     }
-                });
+                }, Math.max(1, leftOf(plan)));
             }
             if (option(options, "replica", false)) {
                 cluster.reader(plan, run);
@@ -2142,6 +2249,21 @@ var vext = (function (scope) {
                 cluster.primary(leftOf(plan), run);
             }
         })();
+    };
+
+    Cluster.prototype.open = function (callback) {
+        var cluster = this;
+        if (this.closing) {
+            soon(callback, makeError("closed", "the cluster is closed"));
+            return;
+        }
+        this.users++;
+        later(0, function () {
+            cluster.primary(leftOf(makePlan(null, null, cluster.retry)), function (error, node) {
+                cluster.leave();
+                apart(callback, [error, node && node.name]);
+            });
+        });
     };
 
     Cluster.prototype.close = function (done) {
@@ -2164,6 +2286,7 @@ var vext = (function (scope) {
     };
 
     function publicCluster(settings) {
+        checkOptions(settings, "cluster()");
         var cluster = new Cluster(settings), names = [], i;
         for (i = 0; i < cluster.nodes.length; i++) {
             names.push(cluster.nodes[i].name);
@@ -2175,11 +2298,7 @@ var vext = (function (scope) {
                 return cluster.current ? cluster.current.name : "";
             },
             open: function (callback) {
-                cluster.users++;
-                cluster.primary(numberOption(settings, "deadlineMs", 30000, 0), function (error, node) {
-                    cluster.leave();
-                    apart(callback || nothing, [error, node && node.name]);
-                });
+                cluster.open(callback || nothing);
             },
             query: function (sql, values, callback, options) {
                 cluster.query(sql, values, callback, options);
@@ -2188,16 +2307,24 @@ var vext = (function (scope) {
                 cluster.transaction(work, done, options);
             },
             committed: function (id, callback) {
-                cluster.query("SELECT id FROM " + cluster.marks + " WHERE id = ?", [id],
+                cluster.query("SELECT id FROM " + cluster.marks + " WHERE id = ?", [checkedId(id)],
                     function (error, result) {
-                        callback(error, error ? undefined : result.rows > 0);
+                        if (isMissingTable(error)) { // made by the first transaction
+                            callback(null, false);
+                        } else {
+                            callback(error, error ? undefined : result.rows > 0);
+                        }
                     });
             },
             cleanMarks: function (olderThanMs, done) {
-                var seconds = Math.ceil(Math.max(0, olderThanMs) / 1000);
+                var age = numberOption({ olderThanMs: olderThanMs }, "olderThanMs", undefined, 0);
                 cluster.query("DELETE FROM " + cluster.marks + " WHERE made < " +
-                    cluster.kind.interval(seconds), null, function (error, result) {
-                        (done || nothing)(error, error ? undefined : result.numRowsAffected);
+                    cluster.kind.interval(Math.ceil(age / 1000)), null, function (error, result) {
+                        if (isMissingTable(error)) {
+                            (done || nothing)(null, 0);
+                        } else {
+                            (done || nothing)(error, error ? undefined : result.numRowsAffected);
+                        }
                     });
             },
             stats: function () {

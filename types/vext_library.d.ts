@@ -101,17 +101,21 @@ interface VextTransaction {
     query<Columns = {}>(sql: string, values: any[] | null, callback?: VextDone<VextSqlResult<Columns>>): void;
 }
 
-interface VextTransactionOptions {
-    /** "SERIALIZABLE", "REPEATABLE READ"...; PostgreSQL and MariaDB. */
-    isolation?: string;
+interface VextRetryOptions {
     /** Milliseconds for all attempts together; 30000. */
     deadlineMs?: number;
     /** Shortest pause before another attempt; 20. */
     backoffMs?: number;
     /** Longest; 1000. */
     backoffMaxMs?: number;
-    /** On a cluster: the transaction's own name, for one that must be done once across restarts. */
-    id?: string;
+}
+
+interface VextTransactionOptions extends VextRetryOptions {
+    /** "SERIALIZABLE", "REPEATABLE READ"...; PostgreSQL and MariaDB. */
+    isolation?: string;
+    /** On a cluster: the transaction's own name, for one that must be done once across restarts. Up to 100
+     * characters. */
+    id?: string | number;
 }
 
 interface VextTransactionInfo {
@@ -140,7 +144,7 @@ interface VextPagesRequest {
     /** A SELECT without ORDER BY and LIMIT when there is a key. */
     sql: string;
     values?: any[];
-    /** Columns that tell every row apart and are never NULL. Without: a cursor of PostgreSQL. */
+    /** Columns that tell every row apart, or it is an error, and are never NULL. Without: a cursor of PostgreSQL. */
     key?: string | string[];
     /** Rows of a page; 1000. */
     size?: number;
@@ -162,17 +166,22 @@ interface VextNode extends VextConnectionSettings {
     name?: string;
 }
 
-interface VextClusterSettings extends VextConnectionSettings, VextTransactionOptions {
+/** What the options of a transaction or query say comes first. */
+interface VextClusterSettings extends VextConnectionSettings, VextRetryOptions {
     engine: "postgresql" | "galera";
     nodes: VextNode[];
     /** Connections to the node in use at most; 4. */
     size?: number;
+    /** Statements for each new connection. */
+    init?: string | string[];
+    isolation?: string;
     /** The table of marks; "vext_marks". */
     marks?: string;
     /** How often the node in use is asked how it is, while it is used; 1000. */
     pingMs?: number;
     /** A node that has not answered for so long is left; 3000. */
     silenceMs?: number;
+    /** PostgreSQL: how often a new session is asked for; 5000. */
     renewMs?: number;
     onMove?: (from: string, to: string, why: string) => void;
 }
@@ -188,7 +197,7 @@ interface VextClusterStats {
     readonly reads: number;
 }
 
-interface VextReadOptions extends VextTransactionOptions {
+interface VextReadOptions extends VextRetryOptions {
     /** May be answered by a replica. */
     replica?: boolean;
 }
@@ -208,13 +217,14 @@ interface VextCluster {
     transaction<Value>(work: VextWork<Value>, done?: VextTransactionDone<Value>,
         options?: VextTransactionOptions): void;
     /** Whether the transaction with this id has committed. */
-    committed(id: string, callback: VextDone<boolean>): void;
+    committed(id: string | number, callback: VextDone<boolean>): void;
     /** Deletes the marks older than so many milliseconds; tells how many. */
     cleanMarks(olderThanMs: number, done?: VextDone<number>): void;
     stats(): VextClusterStats;
     close(done?: (error: null) => void): void;
 }
 
+/** A name that settings or options do not have is a TypeError. */
 interface VextLibrary {
     /** For hosts that have timers under other names. */
     timers(set: (callback: () => void, milliseconds: number) => any, clear: (timer: any) => void): void;

@@ -20,6 +20,7 @@ private Q_SLOTS:
 
     void linesThatAreCutLoseNothing();
     void whatIsCommittedIsReadOnEveryNode();
+    void marksTellEveryIdFromEveryOther();
     void transfersSurviveTheirNode_data();
     void transfersSurviveTheirNode(); // last: the node that was killed stays away
 
@@ -159,6 +160,34 @@ void TestClusterGalera::whatIsCommittedIsReadOnEveryNode()
         })();
     )js"));
     QCOMPARE(outcome, QStringLiteral("0"));
+}
+
+/// The server's usual comparison tells neither case nor spaces at the end apart.
+void TestClusterGalera::marksTellEveryIdFromEveryOther()
+{
+    ClusterScript script;
+    script.prepareTransfers(m_servers.parameters(0));
+    // What is prepared besides must not take the place of wsrep_sync_wait.
+    script.makeCluster(QStringLiteral("galera"), nodes(),
+                       QStringLiteral(", marks: 'id_marks', init: 'SET @own = 5'"));
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var ids = ["Bill 7", "bill 7", "bill 7 ", "b\u00efll 7", 7, "7"], seen = [];
+        (function next() {
+            if (ids.length === 0) {
+                cluster.query("SELECT @own + @@wsrep_sync_wait AS sum", function (error, result) {
+                    done([seen, Number(result.sum[0])]);
+                });
+                return;
+            }
+            cluster.transaction(function (tx, finish) {
+                tx.query("INSERT INTO transfers (n) VALUES (1)", finish);
+            }, function (error, value, info) {
+                seen.push(error ? told(error) : info.repeated);
+                next();
+            }, {id: ids.shift()});
+        })();
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[[false,false,false,false,false,true],6]"));
 }
 
 QTEST_GUILESS_MAIN(TestClusterGalera)

@@ -26,6 +26,7 @@ private Q_SLOTS:
     void linesThatAreCutLoseNothing();
     void asynchronousReplicationLosesWhatWasAcknowledged();
     void marksCanBeAskedAndCleaned();
+    void marksAreAsOldInEveryTimeZone();
     void readsGoToReplicas();
     void noNodeIsAnErrorAtTheDeadline();
     void closedClusterRefuses();
@@ -270,6 +271,36 @@ void TestClusterPostgres::marksCanBeAskedAndCleaned()
         });
     )js"));
     QCOMPARE(outcome, QStringLiteral("[\"none\",false,\"none\",true,true,false,0,1,1]"));
+}
+
+void TestClusterPostgres::marksAreAsOldInEveryTimeZone()
+{
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+        return;
+    ClusterScript script;
+    script.makeCluster(QStringLiteral("postgresql"), nodes(servers),
+                       QStringLiteral(", init: \"SET timezone = 'UTC'\""));
+    script.eval(QStringLiteral("var east = cluster;"));
+    script.makeCluster(QStringLiteral("postgresql"), nodes(servers),
+                       QStringLiteral(", init: \"SET timezone = 'Asia/Tokyo'\""));
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var seen = [];
+        // Nobody has made the table yet.
+        cluster.committed("new", function (error, no) {
+            seen.push(told(error), no);
+            cluster.cleanMarks(0, function (failed, none) {
+                seen.push(told(failed), none);
+                east.transaction(function (tx, finish) { finish(); }, function () {
+                    cluster.cleanMarks(3600000, function (wrong, young) {
+                        seen.push(told(wrong), young);
+                        cluster.committed("new", function (bad, yes) { done(seen.concat(yes)); });
+                    });
+                }, {id: "new"});
+            });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",false,\"none\",0,\"none\",0,true]"));
 }
 
 void TestClusterPostgres::readsGoToReplicas()

@@ -30,6 +30,8 @@ private Q_SLOTS:
     void exceptionOfDoneEndsTheTransaction();
     void tooLongTextIsNotCut();
     void rowsMayBePartOfATransaction();
+    void doneIsNotCalledBeforeInsertRowsReturns_data();
+    void doneIsNotCalledBeforeInsertRowsReturns();
     void quotedNamesAndArraysAreStored();
     void numbersAreExact_data();
     void numbersAreExact();
@@ -53,6 +55,12 @@ private Q_SLOTS:
     void keyThatIsTooLargeIsAnError();
     void keyThatComesTwiceIsAnError_data();
     void keyThatComesTwiceIsAnError();
+    void keyThatComesTwiceBetweenPagesIsAnError_data();
+    void keyThatComesTwiceBetweenPagesIsAnError();
+    void keyFinerThanAScriptValueIsAnError();
+    void pageHasNoTraceOfTheNextOne_data();
+    void pageHasNoTraceOfTheNextOne();
+    void cursorLeavesAStatementWithoutValuesAlone();
     void pagesComeFromACursor();
     void cursorNeedsPostgres();
 
@@ -355,6 +363,28 @@ void TestLibraryBulk::rowsMayBePartOfATransaction()
         }, function (error) { done([error, count()]); });
     )js"));
     QCOMPARE(outcome, QStringLiteral("[\"rolled back after 2 and 2\",0]"));
+}
+
+SYSTEMS(doneIsNotCalledBeforeInsertRowsReturns)
+void TestLibraryBulk::doneIsNotCalledBeforeInsertRowsReturns()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        var returned = 0, early = [];
+        vext.transaction(db, function (tx, finish) {
+            vext.insertRows(tx, "t", ["id"], [], function () {
+                early.push(returned === 0);
+                vext.insertRows(tx, "t", ["id"], [[{}]], function () {
+                    early.push(returned === 1);
+                    finish();
+                });
+                returned++;
+            });
+            returned++;
+        }, function () { done(early); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[false,false]"));
 }
 
 void TestLibraryBulk::quotedNamesAndArraysAreStored()
@@ -697,6 +727,71 @@ void TestLibraryBulk::keyThatComesTwiceIsAnError()
     )js"));
     QCOMPARE(outcome,
              QStringLiteral("[\"vext: the key does not tell the rows apart\",0,\"none\",20]"));
+}
+
+SYSTEMS(keyThatComesTwiceBetweenPagesIsAnError)
+void TestLibraryBulk::keyThatComesTwiceBetweenPagesIsAnError()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    // The last row of a page and the first one behind it.
+    const QString outcome = script.outcome(filledWith(parameters, 20, R"js(
+        var seenRows = 0;
+        vext.pages(db, {sql: "SELECT id, CASE WHEN id > 10 THEN id - 1 ELSE id END AS k FROM t",
+                key: "k", size: 5}, function (page) {
+            seenRows += page.rows;
+        }, function (error) { done([error && error.message, seenRows]); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"vext: the key does not tell the rows apart\",5]"));
+}
+
+/// A script sees milliseconds: what it writes is less than the key was, and its row comes again.
+void TestLibraryBulk::keyFinerThanAScriptValueIsAnError()
+{
+    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
+    if (!postgres)
+        QSKIP("not installed: PostgreSQL");
+    LibraryScript script;
+    const QString outcome = script.outcome(filledWith(literalOf(postgres->parameters()), 20, R"js(
+        var seenRows = 0;
+        vext.pages(db, {sql: "SELECT timestamp '2024-01-01' + id * interval '1001 microseconds' AS k FROM t",
+                key: "k", size: 5}, function (page) {
+            seenRows += page.rows;
+        }, function (error) { done([error && error.message, seenRows]); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"vext: the key does not tell the rows apart\",5]"));
+}
+
+SYSTEMS(pageHasNoTraceOfTheNextOne)
+void TestLibraryBulk::pageHasNoTraceOfTheNextOne()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(filledWith(parameters, 10, R"js(
+        var seen = [], wrong = 0;
+        vext.pages(db, {sql: "SELECT id, CASE WHEN id < 4 THEN 'x' END AS note FROM t", key: "id", size: 5},
+            function (page) {
+                seen.push(page.rows, page.length, vext.rows(page).length, page.fields_index[0].length,
+                    page.fields_index[1].join(), page.fields_nulls[1].join());
+                wrong += page.numRowsAffected === 6 ? 1 : 0;
+            }, function (error, all) { done([told(error), seen, wrong, all.rows, all.pages]); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",[5,5,5,5,\"x,x,x,,\",\"3,4\",5,5,5,5,\",,,,\","
+                                     "\"0,1,2,3,4\"],0,10,2]"));
+}
+
+void TestLibraryBulk::cursorLeavesAStatementWithoutValuesAlone()
+{
+    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
+    if (!postgres)
+        QSKIP("not installed: PostgreSQL");
+    LibraryScript script;
+    // The question mark is an operator.
+    const QString outcome = script.outcome(filledWith(literalOf(postgres->parameters()), 3, R"js(
+        vext.pages(db, {sql: "SELECT id FROM t WHERE '{\"a\": 1}'::jsonb ? 'a'"}, function () {},
+            function (error, seen) { done([told(error), seen && seen.rows]); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",3]"));
 }
 
 void TestLibraryBulk::pagesComeFromACursor()

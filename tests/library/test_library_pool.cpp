@@ -33,7 +33,14 @@ private Q_SLOTS:
     void whatCannotBeSentIsAnError();
     void wrongSettingsAreTypeErrors_data();
     void wrongSettingsAreTypeErrors();
+    void unknownOptionIsATypeError_data();
+    void unknownOptionIsATypeError();
+    void everyOptionIsTaken();
     void waitingWithoutEndIsPossible();
+    void clusterOpensAfterOpenHasReturned();
+    void clusterSettingsHoldWhereOptionsSayNothing();
+    void clusterPreparesItsConnections();
+    void statementThatWaitedTooLongIsNotRun();
     void exceptionKeepsNobodyElseWaiting();
     void exceptionOfOnMoveKeepsNobodyWaiting();
 
@@ -368,6 +375,20 @@ void TestLibraryPool::wrongSettingsAreTypeErrors_data()
                                  "cluster({engine: 'postgresql'})",
                                  "cluster({engine: 'postgresql', nodes: []})",
                                  "cluster({engine: 'postgresql', nodes: [{}], silenceMs: 'long'})",
+                                 "cluster({engine: 'postgresql', nodes: [{}], deadlineMs: 'late'})",
+                                 "cluster({engine: 'galera', nodes: [{connectOptions: "
+                                 "'MYSQL_OPT_RECONNECT=1'}]})",
+                                 "cluster({engine: 'galera', connectOptions: "
+                                 "'MYSQL_OPT_RECONNECT=1', nodes: [{}]})",
+                                 "cluster({engine: 'galera', nodes: [{}]}).cleanMarks()",
+                                 "cluster({engine: 'galera', nodes: [{}]}).committed({}, open)",
+                                 "pool()",
+                                 "pool('QSQLITE')",
+                                 "transaction(new VEXT_SQL(), open, open, 5000)",
+                                 "transaction(new VEXT_SQL(), open, open, {id: {}})",
+                                 "transaction(new VEXT_SQL(), open, open, "
+                                 "{id: new Array(102).join('x')})",
+                                 "pages(new VEXT_SQL(), 'SELECT 1', open)",
                                  "transaction(new VEXT_SQL(), open, open, {deadlineMs: 'soon'})",
                                  "transaction(new VEXT_SQL(), open, open, {backoffMs: -1})"};
     for (const char *code : codes)
@@ -384,6 +405,170 @@ void TestLibraryPool::wrongSettingsAreTypeErrors()
                            "done(error instanceof TypeError && /^vext: /.test(error.message)); }")
                 .arg(code)),
         QStringLiteral("true"));
+}
+
+void TestLibraryPool::unknownOptionIsATypeError_data()
+{
+    QTest::addColumn<QString>("call");
+    QTest::addColumn<QString>("message");
+    const auto row = [](const char *call, const char *message) {
+        QTest::newRow(call) << QString::fromUtf8(call) << QString::fromUtf8(message);
+    };
+    row("pool({driverName: 'QSQLITE', waitMS: 1})",
+        "vext: pool() has no option \"waitMS\", only driverName, databaseName, userName, password, "
+        "hostName, port, connectOptions, app_name, enableNull, timeNotUse, size, waitMs, "
+        "pingAfterMs, "
+        "init, name");
+    row("pool({driverName: 'QSQLITE', hostname: ''})", "vext: pool() has no option \"hostname\"");
+    row("pool({driverName: 'QSQLITE', toString: 1})", "vext: pool() has no option \"toString\"");
+    row("transaction(db, open, open, {deadline: 5})",
+        "vext: transaction() has no option \"deadline\", only deadlineMs, backoffMs, backoffMaxMs, "
+        "isolation, id");
+    row("transaction(db, open, open, {chunk: 5})", "vext: transaction() has no option \"chunk\"");
+    row("insertRows(db, 't', ['a'], [], open, {chunks: 5})",
+        "vext: insertRows() has no option \"chunks\", only deadlineMs, backoffMs, backoffMaxMs, "
+        "isolation, id, chunk, onProgress");
+    row("pages(db, {sql: 'SELECT 1', keys: 'a'}, open)",
+        "vext: pages() has no option \"keys\", only sql, values, key, size");
+    row("cluster({engine: 'galera', nodes: [{}], table: 'm'})",
+        "vext: cluster() has no option \"table\", only driverName, databaseName, userName, "
+        "password, "
+        "hostName, port, connectOptions, app_name, enableNull, timeNotUse, engine, nodes, size, "
+        "init, "
+        "marks, pingMs, silenceMs, renewMs, onMove, isolation, deadlineMs, backoffMs, "
+        "backoffMaxMs");
+    row("cluster({engine: 'galera', nodes: [{}], id: 'all'})",
+        "vext: cluster() has no option \"id\"");
+    row("cluster({engine: 'galera', nodes: [{host: 'a'}]})",
+        "vext: a node of cluster() has no option \"host\", only driverName, databaseName, "
+        "userName, "
+        "password, hostName, port, connectOptions, app_name, enableNull, timeNotUse, name");
+    row("cluster({engine: 'galera', nodes: [{}]}).query('SELECT 1', open, {replicas: true})",
+        "vext: query() of a cluster has no option \"replicas\", only deadlineMs, backoffMs, "
+        "backoffMaxMs, replica");
+    row("cluster({engine: 'galera', nodes: [{}]}).query('SELECT 1', [], open, {replicas: true})",
+        "vext: query() of a cluster has no option \"replicas\"");
+    row("cluster({engine: 'galera', nodes: [{}]}).transaction(open, open, {replica: true})",
+        "vext: transaction() has no option \"replica\"");
+    row("transaction(vext.cluster({engine: 'galera', nodes: [{}]}), open, open, {marks: 'm'})",
+        "vext: transaction() has no option \"marks\"");
+}
+
+void TestLibraryPool::unknownOptionIsATypeError()
+{
+    QFETCH(QString, call);
+    QFETCH(QString, message);
+    LibraryScript script;
+    const QString text =
+        script.host().evalThrows(QStringLiteral("var db = new VEXT_SQL(); vext.") + call);
+    // With the whole message: what is taken, all of it.
+    if (message.contains(QStringLiteral(", only ")))
+        QCOMPARE(text, QStringLiteral("TypeError: ") + message);
+    else
+        QVERIFY2(text.startsWith(QStringLiteral("TypeError: ") + message + QLatin1Char(',')),
+                 qPrintable(text));
+}
+
+void TestLibraryPool::everyOptionIsTaken()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", userName: "", password: "",
+            hostName: "", port: -1, connectOptions: "", app_name: "", enableNull: true, timeNotUse: 0,
+            size: 1, waitMs: 30000, pingAfterMs: 30000, init: [], name: "all"}), cluster;
+        var retry = {deadlineMs: 30000, backoffMs: 20, backoffMaxMs: 1000, isolation: "", id: "one"};
+        vext.transaction(pool, function (tx, finish) {
+            tx.query("CREATE TABLE t (a)", finish);
+        }, function (error) {
+            retry.chunk = 10;
+            retry.onProgress = function () {};
+            vext.insertRows(pool, "t", ["a"], [[1]], function (other) {
+                vext.pages(pool, {sql: "SELECT a FROM t", values: [], key: "a", size: 10}, function () {},
+                    function (failed, seen) {
+                        pool.close(function () { done([told(error), told(other), told(failed), seen.rows]); });
+                    });
+            }, retry);
+        }, retry);
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",\"none\",\"none\",1]"));
+}
+
+void TestLibraryPool::clusterOpensAfterOpenHasReturned()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var cluster = vext.cluster({engine: "postgresql", nodes: [%1]}), returned = false;
+        cluster.open(function () {
+            cluster.open(function (error, name) {
+                var late = returned;
+                cluster.close(function () {
+                    cluster.open(function (closed) { done([late, told(error), told(closed)]); });
+                });
+            });
+            returned = true;
+        });
+    )js")
+                                               .arg(m_postgres));
+    QCOMPARE(outcome, QStringLiteral("[true,\"none\",\"closed\"]"));
+}
+
+void TestLibraryPool::clusterSettingsHoldWhereOptionsSayNothing()
+{
+    LibraryScript script;
+    // Their deadline of its own would be 30 s.
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var cluster = vext.cluster({engine: "postgresql", nodes: [{hostName: "127.0.0.1", port: 1}],
+            deadlineMs: 200});
+        cluster.transaction(function () {}, function (error, value, info) {
+            cluster.query("SELECT 1", function (other) {
+                done([error.kind, info.milliseconds < 25000, other.kind, Date.now() - began < 25000]);
+            }, {backoffMs: 1});
+        }, {isolation: "SERIALIZABLE"});
+        var began = Date.now();
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"lost\",true,\"lost\",true]"));
+}
+
+void TestLibraryPool::clusterPreparesItsConnections()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var cluster = vext.cluster({engine: "postgresql", nodes: [%1],
+            init: "SET statement_timeout = 4711"});
+        cluster.query("SELECT current_setting('statement_timeout') AS t", function (error, result) {
+            cluster.close(function () { done([told(error), result && result.T[0]]); });
+        });
+    )js")
+                                               .arg(m_postgres));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",\"4711ms\"]"));
+}
+
+void TestLibraryPool::statementThatWaitedTooLongIsNotRun()
+{
+    NEEDS_POSTGRES();
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var outside = open(%1), release, error;
+        must(outside, "DROP TABLE IF EXISTS late");
+        must(outside, "CREATE TABLE late (n int)");
+        var cluster = vext.cluster({engine: "postgresql", nodes: [%1], size: 1});
+        cluster.transaction(function (tx, finish) {
+            cluster.query("INSERT INTO late VALUES (1)", function (timeout) {
+                error = timeout;
+                finish();
+            }, {deadlineMs: 50});
+        }, function () {
+            cluster.query("INSERT INTO late VALUES (2)", function () {
+                cluster.close(function () {
+                    done([told(error), vext.rows(must(outside, "SELECT n FROM late"), true)]);
+                });
+            });
+        });
+    )js")
+                                               .arg(m_postgres));
+    QCOMPARE(outcome, QStringLiteral("[\"timeout\",[{\"n\":2}]]"));
 }
 
 void TestLibraryPool::waitingWithoutEndIsPossible()

@@ -12,6 +12,7 @@ class TestLibraryResults : public QObject
 private Q_SLOTS:
     void definesOneGlobal();
     void missingTimersAreNamed();
+    void halfOfTheTimersIsNamedToo();
     void timersAreTakenFromTheHost();
 
     void rowsAreObjects();
@@ -58,6 +59,18 @@ void TestLibraryResults::missingTimersAreNamed()
         QVERIFY2(text.contains(QStringLiteral("no setTimeout")) &&
                      text.contains(QStringLiteral("vext.timers(")),
                  qPrintable(text));
+    }
+}
+
+void TestLibraryResults::halfOfTheTimersIsNamedToo()
+{
+    LibraryScript script(LibraryScript::Host::WithoutTimers);
+    for (const char *call :
+         {"vext.pool({driverName: 'QSQLITE'})", "vext.transaction({}, done, done)",
+          "vext.cluster({engine: 'postgresql', nodes: [{}]})"}) {
+        const QString text = script.host().evalThrows(
+            QStringLiteral("vext.timers(function () {}); ") + QString::fromUtf8(call));
+        QVERIFY2(text.contains(QStringLiteral("no clearTimeout")), qPrintable(text));
     }
 }
 
