@@ -51,6 +51,25 @@ int changeColumns(const QString &database)
     }
 }
 
+/// A table that one connection of a script reads while another one changes it.
+class ReadAndWritten
+{
+public:
+    /// @param columns of the table t
+    bool open(const char *columns)
+    {
+        return database.start() && script.open(reader, database.parameters()) &&
+               script.open(writer, database.parameters()) &&
+               write(QStringLiteral("CREATE TABLE t (%1)").arg(QLatin1String(columns)));
+    }
+    bool write(const QString &sql) { return script.mustRun(Way::Here, writer, sql); }
+
+    const QString reader = QStringLiteral("db");
+    const QString writer = QStringLiteral("other");
+    SqliteDatabase database;
+    DatabaseScript script;
+};
+
 } // namespace
 
 class TestSchemaRace : public QObject
@@ -83,24 +102,18 @@ void TestSchemaRace::addedColumnsAreRead_data()
 void TestSchemaRace::addedColumnsAreRead()
 {
     QFETCH(bool, onThread);
-    SqliteDatabase database;
-    QVERIFY2(database.start(), qPrintable(database.error()));
-    DatabaseScript script;
-    const QString reader = QStringLiteral("db");
-    const QString writer = QStringLiteral("other");
-    QVERIFY(script.open(reader, database.parameters()));
-    QVERIFY(script.open(writer, database.parameters()));
-    QVERIFY(script.mustRun(Way::Here, writer, QStringLiteral("CREATE TABLE t (a, b)")));
-    QVERIFY(script.mustRun(Way::Here, writer, QStringLiteral("INSERT INTO t VALUES (1, 2)")));
+    ReadAndWritten table;
+    QVERIFY2(table.open("a, b"), qPrintable(table.database.error()));
+    DatabaseScript &script = table.script;
+    QVERIFY(table.write(QStringLiteral("INSERT INTO t VALUES (1, 2)")));
     const Way way = onThread ? Way::Thread : Way::Here;
     for (int columns = 2; columns <= 200; columns += 33) {
-        script.rows(way, reader, QStringLiteral("SELECT * FROM t"));
+        script.rows(way, table.reader, QStringLiteral("SELECT * FROM t"));
         QCOMPARE(script.eval(QStringLiteral("answer.result.fields")).toInt32(), columns);
         QVERIFY(script.isTrue(
             QStringLiteral("answer.result.fields_nulls.join('') === '' && answer.result.rows")));
         for (int n = 0; n < 33; ++n) {
-            QVERIFY(script.mustRun(
-                Way::Here, writer,
+            QVERIFY(table.write(
                 QStringLiteral("ALTER TABLE t ADD COLUMN c%1 DEFAULT 7").arg(columns + n)));
         }
     }
@@ -187,16 +200,11 @@ void TestSchemaRace::guardedChangeWaitsForTheLock()
 /// However often the statement is sent until it fits the schema.
 void TestSchemaRace::boundValuesAreTracedOnce()
 {
-    SqliteDatabase database;
-    QVERIFY2(database.start(), qPrintable(database.error()));
-    DatabaseScript script;
-    const QString reader = QStringLiteral("db");
-    const QString writer = QStringLiteral("other");
-    QVERIFY(script.open(reader, database.parameters()));
-    QVERIFY(script.open(writer, database.parameters()));
-    QVERIFY(script.mustRun(Way::Here, writer, QStringLiteral("CREATE TABLE t (a)")));
-    script.rows(Way::Here, reader, QStringLiteral("SELECT * FROM t"));
-    QVERIFY(script.mustRun(Way::Here, writer, QStringLiteral("ALTER TABLE t ADD COLUMN b")));
+    ReadAndWritten table;
+    QVERIFY2(table.open("a"), qPrintable(table.database.error()));
+    DatabaseScript &script = table.script;
+    script.rows(Way::Here, table.reader, QStringLiteral("SELECT * FROM t"));
+    QVERIFY(table.write(QStringLiteral("ALTER TABLE t ADD COLUMN b")));
     script.eval(QStringLiteral("db.traceLog = true"));
     QVERIFY(script.isTrue(
         QStringLiteral("db.exec('SELECT * FROM t WHERE a = ?', [1]).fields === 2")));

@@ -108,6 +108,16 @@ QScriptValue installedEval(QScriptEngine &engine, QObject *plugin, const QString
     return engine.evaluate(code);
 }
 
+/// @return whether an engine with the plugin has a connection whose worker runs, with a task to do
+bool startsWorker(QScriptEngine &engine, QObject *plugin)
+{
+    return installedEval(engine, plugin,
+                         openAndQuery() +
+                             QStringLiteral("; db.query_thread(function() {}, 'select 1');"
+                                            "db.start_thread()"))
+        .toBool();
+}
+
 int beforeApplication(Arguments args)
 {
     PluginLibrary library;
@@ -356,11 +366,7 @@ int unloadWithPendingDeletes(Arguments args)
     PluginLibrary library;
     HOLDS(library.load());
     auto engine = std::make_unique<QScriptEngine>();
-    HOLDS(installedEval(*engine, library.globalObject(),
-                        openAndQuery() +
-                            QStringLiteral("; db.query_thread(function() {}, 'select 1');"
-                                           "db.start_thread()"))
-              .toBool());
+    HOLDS(startsWorker(*engine, library.globalObject()));
     engine.reset();
     // The workers wait for the event loop with their threads running; the library goes first.
     library.deleteGlobalObject();
@@ -377,11 +383,7 @@ int unloadWithLiveConnections(Arguments args)
     PluginLibrary library;
     HOLDS(library.load());
     QScriptEngine engine;
-    HOLDS(installedEval(engine, library.globalObject(),
-                        openAndQuery() +
-                            QStringLiteral("; db.query_thread(function() {}, 'select 1');"
-                                           "db.start_thread()"))
-              .toBool());
+    HOLDS(startsWorker(engine, library.globalObject()));
     library.deleteGlobalObject();
     HOLDS(library.unload());
     HOLDS(!PluginLibrary::inMemory());
@@ -398,11 +400,7 @@ int unloadWhileWorkersOpen(Arguments args)
         PluginLibrary library;
         HOLDS(library.load());
         QScriptEngine engine;
-        HOLDS(installedEval(engine, library.globalObject(),
-                            openAndQuery() +
-                                QStringLiteral("; db.query_thread(function() {}, 'select 1');"
-                                               "db.start_thread()"))
-                  .toBool());
+        HOLDS(startsWorker(engine, library.globalObject()));
         // The worker gets a little further each time.
         QThread::usleep(microseconds);
         HOLDS(library.unload());
