@@ -130,7 +130,10 @@ bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelG
     Q_UNUSED(layer)
     m_client = OdbcClient();
     m_cancel = DetachedCancel(); // a request of the last session may still be stuck
-    m_dialect = dialectOf(m_client.systemName(connection()));
+    // The stock driver looks the type of its handle up by name each time, and for that in a list of
+    // Qt's that exit() frees.
+    m_connection = nativeHandle<OdbcClient::Handle>();
+    m_dialect = dialectOf(m_client.systemName(m_connection));
     watchTransaction();
     if (m_dialect != SqlDialect::OdbcSqlite) {
         watchSocket();
@@ -138,7 +141,8 @@ bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelG
     }
     if (!openImpatient(error))
         return false;
-    m_cancelHandle = m_client.makeStatement(connection());
+    m_connection = nativeHandle<OdbcClient::Handle>();
+    m_cancelHandle = m_client.makeStatement(m_connection);
     return true;
 }
 
@@ -147,6 +151,7 @@ bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelG
 bool OdbcPolicy::openImpatient(QSqlError *error)
 {
     m_lockWaitMs = m_client.sourceSetting(m_parameters.database, QStringLiteral("Timeout"), BusyMs);
+    m_connection = nullptr;
     stock()->close();
     QStringList parts = m_parameters.database.split(QLatin1Char(';'));
     const auto isTimeout = [](const QString &part) {
@@ -198,6 +203,7 @@ void OdbcPolicy::detach()
     m_client.freeStatement(std::exchange(m_cancelHandle, nullptr));
     m_cancelText.clear();
     m_parameters = OpenParameters();
+    m_connection = nullptr;
 }
 
 bool OdbcPolicy::canCancel() const
@@ -363,7 +369,7 @@ QSqlError OdbcPolicy::classified(const QSqlError &error, Step step)
     QString state = error.nativeErrorCode();
     QString text = error.databaseText();
     if (step == Step::Transaction) {
-        const QString own = m_client.connectionState(connection());
+        const QString own = m_client.connectionState(m_connection);
         if (!own.isEmpty()) {
             state = own;
             text = text.trimmed() + QStringLiteral(" (%1)").arg(own);
@@ -379,13 +385,13 @@ QSqlError OdbcPolicy::classified(const QSqlError &error, Step step)
 
 bool OdbcPolicy::isBroken() const
 {
-    return m_client.isDead(connection()) || (m_socket && m_socket->isCut());
+    return m_client.isDead(m_connection) || (m_socket && m_socket->isCut());
 }
 
 /// A transaction that is open is not given up unseen: its next statement fails.
 bool OdbcPolicy::isLost() const
 {
-    return m_transaction.isOpen() ? m_client.isDead(connection()) : isBroken();
+    return m_transaction.isOpen() ? m_client.isDead(m_connection) : isBroken();
 }
 
 // --- Values ---

@@ -62,7 +62,6 @@ public:
     bool waitForLocks(StockResult &rows, const std::function<bool()> &run);
 
 private:
-    OdbcClient::Handle connection() const { return nativeHandle<OdbcClient::Handle>(); }
     void watchSocket();
     void learnCancelStatement();
     bool openImpatient(QSqlError *error);
@@ -74,6 +73,7 @@ private:
     void pretendTransaction();
 
     OdbcClient m_client;
+    OdbcClient::Handle m_connection = nullptr; ///< while the connection is open
     SqlDialect m_dialect = SqlDialect::Odbc;
     OpenParameters m_parameters;
     int m_lockWaitMs = 0;                        ///< SQLite's

@@ -13,13 +13,17 @@ namespace
 
 constexpr int Rounds = 3;
 
-/// The inode number of a connected socket, 0 for any other descriptor.
+const char Descriptors[] = "/proc/self/fd/";
+
+/// The inode number of a connected socket, 0 for any other descriptor. Other threads open and close
+/// descriptors meanwhile, so what is behind one is asked of the system by its path.
 quint64 connectedSocket(int descriptor)
 {
     struct stat about = {};
     sockaddr_storage peer = {};
     socklen_t size = sizeof peer;
-    if (::fstat(descriptor, &about) != 0 || !S_ISSOCK(about.st_mode) ||
+    const QByteArray path = Descriptors + QByteArray::number(descriptor);
+    if (::stat(path.constData(), &about) != 0 || !S_ISSOCK(about.st_mode) ||
         ::getpeername(descriptor, reinterpret_cast<sockaddr *>(&peer), &size) != 0)
         return 0;
     return about.st_ino;
@@ -29,8 +33,9 @@ quint64 connectedSocket(int descriptor)
 QHash<int, quint64> connectedSockets()
 {
     QHash<int, quint64> sockets;
-    const QStringList names = QDir(QStringLiteral("/proc/self/fd"))
-                                  .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    const QStringList names =
+        QDir(QLatin1String(Descriptors))
+            .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
     for (const QString &name : names) {
         const int descriptor = name.toInt();
         if (const quint64 inode = connectedSocket(descriptor))
