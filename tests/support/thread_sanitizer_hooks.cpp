@@ -10,9 +10,13 @@
 // only after its own sender. A race between two senders can hide behind that; a race between a
 // sender and a receiver that do not exchange calls cannot. A functor that is queued is shared by
 // both sides through a counter in Qt, which cannot be shown: queue a method by name, or an event.
+//
+// Data that threads share by Qt's reference counts is freed by the one that lets go of it last.
+// That one has seen the others let go, which is shown where the memory is given back.
 
 #if defined(__SANITIZE_THREAD__)
 
+#include <QArrayData>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QMetaObject>
@@ -30,6 +34,10 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+
+// Exported by the sanitizer's library; its headers do not declare them.
+extern "C" void AnnotateIgnoreWritesBegin(const char *file, int line);
+extern "C" void AnnotateIgnoreWritesEnd(const char *file, int line);
 
 namespace
 {
@@ -52,6 +60,30 @@ void beforeReceiving()
 {
     __tsan_acquire(&queuedCalls);
 }
+
+/// While Qt makes and sends a queued call. What it writes for that comes after beforeSending() and
+/// belongs to the receiver.
+class EventInTheMaking
+{
+public:
+    explicit EventInTheMaking(bool isQueued)
+        : m_isQueued(isQueued)
+    {
+        beforeSending();
+        if (m_isQueued)
+            AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
+    }
+    EventInTheMaking(const EventInTheMaking &) = delete;
+    EventInTheMaking &operator=(const EventInTheMaking &) = delete;
+    ~EventInTheMaking()
+    {
+        if (m_isQueued)
+            AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
+    }
+
+private:
+    bool m_isQueued;
+};
 
 /// Which thread routines run, by the argument they were started with: the QThread for Qt's threads.
 class Routines
@@ -190,7 +222,8 @@ void QMetaObject::activate(QObject *sender, const QMetaObject *metaObject, int s
 {
     static auto *original = next<void(QObject *, const QMetaObject *, int, void **)>(
         "_ZN11QMetaObject8activateEP7QObjectPKS_iPPv");
-    beforeSending();
+    // An object of this thread calls slots at once, and what those write counts.
+    const EventInTheMaking event(sender && sender->thread() != QThread::currentThread());
     original(sender, metaObject, signal, argv);
 }
 
@@ -205,7 +238,7 @@ bool QMetaObject::invokeMethod(QObject *object, const char *member, Qt::Connecti
                                       QGenericReturnArgument, A, A, A, A, A, A, A, A, A, A)>(
         "_ZN11QMetaObject12invokeMethodEP7QObjectPKcN2Qt14ConnectionTypeE22QGenericReturnArgument"
         "16QGenericArgumentS7_S7_S7_S7_S7_S7_S7_S7_S7_");
-    beforeSending();
+    const EventInTheMaking event(type == Qt::QueuedConnection);
     return original(object, member, type, result, v0, v1, v2, v3, v4, v5, v6, v7, v8, v9);
 }
 
@@ -216,7 +249,7 @@ bool QMetaObject::invokeMethodImpl(QObject *object, QtPrivate::QSlotObjectBase *
         next<bool(QObject *, QtPrivate::QSlotObjectBase *, Qt::ConnectionType, void *)>(
             "_ZN11QMetaObject16invokeMethodImplEP7QObjectPN9QtPrivate15QSlotObjectBaseEN2Qt14"
             "ConnectionTypeEPv");
-    beforeSending();
+    const EventInTheMaking event(type == Qt::QueuedConnection);
     return original(object, slot, type, result);
 }
 
@@ -226,6 +259,14 @@ void QCoreApplication::postEvent(QObject *receiver, QEvent *event, int priority)
         next<void(QObject *, QEvent *, int)>("_ZN16QCoreApplication9postEventEP7QObjectP6QEventi");
     beforeSending();
     original(receiver, event, priority);
+}
+
+void QCoreApplication::sendPostedEvents(QObject *receiver, int type)
+{
+    static auto *original =
+        next<void(QObject *, int)>("_ZN16QCoreApplication16sendPostedEventsEP7QObjecti");
+    beforeReceiving();
+    original(receiver, type);
 }
 
 bool QObject::event(QEvent *event)
@@ -240,6 +281,14 @@ bool QThread::event(QEvent *event)
     static auto *original = next<bool(QThread *, QEvent *)>("_ZN7QThread5eventEP6QEvent");
     beforeReceiving();
     return original(this, event);
+}
+
+void QArrayData::deallocate(QArrayData *data, size_t objectSize, size_t alignment) noexcept
+{
+    static auto *original =
+        next<void(QArrayData *, size_t, size_t)>("_ZN10QArrayData10deallocateEPS_mm");
+    __tsan_acquire(data); // the counter is its first member
+    original(data, objectSize, alignment);
 }
 
 #endif
