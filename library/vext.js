@@ -1373,7 +1373,7 @@ var vext = (function (scope) {
     }
 
     var CHUNKS = { postgresql: 2000, sqlite: 2000, mysql: 1000, firebird: 1, other: 1 };
-    var CHUNK_TEXT = 4000000; // characters of one statement, about
+    var CHUNK_TEXT = 4000000; // characters of one statement, about; twice as many at most
 
     function sizeOf(statement) {
         var size = statement.sql.length;
@@ -1389,19 +1389,38 @@ var vext = (function (scope) {
         var progress = option(options, "onProgress", nothing);
         var total = typeof source === "function" ? undefined : source.length;
         var read = 0, stored = 0, running = false, ready = null, atEnd = false, ended = false, write = null;
+        var left = []; // rows that were read and had no room
 
         function nextRows() {
-            var list = [], row;
+            var list = left.splice(0, chunk), row, more;
             if (typeof source !== "function") {
-                list = source.slice(read, read + chunk);
+                more = source.slice(read, read + chunk - list.length);
+                read += more.length;
+                list = list.length > 0 ? list.concat(more) : more;
             } else {
-                while (list.length < chunk && (row = source(read + list.length))) {
+                while (list.length < chunk && (row = source(read))) {
+                    read++;
                     list.push(row);
                 }
             }
-            read += list.length;
             atEnd = list.length < chunk;
             return list;
+        }
+
+        // Servers take no statement of any length, and how long rows are shows when they are written.
+        function writeSome(list) {
+            var statement = write(list), size = sizeOf(statement), room;
+            while (size > 2 * CHUNK_TEXT && list.length > 1) {
+                room = Math.max(1, Math.floor(list.length * CHUNK_TEXT / size));
+                left = list.slice(room).concat(left);
+                atEnd = false;
+                list = list.slice(0, room);
+                statement = write(list);
+                size = sizeOf(statement);
+            }
+            chunk = Math.max(1, Math.min(chunk, Math.floor(list.length * CHUNK_TEXT / size)));
+            statement.rows = list.length;
+            return statement;
         }
 
         function end(error) {
@@ -1441,13 +1460,12 @@ var vext = (function (scope) {
             if (list.length === 0) {
                 return null;
             }
-            statement = write(list);
+            statement = writeSome(list);
             // Now, and not while the worker waits for it.
             if (!tx.binds && statement.values.length > 0) {
-                statement = { sql: filled(tx.engine, statement.sql, statement.values), values: [] };
+                statement.sql = filled(tx.engine, statement.sql, statement.values);
+                statement.values = [];
             }
-            statement.rows = list.length;
-            chunk = Math.max(1, Math.min(chunk, Math.floor(list.length * CHUNK_TEXT / sizeOf(statement))));
             return statement;
         }
 

@@ -19,6 +19,8 @@ private Q_SLOTS:
     void charactersBeyondTheBasicPlaneAreStored_data();
     void charactersBeyondTheBasicPlaneAreStored();
     void progressIsTold();
+    void longRowsGoInStatementsThatTheServerTakes_data();
+    void longRowsGoInStatementsThatTheServerTakes();
     void failureLeavesNothingBehind_data();
     void failureLeavesNothingBehind();
     void whatCannotBeStoredIsAnError_data();
@@ -198,6 +200,35 @@ void TestLibraryBulk::progressIsTold()
         }, {chunk: 10, onProgress: function (sofar, total) { seen.push(sofar + "/" + total); }});
     )js"));
     QCOMPARE(outcome, QStringLiteral("[\"none\",25,[\"10/25\",\"20/25\",\"25/25\"]]"));
+}
+
+/// 24 MB of text: MariaDB takes no statement of more than 16 MB. The first statement knows nothing
+/// about the rows yet.
+SYSTEMS(longRowsGoInStatementsThatTheServerTakes)
+void TestLibraryBulk::longRowsGoInStatementsThatTheServerTakes()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        must(db, "DROP TABLE IF EXISTS long_texts");
+        must(db, "CREATE TABLE long_texts (id INTEGER, note " +
+            (settings.driverName === "QMYSQL" ? "MEDIUMTEXT" : "TEXT") + ")");
+        var text = new Array(200001).join("x"), steps = [], asked = 0, next = 0;
+        vext.insertRows(db, "long_texts", ["id", "note"], function (n) {
+            asked += n === next++ ? 1 : 0; // each row once
+            return n < 120 ? [n, text] : null;
+        }, function (error, stored) {
+            var last = 0, most = 0;
+            steps.forEach(function (step) {
+                most = Math.max(most, step - last);
+                last = step;
+            });
+            var sum = must(db, "SELECT count(*), sum(length(note)), max(id) FROM long_texts").fields_index;
+            must(db, "DROP TABLE long_texts");
+            done([told(error), stored, asked, most <= 20, Number(sum[0][0]), Number(sum[1][0]), Number(sum[2][0])]);
+        }, {onProgress: function (stored) { steps.push(stored); }});
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",120,121,true,120,24000000,119]"));
 }
 
 SYSTEMS(failureLeavesNothingBehind)
