@@ -27,6 +27,7 @@ private Q_SLOTS:
     void asynchronousReplicationLosesWhatWasAcknowledged();
     void marksCanBeAskedAndCleaned();
     void marksAreAsOldInEveryTimeZone();
+    void duplicateOfTheWorkIsAnError();
     void readsGoToReplicas();
     void noNodeIsAnErrorAtTheDeadline();
     void closedClusterRefuses();
@@ -301,6 +302,30 @@ void TestClusterPostgres::marksAreAsOldInEveryTimeZone()
         });
     )js"));
     QCOMPARE(outcome, QStringLiteral("[\"none\",false,\"none\",0,\"none\",0,true]"));
+}
+
+/// Only the mark's own tells that an earlier attempt has committed.
+void TestClusterPostgres::duplicateOfTheWorkIsAnError()
+{
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+        return;
+    ClusterScript script;
+    script.prepareTransfers(servers.parameters(0));
+    script.makeCluster(QStringLiteral("postgresql"), nodes(servers), QString());
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        cluster.transaction(function (tx, finish) {
+            tx.query("INSERT INTO transfers (n) VALUES (1)");
+            tx.query("INSERT INTO accounts VALUES (0, 5)", finish);
+        }, function (error, value, info) {
+            cluster.committed("twice", function (failed, yes) {
+                cluster.query("SELECT n FROM transfers", function (e, result) {
+                    done([told(error), info.repeated, yes, result.rows]);
+                });
+            });
+        }, {id: "twice"});
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"duplicate 23505\",false,false,0]"));
 }
 
 void TestClusterPostgres::readsGoToReplicas()

@@ -23,6 +23,9 @@ private Q_SLOTS:
     void errorsTellTheirCodeWithAllItsDigits_data();
     void errorsTellTheirCodeWithAllItsDigits();
 
+    void lossIsKnownByItsCodeOrItsWords_data();
+    void lossIsKnownByItsCodeOrItsWords();
+
     void questionMarksArePlaceholdersWhereTheServerReadsNone_data();
     void questionMarksArePlaceholdersWhereTheServerReadsNone();
     void negativeNumberBeginsNoComment();
@@ -154,19 +157,33 @@ void TestLibraryResults::errorsTellTheirCodeWithAllItsDigits_data()
     };
     const QString postgres = QStringLiteral("PostgreSQL");
     const QString mariadb = QStringLiteral("MariaDB");
-    QTest::newRow("leading zero") << postgres << raise("08006") << "lost 08006";
+    for (const char *state : {"08000", "08001", "08003", "08006", "57P01", "57P02", "57P03"})
+        QTest::newRow(state) << postgres << raise(state)
+                             << QStringLiteral("lost ") + QLatin1String(state);
+    QTest::newRow("cancelled, which is no loss") << postgres << raise("57014") << "statement 57014";
     QTest::newRow("letters") << postgres << "SELECT 1 FROM nix"
                              << "statement 42P01";
-    QTest::newRow("conflict") << postgres << raise("40001") << "conflict 40001";
+    QTest::newRow("serialization failure") << postgres << raise("40001") << "conflict 40001";
+    QTest::newRow("deadlock") << postgres << raise("40P01") << "conflict 40P01";
     QTest::newRow("duplicate") << postgres << raise("23505") << "duplicate 23505";
     QTest::newRow("read only") << postgres << raise("25006") << "unready 25006";
     QTest::newRow("ordinary") << postgres << raise("P0001") << "statement P0001";
     QTest::newRow("missing table") << mariadb << "SELECT 1 FROM nix"
                                    << "statement 1146";
-    QTest::newRow("signal") << mariadb
-                            << "BEGIN NOT ATOMIC SIGNAL SQLSTATE '45000' SET MYSQL_ERRNO = 1213, "
-                               "MESSAGE_TEXT = 'no (40P01)'; END"
-                            << "conflict 1213";
+    const struct {
+        int number;
+        const char *kind;
+    } numbers[] = {{1213, "conflict"}, {1205, "conflict"}, {1062, "duplicate"},
+                   {1053, "lost"},     {1927, "lost"},     {1047, "unready"},
+                   {1290, "unready"},  {1406, "statement"}};
+    // A code of PostgreSQL's in the text means nothing there.
+    for (const auto &known : numbers)
+        QTest::newRow(QByteArray::number(known.number).constData())
+            << mariadb
+            << QStringLiteral("BEGIN NOT ATOMIC SIGNAL SQLSTATE '45000' SET MYSQL_ERRNO = %1, "
+                              "MESSAGE_TEXT = 'no (40P01)'; END")
+                   .arg(known.number)
+            << QStringLiteral("%1 %2").arg(QLatin1String(known.kind)).arg(known.number);
 }
 
 void TestLibraryResults::errorsTellTheirCodeWithAllItsDigits()
@@ -183,6 +200,82 @@ void TestLibraryResults::errorsTellTheirCodeWithAllItsDigits()
         script.outcome(QStringLiteral("var pool = vext.pool(%1); pool.query(sql, function (error) {"
                                       "    pool.close(function () { done(told(error)); }); });")
                            .arg(literalOf(database->parameters())));
+    QCOMPARE(outcome, QLatin1Char('"') + told + QLatin1Char('"'));
+}
+
+void TestLibraryResults::lossIsKnownByItsCodeOrItsWords_data()
+{
+    QTest::addColumn<QString>("driver");
+    QTest::addColumn<int>("number");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("told");
+    // The client library's own numbers: no server sends them.
+    for (int number : {2002, 2003, 2006, 2013, 2055})
+        QTest::newRow(QByteArray::number(number).constData())
+            << "QMYSQL" << number << "no word" << QStringLiteral("lost %1").arg(number);
+    QTest::newRow("another number") << "QMYSQL" << 2027 << "no word"
+                                    << "statement 2027";
+    QTest::newRow("a number without its zeros") << "QPSQL" << 8006 << "no word"
+                                                << "lost 08006";
+    const struct {
+        const char *driver;
+        const char *text;
+        const char *told;
+    } words[] = {
+        {"QPSQL", "server closed the connection unexpectedly", "lost"},
+        {"QPSQL", "no connection to the server", "lost"},
+        {"QPSQL", "FATAL: terminating connection due to administrator command", "lost"},
+        {"QPSQL", "could not connect to server", "lost"},
+        {"QPSQL", "could not receive data from server", "lost"},
+        {"QPSQL", "connection to server failed: Connection refused", "lost"},
+        {"QPSQL", "SSL SYSCALL error: EOF detected", "lost"},
+        {"QPSQL", "timeout expired", "lost"},
+        {"QPSQL", "FATAL: the database system is shutting down", "lost"},
+        {"QMYSQL", "Lost connection to MySQL server during query", "lost 2013"},
+        {"QMYSQL", "MySQL server has gone away", "lost 2006"},
+        {"QMYSQL", "Can't connect to MySQL server", "lost 2002"},
+        {"QMYSQL", "WSREP has not yet prepared node for application use", "unready 1047"},
+        {"QMYSQL", "running with the --read-only option", "unready 1047"},
+        {"QMYSQL", "Deadlock found when trying to get lock", "conflict 1213"},
+        {"QMYSQL", "Lock wait timeout exceeded", "conflict 1205"},
+        {"QMYSQL", "Duplicate entry '1' for key 'PRIMARY'", "duplicate 1062"},
+        {"QMYSQL", "Table 'a.b' doesn't exist", "statement 1146"},
+        {"QIBASE", "deadlock", "conflict"},
+        {"QIBASE", "lock conflict on no wait transaction", "conflict"},
+        {"QPSQL", "syntax error", "statement"},
+    };
+    for (const auto &known : words)
+        QTest::newRow(known.text) << known.driver << -1 << known.text << known.told;
+    QTest::newRow("delivered unrun") << "QPSQL" << -1 << QString() << "lost";
+}
+
+/// A connection object of the test's own, whose tasks fail as the row says.
+void TestLibraryResults::lossIsKnownByItsCodeOrItsWords()
+{
+    QFETCH(QString, driver);
+    QFETCH(int, number);
+    QFETCH(QString, text);
+    QFETCH(QString, told);
+    LibraryScript script;
+    QScriptEngine *engine = script.host().engine();
+    engine->globalObject().setProperty(QStringLiteral("text"), text);
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var db = {driverName: "%1", isOpen: true, lastError: "", lastErrors: {number: %2, type: 2,
+            text: %2 > 0 ? text : "of something else"}};
+        db.hasFeature = function () { return {}; };
+        db.query_thread = function (callback) {
+            setTimeout(function () {
+                if (text === "") {
+                    callback(false);
+                } else {
+                    callback(false, text);
+                }
+            }, 0);
+            return true;
+        };
+        vext.pages(db, {sql: "SELECT 1 AS n", key: "n"}, function () {}, function (error) { done(told(error)); });
+    )js")
+                                               .arg(driver, QString::number(number)));
     QCOMPARE(outcome, QLatin1Char('"') + told + QLatin1Char('"'));
 }
 

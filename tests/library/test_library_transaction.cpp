@@ -33,6 +33,9 @@ private Q_SLOTS:
     void serializationFailureIsTriedAgain();
     void lockedDatabaseIsTriedAgain();
     void retriesEndAtTheDeadline();
+    void pausesGrowBetweenTheirBounds_data();
+    void pausesGrowBetweenTheirBounds();
+    void deadlineIsThirtySecondsWhereNobodySaysSo();
     void commitThatFailsTellsWhy();
 
     void connectionLostDuringWorkIsReplacedByThePool();
@@ -275,15 +278,21 @@ void TestLibraryTransaction::deadlineEndsAStatementThatHangs()
     NEEDS("PostgreSQL", parameters);
     LibraryScript script;
     const QString outcome = script.outcome(QString::fromUtf8(R"js(
-        var pool = vext.pool(%1), began = Date.now();
+        var pool = vext.pool(%1), outside = open(%1), released = false;
+        must(outside, "SELECT pg_advisory_lock(11)");
         vext.transaction(pool, function (tx, finish) {
-            tx.query("SELECT pg_sleep(8)", finish);
+            tx.query("SELECT pg_advisory_lock(11)", finish);
         }, function (error) {
-            var early = Date.now() - began < 7000;
             pool.query("SELECT 1", function (later) {
+                var early = !released;
+                must(outside, "SELECT pg_advisory_unlock(11)"); // the worker of the first one comes back
                 pool.close(function () { done([told(error), early, told(later)]); });
             });
         }, {deadlineMs: 100});
+        setTimeout(function () {
+            released = true;
+            must(outside, "SELECT pg_advisory_unlock_all()");
+        }, 30000);
     )js")
                                                .arg(parameters));
     QCOMPARE(outcome, QStringLiteral("[\"timeout\",true,\"none\"]"));
@@ -393,6 +402,75 @@ void TestLibraryTransaction::retriesEndAtTheDeadline()
         }, {deadlineMs: 500, backoffMaxMs: 50});
     )js"));
     QCOMPARE(outcome, QStringLiteral("[\"conflict\",true]"));
+}
+
+void TestLibraryTransaction::pausesGrowBetweenTheirBounds_data()
+{
+    QTest::addColumn<QString>("options");
+    QTest::addColumn<QString>("random");
+    QTest::addColumn<QString>("pauses"); // before the attempts from the second one on
+    QTest::newRow("shortest") << "{}"
+                              << "0"
+                              << "20,20,20,20,20,20,20,20";
+    QTest::newRow("longest") << "{}"
+                             << "1"
+                             << "40,80,160,320,640,1000,1000,1000";
+    QTest::newRow("in between") << "{}"
+                                << "0.5"
+                                << "30,50,90,170,330,510,510,510";
+    QTest::newRow("own bounds") << "{backoffMs: 5, backoffMaxMs: 30}"
+                                << "1"
+                                << "10,20,30,30,30,30,30,30";
+}
+
+/// The clock of the test runs through all pauses at once.
+void TestLibraryTransaction::pausesGrowBetweenTheirBounds()
+{
+    QFETCH(QString, options);
+    QFETCH(QString, random);
+    QFETCH(QString, pauses);
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pauses = [], inWork = false, own = Math.random, set = setTimeout;
+        Math.random = function () { return %2; };
+        vext.timers(function (task, ms) {
+            pauses.push(ms);
+            return set(task, ms > 5000 ? ms : 0);
+        }, clearTimeout);
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:"});
+        vext.transaction(pool, function (tx, finish) {
+            var error = new Error("as a deadlock");
+            error.kind = tx.attempt < 9 ? "conflict" : "statement";
+            finish(error);
+        }, function (error, value, info) {
+            Math.random = own;
+            vext.timers(set, clearTimeout);
+            // What is longer is the deadline's and the waiting for a connection.
+            var seen = pauses.filter(function (ms) { return ms <= 1000; }).join();
+            pool.close(function () { done([info.attempts, seen]); });
+        }, %1);
+    )js")
+                                               .arg(options, random));
+    QCOMPARE(outcome, QStringLiteral("[9,\"%1\"]").arg(pauses));
+}
+
+void TestLibraryTransaction::deadlineIsThirtySecondsWhereNobodySaysSo()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var longest = 0, set = setTimeout;
+        vext.timers(function (task, ms) {
+            longest = Math.max(longest, ms);
+            return set(task, ms);
+        }, clearTimeout);
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", waitMs: 0});
+        vext.transaction(pool, function (tx, finish) { finish(); }, function (error, value, info) {
+            pool.close(function () {
+                done([told(error), longest <= 30000 && longest + info.milliseconds >= 30000]);
+            });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",true]"));
 }
 
 void TestLibraryTransaction::commitThatFailsTellsWhy()
