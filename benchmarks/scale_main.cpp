@@ -4,20 +4,21 @@
 /// PostgreSQL with two standbys, and on Galera.
 ///
 ///     vext-scale [--seconds N] [--most N]
+///     vext-scale --failover N
 ///
+/// The second prints what a cluster keeps and how long it pauses when its node is killed, N times.
 /// Ends with 1 when a measurement failed.
 
 #include "galera_cluster.h"
 #include "postgres_cluster.h"
+#include "scale_failover.h"
+#include "scale_run.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTextStream>
 #include <QVector>
 
@@ -27,7 +28,6 @@ namespace
 {
 
 constexpr int Sizes[] = {1, 2, 5, 10, 20, 50, 100, 200};
-constexpr int LineTimeoutMs = 120000;
 
 QTextStream &out()
 {
@@ -84,25 +84,6 @@ double cpuMs(const QVector<qint64> &servers)
     return sum;
 }
 
-QJsonObject settingsOf(const ConnectionParameters &parameters)
-{
-    return {{QStringLiteral("driverName"), parameters.driverName},
-            {QStringLiteral("databaseName"), parameters.databaseName},
-            {QStringLiteral("userName"), parameters.userName},
-            {QStringLiteral("password"), parameters.password},
-            {QStringLiteral("hostName"), parameters.hostName},
-            {QStringLiteral("port"), parameters.port}};
-}
-
-template <typename Cluster>
-QJsonObject clusterSettings(const Cluster &cluster, const QString &engine)
-{
-    QJsonArray nodes;
-    for (int i = 0; i < cluster.count(); ++i)
-        nodes << settingsOf(cluster.parameters(i));
-    return {{QStringLiteral("engine"), engine}, {QStringLiteral("nodes"), nodes}};
-}
-
 template <typename Cluster>
 QVector<qint64> processesOf(const Cluster &cluster)
 {
@@ -112,42 +93,6 @@ QVector<qint64> processesOf(const Cluster &cluster)
     return result;
 }
 
-/// One process of the reference host that runs scale.js.
-class Run
-{
-public:
-    Run(const QJsonObject &settings, int connections, int seconds)
-    {
-        const QString folder = QStringLiteral(VEXT_SOURCE_DIR);
-        m_process.start(QStringLiteral(VEXT_RUN_FILE),
-                        {QStringLiteral("--plugin"), QStringLiteral(VEXT_PLUGIN_FILE),
-                         folder + QStringLiteral("/benchmarks/scale.js"),
-                         folder + QStringLiteral("/library/vext.js"),
-                         QString::fromUtf8(QJsonDocument(settings).toJson(QJsonDocument::Compact)),
-                         QString::number(connections), QString::number(seconds)});
-    }
-    ~Run()
-    {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
-
-    qint64 pid() const { return m_process.processId(); }
-    /// The next line, empty after an end or a time-out.
-    QByteArray line()
-    {
-        while (!m_process.canReadLine()) {
-            if (!m_process.waitForReadyRead(LineTimeoutMs))
-                return {};
-        }
-        return m_process.readLine().trimmed();
-    }
-    QByteArray errors() { return m_process.readAllStandardError(); }
-
-private:
-    QProcess m_process;
-};
-
 /// Measures all sizes on one system and prints a line each. @return whether all went well
 bool measure(const QString &name, const QJsonObject &settings, const QVector<qint64> &servers,
              int seconds, int most)
@@ -156,7 +101,9 @@ bool measure(const QString &name, const QJsonObject &settings, const QVector<qin
     for (int connections : Sizes) {
         if (connections > most)
             break;
-        Run run(settings, connections, seconds);
+        ScaleRun run(
+            QStringLiteral("scale.js"),
+            {ScaleRun::text(settings), QString::number(connections), QString::number(seconds)});
         if (run.line() != "begin") {
             out() << name << ' ' << connections << " failed: " << run.errors() << Qt::endl;
             return false;
@@ -234,7 +181,13 @@ int main(int argc, char **argv)
                       QStringLiteral("N"), QStringLiteral("5")});
     parser.addOption({QStringLiteral("most"), QStringLiteral("connections at most"),
                       QStringLiteral("N"), QStringLiteral("200")});
+    parser.addOption({QStringLiteral("failover"), QStringLiteral("instead: kill nodes, so often"),
+                      QStringLiteral("N")});
     parser.process(application);
+    if (parser.isSet(QStringLiteral("failover")))
+        return ScaleFailover::measure(qMax(1, parser.value(QStringLiteral("failover")).toInt()))
+                   ? 0
+                   : 1;
     const int seconds = qMax(1, parser.value(QStringLiteral("seconds")).toInt());
     const int most = qMax(1, parser.value(QStringLiteral("most")).toInt());
     out() << qSetFieldWidth(24) << Qt::left << "system" << qSetFieldWidth(12) << Qt::right

@@ -10,6 +10,7 @@
 #include <QtTest>
 
 #include <csignal>
+#include <memory>
 
 class TestClusterPostgres : public QObject
 {
@@ -28,15 +29,19 @@ private Q_SLOTS:
     void marksCanBeAskedAndCleaned();
     void marksAreAsOldInEveryTimeZone();
     void duplicateOfTheWorkIsAnError();
-    void readsGoToReplicas();
+    void readsGoToReplicas(); // ends nodes
     void noNodeIsAnErrorAtTheDeadline();
     void closedClusterRefuses();
     void exampleLosesNothingWithItsNode();
 
 private:
     bool start(PostgresCluster &cluster, PostgresCluster::Commit commit);
+    /// The cluster of the tests that leave all nodes alive, with asynchronous replication and no
+    /// tables; null when it does not start. The last test that uses it may end nodes.
+    PostgresCluster *shared();
     static QStringList nodes(const PostgresCluster &cluster);
 
+    std::unique_ptr<PostgresCluster> m_shared;
     QString m_reason;
 };
 
@@ -64,6 +69,22 @@ bool TestClusterPostgres::start(PostgresCluster &cluster, PostgresCluster::Commi
         return true;
     QTest::qFail(qPrintable(cluster.error()), __FILE__, __LINE__);
     return false;
+}
+
+PostgresCluster *TestClusterPostgres::shared()
+{
+    if (!m_shared) {
+        m_shared = std::make_unique<PostgresCluster>();
+        if (!start(*m_shared, PostgresCluster::Commit::Asynchronous))
+            m_shared.reset();
+    }
+    if (m_shared) {
+        LibraryScript script;
+        script.eval(QStringLiteral("var db = open(%1); must(db, 'DROP TABLE IF EXISTS accounts, "
+                                   "transfers, vext_marks, own_marks');")
+                        .arg(literalOf(m_shared->parameters(0))));
+    }
+    return m_shared.get();
 }
 
 QStringList TestClusterPostgres::nodes(const PostgresCluster &cluster)
@@ -127,9 +148,10 @@ void TestClusterPostgres::commitWithoutAnAnswerIsDoneOnce_data()
 void TestClusterPostgres::commitWithoutAnAnswerIsDoneOnce()
 {
     QFETCH(bool, committed);
-    PostgresCluster servers;
-    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+    PostgresCluster *cluster = shared();
+    if (!cluster)
         return;
+    PostgresCluster &servers = *cluster;
     TcpRelay relay;
     QVERIFY(relay.start(quint16(servers.port(0))));
     ConnectionParameters through = servers.parameters(0);
@@ -139,7 +161,7 @@ void TestClusterPostgres::commitWithoutAnAnswerIsDoneOnce()
     script.prepareTransfers(servers.parameters(0));
     script.eval(QString::fromUtf8(R"js(
         var direct = open(%1);
-        must(direct, "CREATE FUNCTION hold() RETURNS trigger LANGUAGE plpgsql AS " +
+        must(direct, "CREATE OR REPLACE FUNCTION hold() RETURNS trigger LANGUAGE plpgsql AS " +
             "'BEGIN PERFORM pg_advisory_xact_lock(7); RETURN NULL; END'");
         must(direct, "CREATE CONSTRAINT TRIGGER slow AFTER INSERT ON transfers DEFERRABLE INITIALLY DEFERRED " +
             "FOR EACH ROW EXECUTE FUNCTION hold()");
@@ -185,9 +207,10 @@ void TestClusterPostgres::commitWithoutAnAnswerIsDoneOnce()
 
 void TestClusterPostgres::linesThatAreCutLoseNothing()
 {
-    PostgresCluster servers;
-    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+    PostgresCluster *cluster = shared();
+    if (!cluster)
         return;
+    PostgresCluster &servers = *cluster;
     TcpRelay relay;
     QVERIFY(relay.start(quint16(servers.port(0))));
     ConnectionParameters through = servers.parameters(0);
@@ -233,9 +256,10 @@ void TestClusterPostgres::asynchronousReplicationLosesWhatWasAcknowledged()
 
 void TestClusterPostgres::marksCanBeAskedAndCleaned()
 {
-    PostgresCluster servers;
-    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+    PostgresCluster *cluster = shared();
+    if (!cluster)
         return;
+    PostgresCluster &servers = *cluster;
     ClusterScript script;
     script.prepareTransfers(servers.parameters(0));
     script.makeCluster(QStringLiteral("postgresql"), nodes(servers),
@@ -276,9 +300,10 @@ void TestClusterPostgres::marksCanBeAskedAndCleaned()
 
 void TestClusterPostgres::marksAreAsOldInEveryTimeZone()
 {
-    PostgresCluster servers;
-    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+    PostgresCluster *cluster = shared();
+    if (!cluster)
         return;
+    PostgresCluster &servers = *cluster;
     ClusterScript script;
     script.makeCluster(QStringLiteral("postgresql"), nodes(servers),
                        QStringLiteral(", init: \"SET timezone = 'UTC'\""));
@@ -307,9 +332,10 @@ void TestClusterPostgres::marksAreAsOldInEveryTimeZone()
 /// Only the mark's own tells that an earlier attempt has committed.
 void TestClusterPostgres::duplicateOfTheWorkIsAnError()
 {
-    PostgresCluster servers;
-    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+    PostgresCluster *cluster = shared();
+    if (!cluster)
         return;
+    PostgresCluster &servers = *cluster;
     ClusterScript script;
     script.prepareTransfers(servers.parameters(0));
     script.makeCluster(QStringLiteral("postgresql"), nodes(servers), QString());
@@ -330,9 +356,10 @@ void TestClusterPostgres::duplicateOfTheWorkIsAnError()
 
 void TestClusterPostgres::readsGoToReplicas()
 {
-    PostgresCluster servers;
-    if (!start(servers, PostgresCluster::Commit::Asynchronous))
+    PostgresCluster *cluster = shared();
+    if (!cluster)
         return;
+    PostgresCluster &servers = *cluster;
     ClusterScript script;
     script.makeCluster(QStringLiteral("postgresql"), nodes(servers), QString());
     script.eval(QString::fromUtf8(R"js(
@@ -416,7 +443,7 @@ void TestClusterPostgres::exampleLosesNothingWithItsNode()
                {QStringLiteral("--plugin"), QStringLiteral(VEXT_PLUGIN_FILE), example,
                 QStringLiteral("nodes=") + addresses.join(QLatin1Char(',')),
                 QStringLiteral("databaseName=postgres"), QStringLiteral("userName=vext"),
-                QStringLiteral("seconds=%1").arg(scaledMs(4000) / 1000)});
+                QStringLiteral("seconds=%1").arg(scaledMs(3000) / 1000)});
     // Transfers are under way when the first balance has changed.
     LibraryScript script;
     script.eval(QStringLiteral("var db = open(%1);").arg(literalOf(servers.parameters(0))));

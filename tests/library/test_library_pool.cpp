@@ -575,13 +575,19 @@ void TestLibraryPool::waitingWithoutEndIsPossible()
 {
     LibraryScript script;
     const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var longest = 0, set = setTimeout;
+        vext.timers(function (task, ms) {
+            longest = Math.max(longest, ms);
+            return set(task, ms);
+        }, clearTimeout);
         var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", size: 1, waitMs: Infinity});
         vext.transaction(pool, function (tx, finish) { setTimeout(finish, 50); }, null, {deadlineMs: Infinity});
         pool.query("SELECT 1", function (error) {
-            pool.close(function () { done(told(error)); });
+            // What is more is over at once in many a host.
+            pool.close(function () { done([told(error), longest]); });
         });
     )js"));
-    QCOMPARE(outcome, QStringLiteral("\"none\""));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",2147483647]"));
 }
 
 namespace
