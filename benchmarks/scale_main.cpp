@@ -28,6 +28,7 @@ namespace
 {
 
 constexpr int Sizes[] = {1, 2, 5, 10, 20, 50, 100, 200};
+constexpr int FewConnections = 50;
 
 QTextStream &out()
 {
@@ -119,12 +120,14 @@ bool measure(const QString &name, const QJsonObject &settings, const QVector<qin
         const double memory = memoryMb(run.pid());
         if (connections == 1)
             alone = memory;
+        // What the script's own objects take differs by more than a few connections do.
+        const bool few = connections < FewConnections;
         out() << qSetFieldWidth(24) << Qt::left << name << qSetFieldWidth(12) << Qt::right
               << connections << qRound(tasks / seconds)
               << QString::number((cpuMs(run.pid()) - ours) * 1000 / tasks, 'f', 1)
               << QString::number((cpuMs(servers) - theirs) * 1000 / tasks, 'f', 1)
-              << (connections == 1 ? QStringLiteral("-")
-                                   : QString::number((memory - alone) / (connections - 1), 'f', 2))
+              << (few ? QStringLiteral("-")
+                      : QString::number((memory - alone) / (connections - 1), 'f', 2))
               << qSetFieldWidth(0) << Qt::endl;
     }
     return true;

@@ -429,12 +429,15 @@ void TestLibraryBulk::quotedNamesAndArraysAreStored()
             vext.insertRows(db, "\"Odd Name\"", ["\"Id\"", "list"], [[2, "{1,2}"]], function (other) {
                 var rows = must(db, "SELECT \"Id\", list, extract(epoch FROM at)::int, bits FROM \"Odd Name\" " +
                     "ORDER BY 1").fields_index;
-                done([told(error), told(other), rows]);
+                vext.pages(db, {sql: "SELECT \"Id\" FROM \"Odd Name\"", key: "\"Id\"", size: 1}, function () {},
+                    function (failed, seen) { done([told(error), told(other), rows, told(failed), seen.rows]); });
             });
         });
     )js"));
-    QCOMPARE(outcome, QStringLiteral(
-                          "[\"none\",\"none\",[[1,2],[null,\"{1,2}\"],[0,null],[\"101\",null]]]"));
+    QCOMPARE(
+        outcome,
+        QStringLiteral(
+            "[\"none\",\"none\",[[1,2],[null,\"{1,2}\"],[0,null],[\"101\",null]],\"none\",2]"));
 }
 
 SYSTEMS(numbersAreExact)
