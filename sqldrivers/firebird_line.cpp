@@ -62,7 +62,6 @@ struct FirebirdLine::Watch::State {
     std::shared_ptr<Question> question; ///< mutex; null until it is asked
     DeadlineWatch::Id end = 0;          ///< mutex; when the question has waited long enough
     std::atomic<bool> isOver{false};
-    std::atomic<bool> isCut{false};
 
     explicit State(const FirebirdLine &watched)
         : line(watched)
@@ -90,7 +89,6 @@ void FirebirdLine::Watch::State::cutUnlessAnswered()
         if (question && question->isAnswered)
             return;
     }
-    isCut = true;
     line.m_client.cancel(line.m_connection, FirebirdClient::Abort);
 }
 
@@ -99,11 +97,8 @@ FirebirdLine::Watch::Watch(const FirebirdLine &line, int askAfterMs)
     if (!line.isRemote())
         return;
     m_state = std::make_shared<State>(line);
-    if (askAfterMs > 0)
-        m_question = DeadlineWatch::instance().add(askAfterMs,
-                                                   [state = m_state] { State::askServer(state); });
-    else
-        State::askServer(m_state);
+    m_question =
+        DeadlineWatch::instance().add(askAfterMs, [state = m_state] { State::askServer(state); });
 }
 
 FirebirdLine::Watch::~Watch()
@@ -111,8 +106,7 @@ FirebirdLine::Watch::~Watch()
     if (!m_state)
         return;
     m_state->isOver = true;
-    if (m_question)
-        DeadlineWatch::instance().remove(m_question);
+    DeadlineWatch::instance().remove(m_question);
     DeadlineWatch::Id end = 0;
     {
         const QMutexLocker locker(&m_state->mutex);
@@ -120,9 +114,4 @@ FirebirdLine::Watch::~Watch()
     }
     if (end)
         DeadlineWatch::instance().remove(end);
-}
-
-bool FirebirdLine::Watch::hasCut() const
-{
-    return m_state && m_state->isCut;
 }

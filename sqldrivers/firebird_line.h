@@ -9,8 +9,8 @@
 #include <chrono>
 #include <memory>
 
-/// Firebird's client library waits for an answer without an end, and a request to cancel changes
-/// nothing about that when the server is dead. A live one, though, may take long to undo a change.
+/// Firebird's client library waits for an answer without an end, also when the server is dead. A
+/// live one, though, may take long to undo a change.
 /// So the two are told apart by a new connection to the same server: when that is not answered
 /// either, the line is cut, and what waited for it fails.
 class FirebirdLine
@@ -31,7 +31,7 @@ public:
 
     bool isRemote() const { return !m_address.isEmpty(); }
 
-    /// Watches over one call, or one statement, for as long as it lives. Any thread.
+    /// Watches over calls for as long as it lives. Any thread.
     class Watch : public LineWatch
     {
     public:
@@ -40,9 +40,6 @@ public:
         ~Watch() override;
         Watch(const Watch &) = delete;
         Watch &operator=(const Watch &) = delete;
-
-        /// Whether the line was cut.
-        bool hasCut() const;
 
     private:
         struct State;

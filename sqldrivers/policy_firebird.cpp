@@ -1,5 +1,6 @@
 #include "policy_firebird.h"
 
+#include "firebird_cancel.h"
 #include "firebird_columns.h"
 #include "word_table.h"
 
@@ -205,6 +206,10 @@ void FirebirdPolicy::opened(const OpenParameters &parameters)
     m_inTransaction = m_ownTransaction = false;
     m_isUtf8 = parameters.options.contains(QLatin1String("UTF8"), Qt::CaseInsensitive);
     m_address = addressOf(parameters);
+    const QString path =
+        parameters.host.isEmpty() ? parameters.database.mid(m_address.size()) : parameters.database;
+    m_second = {m_address + path.toLocal8Bit(), parameters.user.toLocal8Bit(),
+                parameters.password.toLocal8Bit()};
 }
 
 bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
@@ -216,8 +221,11 @@ bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Can
     m_client.resolve();
     m_connection = nativeHandle<FirebirdClient::Handle>();
     m_line = std::make_unique<FirebirdLine>(m_client, m_connection, m_address);
-    if (m_line->isRemote())
+    if (m_line->isRemote()) {
         m_socket = std::make_unique<SocketWatch>(m_finder->find([this] { answers(); }));
+        m_number = m_client.number(m_connection);
+        m_cancel = std::make_unique<RepeatedCancel>();
+    }
     m_finder.reset();
     m_lastLook.start();
     return true;
@@ -233,6 +241,8 @@ void FirebirdPolicy::detach()
     m_connection = 0;
     m_client = FirebirdClient();
     m_line.reset();
+    m_second = FirebirdAddress();
+    m_cancel.reset();
 }
 
 // --- Statements ---
@@ -421,20 +431,16 @@ void FirebirdPolicy::interrupt(CancelGate::Phase phase, bool alone)
 {
     Q_UNUSED(alone)
     Q_UNUSED(phase)
-    m_client.cancel(m_connection, FirebirdClient::Raise);
-    const QMutexLocker locker(&m_mutex);
-    if (!m_request && m_line)
-        m_request = std::make_unique<FirebirdLine::Watch>(*m_line, 0);
+    if (m_cancel)
+        m_cancel->begin(
+            std::make_shared<FirebirdCancel>(m_client, m_second, m_connection, m_number));
+    else
+        m_client.cancel(m_connection, FirebirdClient::Raise);
 }
 
 bool FirebirdPolicy::settle()
 {
-    std::unique_ptr<FirebirdLine::Watch> request;
-    {
-        const QMutexLocker locker(&m_mutex);
-        request.swap(m_request);
-    }
-    if (request && request->hasCut())
+    if (m_cancel && !m_cancel->settle())
         return false;
     // Both of them forget a mark that nothing has noticed.
     for (const auto option : {FirebirdClient::Disable, FirebirdClient::Enable})

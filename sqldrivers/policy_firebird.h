@@ -5,24 +5,24 @@
 #include "firebird_client.h"
 #include "firebird_line.h"
 #include "policy.h"
+#include "repeated_cancel.h"
 #include "socket_finder.h"
 #include "socket_watch.h"
 
 #include <QElapsedTimer>
-#include <QMutex>
 
 #include <memory>
 
 /// One connection to Firebird, over the network or embedded.
 ///
-/// Cancelling: the client library marks the connection, and what runs there ends at its next look
-/// at the mark. A mark that nothing has noticed would end the next statement, so settle() takes it
-/// away. The stock driver commits by itself behind a statement outside of a transaction, and loses
-/// a transaction whose commit was ended by such a mark, locks and all: so a statement without rows
-/// gets a transaction of this policy's own, which is committed when nothing can be cancelled any
-/// more. The stock driver keeps the status vector to itself: states are told from code and text.
-/// The line to a server that is dead is cut. A lost line is seen at its socket; otherwise the
-/// server is asked.
+/// Cancelling: the connection is marked, and what runs there ends at its next look at the mark. The
+/// engine in this process does so for the client library, a server over a second connection. A mark
+/// that nothing has noticed would end the next statement, so settle() takes it away. The stock
+/// driver commits by itself behind a statement outside of a transaction, and loses a transaction
+/// whose commit was ended by such a mark, locks and all: so a statement without rows gets a
+/// transaction of this policy's own, which is committed when nothing can be cancelled any more. The
+/// stock driver keeps the status vector to itself: states are told from code and text. The line to
+/// a server that is dead is cut. A lost line is seen at its socket; otherwise the server is asked.
 class FirebirdPolicy : public Policy
 {
 public:
@@ -37,7 +37,7 @@ public:
                 QSqlError *error) override;
     void detach() override;
     bool resultsHoldSession() const override { return true; } ///< by their transactions
-    bool canCancel() const override { return m_client.canCancel(); }
+    bool canCancel() const override { return m_client.canCancel() && (!m_cancel || m_number != 0); }
 
     std::unique_ptr<BoundStatement> makeStatement(StatementPlan plan) override;
     QSqlError refusal(const QString &text) override;
@@ -79,10 +79,11 @@ private:
     FirebirdClient::Handle m_connection = 0;
     QByteArray m_address; ///< of the server, empty for the engine in this process
     std::unique_ptr<FirebirdLine> m_line;
-    std::unique_ptr<SocketFinder> m_finder; ///< while the connection is being opened
-    std::unique_ptr<SocketWatch> m_socket;  ///< null for the engine in this process
-    QMutex m_mutex;
-    std::unique_ptr<FirebirdLine::Watch> m_request; ///< m_mutex; since the statement is cancelled
+    std::unique_ptr<SocketFinder> m_finder;   ///< while the connection is being opened
+    std::unique_ptr<SocketWatch> m_socket;    ///< null for the engine in this process
+    FirebirdAddress m_second;                 ///< of a connection that cancels
+    qint64 m_number = 0;                      ///< of this connection, 0 for the engine
+    std::unique_ptr<RepeatedCancel> m_cancel; ///< null for the engine in this process
     bool m_isUtf8 = false;
     bool m_wantsExactNumbers = false;
     Command m_command = Command::Rollback; ///< the last one that was begun

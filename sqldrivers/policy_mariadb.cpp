@@ -1,18 +1,15 @@
 #include "policy_mariadb.h"
 
-#include "deadline_watch.h"
 #include "leading_word.h"
 #include "mariadb_literal.h"
 #include "word_table.h"
 
 #include <QCoreApplication>
-#include <QMutexLocker>
 #include <QSqlField>
 
 #include <algorithm>
-#include <chrono>
 #include <iterator>
-#include <thread>
+#include <utility>
 
 namespace
 {
@@ -25,12 +22,6 @@ QString tr(const char *text)
 // Of the client library's header: types of numbers that are not exact.
 constexpr int FieldFloat = 4;
 constexpr int FieldDouble = 5;
-
-/// A server that has not taken a request by then is as good as dead.
-constexpr int DeadServerMs = 2000;
-/// The request that came before the statement had reached the server is repeated.
-constexpr int RepeatMs = 250;
-constexpr int LookMs = 2;
 
 /// The numbers by which server and client say that the connection is over.
 bool isLossNumber(unsigned int number)
@@ -108,54 +99,41 @@ public:
     }
 };
 
-} // namespace
+/// KILL QUERY.
+class Kill : public RepeatedCancel::Way
+{
+public:
+    Kill(const MariaDbClient &client, MariaDbAddress address, QByteArray text,
+         std::shared_ptr<SocketWatch> line)
+        : m_client(client)
+        , m_address(std::move(address))
+        , m_text(std::move(text))
+        , m_line(std::move(line))
+    {
+    }
 
-/// A request to cancel, repeated until its statement is over.
-struct MariaDbPolicy::Request {
-    MariaDbClient client;
-    MariaDbAddress address;
-    QByteArray text;
-    std::shared_ptr<SocketWatch> socket;
-    std::atomic<bool> isOver{false};
-    /// The server did not answer in time, and the line was cut. Shared with the watch.
-    std::shared_ptr<std::atomic<bool>> isCut = std::make_shared<std::atomic<bool>>(false);
+    bool open() override
+    {
+        m_connection = m_client.open(m_address);
+        return m_connection != nullptr;
+    }
+    bool ask() override { return m_client.run(m_connection, m_text); }
+    void close() override
+    {
+        if (m_connection)
+            m_client.close(m_connection);
+    }
+    void cut() override { m_line->cut(); }
 
-    void repeat();
-    bool ask(st_mysql *&connection);
+private:
+    MariaDbClient m_client;
+    MariaDbAddress m_address;
+    QByteArray m_text;
+    std::shared_ptr<SocketWatch> m_line;
+    st_mysql *m_connection = nullptr;
 };
 
-/// @return whether the server has taken the request
-bool MariaDbPolicy::Request::ask(st_mysql *&connection)
-{
-    if (!connection)
-        connection = client.open(address);
-    // Opening takes its time, and the statement may be over by now.
-    return connection && !isOver && client.run(connection, text);
-}
-
-/// In a thread of its own. The statement may wait for a server that is dead without a time-out:
-/// when the server does not take the request either, the line is cut.
-void MariaDbPolicy::Request::repeat()
-{
-    DeadlineWatch &watch = DeadlineWatch::instance();
-    DeadlineWatch::Id deadline = watch.add(DeadServerMs, [line = socket, cut = isCut] {
-        *cut = true;
-        line->cut();
-    });
-    st_mysql *connection = nullptr;
-    while (!isOver) {
-        if (ask(connection)) {
-            watch.remove(deadline);
-            deadline = 0;
-        }
-        for (int ms = 0; ms < RepeatMs && !isOver; ms += LookMs)
-            std::this_thread::sleep_for(std::chrono::milliseconds(LookMs));
-    }
-    if (deadline)
-        watch.remove(deadline);
-    if (connection)
-        client.close(connection);
-}
+} // namespace
 
 // --- Opening and closing ---
 
@@ -183,7 +161,7 @@ bool MariaDbPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Canc
                            QSqlError::ConnectionError);
         return false;
     }
-    m_requests = DetachedCancel(); // one of the last session may still be stuck
+    m_cancel = std::make_unique<RepeatedCancel>(); // a request of the last may still be stuck
     m_socket = std::make_shared<SocketWatch>(m_client.socket(m_connection));
     m_killText = "KILL QUERY " + QByteArray::number(qulonglong(m_client.session(m_connection)));
     // The stock driver's own choice holds three bytes a character and refuses an emoji.
@@ -320,29 +298,10 @@ QVector<ColumnRule> MariaDbPolicy::columnRules(const QSqlRecord &columns, const 
 
 void MariaDbPolicy::interrupt(CancelGate::Phase, bool)
 {
-    QMutexLocker locker(&m_mutex);
-    if (m_request)
-        return; // it repeats itself
-    auto request = std::make_shared<Request>();
-    request->client = m_client;
-    request->address = m_address;
-    request->text = m_killText;
-    request->socket = m_socket;
-    if (m_requests.start([request] { request->repeat(); }))
-        m_request = request;
+    m_cancel->begin(std::make_shared<Kill>(m_client, m_address, m_killText, m_socket));
 }
 
 bool MariaDbPolicy::settle()
 {
-    std::shared_ptr<Request> request;
-    {
-        QMutexLocker locker(&m_mutex);
-        request.swap(m_request);
-    }
-    if (!request)
-        return true;
-    request->isOver = true;
-    // On a line that was cut it may still be connecting to the dead server. Nothing of this
-    // connection can be hit by it any more, so it is left behind instead of being waited for.
-    return !*request->isCut && m_requests.settle();
+    return m_cancel->settle();
 }

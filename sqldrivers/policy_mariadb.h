@@ -2,12 +2,10 @@
 /// What MariaDB and MySQL do differently.
 #pragma once
 
-#include "detached_cancel.h"
 #include "mariadb_client.h"
 #include "policy.h"
+#include "repeated_cancel.h"
 #include "socket_watch.h"
-
-#include <QMutex>
 
 #include <memory>
 
@@ -47,18 +45,14 @@ public:
     bool settle() override;
 
 private:
-    struct Request;
-
     void learnQuoting() const;
 
     MariaDbClient m_client;
     st_mysql *m_connection = nullptr; ///< the stock driver's
     MariaDbAddress m_address;
     QByteArray m_killText;
-    std::shared_ptr<SocketWatch> m_socket; ///< shared with the deadline of a request
-    QMutex m_mutex;
-    std::shared_ptr<Request> m_request; ///< m_mutex; of the statement that runs
-    DetachedCancel m_requests;
+    std::shared_ptr<SocketWatch> m_socket;    ///< shared with a request
+    std::unique_ptr<RepeatedCancel> m_cancel; ///< while there is a session
     bool m_hasServerTimeout = false;
     mutable SqlDialect m_dialect = SqlDialect::MariaDb; ///< by the session's mode
     mutable bool m_knowsDialect = false;                ///< no statement may have changed it since

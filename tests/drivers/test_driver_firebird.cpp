@@ -13,6 +13,8 @@
 #include <QSqlRecord>
 #include <QtTest>
 
+#include <vector>
+
 namespace
 {
 
@@ -40,6 +42,10 @@ private Q_SLOTS:
     void threeSubscriptionsAreQuickAndTheirEventsArrive_data() { bothKinds(); }
     void threeSubscriptionsAreQuickAndTheirEventsArrive();
     void killedServerIsSeenAndTheWorkerReopens();
+    void errorInALaterRowLeavesTheConnectionAlone_data();
+    void errorInALaterRowLeavesTheConnectionAlone();
+    void errorThatWaitsBehindUnreadRowsIsNoLoss_data() { bothKinds(); }
+    void errorThatWaitsBehindUnreadRowsIsNoLoss();
 
 private:
     static void bothKinds();
@@ -233,6 +239,88 @@ void TestDriverFirebird::killedServerIsSeenAndTheWorkerReopens()
     QVERIFY(script.mustRun(Way::Here, QStringLiteral("db"), one));
     if (!script.ask(Way::Thread, QStringLiteral("db"), one))
         QVERIFY(script.mustRun(Way::Thread, QStringLiteral("db"), one));
+}
+
+// --- Errors between rows: a server sends them ahead, like the rows ---
+
+namespace
+{
+
+/// Fails with a division by zero behind that many rows.
+QString failingBehind(int rows)
+{
+    return QStringLiteral("EXECUTE BLOCK RETURNS (i INTEGER) AS BEGIN i = 0; WHILE (i < %1) DO "
+                          "BEGIN i = i + 1; SUSPEND; END i = 1 / (i - i); SUSPEND; END")
+        .arg(rows);
+}
+
+/// Reads to the end. @return the number of rows
+int rest(QSqlQuery &query)
+{
+    int rows = 0;
+    while (query.next())
+        ++rows;
+    return rows;
+}
+
+} // namespace
+
+void TestDriverFirebird::errorInALaterRowLeavesTheConnectionAlone_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<int>("rows");
+    for (const QString &system : {Embedded, Server}) {
+        // The client asks for 1,000 at a time, and for the next ones before it has read the last.
+        for (int rows : {0, 1, 77, 999, 1000, 1500, 5000})
+            QTest::addRow("%s, behind %d rows", qPrintable(system), rows) << system << rows;
+    }
+}
+
+void TestDriverFirebird::errorInALaterRowLeavesTheConnectionAlone()
+{
+    QFETCH(QString, system);
+    QFETCH(int, rows);
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db = open(system, QString());
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    for (int round = 0; round < 3; ++round) {
+        QVERIFY2(query.exec(failingBehind(rows)), qPrintable(query.lastError().text()));
+        QCOMPARE(rest(query), rows);
+        QCOMPARE(query.lastError().type(), QSqlError::StatementError);
+        QCOMPARE(query.lastError().nativeErrorCode(), QStringLiteral("22012"));
+        QVERIFY(db.isOpen());
+        QVERIFY2(query.exec(QStringLiteral("SELECT 7 FROM rdb$database")) && query.next(),
+                 qPrintable(query.lastError().text()));
+        QCOMPARE(query.value(0).toInt(), 7);
+    }
+}
+
+void TestDriverFirebird::errorThatWaitsBehindUnreadRowsIsNoLoss()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db = open(system, QString());
+    const QVector<int> rows{300, 999, 1500};
+    std::vector<QSqlQuery> halfRead;
+    for (int count : rows) {
+        QSqlQuery query(db);
+        query.setForwardOnly(true);
+        QVERIFY2(query.exec(failingBehind(count)), qPrintable(query.lastError().text()));
+        QVERIFY(query.next());
+        halfRead.push_back(query);
+    }
+    constexpr int PastTheNextLookMs = 300;
+    QElapsedTimer timer;
+    timer.start();
+    while (!timer.hasExpired(PastTheNextLookMs))
+        QVERIFY(db.isOpen());
+    for (int i = 0; i < rows.size(); ++i) {
+        QSqlQuery &query = halfRead[std::size_t(i)];
+        QCOMPARE(rest(query), rows.at(i) - 1);
+        QCOMPARE(query.lastError().nativeErrorCode(), QStringLiteral("22012"));
+    }
+    QVERIFY(db.isOpen());
 }
 
 QTEST_GUILESS_MAIN(TestDriverFirebird)
