@@ -57,7 +57,7 @@ void DecoratedDriver::relayNotifications()
 
 QString DecoratedDriver::boundStatement(const QString &text, int count) const
 {
-    return m_policy ? StatementPlan::complete(m_policy->dialect(), text, count) : text;
+    return m_policy ? StatementPlan::complete(m_policy->dialectOf(text), text, count) : text;
 }
 
 bool DecoratedDriver::hasFeature(DriverFeature feature) const

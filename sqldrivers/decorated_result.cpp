@@ -156,7 +156,7 @@ bool DecoratedResult::exec()
     if (!m_isPrepared)
         return runPlain(*driver);
     const bool isUsable = m_bound && m_session == driver->session() &&
-                          m_bound->plan().rules() == driver->policy()->dialect() &&
+                          m_bound->plan().rules() == driver->policy()->dialectOf(m_text) &&
                           (!m_wasKept || m_bound->isFresh());
     if (!isUsable && !obtain(*driver))
         return false;
@@ -169,8 +169,8 @@ bool DecoratedResult::obtain(DecoratedDriver &driver)
     m_rows = nullptr;
     m_session = driver.session();
     m_bound = driver.cache().take(m_text);
-    m_wasKept =
-        m_bound && m_bound->isFresh() && m_bound->plan().rules() == driver.policy()->dialect();
+    m_wasKept = m_bound && m_bound->isFresh() &&
+                m_bound->plan().rules() == driver.policy()->dialectOf(m_text);
     m_worthKeeping = false;
     if (m_wasKept) {
         rememberNames(m_bound->plan());
@@ -187,7 +187,7 @@ bool DecoratedResult::prepareAnew(DecoratedDriver &driver)
     if (refused.isValid())
         return refuse(refused);
     m_bound.reset();
-    StatementPlan plan = StatementPlan::of(driver.policy()->dialect(), m_text);
+    StatementPlan plan = StatementPlan::of(driver.policy()->dialectOf(m_text), m_text);
     if (plan.hasSeveral() && plan.valueCount() > 0) {
         // A server would run the rest of the text while it prepares the first of them.
         return refuse(QSqlError(QString(),

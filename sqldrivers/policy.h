@@ -50,6 +50,13 @@ public:
 
     QSqlDriver *stock() const { return m_stock; }
     virtual SqlDialect dialect() const = 0;
+    /// The rules for one text, where they depend on a setting of the session that has to be asked
+    /// for.
+    virtual SqlDialect dialectOf(const QString &text) const
+    {
+        Q_UNUSED(text)
+        return dialect();
+    }
 
     // --- Opening and closing ---
 

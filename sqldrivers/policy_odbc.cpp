@@ -28,18 +28,6 @@ const char Busy[] = "5";
 constexpr int BusyStepMs = 20;
 constexpr int BusyMs = 100000;
 
-SqlDialect dialectOf(const QString &system)
-{
-    if (system.startsWith(QLatin1String("PostgreSQL"), Qt::CaseInsensitive))
-        return SqlDialect::OdbcPostgreSql;
-    if (system.startsWith(QLatin1String("SQLite"), Qt::CaseInsensitive))
-        return SqlDialect::OdbcSqlite;
-    if (system.startsWith(QLatin1String("MariaDB"), Qt::CaseInsensitive) ||
-        system.startsWith(QLatin1String("MySQL"), Qt::CaseInsensitive))
-        return SqlDialect::OdbcMariaDb;
-    return SqlDialect::Odbc;
-}
-
 /// As the stock driver makes it of the parameters.
 QByteArray connectionText(const OpenParameters &parameters)
 {
@@ -133,7 +121,7 @@ bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelG
     // The stock driver looks the type of its handle up by name each time, and for that in a list of
     // Qt's that exit() frees.
     m_connection = nativeHandle<OdbcClient::Handle>();
-    m_dialect = dialectOf(m_client.systemName(m_connection));
+    m_dialect = odbcDialectOf(m_client.systemName(m_connection));
     watchTransaction();
     if (m_dialect != SqlDialect::OdbcSqlite) {
         watchSocket();
@@ -183,11 +171,10 @@ void OdbcPolicy::learnCancelStatement()
         return;
     const QString question = isPostgres ? QStringLiteral("SELECT pg_backend_pid()")
                                         : QStringLiteral("SELECT connection_id()");
-    StockResult answer(stock()->createResult());
-    answer.renew(question);
-    if (!answer.reset(question) || !answer.fetchFirst())
+    const QVariant answer = answerTo(question);
+    if (!answer.isValid())
         return;
-    const QByteArray session = QByteArray::number(answer.data(0).toLongLong());
+    const QByteArray session = QByteArray::number(answer.toLongLong());
     m_cancelText =
         isPostgres ? "SELECT pg_cancel_backend(" + session + ')' : "KILL QUERY " + session;
 }
@@ -212,6 +199,16 @@ bool OdbcPolicy::canCancel() const
 }
 
 // --- Statements ---
+
+/// Only a backslash in a string is read in two ways, so others cost no question.
+SqlDialect OdbcPolicy::dialectOf(const QString &text) const
+{
+    if (m_dialect != SqlDialect::OdbcPostgreSql || !text.contains(QLatin1Char('\\')))
+        return m_dialect;
+    const QVariant setting = answerTo(QStringLiteral("SHOW standard_conforming_strings"));
+    return setting.toString() == QLatin1String("off") ? SqlDialect::OdbcPostgreSqlBackslash
+                                                      : m_dialect;
+}
 
 std::unique_ptr<BoundStatement> OdbcPolicy::makeStatement(StatementPlan plan)
 {
@@ -247,6 +244,14 @@ bool OdbcPolicy::waitForLocks(StockResult &rows, const std::function<bool()> &ru
     return true;
 }
 
+/// Asks for one value. @return an invalid one when the server has not answered
+QVariant OdbcPolicy::answerTo(const QString &question) const
+{
+    StockResult answer(stock()->createResult());
+    answer.renew(question);
+    return answer.reset(question) && answer.fetchFirst() ? answer.data(0) : QVariant();
+}
+
 /// Runs a statement of the layer's own. @return whether it worked
 bool OdbcPolicy::runAside(const QString &text)
 {
@@ -274,10 +279,8 @@ void OdbcPolicy::watchTransaction()
 /// fails, too; then the server itself refuses what follows.
 bool OdbcPolicy::hasOlderTransaction()
 {
-    const QString question = QStringLiteral("SELECT now() < statement_timestamp()");
-    StockResult answer(stock()->createResult());
-    answer.renew(question);
-    return !answer.reset(question) || !answer.fetchFirst() || answer.data(0).toBool();
+    const QVariant answer = answerTo(QStringLiteral("SELECT now() < statement_timestamp()"));
+    return !answer.isValid() || answer.toBool();
 }
 
 /// SQLite has no function that tells, but begins no transaction within another.

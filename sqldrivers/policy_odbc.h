@@ -26,6 +26,8 @@ public:
     explicit OdbcPolicy(QSqlDriver *stock);
 
     SqlDialect dialect() const override { return m_dialect; }
+    /// PostgreSQL's ODBC driver follows standard_conforming_strings without telling.
+    SqlDialect dialectOf(const QString &text) const override;
 
     QString stockOptions(const QString &options, const LayerOptions &layer) const override;
     void opening() override { m_finder = std::make_unique<SocketFinder>(); }
@@ -65,6 +67,7 @@ private:
     void watchSocket();
     void learnCancelStatement();
     bool openImpatient(QSqlError *error);
+    QVariant answerTo(const QString &question) const;
     bool runAside(const QString &text);
     bool isBroken() const;
     void watchTransaction();

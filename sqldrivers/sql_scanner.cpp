@@ -23,14 +23,9 @@ class Walk
 public:
     Walk(SqlDialect dialect, const QString &text)
         : m_text(text)
-        , m_dialect(SqlScanner::systemOf(dialect))
-        , m_backslashesEscape(dialect == SqlDialect::PostgreSqlBackslash ||
-                              (is(SqlDialect::MariaDb) &&
-                               dialect != SqlDialect::MariaDbPlainBackslash &&
-                               dialect != SqlDialect::MariaDbAnsiQuotesPlainBackslash))
-        , m_doubleQuotesAreStrings(is(SqlDialect::MariaDb) &&
-                                   dialect != SqlDialect::MariaDbAnsiQuotes &&
-                                   dialect != SqlDialect::MariaDbAnsiQuotesPlainBackslash)
+        , m_dialect(systemOf(dialect))
+        , m_backslashesEscape(escapesByBackslash(dialect))
+        , m_doubleQuotesAreStrings(writesStringsInDoubleQuotes(dialect))
     {
         m_tokens.reserve(text.size() / 4 + 4);
     }
@@ -434,22 +429,4 @@ bool SqlScanner::holdsProcedureBody(const QVector<SqlToken> &tokens, const QStri
             return false;
     }
     return false;
-}
-
-SqlDialect SqlScanner::systemOf(SqlDialect dialect)
-{
-    switch (dialect) {
-    case SqlDialect::OdbcSqlite:
-        return SqlDialect::Sqlite;
-    case SqlDialect::OdbcPostgreSql:
-    case SqlDialect::PostgreSqlBackslash:
-        return SqlDialect::PostgreSql;
-    case SqlDialect::OdbcMariaDb:
-    case SqlDialect::MariaDbPlainBackslash:
-    case SqlDialect::MariaDbAnsiQuotes:
-    case SqlDialect::MariaDbAnsiQuotesPlainBackslash:
-        return SqlDialect::MariaDb;
-    default:
-        return dialect;
-    }
 }

@@ -3,25 +3,10 @@
 /// Qt Core only, any thread.
 #pragma once
 
+#include "sql_dialect.h"
+
 #include <QString>
 #include <QVector>
-
-/// The rules of quoting, comments and procedure calls that hold on a connection. Behind ODBC they
-/// are those of the system that the ODBC driver speaks to.
-enum class SqlDialect {
-    Sqlite,
-    PostgreSql,
-    PostgreSqlBackslash,             ///< a backslash escapes in every string
-    MariaDb,                         ///< a backslash escapes in strings, "x" is a string
-    MariaDbPlainBackslash,           ///< NO_BACKSLASH_ESCAPES: a backslash is a character
-    MariaDbAnsiQuotes,               ///< ANSI_QUOTES: "x" is a name
-    MariaDbAnsiQuotesPlainBackslash, ///< both
-    Firebird,
-    OdbcSqlite,
-    OdbcPostgreSql,
-    OdbcMariaDb,
-    Odbc ///< a system that is not known better: standard quoting
-};
 
 /// One piece of a text. The tokens of a text lie one behind the other and cover all of it.
 struct SqlToken {
@@ -70,8 +55,5 @@ bool endsOperand(const SqlToken &token, const QString &text);
 /// Whether the text is code that runs in the server: EXECUTE BLOCK, or CREATE or ALTER of something
 /// with a body of its own. Names with colons are variables there, and semicolons end no statement.
 bool holdsProcedureBody(const QVector<SqlToken> &tokens, const QString &text);
-
-/// The dialect of the system itself, ODBC or not, in whatever mode.
-SqlDialect systemOf(SqlDialect dialect);
 
 } // namespace SqlScanner

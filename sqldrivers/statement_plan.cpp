@@ -29,6 +29,7 @@ CallForm callForm(SqlDialect dialect)
     case SqlDialect::MariaDbAnsiQuotesPlainBackslash:
         return {QLatin1String("CALL "), QLatin1String(""), true};
     case SqlDialect::OdbcPostgreSql:
+    case SqlDialect::OdbcPostgreSqlBackslash:
     case SqlDialect::OdbcMariaDb:
     case SqlDialect::Odbc:
         return {QLatin1String("{call "), QLatin1String("}"), true};
@@ -139,7 +140,7 @@ StatementPlan StatementPlan::of(SqlDialect dialect, const QString &given)
         dialect == SqlDialect::OdbcSqlite ? withoutFalseMarks(dialect, given) : given;
     StatementPlan plan;
     plan.m_rules = dialect;
-    plan.m_dialect = SqlScanner::systemOf(dialect);
+    plan.m_dialect = systemOf(dialect);
     const QVector<SqlToken> tokens = SqlScanner::scan(dialect, text);
     int pieceStart = 0;
     for (int i = 0; i < tokens.size(); ++i) {

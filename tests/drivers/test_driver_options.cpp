@@ -73,6 +73,7 @@ private Q_SLOTS:
     void handleIsTheStockDrivers();
     void cancelledChangeEndsSqlitesTransaction();
     void errorOfSqliteLeavesTheTransactionAlone();
+    void backslashesOfPostgresAreThoseOfTheSession_data();
     void backslashesOfPostgresAreThoseOfTheSession();
     void settingsThatTheDriverNeedsAreKept_data();
     void settingsThatTheDriverNeedsAreKept();
@@ -308,12 +309,20 @@ void TestDriverOptions::errorOfSqliteLeavesTheTransactionAlone()
     QCOMPARE(query.value(0).toInt(), 2);
 }
 
+void TestDriverOptions::backslashesOfPostgresAreThoseOfTheSession_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::newRow("native") << Postgres;
+    QTest::newRow("ODBC") << QStringLiteral("ODBC to PostgreSQL");
+}
+
 /// Where a placeholder is taken for a part of a string, or the other way round, a value might
 /// become a part of the statement.
 void TestDriverOptions::backslashesOfPostgresAreThoseOfTheSession()
 {
-    USE_SYSTEM(m_systems, Postgres);
-    QSqlDatabase db = database(Postgres);
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db = database(system);
     QVERIFY(db.open());
     QCOMPARE(failure(db, QStringLiteral("SET escape_string_warning = off")), QString());
     const QString value = QStringLiteral("', (SELECT 'broken out'), '\\");
@@ -334,7 +343,9 @@ void TestDriverOptions::backslashesOfPostgresAreThoseOfTheSession()
     const QString twoForms[] = {QString(), make};
     for (const char *setting : {"off", "on", "off"}) {
         const bool escapes = qstrcmp(setting, "off") == 0;
-        QCOMPARE(failure(db, QStringLiteral("SET standard_conforming_strings = %1")
+        // A function sets it, so that nobody learns it from the text.
+        QCOMPARE(failure(db, QStringLiteral(
+                                 "SELECT set_config('standard_conforming_strings', '%1', false)")
                                  .arg(QLatin1String(setting))),
                  QString());
         for (const QString &form : twoForms) {
@@ -344,6 +355,11 @@ void TestDriverOptions::backslashesOfPostgresAreThoseOfTheSession()
             const QString seen = answer(mixed, !escapes);
             QCOMPARE(seen, escapes ? QStringLiteral("a' AS a, ? AS b -- ") : value);
             QVERIFY(answer(mixed, escapes).contains(QLatin1String("Wrong number of values")));
+            // A string, and a value behind it; or a string that goes on to a comment.
+            failure(db, QStringLiteral("DROP TABLE IF EXISTS made"));
+            const QString named = form + QStringLiteral("SELECT 'a\\' AS a, :b AS b -- ' AS b");
+            QCOMPARE(answer(named, !escapes),
+                     escapes ? QStringLiteral("a' AS a, :b AS b -- ") : value);
         }
     }
 }

@@ -2,6 +2,7 @@
 foreach(name sql_scanner statement_plan)
   vext_add_test(test_${name}
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_${name}.cpp
+            ${CMAKE_SOURCE_DIR}/sqldrivers/sql_dialect.cpp
             ${CMAKE_SOURCE_DIR}/sqldrivers/sql_scanner.cpp
             ${CMAKE_SOURCE_DIR}/sqldrivers/statement_head.cpp
             ${CMAKE_SOURCE_DIR}/sqldrivers/statement_plan.cpp

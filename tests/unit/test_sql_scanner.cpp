@@ -184,6 +184,7 @@ void TestSqlScanner::tokensCoverTheText()
                            Any,
                            SqlDialect::OdbcSqlite,
                            SqlDialect::OdbcPostgreSql,
+                           SqlDialect::OdbcPostgreSqlBackslash,
                            SqlDialect::OdbcMariaDb};
     for (SqlDialect dialect : dialects) {
         // Cut anywhere, quotes and names beyond the basic plane included.
@@ -206,6 +207,9 @@ void TestSqlScanner::odbcFollowsTheSystemBehindIt()
     QCOMPARE(described(SqlDialect::OdbcMariaDb, text), described(Maria, text));
     QCOMPARE(described(SqlDialect::OdbcSqlite, text), described(Lite, text));
     QCOMPARE(described(SqlDialect::OdbcPostgreSql, text), described(Pg, text));
+    QCOMPARE(described(SqlDialect::OdbcPostgreSqlBackslash, text),
+             described(SqlDialect::PostgreSqlBackslash, text));
+    QVERIFY(described(SqlDialect::PostgreSqlBackslash, text) != described(Pg, text));
 }
 
 QTEST_GUILESS_MAIN(TestSqlScanner)
