@@ -310,17 +310,23 @@ void TestLibraryPool::closeTellsEverybodyWhoAsks()
     LibraryScript script;
     const QString outcome = script.outcome(QString::fromUtf8(R"js(
         var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:"}), heard = [];
-        var cluster = vext.cluster({engine: "postgresql", nodes: [{hostName: "127.0.0.1", port: 1}]});
+        var cluster = vext.cluster({engine: "postgresql", nodes: [{hostName: "127.0.0.1", port: 1}],
+            deadlineMs: 200});
+        pool.query("SELECT 1", function () { heard.push("query"); }); // all of them wait for it
         pool.close(function () { heard.push("pool 1"); });
-        pool.close(function () { heard.push("pool 2"); });
-        cluster.close(function () { heard.push("cluster 1"); });
-        cluster.close(function () {
-            pool.close(function () {
-                cluster.close(function () { done(heard); });
+        pool.close(function () {
+            heard.push("pool 2");
+            cluster.open(function () { heard.push("open"); });
+            cluster.close(function () { heard.push("cluster 1"); });
+            cluster.close(function () {
+                heard.push("cluster 2");
+                pool.close(function () {
+                    cluster.close(function () { done(heard.join()); });
+                });
             });
         });
     )js"));
-    QCOMPARE(outcome, QStringLiteral("[\"pool 1\",\"pool 2\",\"cluster 1\"]"));
+    QCOMPARE(outcome, QStringLiteral("\"query,pool 1,pool 2,open,cluster 1,cluster 2\""));
 }
 
 void TestLibraryPool::whatCannotBeSentIsAnError_data()
