@@ -1,6 +1,7 @@
 /// @file
 /// The fixtures themselves: nothing that a test starts outlives it.
 
+#include "cluster_ports.h"
 #include "guarded_folder.h"
 #include "local_databases.h"
 #include "mariadb_server.h"
@@ -23,6 +24,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace
 {
@@ -75,6 +78,7 @@ private Q_SLOTS:
     void postgresKeepsDataAndPortOverARestart();
     void mariaDbKeepsDataAndPortOverARestart();
     void wrongPasswordIsRefused();
+    void portsOfTwoProgramsDiffer();
 };
 
 void TestServerFixtures::nothingOutlivesTheTest_data()
@@ -186,6 +190,32 @@ void TestServerFixtures::mariaDbKeepsDataAndPortOverARestart()
 {
     MariaDbServer server;
     checkRestart(server, [&] { return server.kill() && server.startAgain(); });
+}
+
+/// Both would go on with the same port, and none listens on it yet.
+void TestServerFixtures::portsOfTwoProgramsDiffer()
+{
+    QVERIFY(ClusterPorts::free() > 0);
+    int told[2];
+    int end[2];
+    QVERIFY(::pipe(told) == 0 && ::pipe(end) == 0);
+    const pid_t other = ::fork();
+    if (other == 0) {
+        const int port = ClusterPorts::free();
+        char byte = 0;
+        ::close(end[1]);
+        const bool heard = ::write(told[1], &port, sizeof port) == ssize_t(sizeof port) &&
+                           ::read(end[0], &byte, 1) == 0; // until the test ends it
+        ::_exit(heard ? 0 : 1);
+    }
+    int theirs = 0;
+    QVERIFY(other > 0 && ::read(told[0], &theirs, sizeof theirs) == ssize_t(sizeof theirs));
+    const int ours = ClusterPorts::free();
+    for (int fd : {told[0], told[1], end[0], end[1]})
+        ::close(fd);
+    ::waitpid(other, nullptr, 0);
+    QVERIFY(theirs > 0);
+    QVERIFY2(ours != theirs, qPrintable(QString::number(ours)));
 }
 
 void TestServerFixtures::wrongPasswordIsRefused()
