@@ -12,9 +12,11 @@ constexpr int CertainMs = 900;
 
 } // namespace
 
-FirebirdCancel::FirebirdCancel(const FirebirdClient &client, FirebirdAddress address,
-                               FirebirdClient::Handle connection, qint64 number)
+FirebirdCancel::FirebirdCancel(const FirebirdClient &client, const FirebirdLine &line,
+                               FirebirdAddress address, FirebirdClient::Handle connection,
+                               qint64 number)
     : m_client(client)
+    , m_line(line)
     , m_address(std::move(address))
     , m_connection(connection)
     , m_text("DELETE FROM MON$STATEMENTS WHERE MON$ATTACHMENT_ID = " + QByteArray::number(number))
@@ -23,6 +25,8 @@ FirebirdCancel::FirebirdCancel(const FirebirdClient &client, FirebirdAddress add
 
 bool FirebirdCancel::open()
 {
+    // On a dead line the worker's connection is closed next, and then the script's.
+    m_line.askServer();
     m_second = m_client.open(m_address);
     return m_second != 0;
 }

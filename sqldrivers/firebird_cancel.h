@@ -3,6 +3,7 @@
 #pragma once
 
 #include "firebird_client.h"
+#include "firebird_line.h"
 #include "repeated_cancel.h"
 
 /// Deletes the connection's statements from the server's list of what it does, which cancels them.
@@ -11,8 +12,9 @@
 class FirebirdCancel : public RepeatedCancel::Way
 {
 public:
+    /// @param line of the connection
     /// @param number of the connection, by FirebirdClient::number()
-    FirebirdCancel(const FirebirdClient &client, FirebirdAddress address,
+    FirebirdCancel(const FirebirdClient &client, const FirebirdLine &line, FirebirdAddress address,
                    FirebirdClient::Handle connection, qint64 number);
 
     bool open() override;
@@ -23,6 +25,7 @@ public:
 
 private:
     FirebirdClient m_client;
+    FirebirdLine m_line;
     FirebirdAddress m_address;
     FirebirdClient::Handle m_connection; ///< to be cancelled
     QByteArray m_text;

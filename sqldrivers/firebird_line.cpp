@@ -92,6 +92,11 @@ void FirebirdLine::Watch::State::cutUnlessAnswered()
     line.m_client.cancel(line.m_connection, FirebirdClient::Abort);
 }
 
+void FirebirdLine::askServer() const
+{
+    ask(m_client, m_address, m_since);
+}
+
 FirebirdLine::Watch::Watch(const FirebirdLine &line, int askAfterMs)
 {
     if (!line.isRemote())

@@ -31,6 +31,10 @@ public:
 
     bool isRemote() const { return !m_address.isEmpty(); }
 
+    /// Asks the server for a sign of life now, for all who watch a line to it soon: they need not
+    /// wait as long for the answer. Any thread; returns at once.
+    void askServer() const;
+
     /// Watches over calls for as long as it lives. Any thread.
     class Watch : public LineWatch
     {

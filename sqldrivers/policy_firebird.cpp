@@ -433,7 +433,7 @@ void FirebirdPolicy::interrupt(CancelGate::Phase phase, bool alone)
     Q_UNUSED(phase)
     if (m_cancel)
         m_cancel->begin(
-            std::make_shared<FirebirdCancel>(m_client, m_second, m_connection, m_number));
+            std::make_shared<FirebirdCancel>(m_client, *m_line, m_second, m_connection, m_number));
     else
         m_client.cancel(m_connection, FirebirdClient::Raise);
 }
