@@ -8,7 +8,7 @@
 
 /// Deletes the connection's statements from the server's list of what it does, which cancels them.
 /// The list shows everybody their own connections. For one connection, over a second one with the
-/// same name and password; see FirebirdClient::cancel() for what is wrong with its own line.
+/// same name and password, so that its own line carries nothing but what its own thread sends.
 class FirebirdCancel : public RepeatedCancel::Way
 {
 public:

@@ -31,9 +31,8 @@ public:
     void resolve();
     bool canCancel() const { return m_cancel != nullptr; }
 
-    /// Waits for no answer, so it returns at once. Only Abort may come from another thread than the
-    /// one that uses a connection over the network: a line that is encrypted, as it is unless
-    /// somebody says otherwise, breaks when two threads send at a time (3.0).
+    /// Waits for no answer, so it returns at once. Over the network only Abort comes from another
+    /// thread than the one that uses the connection: there a second connection cancels.
     void cancel(Handle connection, CancelOption option) const;
     /// Whether the connection is still there: asks the server, or the engine in this process.
     bool answers(Handle connection) const;
