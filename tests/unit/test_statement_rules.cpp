@@ -40,6 +40,8 @@ private slots:
     void autocommitOffIsAnOpenTransaction();
     void passwordsOfStatementsAreMasked_data();
     void passwordsOfStatementsAreMasked();
+    void longPasswordsAreMasked_data();
+    void longPasswordsAreMasked();
 };
 
 void TestStatementRules::wordsLeaveOutWhatIsQuoted_data()
@@ -285,6 +287,49 @@ void TestStatementRules::passwordsOfStatementsAreMasked()
 {
     QFETCH(QString, sql);
     QTEST(SqlSecrets::maskedStatement(sql), "masked");
+}
+
+void TestStatementRules::longPasswordsAreMasked_data()
+{
+    QTest::addColumn<bool>("ofConnection");
+    QTest::addColumn<QString>("begin");
+    QTest::addColumn<QString>("filling");
+    QTest::addColumn<QString>("end");
+    QTest::addColumn<QString>("masked");
+    const auto row = [](bool ofConnection, const char *begin, const char *filling, const char *end,
+                        const char *masked) {
+        QTest::newRow(qPrintable(QStringLiteral("%1 %2 %3")
+                                     .arg(ofConnection ? QStringLiteral("connection")
+                                                       : QStringLiteral("statement"),
+                                          utf8(begin), utf8(filling))))
+            << ofConnection << utf8(begin) << utf8(filling) << utf8(end) << utf8(masked);
+    };
+    for (const char *filling : {"x", "''", "\\a"}) {
+        row(false, "set password '", filling, "'; alter role r password 'secret'",
+            "set password '****'; alter role r password '****'");
+        row(true, "a=1;password='", filling, "';b=2", "a=1;password=****;b=2");
+    }
+    row(false, "set password \"", "x", "\" x", "set password '****' x");
+    row(false, "set password $a$", "x", "$a$ x", "set password '****' x");
+    row(false, "set password '", "x\\", "", "set password '****'");
+    row(true, "Pwd={", "x", "};b=2", "Pwd=****;b=2");
+    row(true, "pwd={", "{", "", "pwd=****");
+    row(true, "password=\"", "\"\"", "\";b=2", "password=****;b=2");
+    row(true, "password=", "x", ";b=2", "password=****;b=2");
+}
+
+/// As long as a statement that holds a file.
+void TestStatementRules::longPasswordsAreMasked()
+{
+    QFETCH(bool, ofConnection);
+    QFETCH(QString, begin);
+    QFETCH(QString, filling);
+    QFETCH(QString, end);
+    const QString text = begin + filling.repeated(1000000) + end;
+    const QString masked =
+        ofConnection ? SqlSecrets::maskedConnection(text) : SqlSecrets::maskedStatement(text);
+    QVERIFY2(masked.size() < 200, qPrintable(QString::number(masked.size())));
+    QTEST(masked, "masked");
 }
 
 QTEST_APPLESS_MAIN(TestStatementRules)
