@@ -22,6 +22,10 @@ void defineConstant(QScriptEngine *engine, const QString &name, const QScriptVal
 {
     QScriptValue accessor = engine->newFunction(constant);
     accessor.setData(value);
+    // Qt keeps a function's data in a property of it, which a script could replace.
+    accessor.setProperty(QStringLiteral("__qt_data__"), value,
+                         QScriptValue::ReadOnly | QScriptValue::Undeletable |
+                             QScriptValue::SkipInEnumeration);
     QScriptValue descriptor = engine->newObject();
     descriptor.setProperty(QStringLiteral("get"), accessor);
     descriptor.setProperty(QStringLiteral("set"), accessor);

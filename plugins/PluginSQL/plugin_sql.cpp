@@ -128,7 +128,7 @@ QScriptValue Plugin_SQL::js_tag(QScriptContext *context, QScriptEngine *engine)
         tag = s_tag;
         objects = LibraryLife::tagObjects();
     }
-    const QVariant shown = objects.resolved(tag);
+    const QVariant shown = objects.resolved(tag, engine);
     return qScriptValueFromValue_helper(engine, shown.userType(), shown.constData());
 }
 

@@ -1,5 +1,7 @@
 #include "script_tag.h"
 
+#include "vext_sql.h"
+
 #include <QThread>
 
 #include <algorithm>
@@ -10,6 +12,12 @@ namespace
 bool isObject(const QVariant &value)
 {
     return QMetaType::typeFlags(value.userType()) & QMetaType::PointerToQObject;
+}
+
+bool isOfOtherEngine(const QObject *object, const QScriptEngine *engine)
+{
+    const auto *connection = qobject_cast<const VEXT_SQL *>(object);
+    return connection && !connection->isOf(engine);
 }
 
 } // namespace
@@ -34,18 +42,18 @@ void ScriptTag::findObjects(const QVariant &value)
     }
 }
 
-QVariant ScriptTag::resolved(const QVariant &value) const
+QVariant ScriptTag::resolved(const QVariant &value, const QScriptEngine *engine) const
 {
     if (value.userType() == QMetaType::QVariantList) {
         QVariantList list = value.toList();
         for (QVariant &element : list)
-            element = resolved(element);
+            element = resolved(element, engine);
         return list;
     }
     if (value.userType() == QMetaType::QVariantMap) {
         QVariantMap map = value.toMap();
         for (QVariant &element : map)
-            element = resolved(element);
+            element = resolved(element, engine);
         return map;
     }
     if (!isObject(value))
@@ -53,7 +61,8 @@ QVariant ScriptTag::resolved(const QVariant &value) const
     // Only compared: the object may be gone.
     const void *address = *static_cast<void *const *>(value.constData());
     for (const Held &held : m_objects) {
-        if (held.thread == QThread::currentThread() && held.object && held.object.data() == address)
+        if (held.thread == QThread::currentThread() && held.object &&
+            held.object.data() == address && !isOfOtherEngine(held.object.data(), engine))
             return QVariant::fromValue(held.object.data());
     }
     return QVariant::fromValue<QObject *>(nullptr);

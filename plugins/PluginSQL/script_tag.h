@@ -7,6 +7,7 @@
 #include <QVariant>
 #include <QVector>
 
+class QScriptEngine;
 class QThread;
 
 /// The objects in a value that scripts of any engine share, held weakly: whoever reads the value
@@ -17,9 +18,10 @@ public:
     ScriptTag() = default;
     explicit ScriptTag(const QVariant &value);
 
-    /// The value as the calling thread may use it: objects that are gone, that belong to another
-    /// thread, or that are not known here read as null.
-    QVariant resolved(const QVariant &value) const;
+    /// The value as scripts of `engine` may use it, in its thread: objects that are gone, that
+    /// belong to another thread, or that are not known here read as null, and so do connections of
+    /// other engines, whose methods make values of their own one.
+    QVariant resolved(const QVariant &value, const QScriptEngine *engine) const;
 
 private:
     void findObjects(const QVariant &value);

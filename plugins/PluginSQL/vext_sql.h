@@ -103,6 +103,8 @@ public:
 
     /// Frees the worker together with this object: no event loop will do it later.
     void releaseWorkerAtOnce();
+    /// Whether the object was made in `engine`. Engine's thread.
+    bool isOf(const QScriptEngine *engine) const { return m_engine == engine; }
 
     /// Raises `text` in `ctx`, or nothing when it is null. @return false, always.
     static bool throwScript(QScriptContext *ctx, const QString &text, QScriptContext::Error error);

@@ -24,7 +24,8 @@ QScriptValue queueTask(SqlCall::Function function, const char *name, QScriptCont
         return QScriptValue(VEXT_SQL::throwScript(context, text, QScriptContext::TypeError));
     };
     QPointer<VEXT_SQL> connection = qobject_cast<VEXT_SQL *>(context->thisObject().toQObject());
-    if (!connection) {
+    // Another engine's connection could not call this one's callback.
+    if (!connection || !connection->isOf(engine)) {
         return raise(VEXT_SQL::tr("потерян объект %1").arg(QStringLiteral("VEXT_SQL")) +
                      QLatin1Char('\n') + SqlCall::usageText(function));
     }
@@ -62,8 +63,19 @@ QString objectNameFor(QScriptContext *ctx)
     return name.toLower();
 }
 
-/// Where the constructor keeps what it takes from the engine.
-enum Native : quint32 { NativePush, NativeFunction, NativeCount };
+/// Takes what is native in the engine, before a script has had much time to replace it, and keeps
+/// it where none can.
+QScriptValue takeNatives(QScriptEngine *engine)
+{
+    QScriptValue natives = engine->newObject();
+    natives.setProperty(QStringLiteral("push"),
+                        readProperty(engine->newArray(), QStringLiteral("push")),
+                        FuncWrapper::Hidden);
+    natives.setProperty(QStringLiteral("Function"),
+                        readProperty(engine->globalObject(), QStringLiteral("Function")),
+                        FuncWrapper::Hidden);
+    return natives;
+}
 
 /// Calls the class's own setScriptValueThis by name: the base's slot of that name is another one.
 void giveScriptValueThis(QObject *object, const QScriptValue &wrapper)
@@ -100,11 +112,7 @@ void VEXT_SQLWrapper::registerWrapper(QScriptEngine *eng)
     QScriptValue function = eng->newFunction(&VEXT_SQLWrapper::ctor, 0);
     QScriptValue holder = eng->newObject();
     FuncWrapper::createFunc(function, holder, "VEXT_SQL", true, 1);
-    // Taken now, before a script has had much time to replace it.
-    QScriptValue natives = eng->newArray(NativeCount);
-    natives.setProperty(NativePush, eng->newArray().property(QStringLiteral("push")));
-    natives.setProperty(NativeFunction, eng->globalObject().property(QStringLiteral("Function")));
-    function.setData(natives);
+    ScriptProperty::setFixedData(function, takeNatives(eng));
     ScriptProperty::setHidden(eng, eng->globalObject(), QStringLiteral("VEXT_SQL"), function);
 }
 
@@ -121,8 +129,10 @@ QScriptValue VEXT_SQLWrapper::ctor(QScriptContext *ctx, QScriptEngine *eng)
     const QScriptValue wrapper =
         eng->newQObject(object, QScriptEngine::QtOwnership, QScriptEngine::ExcludeChildObjects);
     const QScriptValue natives = ctx->callee().data();
-    object->worker->m_arrayPush = natives.property(NativePush);
-    object->worker->m_functionMaker = natives.property(NativeFunction);
+    object->worker->m_arrayPush =
+        natives.property(QStringLiteral("push"), QScriptValue::ResolveLocal);
+    object->worker->m_functionMaker =
+        natives.property(QStringLiteral("Function"), QScriptValue::ResolveLocal);
     giveScriptValueThis(object, wrapper);
     return wrapper;
 }

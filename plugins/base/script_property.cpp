@@ -14,25 +14,6 @@ QScriptValue fixedValue(QScriptContext *context, QScriptEngine *)
     return context->callee().data();
 }
 
-/// @return false when the script replaced what is needed for it, or the property is there already
-/// and cannot be redefined.
-bool defineAccessor(QScriptEngine *engine, const QScriptValue &object, const QString &name,
-                    const QScriptValue &function)
-{
-    const ScriptGuard guard(engine);
-    const QScriptValue objectClass = readProperty(engine->globalObject(), QStringLiteral("Object"));
-    QScriptValue define = readProperty(objectClass, QStringLiteral("defineProperty"));
-    if (!define.isFunction())
-        return false;
-    QScriptValue descriptor = engine->newObject();
-    descriptor.setProperty(QStringLiteral("get"), function);
-    descriptor.setProperty(QStringLiteral("set"), function);
-    descriptor.setProperty(QStringLiteral("enumerable"), QScriptValue(engine, false));
-    descriptor.setProperty(QStringLiteral("configurable"), QScriptValue(engine, false));
-    define.call(objectClass, QScriptValueList{object, QScriptValue(engine, name), descriptor});
-    return !guard.threw();
-}
-
 bool isOwnGlobal(QScriptEngine *engine, const QScriptValue &object)
 {
     return object.strictlyEquals(engine->globalObject());
@@ -44,10 +25,34 @@ bool holds(const QScriptValue &object, const QString &name, QScriptValue::Proper
     return (object.propertyFlags(name, QScriptValue::ResolveLocal) & flags) == flags;
 }
 
-/// The second install of an engine: the first one's property cannot be changed.
+/// Made by the install before, or by one whose library has gone.
 bool isFixedAccessor(const QScriptValue &object, const QString &name)
 {
     return holds(object, name, QScriptValue::PropertyGetter | QScriptValue::Undeletable);
+}
+
+/// @return false when the script replaced what is needed for it
+bool defineAccessor(QScriptEngine *engine, QScriptValue object, const QString &name,
+                    const QScriptValue &function)
+{
+    if (isFixedAccessor(object, name)) {
+        // Its other flags stay.
+        object.setProperty(name, function,
+                           QScriptValue::PropertyGetter | QScriptValue::PropertySetter);
+        return true;
+    }
+    const ScriptGuard guard(engine);
+    const QScriptValue objectClass = readProperty(engine->globalObject(), QStringLiteral("Object"));
+    QScriptValue define = readProperty(objectClass, QStringLiteral("defineProperty"));
+    if (!define.isFunction())
+        return false;
+    QScriptValue descriptor = engine->newObject();
+    descriptor.setProperty(QStringLiteral("get"), function);
+    descriptor.setProperty(QStringLiteral("set"), function);
+    descriptor.setProperty(QStringLiteral("enumerable"), QScriptValue(engine, false));
+    descriptor.setProperty(QStringLiteral("configurable"), QScriptValue(engine, false));
+    define.call(objectClass, QScriptValueList{object, QScriptValue(engine, name), descriptor});
+    return isFixedAccessor(object, name);
 }
 
 } // namespace
@@ -59,15 +64,15 @@ void ScriptProperty::setHidden(QScriptEngine *engine, QScriptValue object, const
         object.setProperty(name, value, FuncWrapper::Hidden);
         return;
     }
-    if (isFixedAccessor(object, name))
-        return;
-    object.setProperty(name, QScriptValue());
-    object.setProperty(name, value, FuncWrapper::Hidden);
-    if (holds(object, name, FuncWrapper::Hidden))
-        return;
-    QScriptValue reader = engine->newFunction(fixedValue);
-    reader.setData(value);
-    object.setProperty(name, QScriptValue());
+    if (!isFixedAccessor(object, name)) {
+        object.setProperty(name, QScriptValue());
+        object.setProperty(name, value, FuncWrapper::Hidden);
+        if (holds(object, name, FuncWrapper::Hidden))
+            return;
+        object.setProperty(name, QScriptValue());
+    }
+    const QScriptValue reader = engine->newFunction(fixedValue);
+    setFixedData(reader, value);
     if (!defineAccessor(engine, object, name, reader))
         object.setProperty(name, value, FuncWrapper::Hidden);
 }
@@ -76,11 +81,16 @@ void ScriptProperty::setHiddenAccessor(QScriptEngine *engine, QScriptValue objec
                                        const QString &name, const QScriptValue &function)
 {
     if (isOwnGlobal(engine, object)) {
-        if (isFixedAccessor(object, name))
-            return;
-        object.setProperty(name, QScriptValue());
+        if (!isFixedAccessor(object, name))
+            object.setProperty(name, QScriptValue());
         if (defineAccessor(engine, object, name, function))
             return;
     }
     FuncWrapper::setAccessor(object, name, function);
+}
+
+void ScriptProperty::setFixedData(QScriptValue function, const QScriptValue &data)
+{
+    function.setData(data);
+    function.setProperty(QStringLiteral("__qt_data__"), data, FuncWrapper::Hidden);
 }

@@ -21,4 +21,8 @@ void setHidden(QScriptEngine *engine, QScriptValue object, const QString &name,
 void setHiddenAccessor(QScriptEngine *engine, QScriptValue object, const QString &name,
                        const QScriptValue &function);
 
+/// Gives a function data that scripts can neither change nor delete nor enumerate. Qt keeps the
+/// data of a function in an ordinary property of it; what the data holds is not guarded.
+void setFixedData(QScriptValue function, const QScriptValue &data);
+
 } // namespace ScriptProperty

@@ -312,6 +312,7 @@ void TestScriptGlobals::hostObjectsCannotBeReplaced()
     const HostOutcome outcome = runCode(
         QStringLiteral("server = 1; var post = 2; this.scriptEngine = 3;\n"
                        "delete this.server; scriptEngine.file = 4; delete scriptEngine.file;\n"
+                       "this.__lookupGetter__('server').__qt_data__ = 5;\n"
                        "print(server, post, scriptEngine, scriptEngine.file.name);"));
     VERIFY_OUTCOME(outcome.exitCode == 0, outcome);
     QCOMPARE(outcome.output, QStringLiteral("[VextServer 'server'] [VextPost 'post']"

@@ -1,6 +1,6 @@
 // The script constructor VEXT_SQL.
-#include "library_life.h"
 #include "frame_host.h"
+#include "library_life.h"
 #include "message_log.h"
 
 #include <QtTest>
@@ -40,6 +40,8 @@ private slots:
     void constructorCannotBeChangedOrDeleted_data();
     void constructorCannotBeChangedOrDeleted();
     void constructorIsNotEnumerated();
+    void constructorsOwnDataIsFixed_data();
+    void constructorsOwnDataIsFixed();
     void constructorIsRegisteredWithoutInstallToo();
     void registeringTwiceLeavesOneConstructor();
 
@@ -117,7 +119,34 @@ void TestConstructor::constructorIsNotEnumerated()
     QVERIFY(h().holds("(function(g) { for (var p in g) if (p === 'VEXT_SQL') return false;"
                       "return true })(this)"));
     QVERIFY(h().holds("(function() { for (var p in VEXT_SQL)"
-                      "if (p === 'name' || p === 'length') return false; return true })()"));
+                      "if (VEXT_SQL.hasOwnProperty(p)) return false; return true })()"));
+}
+
+void TestConstructor::constructorsOwnDataIsFixed_data()
+{
+    QTest::addColumn<QString>("attack");
+    for (const char *attack :
+         {"VEXT_SQL.__qt_data__ = [evil, evil]", "delete VEXT_SQL.__qt_data__",
+          "VEXT_SQL.__defineGetter__('__qt_data__', evil)",
+          "try { Object.defineProperty(VEXT_SQL, '__qt_data__', {get: evil}) } catch (e) {}",
+          "var own = VEXT_SQL.__qt_data__, names = Object.getOwnPropertyNames(own);"
+          "for (var i = 0; i < names.length; ++i) own[names[i]] = evil"})
+        QTest::newRow(attack) << utf8(attack);
+}
+
+/// The constructor keeps native functions in a property of its own, and a result of many rows is
+/// converted with them.
+void TestConstructor::constructorsOwnDataIsFixed()
+{
+    QFETCH(QString, attack);
+    h().eval("function evil() { throw new Error('evil') }");
+    h().eval(attack);
+    h().eval("var db = new VEXT_SQL(); db.driverName = 'QSQLITE'; db.databaseName = ':memory:'");
+    QVERIFY(h().holds("db.open()"));
+    h().eval("var r = db.query('with recursive s(i) as (select 1 union all select i + 1 from s "
+             "where i < 3000) select i from s')");
+    QVERIFY(h().holds("r.i.length === 3000 && r.i[2999] === 3000"));
+    h().eval("r = null; db.close()");
 }
 
 void TestConstructor::constructorIsRegisteredWithoutInstallToo()

@@ -43,6 +43,12 @@ private slots:
     void hostMadeGlobalObjectGetsPlainProperties_data();
     void hostMadeGlobalObjectGetsPlainProperties();
     void installingTwiceSetsTheSameAgain();
+    void installAgainRestoresWhatAScriptReplaced_data();
+    void installAgainRestoresWhatAScriptReplaced();
+    void installWithoutDefinePropertySetsPlainProperties_data();
+    void installWithoutDefinePropertySetsPlainProperties();
+    void readersOfFixedGlobalsKeepTheirValues_data();
+    void readersOfFixedGlobalsKeepTheirValues();
     void installServesSeveralEngines();
 
     void tagIsSharedByEnginesAndConnections();
@@ -52,6 +58,7 @@ private slots:
     void tagCanBeSetToUndefinedAgain();
     void tagOutlivesTheEngineThatWroteIt();
     void tagOfADeletedObjectIsNoDanglingPointer();
+    void tagOfAnotherEnginesConnectionIsNull();
     void tagOfAThrowingConversionLeavesTheTag();
     void jsTagWithoutContextOrEngineIsFalse();
 
@@ -364,6 +371,75 @@ void TestInstall::installingTwiceSetsTheSameAgain()
                       " && new VEXT_SQL().objectName === 'sql'"));
 }
 
+void TestInstall::installAgainRestoresWhatAScriptReplaced_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("check");
+    QTest::newRow("VEXT_SQL") << QStringLiteral("VEXT_SQL")
+                              << QStringLiteral("new VEXT_SQL('x').objectName === 'x'");
+    QTest::newRow("counters") << QStringLiteral("counters")
+                              << QStringLiteral("counters().length === 0");
+    QTest::newRow("tag") << QStringLiteral("tag")
+                         << QStringLiteral("tag = 4; new VEXT_SQL().tag === 4 && tag === 4");
+}
+
+void TestInstall::installAgainRestoresWhatAScriptReplaced()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, check);
+    const QScriptValue::PropertyFlags flags = h().engine()->globalObject().propertyFlags(name);
+    h().eval(
+        QStringLiteral("this.__defineGetter__('%1', function() { return 'replaced' })").arg(name));
+    h().script.install(FrameHost::plugin());
+    QVERIFY2(h().eval(check).toBool(), qPrintable(h().eval(name).toString()));
+    QCOMPARE(h().engine()->globalObject().propertyFlags(name), flags);
+}
+
+void TestInstall::installWithoutDefinePropertySetsPlainProperties_data()
+{
+    QTest::addColumn<QString>("hostile");
+    for (const char *hostile :
+         {"Object.defineProperty = function(o) { return o }",
+          "Object.defineProperty = function() { throw new Error('no') }",
+          "Object.defineProperty = 5", "delete Object.defineProperty", "Object = undefined"})
+        QTest::newRow(hostile) << utf8(hostile);
+}
+
+/// A script that ran before the host's install may have taken away what flags are set with.
+void TestInstall::installWithoutDefinePropertySetsPlainProperties()
+{
+    QFETCH(QString, hostile);
+    ScriptHost fresh;
+    fresh.eval(hostile);
+    fresh.install(FrameHost::plugin());
+    QVERIFY(fresh
+                .eval(QStringLiteral("counters().length === 0 && (tag = 3) && tag === 3"
+                                     " && new VEXT_SQL('x').tag === 3"))
+                .toBool());
+}
+
+void TestInstall::readersOfFixedGlobalsKeepTheirValues_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("VEXT_SQL") << QStringLiteral("VEXT_SQL");
+    QTest::newRow("counters") << QStringLiteral("counters");
+}
+
+/// Qt keeps a function's data in a property of it.
+void TestInstall::readersOfFixedGlobalsKeepTheirValues()
+{
+    QFETCH(QString, name);
+    h().eval(QStringLiteral("var kept = %1, reader = this.__lookupGetter__('%1')").arg(name));
+    for (const char *attack : {"reader.__qt_data__ = 5", "delete reader.__qt_data__",
+                               "reader.__defineGetter__('__qt_data__', function() { return 5 })",
+                               "try { Object.defineProperty(reader, '__qt_data__', {value: 5}) }"
+                               " catch (e) {}"}) {
+        h().eval(attack);
+        QVERIFY2(h().eval(QStringLiteral("%1 === kept").arg(name)).toBool(), attack);
+    }
+    QVERIFY(!propertyListed(h().script, "reader", "__qt_data__"));
+}
+
 void TestInstall::installServesSeveralEngines()
 {
     FrameHost other;
@@ -449,6 +525,23 @@ void TestInstall::tagOfADeletedObjectIsNoDanglingPointer()
     h().eval("tag = {inner: new VEXT_SQL('x')}");
     delete VEXT_SQL::m_listSqlConns.constLast();
     h().eval("'' + tag.inner; try { tag.inner.open() } catch (e) {}");
+}
+
+/// Its methods make values of its own engine, which no other engine may hold.
+void TestInstall::tagOfAnotherEnginesConnectionIsNull()
+{
+    FrameHost other;
+    other.eval("var db = new VEXT_SQL(); tag = {inner: [db], n: 1}");
+    QVERIFY(other.holds("tag.inner[0] === db || tag.inner[0].objectName === 'sql'"));
+    QVERIFY(h().holds("tag.inner[0] === null && tag.n === 1"));
+    QVERIFY(h().holds("new VEXT_SQL().tag.inner[0] === null"));
+    other.eval("tag = db");
+    QVERIFY(h().holds("tag === null"));
+    QVERIFY(other.holds("typeof tag.counters() === 'object'"));
+    h().engine()->globalObject().setProperty(QStringLiteral("foreign"),
+                                             h().engine()->newQObject(other.connection()));
+    QVERIFY(h().holds("try { new VEXT_SQL().query_thread.call(foreign, function() {}, 'select 1')}"
+                      " catch (e) { e instanceof TypeError }"));
 }
 
 void TestInstall::tagOfAThrowingConversionLeavesTheTag()
@@ -594,8 +687,7 @@ void TestInstall::countersShowsWhatAnotherThreadChanges_data()
 {
     QTest::addColumn<QString>("change");
     QTest::addColumn<QString>("member");
-    QTest::newRow("subscriptions") << utf8("db.add_event('e%1')")
-                                   << utf8("subscribeEvents.length");
+    QTest::newRow("subscriptions") << utf8("db.add_event('e%1')") << utf8("subscribeEvents.length");
     QTest::newRow("name") << utf8("db.objectName = 'theirs%1'") << utf8("dbObjectName");
 }
 
