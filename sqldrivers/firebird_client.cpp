@@ -92,20 +92,19 @@ bool FirebirdClient::ask(Handle connection, QByteArray *answer) const
 
 FirebirdClient::Handle FirebirdClient::open(const FirebirdAddress &address) const
 {
+    Status status[StatusLength] = {};
+    return m_attach && m_detach ? attach(address, status) : 0;
+}
+
+FirebirdClient::Handle FirebirdClient::attach(const FirebirdAddress &address, Status *status) const
+{
     QByteArray parameters = waitingForAnAnswer();
     if (!address.user.isEmpty())
         parameters += parameter(ParameterUser, address.user);
     if (!address.password.isEmpty())
         parameters += parameter(ParameterPassword, address.password);
-    Status status[StatusLength] = {};
-    return m_attach && m_detach ? attach(address.database, parameters, status) : 0;
-}
-
-FirebirdClient::Handle FirebirdClient::attach(const QByteArray &database,
-                                              const QByteArray &parameters, Status *status) const
-{
     Handle connection = 0;
-    m_attach(status, 0, database.constData(), &connection, short(parameters.size()),
+    m_attach(status, 0, address.database.constData(), &connection, short(parameters.size()),
              parameters.constData());
     return connection;
 }
@@ -133,16 +132,17 @@ bool FirebirdClient::run(Handle connection, const QByteArray &statement) const
     return good;
 }
 
-bool FirebirdClient::reaches(const QByteArray &address) const
+bool FirebirdClient::reaches(const FirebirdAddress &address) const
 {
     if (!m_attach || !m_detach)
         return true;
     Status status[StatusLength] = {};
     QElapsedTimer timer;
     timer.start();
-    const Handle connection = attach(address + "no such database", waitingForAnAnswer(), status);
+    const Handle connection = attach(address, status);
     if (connection)
         close(connection);
     // The end of the time looks like a refusal.
-    return !timer.hasExpired(AnswerSeconds * 1000) && (status[0] != 1 || status[1] != NetworkError);
+    return connection || (!timer.hasExpired(AnswerSeconds * 1000) &&
+                          (status[0] != 1 || status[1] != NetworkError));
 }

@@ -49,8 +49,8 @@ public:
 
     /// Whether a server answers a new connection, if only by refusing it. Blocks for
     /// three seconds while it is silent, and some minutes at most where the network swallows all.
-    /// @param address what stands before a database's name, "host/port:"
-    bool reaches(const QByteArray &address) const;
+    /// @param address that lets in: a server delays refusals to who has failed to log in before
+    bool reaches(const FirebirdAddress &address) const;
 
 private:
     using Status = std::intptr_t;
@@ -64,7 +64,7 @@ private:
     using Commit = Status(Status *, Transaction *);
 
     bool ask(Handle connection, QByteArray *answer) const;
-    Handle attach(const QByteArray &database, const QByteArray &parameters, Status *status) const;
+    Handle attach(const FirebirdAddress &address, Status *status) const;
 
     CancelOperation *m_cancel = nullptr;
     DatabaseInfo *m_info = nullptr;

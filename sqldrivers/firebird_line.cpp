@@ -38,12 +38,12 @@ struct Questions {
 /// The question that is under way, or a new one: a dead server is asked once in a while, however
 /// many connections wait for it.
 /// @param since when the connection was made: an earlier question says nothing about its server
-std::shared_ptr<Question> ask(const FirebirdClient &client, const QByteArray &address,
-                              Question::Clock::time_point since)
+std::shared_ptr<Question> ask(const FirebirdClient &client, const QByteArray &server,
+                              const FirebirdAddress &address, Question::Clock::time_point since)
 {
     static auto *questions = new Questions; // threads may outlast the end of main()
     QMutexLocker locker(&questions->mutex);
-    std::shared_ptr<Question> &last = questions->last[address];
+    std::shared_ptr<Question> &last = questions->last[server];
     if (last && last->isOpen() && last->asked >= since)
         return last;
     last = std::make_shared<Question>();
@@ -74,7 +74,8 @@ struct FirebirdLine::Watch::State {
 void FirebirdLine::Watch::State::askServer(const std::shared_ptr<State> &state)
 {
     const QMutexLocker locker(&state->mutex);
-    state->question = ask(state->line.m_client, state->line.m_address, state->line.m_since);
+    state->question =
+        ask(state->line.m_client, state->line.m_server, state->line.m_address, state->line.m_since);
     // Others may have waited for the answer for a while.
     const int patience = std::max(0, DeadServerMs - state->question->ageMs());
     state->end = DeadlineWatch::instance().add(patience, [state] { state->cutUnlessAnswered(); });
@@ -94,7 +95,7 @@ void FirebirdLine::Watch::State::cutUnlessAnswered()
 
 void FirebirdLine::askServer() const
 {
-    ask(m_client, m_address, m_since);
+    ask(m_client, m_server, m_address, m_since);
 }
 
 FirebirdLine::Watch::Watch(const FirebirdLine &line, int askAfterMs)

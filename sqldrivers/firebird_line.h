@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
 /// Firebird's client library waits for an answer without an end, also when the server is dead. A
 /// live one, though, may take long to undo a change.
@@ -19,17 +20,19 @@ public:
     /// How long a server may take to answer a new connection.
     static constexpr int DeadServerMs = 2000;
 
-    /// @param address what stands before a database's name, "host/port:"; empty for the engine in
+    /// @param server what stands before a database's name, "host/port:"; empty for the engine in
     /// this process, which cannot be silent
-    FirebirdLine(const FirebirdClient &client, FirebirdClient::Handle connection,
-                 const QByteArray &address)
+    /// @param address of the connection
+    FirebirdLine(const FirebirdClient &client, FirebirdClient::Handle connection, QByteArray server,
+                 FirebirdAddress address)
         : m_client(client)
         , m_connection(connection)
-        , m_address(address)
+        , m_server(std::move(server))
+        , m_address(std::move(address))
     {
     }
 
-    bool isRemote() const { return !m_address.isEmpty(); }
+    bool isRemote() const { return !m_server.isEmpty(); }
 
     /// Asks the server for a sign of life now, for all who watch a line to it soon: they need not
     /// wait as long for the answer. Any thread; returns at once.
@@ -54,6 +57,7 @@ public:
 private:
     FirebirdClient m_client;
     FirebirdClient::Handle m_connection;
-    QByteArray m_address;
+    QByteArray m_server;
+    FirebirdAddress m_address;
     std::chrono::steady_clock::time_point m_since = std::chrono::steady_clock::now();
 };

@@ -220,7 +220,7 @@ bool FirebirdPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Can
     m_wantsExactNumbers = layer.exactNumbers;
     m_client.resolve();
     m_connection = nativeHandle<FirebirdClient::Handle>();
-    m_line = std::make_unique<FirebirdLine>(m_client, m_connection, m_address);
+    m_line = std::make_unique<FirebirdLine>(m_client, m_connection, m_address, m_second);
     if (m_line->isRemote()) {
         m_socket = std::make_unique<SocketWatch>(m_finder->find([this] { answers(); }));
         m_number = m_client.number(m_connection);

@@ -11,8 +11,11 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
+#include <QThread>
 #include <QtTest>
 
+#include <atomic>
+#include <memory>
 #include <vector>
 
 namespace
@@ -46,6 +49,7 @@ private Q_SLOTS:
     void errorInALaterRowLeavesTheConnectionAlone();
     void errorThatWaitsBehindUnreadRowsIsNoLoss_data() { bothKinds(); }
     void errorThatWaitsBehindUnreadRowsIsNoLoss();
+    void longCommitOfALiveServerIsWaitedFor();
 
 private:
     static void bothKinds();
@@ -321,6 +325,57 @@ void TestDriverFirebird::errorThatWaitsBehindUnreadRowsIsNoLoss()
         QCOMPARE(query.lastError().nativeErrorCode(), QStringLiteral("22012"));
     }
     QVERIFY(db.isOpen());
+}
+
+/// A server is asked meanwhile whether it lives; those who have tried wrong passwords get its
+/// answers late.
+void TestDriverFirebird::longCommitOfALiveServerIsWaitedFor()
+{
+    constexpr int Guesses = 40;
+    constexpr int CommitMs = 4000;
+    USE_SYSTEM(m_systems, Server);
+    QSqlDatabase db = open(Server, QString());
+    const auto run = [&db](const QString &sql) {
+        QSqlQuery query(db);
+        return query.exec(sql) ? QString() : query.lastError().text();
+    };
+    run(QStringLiteral("DROP TRIGGER linger"));
+    run(QStringLiteral("DROP TABLE lingering"));
+    QCOMPARE(run(QStringLiteral("CREATE TABLE lingering (ms INTEGER)")), QString());
+    QCOMPARE(run(QStringLiteral("INSERT INTO lingering VALUES (0)")), QString());
+    QCOMPARE(run(QStringLiteral(
+                 "CREATE TRIGGER linger ON TRANSACTION COMMIT AS DECLARE ms INTEGER; "
+                 "DECLARE begun TIMESTAMP; BEGIN SELECT MAX(ms) FROM lingering INTO ms; "
+                 "begun = CAST('NOW' AS TIMESTAMP); WHILE (DATEDIFF(MILLISECOND FROM begun TO "
+                 "CAST('NOW' AS TIMESTAMP)) < ms) DO BEGIN END END")),
+             QString());
+    QVERIFY(db.transaction());
+    QCOMPARE(run(QStringLiteral("UPDATE lingering SET ms = %1").arg(CommitMs)), QString());
+    std::atomic<bool> isOver{false};
+    const std::unique_ptr<QThread> guessing(QThread::create([this, &isOver] {
+        ConnectionParameters parameters = m_systems.get(Server).parameters();
+        parameters.userName.clear();
+        parameters.password.clear();
+        for (int i = 0; i < Guesses && !isOver; ++i) {
+            parameters.database(QStringLiteral("guess")).open();
+            QSqlDatabase::removeDatabase(QStringLiteral("guess"));
+        }
+    }));
+    guessing->start();
+    QElapsedTimer timer;
+    timer.start();
+    const bool committed = db.commit();
+    const qint64 elapsedMs = timer.elapsed();
+    const QString error = db.lastError().text();
+    isOver = true;
+    guessing->wait();
+    QVERIFY2(committed, qPrintable(QStringLiteral("after %1 ms: %2").arg(elapsedMs).arg(error)));
+    QVERIFY(elapsedMs >= CommitMs);
+    QVERIFY(db.isOpen());
+    db.transaction();
+    run(QStringLiteral("UPDATE lingering SET ms = 0"));
+    db.commit();
+    QCOMPARE(run(QStringLiteral("DROP TRIGGER linger")), QString());
 }
 
 QTEST_GUILESS_MAIN(TestDriverFirebird)
