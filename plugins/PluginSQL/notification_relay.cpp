@@ -9,6 +9,7 @@
 #include <QThread>
 #include <QVariant>
 
+#include <algorithm>
 #include <utility>
 
 namespace
@@ -92,18 +93,18 @@ void NotificationRelay::runDeferredSteps()
 
 bool NotificationRelay::add(const QString &name, bool unsure)
 {
-    // Removed by the handler that adds it again: the driver still has it.
-    if (m_removals.removeOne(name))
+    QSqlDriver *driver = m_connection.driver();
+    // Removed by the handler that adds it again, and the driver still has it.
+    if (m_removals.removeOne(name) && driver->subscribedToNotifications().contains(name))
         return true;
-    const bool done = subscribe(m_connection.driver(), name);
-    if (unsure)
+    const bool done = subscribe(driver, name);
+    if (unsure && !m_unsure.contains(name))
         m_unsure.append(name);
     return done;
 }
 
 void NotificationRelay::remove(const QString &name)
 {
-    m_unsure.removeOne(name);
     if (!m_removals.contains(name))
         m_removals.append(name);
     retryRemovals();
@@ -131,11 +132,13 @@ void NotificationRelay::afterTransaction()
         afterDelivery([this, names] { renew(names); });
 }
 
-/// Subscribes again to what the server does not send; what it sends is left alone, so that nothing
-/// is missed.
-void NotificationRelay::renew(const QStringList &names)
+/// Subscribes again to what is still wanted and the server does not send; what it sends is left
+/// alone, so that nothing is missed.
+void NotificationRelay::renew(QStringList names)
 {
-    if (!m_connection.isOpen())
+    const auto isRemoved = [this](const QString &name) { return !m_listed.contains(name); };
+    names.erase(std::remove_if(names.begin(), names.end(), isRemoved), names.end());
+    if (names.isEmpty() || !m_connection.isOpen())
         return;
     QStringList sent;
     {
@@ -147,8 +150,8 @@ void NotificationRelay::renew(const QStringList &names)
             sent << query.value(0).toString();
     }
     QSqlDriver *driver = m_connection.driver();
-    for (const QString &name : names) {
-        if (sent.contains(name) || !m_listed.contains(name))
+    for (const QString &name : qAsConst(names)) {
+        if (sent.contains(name))
             continue;
         if (driver->subscribedToNotifications().contains(name))
             driver->unsubscribeFromNotification(name);

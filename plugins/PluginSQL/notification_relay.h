@@ -57,7 +57,7 @@ public:
     void forgetDriver();
 
 private:
-    void renew(const QStringList &names);
+    void renew(QStringList names);
 
     QObject *m_context;
     const QSqlDatabase &m_connection;
@@ -65,5 +65,5 @@ private:
     int m_delivering = 0;
     std::vector<Step> m_deferred;
     QStringList m_removals; ///< names that the driver still has to forget
-    QStringList m_unsure;   ///< subscribed in an open transaction
+    QStringList m_unsure;   ///< subscribed in an open transaction, and perhaps removed since
 };

@@ -40,9 +40,10 @@ bool VEXT_sqlThr::isSupportEvent() const
 bool VEXT_sqlThr::add_event(const QString &name)
 {
     const Entry entry(this);
+    // Script code may run while the place is looked for, and add the name itself.
+    const QString place = subscribingPlace(m_engine);
     if (m_listEvents.contains(name))
         return false;
-    const QString place = subscribingPlace(m_engine);
     {
         QMutexLocker locker(&m_mutexParams);
         m_listEvents.append(name);

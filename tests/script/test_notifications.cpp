@@ -51,6 +51,7 @@ private slots:
     void callSitesArePaddedToTheLongest();
     void removingAndAddingRecordsTheNewCallSite();
     void removeForgetsTheCallSiteOfThatName();
+    void nameAddedWhileItsCallSiteIsLookedForIsListedOnce();
 
     void tracedSubscriptionsAreLogged();
     void untracedSubscriptionsAreSilent();
@@ -65,6 +66,8 @@ private slots:
     void handlerMayCloseBeforeTheWorkerEndsAtOnce();
     void handlerMayStartNestedNotifications();
     void handlerMayRemoveItsEventAndAddItAgain();
+    void handlerMayRemoveAndAddANameThatTheDriverDoesNotHave_data();
+    void handlerMayRemoveAndAddANameThatTheDriverDoesNotHave();
     void handlersEventLoopKeepsWhatWaitsForTheDelivery();
     void closedDriverIsNotHeardUntilItGoes();
     void closedDriverIsNotCancelledWithTheNext();
@@ -74,6 +77,7 @@ private slots:
     void otherSystemsAreNotAskedWhatTheySend();
     void removedNameOfATransactionIsNotLookedFor();
     void subscriptionOfATransactionIsRenewedOnce();
+    void subscriptionRemovedAndAddedInAHandlerIsRenewedAfterTheTransaction();
     void subscriptionThatHoldsIsLeftAlone();
     void closedConnectionIsNotAskedWhatItSends();
     void nameRemovedBeforeItsRenewalStaysRemoved();
@@ -420,6 +424,22 @@ void TestNotifications::removeForgetsTheCallSiteOfThatName()
             entries.at(1).endsWith(QLatin1String(" c")));
 }
 
+/// A script can put a getter where the name of the calling function is read.
+void TestNotifications::nameAddedWhileItsCallSiteIsLookedForIsListedOnce()
+{
+    h().eval("var within = [], trap = {};"
+             "trap.__defineGetter__('name', function() {"
+             " if (within.length === 0) { within.push(null); within[0] = db.add_event('a') }"
+             " return 'f' });"
+             "var added; (function() { arguments.callee = trap;"
+             " (function() { (function() { added = db.add_event('a') })() })() })();"
+             "db.open()");
+    QVERIFY(h().holds("within.length === 1"));
+    QCOMPARE(h().shown("within[0] + ' ' + added"), QStringLiteral("true false"));
+    QVERIFY(h().holds("db.counters(scriptEngine).subscribeEvents.length === 1"));
+    QCOMPARE(m_stub->texts(StubCall::Subscribe), QStringList{utf8("a")});
+}
+
 // --- Trace ---
 
 void TestNotifications::tracedSubscriptionsAreLogged()
@@ -563,6 +583,32 @@ void TestNotifications::handlerMayRemoveItsEventAndAddItAgain()
     QCOMPARE(h().shown("seen.join() + ' ' + db.events.join()"), QStringLiteral("a,a a"));
 }
 
+void TestNotifications::handlerMayRemoveAndAddANameThatTheDriverDoesNotHave_data()
+{
+    QTest::addColumn<bool>("refused");
+    QTest::newRow("never subscribed") << false;
+    QTest::newRow("refused before") << true;
+}
+
+void TestNotifications::handlerMayRemoveAndAddANameThatTheDriverDoesNotHave()
+{
+    QFETCH(bool, refused);
+    h().eval("var added = null; db.event.connect(function() { db.rem_event('b');"
+             "added = db.add_event('b') }); db.open(); db.add_event('a')");
+    if (refused) {
+        m_stub->fail(StubCall::Subscribe,
+                     stubError(QSqlError::StatementError, QStringLiteral("no")), StubWhere::nth(1));
+        QVERIFY(h().holds("db.add_event('b') === false"));
+    }
+    m_stub->clearRecord();
+    notify("a");
+    drainEvents();
+    QCOMPARE(m_stub->texts(StubCall::Subscribe), QStringList{utf8("b")});
+    QVERIFY(h().holds("added === true"));
+    QCOMPARE(notify("b"), 1);
+    QCOMPARE(h().shown("seen.join() + ' ' + db.events.join()"), QStringLiteral("a,b a,b"));
+}
+
 void TestNotifications::handlersEventLoopKeepsWhatWaitsForTheDelivery()
 {
     h().eval("db.open(); db.add_event('a'); db.add_event('b')");
@@ -648,6 +694,19 @@ void TestNotifications::subscriptionOfATransactionIsRenewedOnce()
     QCOMPARE(lookups(), 1);
     QCOMPARE(m_stub->texts(StubCall::Unsubscribe), QStringList{utf8("a")}); // it has that name
     QCOMPARE(m_stub->count(StubCall::Subscribe), 2);
+}
+
+void TestNotifications::subscriptionRemovedAndAddedInAHandlerIsRenewedAfterTheTransaction()
+{
+    usePostgres();
+    h().eval("db.event.connect(function() { db.rem_event('b'); db.add_event('b') });"
+             "db.open(); db.add_event('a'); db.transaction(); db.add_event('b')");
+    notify("a");
+    drainEvents();
+    m_stub->clearRecord();
+    h().eval("db.rollback()");
+    QCOMPARE(lookups(), 1);
+    QCOMPARE(m_stub->texts(StubCall::Subscribe), QStringList{utf8("b")});
 }
 
 void TestNotifications::subscriptionThatHoldsIsLeftAlone()
