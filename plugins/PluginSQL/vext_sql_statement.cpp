@@ -89,6 +89,8 @@ bool argumentValues(VEXT_sqlThr &worker, const QScriptValue &args, QVariantList 
         return false;
     for (const QScriptValue &value : given) {
         const QScriptValue data = value.data();
+        if (watch.threw())
+            return false;
         QVariant variant;
         if (!ScriptVariant::convert(data.isValid() ? data : value, engine, variant)) {
             if (!watch.threw())

@@ -101,6 +101,7 @@ private Q_SLOTS:
     void execHasNoTimingMode();
     void execDoesNotTraceItsStatement();
     void execStopsAtAThrowingGetter();
+    void execStopsWhereTheDataOfAValueThrows();
     void execBindsHostileValues_data();
     void execBindsHostileValues();
     void execReturnsAResultObject();
@@ -708,6 +709,17 @@ void TestStatements::execDoesNotTraceItsStatement()
     openStub("STUB"_qs);
     eval("db.traceLog = true; db.exec('p', [])"_qs);
     QCOMPARE(sent(), QStringList());
+}
+
+void TestStatements::execStopsWhereTheDataOfAValueThrows()
+{
+    openStub("STUB"_qs);
+    eval("var o = {}; o.__defineGetter__('__qt_data__', function() { throw new Error('no data'); "
+         "});"_qs);
+    const QString exception = host().evalThrows("db.exec('p', [1, o])"_qs);
+    QVERIFY2(exception.contains("no data"_qs), qPrintable(exception));
+    QCOMPARE(sent(), QStringList());
+    QCOMPARE(stub().count(StubCall::Prepare), 0);
 }
 
 void TestStatements::execStopsAtAThrowingGetter()
