@@ -81,6 +81,7 @@ void callBack(QScriptEngine *engine, structThrSql *task, const QScriptValue &age
     if (!timing)
         return;
     const bool threw = alive && alive->hasUncaughtException();
+    const ScriptGuard guard(alive); // the answer's own toString() may throw
     DebugLine::debug(VextSqlModule::Worker, WorkerLines::Result + __LINE__, "queryFinThr")
         << "return" << returned.toString() << (threw ? ":----- Exception !!!" : "");
 }

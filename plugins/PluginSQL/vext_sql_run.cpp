@@ -54,6 +54,7 @@ private:
     void leave();
 
     VEXT_sqlThr &m_worker;
+    const bool m_trace; ///< as it was at the start, for the whole run
     ThreadSession m_session;
     ResultReader::Thread m_reading;
 };
@@ -78,6 +79,7 @@ void VEXT_sqlThr::run()
 
 VEXT_sqlThr::ThreadBody::ThreadBody(VEXT_sqlThr &worker, ClaimedName name)
     : m_worker(worker)
+    , m_trace(worker.traceLog)
     , m_session(std::move(name), worker.m_threadWatch)
     , m_reading{worker.m_stream}
 {
@@ -128,7 +130,7 @@ bool VEXT_sqlThr::ThreadBody::reopenConnection()
     }
     const QSqlError error = m_session.database().lastError();
     m_worker.setLastError(error);
-    if (m_worker.traceLog) {
+    if (m_trace) {
         m_worker.sendMessage(WorkerLines::Run + __LINE__, "run",
                              VEXT_sqlThr::tr("не смог подключиться к БД '%1'").arg(error.text()),
                              -1);
@@ -175,7 +177,7 @@ void VEXT_sqlThr::ThreadBody::runStatements(structThrSql *task)
             task->failed = true;
             return;
         }
-        if (m_worker.traceLog)
+        if (m_trace)
             m_worker.sendMessage(WorkerLines::Run + __LINE__, "run",
                                  VEXT_sqlThr::tr("sql='%1'").arg(SqlSecrets::maskedStatement(sql)),
                                  2);
@@ -242,7 +244,7 @@ bool VEXT_sqlThr::ThreadBody::executeStatement(structThrSql *task, const QString
     });
     if (!prepared) {
         m_worker.setLast(task);
-        if (m_worker.traceLog) {
+        if (m_trace) {
             m_worker.sendMessage(
                 WorkerLines::Run + __LINE__, "run",
                 VEXT_sqlThr::tr("не смог подготовить процедуру '%1' к выполнению\n%2")

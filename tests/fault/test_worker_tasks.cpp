@@ -248,6 +248,7 @@ void WorkerTasks::statementIsTracedAtLevelTwo()
     VEXT_SQL *db = m_script->connection();
     m_script->queue(QStringLiteral("quiet"));
     QVERIFY(m_script->waitDelivered(1));
+    db->stop_thread(10000);
     db->setTraceLog(true);
     m_script->queue(QStringLiteral("one"));
     QVERIFY(sink()->waitFor(QStringLiteral("sql='one'")));

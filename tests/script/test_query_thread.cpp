@@ -71,6 +71,8 @@ private Q_SLOTS:
     // the worker
     void statementsRunOnTheThreadConnection();
     void statementsAreTracedAsGiven();
+    void traceIsThatOfTheThreadsStart();
+    void textOfACallbacksAnswerMayThrow();
     void statementsAreCounted();
     void lastStateFollowsTheWorker();
     void connectionErrorEndsTheThread();
@@ -639,6 +641,35 @@ void TestQueryThread::statementsAreTracedAsGiven()
     QVERIFY(host().waitFor([&] { return sent().size() >= 3; }));
     QCOMPARE(sent(),
              (QStringList{"2 run sql=' s1 '"_qs, "2 run sql='commit'"_qs, "2 run sql='s%1'"_qs}));
+}
+
+void TestQueryThread::traceIsThatOfTheThreadsStart()
+{
+    openStub("STUB"_qs);
+    recordAnswers();
+    eval("db.query_thread('s1', record)"_qs);
+    QVERIFY(waitForAnswers(1));
+    eval("db.traceLog = true; db.query_thread('s2', record)"_qs);
+    QVERIFY(waitForAnswers(2));
+    drainEvents();
+    QCOMPARE(sent().filter("run "_qs), QStringList());
+    eval("db.stop_thread(60000); db.query_thread('s3', record)"_qs);
+    QVERIFY(waitForAnswers(3));
+    eval("db.traceLog = false; db.query_thread('s4', record)"_qs);
+    QVERIFY(waitForAnswers(4));
+    drainEvents();
+    QCOMPARE(sent().filter("run "_qs), (QStringList{"2 run sql='s3'"_qs, "2 run sql='s4'"_qs}));
+}
+
+/// Only the line that times the callback wants its answer as a text.
+void TestQueryThread::textOfACallbacksAnswerMayThrow()
+{
+    openStub("STUB"_qs);
+    eval("db.query_thread(function() { return {toString: function() { throw new Error('no text'); "
+         "}}; }, 'q --')"_qs);
+    QVERIFY(log().waitFor("\\t return"_qs));
+    QVERIFY(!host().engine()->hasUncaughtException());
+    QVERIFY(!debugLines("queryFinThr"_qs).last().contains("Exception !!!"_qs));
 }
 
 void TestQueryThread::statementsAreCounted()
