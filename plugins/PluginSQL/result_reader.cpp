@@ -68,6 +68,12 @@ void ResultReader::read(structSqlResult &result, const Stop &stop, Thread *threa
             readRows(result, stop, thread ? &thread->stream : nullptr, 0);
     }
     readFigures(result);
+    // Whether the driver's interrupt or the look at the stop request ends a read is chance. A lost
+    // connection is told as such all the same.
+    if (m_endedByError && result.error.type() != QSqlError::ConnectionError && stop()) {
+        result.canceled = true;
+        result.error = QSqlError();
+    }
 }
 
 int ResultReader::affectedRows() const
@@ -159,6 +165,7 @@ void ResultReader::readRows(structSqlResult &result, const Stop &stop, ResultStr
 void ResultReader::readFigures(structSqlResult &result)
 {
     result.error = m_query.lastError();
+    m_endedByError = !result.canceled && result.error.type() != QSqlError::NoError;
     if (m_kind.driverType == SqlDriverKind::MySql && !result.error.isValid() &&
         result.fields.isEmpty())
         result.error = silentLoss();

@@ -35,7 +35,8 @@ public:
 
     /// Goes through the whole answer: columns, rows, figures, and the results behind the first one.
     /// The record gets the error that the driver reports on the way.
-    /// @param stop asked before each row; where it says yes, the record is marked as cancelled.
+    /// @param stop asked before each row, and when the rows end in an error; where it says yes, the
+    /// record is marked as cancelled, without an error.
     /// @param thread null keeps all rows in the record, in its columns.
     void read(structSqlResult &result, const Stop &stop, Thread *thread = nullptr);
 
@@ -54,4 +55,5 @@ private:
 
     QSqlQuery &m_query;
     const SqlDriverKind::ConnectionKind m_kind;
+    bool m_endedByError = false; ///< the rows, not what is behind them
 };

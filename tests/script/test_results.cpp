@@ -102,7 +102,8 @@ private Q_SLOTS:
     void stopRequestDoesNotTouchASynchronousRead();
     void sqliteReadIsCancelled_data();
     void sqliteReadIsCancelled();
-    void driverThatCancelsTellsItsOwnError();
+    void readThatTheDriverEndsIsCancelled();
+    void readThatTheStopMeetsIsNoLostConnection();
 
     // how long a result lasts
     void queryResultIsTheLastResult();
@@ -659,7 +660,8 @@ void TestResults::sqliteReadIsCancelled()
              qPrintable(answer));
 }
 
-void TestResults::driverThatCancelsTellsItsOwnError()
+/// Whether the driver or the look at the stop request ends it first is chance, and all the same.
+void TestResults::readThatTheDriverEndsIsCancelled()
 {
     const ThreadGatePtr gate = ThreadGate::create();
     const GateGuard guard(gate);
@@ -671,7 +673,28 @@ void TestResults::driverThatCancelsTellsItsOwnError()
     eval("db.stop_thread(20000)"_qs);
     QVERIFY(truth("!db.isRunning"_qs));
     QVERIFY(waitForAnswers(1));
-    QCOMPARE(json("finished[0].slice(0, 3)"_qs), "[false,{},\"canceling statement\"]"_qs);
+    QCOMPARE(json("finished[0].slice(0, 3)"_qs), "[false,{},\"SQL запрос отменен\"]"_qs);
+    // It was executed, whatever became of its rows.
+    QCOMPARE(json("[db.counters().cnt_sql_ok, db.counters().cnt_sql_er]"_qs), "[1,0]"_qs);
+    QCOMPARE(text("db.lastError"_qs), QString());
+}
+
+void TestResults::readThatTheStopMeetsIsNoLostConnection()
+{
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
+    openStub("STUB"_qs).setDefaultReply(
+        twoRows()
+            .failingAtRow(1, stubError(QSqlError::ConnectionError, "gone"_qs))
+            .withGateAtRow(1, gate));
+    recordAnswers();
+    eval("db.query_thread('q');"_qs);
+    QVERIFY(gate->waitReached());
+    eval("db.stop_thread(0)"_qs);
+    gate->release();
+    QVERIFY(waitForAnswers(1));
+    QCOMPARE(json("finished[0].slice(0, 3)"_qs), "[false,{},\"gone\"]"_qs);
+    QCOMPARE(json("[db.counters().cnt_sql_ok, db.counters().cnt_sql_er]"_qs), "[0,1]"_qs);
 }
 
 // --- how long a result lasts ---
