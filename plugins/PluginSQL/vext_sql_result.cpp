@@ -11,11 +11,14 @@
 #include <QSqlQuery>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <utility>
 
 namespace
 {
+
+constexpr int MaxAffected = std::numeric_limits<int>::max();
 
 QString queryResultName()
 {
@@ -136,7 +139,7 @@ bool VEXT_sqlThr::detach(structThrSql *task, ResultReader::Thread *thread)
     task->releaseQuery();
     setAffectedRows(result.numRowsAffected);
     const bool good = result.error.type() == QSqlError::NoError && !result.canceled;
-    task->rowsAffected += result.numRowsAffected;
+    task->rowsAffected += std::min(result.numRowsAffected, MaxAffected - task->rowsAffected);
     return good;
 }
 

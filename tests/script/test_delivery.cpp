@@ -501,6 +501,10 @@ void TestDelivery::rowsAffectedAreSummed()
     QCOMPARE(task->results.at(2).index, 2);
     QCOMPARE(task->results.at(1).numRowsAffected, 0);
     QCOMPARE(task->results.at(2).executedQuery, "three"_qs);
+    stub().onExact("three"_qs, StubReply::affected(std::numeric_limits<int>::max()));
+    task->sqlQuery = new QSqlQuery(worker()->db);
+    QVERIFY(task->sqlQuery->exec("three"_qs) && worker()->detachSqlResult(task.get()));
+    QCOMPARE(task->rowsAffected, std::numeric_limits<int>::max()); // and no negative sum
 }
 
 void TestDelivery::recordHoldsTheOutcome()
