@@ -269,19 +269,17 @@ bool VEXT_sqlThr::appendSqlTask(structThrSql *task)
             m_thrSqlQueue.storeRelease(m_listSqlTasks.size());
             m_waitTask.wakeAll();
         }
-        queued = m_listSqlTasks.size();
+        queued = m_listSqlTasks.size() + (accepted ? 0 : 1);
         idleMs = m_timerNotUse.elapsed();
-    }
-    if (!accepted) {
-        delete task;
-        return false;
     }
     if (traceLog) {
         DebugLine::debug(VextSqlModule::Worker, __LINE__, "appendSqlTask")
             << "add task: all count " << queued << ": elapsed " << idleMs << ": isRunning"
-            << boolText(isRunning());
+            << boolText(accepted && isRunning());
     }
-    return true;
+    if (!accepted)
+        delete task;
+    return accepted;
 }
 
 void VEXT_sqlThr::appendSqlTaskType(taskSqlType type)

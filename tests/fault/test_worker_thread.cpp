@@ -62,6 +62,7 @@ private slots:
     void startingAgainCountsTheTakenTasksAnew();
     void waitForAThreadThatWasNotStartedIsShort();
     void taskIsRefusedWhenTheThreadCannotBeStarted();
+    void taskThatIsRefusedIsTraced();
     void threadsOfUnopenedConnectionsDoNotShareAName();
 
     // Stop.
@@ -220,6 +221,21 @@ void WorkerThread::waitForAThreadThatWasNotStartedIsShort()
     QCOMPARE(db->worker->m_thrStop.loadAcquire(), 0);
     QVERIFY(db->start_thread());
     QVERIFY(db->worker->waitStart());
+}
+
+void WorkerThread::taskThatIsRefusedIsTraced()
+{
+    VEXT_SQL *db = m_script->connection();
+    db->setTraceLog(true);
+    m_allowedComplaint = QStringLiteral("QThread::start: Thread creation error");
+    {
+        const ThreadCreationBlock block(db->worker);
+        QVERIFY(!m_script->queue(QStringLiteral("refused")));
+    }
+    const QString added = QStringLiteral(
+        "appendSqlTask +\\t.*add task: all count +1 : elapsed +\\d+ : isRunning false$");
+    QCOMPARE(m_log->matching(QtDebugMsg, added).size(), 1);
+    QCOMPARE(scriptInt(QStringLiteral("db.taskSize()")), 0);
 }
 
 void WorkerThread::taskIsRefusedWhenTheThreadCannotBeStarted()
