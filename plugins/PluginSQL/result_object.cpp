@@ -1,6 +1,7 @@
 #include "result_object.h"
 
 #include "column_array.h"
+#include "own_properties.h"
 #include "streamed_results.h"
 
 namespace
@@ -19,48 +20,15 @@ QScriptValue nullsArray(QScriptEngine *engine, const QList<uint> &nulls)
     return engine->toScriptValue(rows);
 }
 
-/// Gives properties to one object as its own, whatever scripts have put on Object.prototype: a
-/// setter there would take the value, and a getter without one would keep it out.
-class OwnProperties
+/// Usually the name of a column stands for a property; "__proto__" stands for the prototype.
+void setColumn(OwnProperties &own, const QString &name, const QScriptString &handle,
+               const QScriptValue &values)
 {
-public:
-    OwnProperties(QScriptEngine *engine, const QScriptValue &object)
-        : m_engine(engine)
-        , m_object(object)
-    {
-    }
-
-    void setColumn(const QString &name, const QScriptString &handle, const QScriptValue &values)
-    {
-        // Usually the name stands for the object's prototype, and is no property.
-        if (name == QLatin1String("__proto__"))
-            setWithoutPrototype(handle, values, {});
-        else
-            set(handle, values);
-    }
-
-    void set(const QScriptString &name, const QScriptValue &value)
-    {
-        if (m_object.propertyFlags(name) &
-            (QScriptValue::PropertyGetter | QScriptValue::PropertySetter))
-            setWithoutPrototype(name, value, QScriptValue::KeepExistingFlags);
-        else
-            m_object.setProperty(name, value);
-    }
-
-private:
-    void setWithoutPrototype(const QScriptString &name, const QScriptValue &value,
-                             QScriptValue::PropertyFlags flags)
-    {
-        const QScriptValue prototype = m_object.prototype();
-        m_object.setPrototype(m_engine->nullValue());
-        m_object.setProperty(name, value, flags);
-        m_object.setPrototype(prototype);
-    }
-
-    QScriptEngine *m_engine;
-    QScriptValue m_object;
-};
+    if (name == QLatin1String("__proto__"))
+        own.setWithoutPrototype(handle, values, {});
+    else
+        own.set(handle, values);
+}
 
 /// Makes the arrays of all columns and of their nulls; of the nulls none where no column has any.
 void takeColumns(const ResultObject::Context &context, structSqlResult &record,
@@ -115,19 +83,12 @@ bool fillFromRow(const ResultObject::Context &context, const QScriptValue &targe
 }
 
 /// Marks a result, read-only and hidden. A getter on Object.prototype must not keep it out either.
-void mark(const ResultObject::Context &context, QScriptValue target)
+void mark(const ResultObject::Context &context, const QScriptValue &target)
 {
     const QScriptString &name = context.names->at(ResultObject::Names::Marker);
-    const bool isTrapped =
-        target.propertyFlags(name) & (QScriptValue::PropertyGetter | QScriptValue::PropertySetter);
-    const QScriptValue prototype = isTrapped ? target.prototype() : QScriptValue();
-    if (isTrapped)
-        target.setPrototype(context.engine->nullValue());
-    target.setProperty(name, QScriptValue(context.engine, MarkerValue),
-                       QScriptValue::ReadOnly | QScriptValue::Undeletable |
-                           QScriptValue::SkipInEnumeration);
-    if (isTrapped)
-        target.setPrototype(prototype);
+    OwnProperties(context.engine, target)
+        .set(name, QScriptValue(context.engine, MarkerValue),
+             QScriptValue::ReadOnly | QScriptValue::Undeletable | QScriptValue::SkipInEnumeration);
 }
 
 const char *const FixedNames[ResultObject::Names::Count] = {
@@ -195,8 +156,8 @@ void ResultObject::fill(const Context &context, QScriptValue target, structSqlRe
         return;
     OwnProperties own(engine, target);
     for (int c = 0; c < count; ++c)
-        own.setColumn(shape.names().at(c), shape.handles()[size_t(c)],
-                      values.index.property(quint32(c)));
+        setColumn(own, shape.names().at(c), shape.handles()[size_t(c)],
+                  values.index.property(quint32(c)));
     const auto set = [&own, &context](Names::Name name, const QScriptValue &value) {
         own.set(context.names->at(name), value);
     };

@@ -1,5 +1,7 @@
 #include "statistics.h"
 
+#include "own_properties.h"
+
 #include <QMutexLocker>
 #include <QObject>
 #include <QScriptEngine>
@@ -24,11 +26,21 @@ QStringList subscriptionTexts(const QStringList &names, const QStringList &place
     return texts;
 }
 
+QScriptValue textArray(QScriptEngine *engine, const QStringList &texts)
+{
+    QScriptValue array = engine->newArray(uint(texts.size()));
+    const WithoutPrototype bare(engine, array);
+    for (int i = 0; i < texts.size(); ++i)
+        array.setProperty(quint32(i), QScriptValue(engine, texts.at(i)));
+    return array;
+}
+
 } // namespace
 
 QScriptValue Statistics::toScript(QScriptEngine *engine, bool ofProcess) const
 {
     QScriptValue object = engine->newObject();
+    const WithoutPrototype bare(engine, object);
     const auto text = [&](const char *key, const QString &value) {
         object.setProperty(QLatin1String(key), QScriptValue(engine, value), Fixed);
     };
@@ -50,8 +62,7 @@ QScriptValue Statistics::toScript(QScriptEngine *engine, bool ofProcess) const
     text("host", host);
     if (ofProcess) {
         object.setProperty(QStringLiteral("subscribeEvents"),
-                           qScriptValueFromSequence(engine, subscriptionTexts(events, eventPlaces)),
-                           Fixed);
+                           textArray(engine, subscriptionTexts(events, eventPlaces)), Fixed);
     }
     text("dbObjectName", ownerName);
     if (isRunning) {

@@ -1,6 +1,7 @@
 #include "vext_sql_entry.h"
 
 #include "debug_line.h"
+#include "own_properties.h"
 #include "result_object.h"
 #include "result_reader.h"
 #include "script_guard.h"
@@ -51,7 +52,8 @@ SqlDriverKind::ConnectionKind kindOf(const ConnectionParameters &worker, const s
 void publishResult(VEXT_sqlThr &worker, const QScriptValue &value)
 {
     if (worker.m_engine && worker.m_owner)
-        worker.m_scriptValueThis.setProperty(queryResultName(), value);
+        OwnProperties(worker.m_engine, worker.m_scriptValueThis)
+            .set(worker.m_engine->toStringHandle(queryResultName()), value);
 }
 
 /// A list of statements is answered by arrays as long as the list, a single one by an object; the
