@@ -33,7 +33,7 @@ function runAndStop(sql, delivered, stop) {
 // --- A read without end ---
 
 runAndStop(NUMBERS + ") SELECT n FROM numbers", function (result, error) {
-    // "cancelled" when the driver was first, "SQL запрос отменен" when the worker was.
+    // It is "SQL запрос отменен", SQL query cancelled.
     print("delivered with an error: " + (error !== false));
     print("rows delivered: " + result.rows); // a part of a result is no result
     computeLong();

@@ -142,7 +142,6 @@ bool VEXT_sqlThr::openMain(ClaimedName name)
     m_mainName = std::move(name);
     db = QSqlDatabase::addDatabase(driverName, m_mainName.text());
     m_mainKind = setParamToDb(db);
-    m_tablesError = QSqlError();
     if (!db.open()) {
         setLastError(db.lastError());
         if (traceLog)

@@ -1,5 +1,6 @@
 #include "vext_sql_entry.h"
 
+#include "own_properties.h"
 #include "sql_secrets.h"
 #include "vext_sql_module.h"
 
@@ -36,11 +37,42 @@ constexpr Feature Features[] = {
     {"CancelQuery", QSqlDriver::CancelQuery},
 };
 
-/// With the texts, which QSqlError's own comparison (5.15) leaves out.
-bool sameError(const QSqlError &one, const QSqlError &other)
+/// Opens what QSqlDriver keeps for drivers.
+struct DriverErrors : QSqlDriver {
+    using QSqlDriver::setLastError;
+};
+
+/// Lists the tables, and tells the error of this call alone: Qt's drivers leave that of an earlier
+/// one where it was.
+QStringList listTables(const QSqlDatabase &db, QSql::TableType type, QSqlError &error)
 {
-    return one == other && one.databaseText() == other.databaseText() &&
-           one.driverText() == other.driverText();
+    QSqlDriver *driver = db.driver();
+    const auto setError = &DriverErrors::setLastError;
+    const QSqlError before = driver->lastError();
+    (driver->*setError)(QSqlError());
+    const QStringList names = db.tables(type);
+    error = driver->lastError();
+    if (!error.isValid())
+        (driver->*setError)(before);
+    return names;
+}
+
+QScriptValue tablesResult(QScriptEngine *engine, const QStringList &names)
+{
+    QScriptValue list = engine->newArray(uint(names.size()));
+    {
+        const WithoutPrototype bare(engine, list);
+        // Flags of an array's elements hold only when set by name.
+        for (int i = 0; i < names.size(); ++i)
+            list.setProperty(QString::number(i), QScriptValue(engine, names.at(i)), Fixed);
+    }
+    QScriptValue result = engine->newObject();
+    const WithoutPrototype bare(engine, result);
+    result.setProperty(QStringLiteral("TABLES"), list, FixedHidden);
+    result.setProperty(QStringLiteral("rows"), QScriptValue(engine, names.size()), Fixed);
+    result.setProperty(QStringLiteral("fields"), QScriptValue(engine, 1), Fixed);
+    result.setProperty(QStringLiteral("numRowsAffected"), QScriptValue(engine, 0), Fixed);
+    return result;
 }
 
 } // namespace
@@ -52,29 +84,15 @@ bool VEXT_sqlThr::tables(int ttype)
         reportNotOpen("tables", WorkerLines::Info + __LINE__);
         return false;
     }
-    const QSqlError before = db.lastError();
-    QStringList names = db.tables(static_cast<QSql::TableType>(ttype & 0xff));
+    QSqlError error;
+    QStringList names = listTables(db, static_cast<QSql::TableType>(ttype & 0xff), error);
     std::sort(names.begin(), names.end());
-    QSqlError error = db.lastError();
-    // Qt's drivers leave the error of an earlier transaction command where it was.
-    if (sameError(error, before) && !sameError(error, m_tablesError))
-        error = QSqlError();
-    else
-        m_tablesError = error;
     setLastError(error);
     clearSqlResult();
     if (m_engine && m_owner) {
-        QScriptValue list = m_engine->newArray(uint(names.size()));
-        // Flags of an array's elements hold only when set by name.
-        for (int i = 0; i < names.size(); ++i)
-            list.setProperty(QString::number(i), QScriptValue(m_engine, names.at(i)), Fixed);
-        QScriptValue result = m_engine->newObject();
-        result.setProperty(QStringLiteral("TABLES"), list, FixedHidden);
-        result.setProperty(QStringLiteral("rows"), QScriptValue(m_engine, names.size()), Fixed);
-        result.setProperty(QStringLiteral("fields"), QScriptValue(m_engine, 1), Fixed);
-        result.setProperty(QStringLiteral("numRowsAffected"), QScriptValue(m_engine, 0), Fixed);
-        m_scriptValueThis.setProperty(QStringLiteral("queryResult"), result,
-                                      QScriptValue::SkipInEnumeration);
+        OwnProperties(m_engine, m_scriptValueThis)
+            .set(m_engine->toStringHandle(QStringLiteral("queryResult")),
+                 tablesResult(m_engine, names), QScriptValue::SkipInEnumeration);
     }
     return !error.isValid();
 }

@@ -260,7 +260,6 @@ private:
     std::vector<ClaimedName> m_closingNames; ///< registered until a notification has been delivered
     SqlDriverKind::ConnectionKind m_mainKind;
     TransactionWatch m_mainWatch;
-    QSqlError m_tablesError;        ///< left in the driver by tables()
     TransactionWatch m_threadWatch; ///< worker's; the engine's while the thread does not run
 
     std::atomic<bool> m_entered{false}; ///< run() has begun; Qt reads the object's name before

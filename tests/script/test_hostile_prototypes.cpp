@@ -27,6 +27,9 @@ private slots:
     void accessorsForFixedNamesTakeNothing();
     void accessorsOnArrayPrototypeTakeNothing_data();
     void accessorsOnArrayPrototypeTakeNothing();
+    void accessorsTakeNothingOfTables();
+    void accessorsTakeNothingOfCounters();
+    void accessorsTakeNoQueryResult();
     void namesStandInTheirOrder_data();
     void namesStandInTheirOrder();
 
@@ -192,6 +195,63 @@ void TestHostilePrototypes::accessorsOnArrayPrototypeTakeNothing()
     QCOMPARE(json(QStringLiteral("r.fields_nulls[3].length")), QStringLiteral("6000"));
     QCOMPARE(json(QStringLiteral("r.fields_names")),
              QStringLiteral("[\"n\",\"t\",\"few\",\"holes\",\"mixed\"]"));
+}
+
+void TestHostilePrototypes::accessorsTakeNothingOfTables()
+{
+    openSqlite();
+    eval(QStringLiteral(
+        "db.query('create table a(x)'); db.query('create table b(x)'); var trapped = 0;"
+        "function trap() { ++trapped; return 'trap' }"
+        "['TABLES', 'fields'].forEach(function(name) {"
+        " Object.prototype.__defineGetter__(name, trap) });"
+        "Object.prototype.__defineSetter__('rows', trap);"
+        "Array.prototype.__defineGetter__('0', trap); Array.prototype.__defineSetter__('1', trap);"
+        "var ok = db.tables(), r = db.queryResult"));
+    QCOMPARE(json(QStringLiteral("[ok, r.TABLES, r.rows, r.fields, r.numRowsAffected]")),
+             QStringLiteral("[true,[\"a\",\"b\"],2,1,0]"));
+    QCOMPARE(
+        text(QStringLiteral("(function() { var names = []; for (var n in r)"
+                            " if (r.propertyIsEnumerable(n)) names.push(n); return names })()")),
+        QStringLiteral("rows,fields,numRowsAffected"));
+    QVERIFY(truth(QStringLiteral(
+        "delete r.TABLES[0], r.rows = 1, r.fields = 2, r.TABLES[0] === 'a' && r.rows === 2 &&"
+        "r.fields === 1 && !(delete r.TABLES) && !(delete r.rows) &&"
+        "Object.getPrototypeOf(r) === Object.prototype && r.TABLES instanceof Array")));
+    QCOMPARE(number(QStringLiteral("trapped")), 0.0);
+}
+
+void TestHostilePrototypes::accessorsTakeNothingOfCounters()
+{
+    openSqlite();
+    eval(QStringLiteral(
+        "db.add_event('e0'); db.add_event('e1'); var trapped = 0;"
+        "function trap() { ++trapped; return 'trap' }"
+        "['cnt_open', 'driver', 'subscribeEvents'].forEach(function(name) {"
+        " Object.prototype.__defineGetter__(name, trap) });"
+        "Object.prototype.__defineSetter__('cnt_opened', trap);"
+        "Array.prototype.__defineGetter__('0', trap); Array.prototype.__defineSetter__('1', trap);"
+        "var c = db.counters(scriptEngine)"));
+    QCOMPARE(json(QStringLiteral("[c.cnt_open, c.cnt_opened, c.driver]")),
+             QStringLiteral("[1,1,\"QSQLITE\"]"));
+    QVERIFY(truth(QStringLiteral("c.subscribeEvents.length === 2 && / e0$/.test("
+                                 "c.subscribeEvents[0]) && / e1$/.test(c.subscribeEvents[1])")));
+    QVERIFY(truth(QStringLiteral("c.cnt_open = 5, c.cnt_open === 1 && !(delete c.cnt_open) &&"
+                                 "Object.getPrototypeOf(c) === Object.prototype")));
+    QCOMPARE(number(QStringLiteral("trapped")), 0.0);
+}
+
+void TestHostilePrototypes::accessorsTakeNoQueryResult()
+{
+    openSqlite();
+    eval(QStringLiteral("var set = 0; Object.prototype.__defineGetter__('queryResult', function() {"
+                        " return 'trap' })"));
+    eval(QStringLiteral("var r = db.query('SELECT 7 AS a')"));
+    QVERIFY(truth(QStringLiteral("db.queryResult === r && r.a[0] === 7")));
+    QVERIFY(truth(QStringLiteral("db.tables() && db.queryResult.fields === 1")));
+    QVERIFY(truth(QStringLiteral("db.clear(), db.queryResult === 'trap'")));
+    eval(QStringLiteral("Object.prototype.__defineSetter__('queryResult', function() { ++set })"));
+    QVERIFY(truth(QStringLiteral("db.exec('SELECT 8 AS a') === db.queryResult && set === 0")));
 }
 
 void TestHostilePrototypes::namesStandInTheirOrder_data()

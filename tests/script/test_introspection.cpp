@@ -78,6 +78,9 @@ private slots:
     void tablesPublishesTheResultHidden();
     void tablesDropsThePreviousResult();
     void tablesWithAnErrorIsFalse();
+    void tablesIsTrueAgainWhereTheDriverKeepsItsLastError();
+    void tablesWithTheSameErrorAgainIsFalseAgain();
+    void tablesKeepsTheDriversLastError();
     void tablesOfAConnectionWithoutScriptValueIsHarmless();
 
     void featuresAreComplete();
@@ -274,6 +277,35 @@ void TestIntrospection::tablesWithAnErrorIsFalse()
     QCOMPARE(h().shown("db.lastErrors.databaseText + ' ' + db.lastErrors.typeStr"),
              QStringLiteral("no rights StatementError"));
     QVERIFY(h().holds("db.queryResult.rows === 0 && db.isOpen"));
+}
+
+void TestIntrospection::tablesIsTrueAgainWhereTheDriverKeepsItsLastError()
+{
+    m_stub->setKeepsErrors(true);
+    m_stub->setTables(QSql::Tables, {QStringLiteral("t")});
+    m_stub->fail(StubCall::Tables, stubError(QSqlError::StatementError, QStringLiteral("no")),
+                 StubWhere::nth(1));
+    QVERIFY(h().holds("db.open() && db.tables() === false && db.tables() === true"));
+    QCOMPARE(h().shown("db.lastError + db.queryResult.TABLES.join()"), QStringLiteral("t"));
+}
+
+void TestIntrospection::tablesWithTheSameErrorAgainIsFalseAgain()
+{
+    m_stub->setKeepsErrors(true);
+    const QSqlError error = stubError(QSqlError::StatementError, QStringLiteral("no"));
+    m_stub->fail(StubCall::Begin, error);
+    m_stub->fail(StubCall::Tables, error);
+    QVERIFY(h().holds("db.open() && !db.transaction() && db.tables() === false"));
+    QVERIFY(h().holds("db.tables() === false"));
+    QCOMPARE(h().shown("db.lastErrors.databaseText"), QStringLiteral("no"));
+}
+
+void TestIntrospection::tablesKeepsTheDriversLastError()
+{
+    m_stub->setKeepsErrors(true);
+    m_stub->fail(StubCall::Begin, stubError(QSqlError::StatementError, QStringLiteral("no")));
+    QVERIFY(h().holds("db.open() && !db.transaction() && db.tables() && db.lastError === ''"));
+    QCOMPARE(h().worker()->db.lastError().databaseText(), QStringLiteral("no"));
 }
 
 void TestIntrospection::tablesOfAConnectionWithoutScriptValueIsHarmless()

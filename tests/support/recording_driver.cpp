@@ -111,6 +111,7 @@ public:
         defaultReply = StubReply::affected(0);
         cancelError = initialCancelError();
         cancelIgnored = false;
+        keepsErrors = false;
         dbmsKnownOnlyWhenOpen = false;
         calls.clear();
         rowsRead = 0;
@@ -130,6 +131,7 @@ public:
     StubReply defaultReply;
     QSqlError cancelError;
     bool cancelIgnored = false;
+    bool keepsErrors = false;
     QVector<StubCall> calls;
     QVector<StubDriver *> drivers;
     int liveResults = 0;
@@ -273,8 +275,9 @@ public:
         auto *self = const_cast<StubDriver *>(this); // the interface is const, errors are not
         if (!self->carryOut(newCall(StubCall::Tables, QString::number(type))))
             return {};
-        self->setLastError(QSqlError());
         std::lock_guard<std::mutex> lock(m_state->mutex);
+        if (!m_state->keepsErrors)
+            self->setLastError(QSqlError());
         QStringList names;
         for (auto it = m_state->tables.cbegin(); it != m_state->tables.cend(); ++it) {
             if (it.key() & type)
@@ -786,6 +789,12 @@ void StubServer::setCancelError(const QSqlError &error)
 {
     std::lock_guard<std::mutex> lock(m_state->mutex);
     m_state->cancelError = error;
+}
+
+void StubServer::setKeepsErrors(bool on)
+{
+    std::lock_guard<std::mutex> lock(m_state->mutex);
+    m_state->keepsErrors = on;
 }
 
 void StubServer::setCancelIgnored(bool on)

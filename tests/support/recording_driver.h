@@ -109,6 +109,8 @@ public:
     /// A driver reports no database system before it is opened, as ODBC drivers do.
     void setDbmsTypeKnownOnlyWhenOpen(bool on);
     void setTables(QSql::TableType type, const QStringList &names);
+    /// A listing that works leaves the driver's last error as it was, as Qt's own drivers do.
+    void setKeepsErrors(bool on);
 
     // Statements. The rule added last is asked first; a statement without a rule gets the default
     // reply, which at first is success without columns.
