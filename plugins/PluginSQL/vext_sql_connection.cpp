@@ -35,27 +35,35 @@ void refuseOpenTwice(VEXT_sqlThr &worker)
                        0);
 }
 
-/// The blanks inside the texts align the values and are part of them.
-void reportOpenFailure(VEXT_sqlThr &worker)
+/// What a failed open is told with; the blanks inside the texts align the values and are part of
+/// them.
+QStringList openFailure(const VEXT_sqlThr &worker)
 {
-    const auto parameter = [&worker](const char *pattern, const QString &value) {
-        worker.sendMessage(WorkerLines::Connection + __LINE__, "open",
-                           QString::fromUtf8(pattern).arg(value), 1);
+    const QSqlDatabase &db = worker.db;
+    QStringList texts{VEXT_sqlThr::tr("не смог подключиться к БД '%1'").arg(db.lastError().text())};
+    const auto parameter = [&texts](const char *pattern, const QString &value) {
+        texts.append(QString::fromUtf8(pattern).arg(value));
     };
-    worker.sendMessage(
-        WorkerLines::Connection + __LINE__, "open",
-        VEXT_sqlThr::tr("не смог подключиться к БД '%1'").arg(worker.db.lastError().text()), -1);
-    const QString portText =
-        worker.db.port() > 0 ? QStringLiteral(":%1").arg(worker.db.port()) : QString();
-    parameter("driverName    = '%1'", worker.db.driverName());
-    parameter("hostName      = '%1'", worker.db.hostName() + portText);
-    parameter("databaseName  = '%1'", SqlSecrets::maskedConnection(worker.db.databaseName()));
-    parameter("userName      = '%1'", worker.db.userName());
+    const QString portText = db.port() > 0 ? QStringLiteral(":%1").arg(db.port()) : QString();
+    parameter("driverName    = '%1'", db.driverName());
+    parameter("hostName      = '%1'", db.hostName() + portText);
+    parameter("databaseName  = '%1'", SqlSecrets::maskedConnection(db.databaseName()));
+    parameter("userName      = '%1'", db.userName());
     parameter("password      = '%1'", QStringLiteral("****"));
-    if (!worker.db.connectOptions().isEmpty())
-        parameter("connectOptions= '%1'", SqlSecrets::maskedConnection(worker.db.connectOptions()));
+    if (!db.connectOptions().isEmpty())
+        parameter("connectOptions= '%1'", SqlSecrets::maskedConnection(db.connectOptions()));
     if (!worker.connectionName.isEmpty())
         parameter("connectionName= '%1'", worker.connectionName);
+    return texts;
+}
+
+void reportOpenFailure(VEXT_sqlThr &worker, const QStringList &texts)
+{
+    int level = -1;
+    for (const QString &text : texts) {
+        worker.sendMessage(WorkerLines::Connection + __LINE__, "open", text, level);
+        level = 1;
+    }
 }
 
 void announceEvents(VEXT_sqlThr &worker)
@@ -144,9 +152,10 @@ bool VEXT_sqlThr::openMain(ClaimedName name)
     m_mainKind = setParamToDb(db);
     if (!db.open()) {
         setLastError(db.lastError());
-        if (traceLog)
-            reportOpenFailure(*this);
+        const QStringList texts = traceLog ? openFailure(*this) : QStringList();
+        // Before it is told: whoever shows the messages may open the connection again.
         dropMain(Dropped::NeverOpened);
+        reportOpenFailure(*this, texts);
         return false;
     }
     SqliteSchemaGuard::opened(db.driver());

@@ -42,6 +42,7 @@ private slots:
     void failedOpenNeverShowsAPassword_data();
     void failedOpenNeverShowsAPassword();
     void openAfterAFailureWorks();
+    void openWithinTheReportOfAFailureHolds();
     void openThatIsClosedInItsAnnouncementIsFalse();
     void openThatIsClosedInItsSignalIsFalse();
     void openGivesALostConnectionUp();
@@ -331,6 +332,20 @@ void TestConnectionOpen::openAfterAFailureWorks()
                  StubWhere::nth(1));
     QVERIFY(h().holds("db.open() === false && db.open() === true"));
     QCOMPARE(h().shown("db.connectionName"), QStringLiteral("_sql"));
+}
+
+/// A host may show a message by running script code.
+void TestConnectionOpen::openWithinTheReportOfAFailureHolds()
+{
+    useDriver("QSTUB");
+    m_stub->fail(StubCall::Open, stubError(QSqlError::ConnectionError, QStringLiteral("no")),
+                 StubWhere::nth(1));
+    h().eval("db.traceLog = true; var within = null");
+    connect(h().worker(), &VEXT_sqlThr::s_msg, this,
+            [this] { h().eval("if (within === null) { within = 0; within = db.open() }"); });
+    QVERIFY(h().holds("db.open() === false && within === true && db.isOpen"));
+    QCOMPARE(m_stub->openDrivers(), 1);
+    disconnect(h().worker(), nullptr, this, nullptr);
 }
 
 // --- Close ---
