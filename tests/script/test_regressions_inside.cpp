@@ -220,8 +220,9 @@ void TestRegressionsInside::tagIsSharedByTwoEnginesUntilItsObjectGoes()
 {
     FrameHost other;
     other.eval("var db = new VEXT_SQL('shared'); tag = {list: [db], text: 'kept'}");
-    QVERIFY(h().holds("tag.text === 'kept' && tag.list[0].objectName === 'shared'"));
-    QCOMPARE(h().eval("tag.list[0]").toQObject(), other.connection());
+    QVERIFY(other.holds("tag.text === 'kept' && tag.list[0].objectName === 'shared'"));
+    QCOMPARE(other.eval("tag.list[0]").toQObject(), other.connection());
+    QVERIFY(h().holds("tag.text === 'kept' && tag.list[0] === null"));
     other.script.destroyEngine();
     QVERIFY(h().holds("tag.text === 'kept' && tag.list[0] === null && tag.list.length === 1"));
     h().eval("tag = 'mine'");
