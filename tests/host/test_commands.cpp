@@ -407,7 +407,7 @@ void TestCommands::continuousIntegrationEndsWithTheSummary()
     installAll();
     const Outcome outcome = call(QStringLiteral("project/.ci/run"));
     QCOMPARE(outcome.exitCode, 0);
-    QVERIFY(outcome.calls.endsWith(QStringLiteral("ctest --preset release\n")));
+    QVERIFY(outcome.calls.endsWith(QStringLiteral("ctest --preset release --parallel 2\n")));
     QCOMPARE(outcome.output, QStringLiteral("input: \n100% tests passed\n"));
     QVERIFY(outcome.errors.endsWith(QStringLiteral("vext: building the release preset: all\n")));
     write(QStringLiteral("state/broken-tests"), QByteArray());
