@@ -62,13 +62,14 @@ bool CancelGate::cancel()
     return true;
 }
 
-void CancelGate::timeOut(Statement &statement)
+bool CancelGate::timeOut(Statement &statement)
 {
     QMutexLocker locker(&m_mutex);
-    if (!m_active.contains(&statement) || statement.isCancelled())
-        return;
+    if (!m_active.contains(&statement) || statement.reason() == Reason::Asked)
+        return false;
     statement.m_reason.store(Reason::TimedOut, std::memory_order_release);
     request();
+    return true;
 }
 
 /// With the mutex held.

@@ -84,8 +84,9 @@ public:
     /// Ends every statement that is running or streaming. With none it does nothing.
     /// @return whether there was one
     bool cancel();
-    /// Ends one statement whose time is over, unless it has ended.
-    void timeOut(Statement &statement);
+    /// Ends one statement whose time is over, unless it has ended. A request may come before the
+    /// statement has reached the database and end nothing. @return whether to ask again later
+    bool timeOut(Statement &statement);
 
 private:
     void request();

@@ -1,6 +1,7 @@
 #include "deadline_watch.h"
 
 #include <algorithm>
+#include <utility>
 
 DeadlineWatch &DeadlineWatch::instance()
 {
@@ -10,13 +11,22 @@ DeadlineWatch &DeadlineWatch::instance()
 
 DeadlineWatch::Id DeadlineWatch::add(int ms, std::function<void()> action)
 {
+    return repeat(ms, 0, [action = std::move(action)] {
+        action();
+        return false;
+    });
+}
+
+DeadlineWatch::Id DeadlineWatch::repeat(int ms, int againMs, std::function<bool()> action)
+{
     const std::lock_guard<std::mutex> locker(m_mutex);
     if (!m_started) {
         m_started = true;
         std::thread([this] { run(); }).detach();
     }
     const Id id = ++m_lastId;
-    m_deadlines[id] = {Clock::now() + std::chrono::milliseconds(ms), std::move(action)};
+    m_deadlines[id] = {Clock::now() + std::chrono::milliseconds(ms), std::move(action),
+                       std::chrono::milliseconds(againMs)};
     m_changed.notify_all();
     return id;
 }
@@ -25,6 +35,7 @@ void DeadlineWatch::remove(Id id)
 {
     std::unique_lock<std::mutex> locker(m_mutex);
     m_deadlines.erase(id);
+    m_forgotten = m_forgotten || m_acting == id;
     m_changed.wait(locker, [this, id] { return m_acting != id; });
 }
 
@@ -45,12 +56,17 @@ void DeadlineWatch::run()
             continue;
         }
         m_acting = next->first;
-        const std::function<void()> action = std::move(next->second.action);
+        Deadline due = std::move(next->second);
         m_deadlines.erase(next);
         locker.unlock();
-        action();
+        const bool goesOn = due.action();
         locker.lock();
+        if (goesOn && !m_forgotten) {
+            due.at = Clock::now() + due.again;
+            m_deadlines[m_acting] = std::move(due);
+        }
         m_acting = 0;
+        m_forgotten = false;
         m_changed.notify_all();
     }
 }

@@ -22,6 +22,8 @@ public:
     /// Has the action called in the watch's thread after that many milliseconds, once. It has to
     /// return soon. Any thread.
     Id add(int ms, std::function<void()> action);
+    /// The same, and again after as many milliseconds for as long as the action answers true.
+    Id repeat(int ms, int againMs, std::function<bool()> action);
     /// Forgets a deadline. When this returns the action has run or will never run. Any thread but
     /// the watch's own.
     void remove(Id id);
@@ -30,7 +32,8 @@ private:
     using Clock = std::chrono::steady_clock;
     struct Deadline {
         Clock::time_point at;
-        std::function<void()> action;
+        std::function<bool()> action;
+        std::chrono::milliseconds again;
     };
 
     DeadlineWatch() = default;
@@ -41,5 +44,6 @@ private:
     std::map<Id, Deadline> m_deadlines; ///< m_mutex; few at any time
     Id m_lastId = 0;                    ///< m_mutex
     Id m_acting = 0;                    ///< m_mutex; whose action runs now
+    bool m_forgotten = false;           ///< m_mutex; that one's
     bool m_started = false;             ///< m_mutex
 };

@@ -10,6 +10,8 @@ namespace
 
 /// How much longer than the server's own limit for statements the layer's is.
 constexpr int ServerFirstMs = 1000;
+/// A request to end a statement may have come between two of its calls.
+constexpr int TimeOutAgainMs = 500;
 
 QString tr(const char *text)
 {
@@ -375,8 +377,9 @@ void DecoratedResult::beginStatement(DecoratedDriver &driver)
         // The server's own limit comes first; this one then ends what waits for a dead server.
         if (driver.policy()->hasServerTimeout())
             limit += ServerFirstMs;
-        m_deadline = DeadlineWatch::instance().add(
-            limit, [gate = m_gate, statement = &m_cancel] { gate->timeOut(*statement); });
+        m_deadline = DeadlineWatch::instance().repeat(
+            limit, TimeOutAgainMs,
+            [gate = m_gate, statement = &m_cancel] { return gate->timeOut(*statement); });
     }
 }
 

@@ -18,3 +18,12 @@ vext_add_test(test_column_rule
   LIBS Qt5::Sql
   LABELS unit drivers)
 target_include_directories(test_column_rule PRIVATE ${CMAKE_SOURCE_DIR}/sqldrivers)
+
+# Who ends a statement whose time is over, and when.
+vext_add_test(test_statement_limit
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/test_statement_limit.cpp
+          ${CMAKE_SOURCE_DIR}/sqldrivers/cancel_gate.cpp
+          ${CMAKE_SOURCE_DIR}/sqldrivers/deadline_watch.cpp
+  LIBS Qt5::Core
+  LABELS unit drivers threads)
+target_include_directories(test_statement_limit PRIVATE ${CMAKE_SOURCE_DIR}/sqldrivers)
