@@ -102,7 +102,9 @@ var vext = (function (scope) {
             throw new TypeError("vext: " + place + " takes an object with names, not " + options);
         }
         for (name in options) {
-            if (options.hasOwnProperty(name) && known.indexOf("," + name + ",") < 0) {
+            // Their own method may be missing, or be one of the names.
+            if (Object.prototype.hasOwnProperty.call(options, name) &&
+                    known.indexOf("," + name + ",") < 0) {
                 throw new TypeError("vext: " + place + " has no option \"" + name + "\", only " +
                     KNOWN[place].join(", "));
             }

@@ -427,6 +427,10 @@ void TestLibraryPool::unknownOptionIsATypeError_data()
         "init, name");
     row("pool({driverName: 'QSQLITE', hostname: ''})", "vext: pool() has no option \"hostname\"");
     row("pool({driverName: 'QSQLITE', toString: 1})", "vext: pool() has no option \"toString\"");
+    row("pool({driverName: 'QSQLITE', hasOwnProperty: 1})",
+        "vext: pool() has no option \"hasOwnProperty\"");
+    row("pool((function () { var bare = Object.create(null); bare.waitMS = 1; return bare; })())",
+        "vext: pool() has no option \"waitMS\"");
     row("transaction(db, open, open, {deadline: 5})",
         "vext: transaction() has no option \"deadline\", only deadlineMs, backoffMs, backoffMaxMs, "
         "isolation, id");
