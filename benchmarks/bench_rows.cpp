@@ -1,5 +1,7 @@
 #include "bench.h"
 
+#include "ready_driver.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -190,21 +192,22 @@ void Bench::timestamps(const Target &target)
     for (const QString &zone : {QStringLiteral("zoned "), QStringLiteral("zoneless ")}) {
         const auto way = [&zone](const char *name) { return zone + QLatin1String(name); };
         Workload workload;
-        workload.rows = 200000;
+        workload.rows = ReadyDriver::Rows;
         const QString title =
             target.name() + QStringLiteral(" 200k timestamps, TZ ") +
             (zone == QLatin1String("zoned ") ? QStringLiteral("set") : QStringLiteral("unset"));
         Comparison c(title, target, workload,
-                     {way("timestamps query"), way("timestamps sync"), way("doubles query"),
-                      way("doubles sync")},
+                     {way("timestamps query"), way("doubles query"), way("ready timestamps query"),
+                      way("ready timestamps sync"), way("ready doubles query"),
+                      way("ready doubles sync")},
                      false);
         if (!measure(c))
             continue;
         add(title + QStringLiteral(", driver alone / doubles"),
             c.ratio(way("timestamps query"), way("doubles query")));
         add(title + QStringLiteral(", without driver / doubles"),
-            c.ratioOfRest(way("timestamps sync"), way("timestamps query"), way("doubles sync"),
-                          way("doubles query")),
+            c.ratioOfRest(way("ready timestamps sync"), way("ready timestamps query"),
+                          way("ready doubles sync"), way("ready doubles query")),
             3);
     }
 }

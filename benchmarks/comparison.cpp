@@ -1,5 +1,7 @@
 #include "comparison.h"
 
+#include "ready_driver.h"
+
 #include <QCoreApplication>
 #include <QProcess>
 #include <QTextStream>
@@ -22,7 +24,7 @@ double medianOf(QVector<double> values)
 }
 
 /// Takes the words off that stand in front of a way, and does what they say.
-QString withoutSettings(QString way, const Target &target, Workload &workload)
+QString withoutSettings(QString way, Target &target, Workload &workload)
 {
     const auto takeWord = [&way](const char *word) {
         if (!way.startsWith(QLatin1String(word)))
@@ -36,6 +38,10 @@ QString withoutSettings(QString way, const Target &target, Workload &workload)
             QCoreApplication::addLibraryPath(QStringLiteral(VEXT_LAYER_PATH));
         else if (takeWord("bound "))
             workload.bound = true;
+        else if (takeWord("ready timestamps "))
+            target = ReadyDriver::target(QStringLiteral("timestamps"));
+        else if (takeWord("ready doubles "))
+            target = ReadyDriver::target(QStringLiteral("doubles"));
         else if (takeWord("timestamps "))
             workload.column =
                 target.postgres
@@ -63,11 +69,12 @@ Measurement runWay(const QString &way, const Target &target, const Workload &wor
         {QStringLiteral("floor bulk"), floorBulk}, {QStringLiteral("query"), qtQuery},
         {QStringLiteral("thread"), qtThread},      {QStringLiteral("script"), scriptLoop},
         {QStringLiteral("sync"), pluginSync},      {QStringLiteral("async"), pluginAsync}};
+    Target changedTarget = target;
     Workload changed = workload;
-    const Way run = known.value(withoutSettings(way, target, changed));
+    const Way run = known.value(withoutSettings(way, changedTarget, changed));
     if (!run)
         qFatal("no such way: %s", qPrintable(way));
-    return run(target, changed);
+    return run(changedTarget, changed);
 }
 
 QStringList wayArguments(const QString &way, const Target &target, const Workload &workload,

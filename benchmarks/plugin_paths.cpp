@@ -68,13 +68,16 @@ private:
 
     QString parameters() const
     {
-        if (!m_target.postgres)
-            return QStringLiteral("db.driverName = 'QSQLITE'; db.databaseName = '%1'")
-                .arg(m_target.sqliteFile);
-        return QStringLiteral("db.driverName = 'QPSQL'; db.databaseName = '%1'; db.hostName = "
-                              "'%2'; db.port = %3; db.userName = '%4'; db.password = '%5'")
-            .arg(m_target.database, m_target.host, QString::number(m_target.port), m_target.user,
-                 m_target.password);
+        const QString database =
+            m_target.sqliteFile.isEmpty() ? m_target.database : m_target.sqliteFile;
+        QString code = QStringLiteral("db.driverName = '%1'; db.databaseName = '%2';")
+                           .arg(m_target.driverName(), database);
+        if (m_target.postgres)
+            code += QStringLiteral("db.hostName = '%1'; db.port = %2; db.userName = '%3';"
+                                   "db.password = '%4';")
+                        .arg(m_target.host, QString::number(m_target.port), m_target.user,
+                             m_target.password);
+        return code;
     }
 
     Target m_target;

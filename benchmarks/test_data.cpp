@@ -52,16 +52,13 @@ QString Workload::smallStatement(int i) const
 
 QSqlDatabase openTarget(const Target &target, const QString &name)
 {
-    QSqlDatabase db = QSqlDatabase::addDatabase(
-        target.postgres ? QStringLiteral("QPSQL") : QStringLiteral("QSQLITE"), name);
+    QSqlDatabase db = QSqlDatabase::addDatabase(target.driverName(), name);
+    db.setDatabaseName(target.sqliteFile.isEmpty() ? target.database : target.sqliteFile);
     if (target.postgres) {
         db.setHostName(target.host);
         db.setPort(target.port);
-        db.setDatabaseName(target.database);
         db.setUserName(target.user);
         db.setPassword(target.password);
-    } else {
-        db.setDatabaseName(target.sqliteFile);
     }
     if (!db.open())
         qCritical() << "cannot open" << db.lastError().text();

@@ -14,10 +14,17 @@ struct Target {
     QString host;
     int port = 0;
     QString database;
+    QString driver; ///< empty: the system's own
     QString user;
     QString password;
     qint64 serverPid = 0; ///< 0: no server, or none of ours
 
+    QString driverName() const
+    {
+        if (!driver.isEmpty())
+            return driver;
+        return postgres ? QStringLiteral("QPSQL") : QStringLiteral("QSQLITE");
+    }
     QString name() const
     {
         return postgres ? QStringLiteral("PostgreSQL") : QStringLiteral("SQLite");
