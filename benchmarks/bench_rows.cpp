@@ -137,7 +137,8 @@ void Bench::smallStatements(const Target &target)
                      pinned ? QStringLiteral("one core") : QStringLiteral("all cores"));
         Comparison c(
             title, target, workload,
-            {QStringLiteral("floor"), QStringLiteral("floor thread"), QStringLiteral("async")},
+            {QStringLiteral("floor"), QStringLiteral("floor thread"), QStringLiteral("query"),
+             QStringLiteral("async")},
             pinned);
         if (!measure(c))
             return;
@@ -147,6 +148,9 @@ void Bench::smallStatements(const Target &target)
         if (point) {
             add(c.title() + QStringLiteral(" / C on a thread"),
                 c.ratio(QStringLiteral("async"), QStringLiteral("floor thread")), limit);
+            // What nothing over Qt's driver can go below, and it hands nothing over yet.
+            add(c.title() + QStringLiteral(" QSqlQuery / C on a thread"),
+                c.ratio(QStringLiteral("query"), QStringLiteral("floor thread")));
         }
     };
     run(Workload::Kind::Chain, false, true, limitsOf(target).reports.chain);

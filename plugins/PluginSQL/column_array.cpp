@@ -45,6 +45,30 @@ private:
     bool m_pays = true;
 };
 
+namespace
+{
+
+/// Gives a list its size; the elements that it has keep their memory.
+template <typename List>
+void fitTo(List &list, int size)
+{
+    list.reserve(size);
+    while (list.size() < size)
+        list.append(typename List::value_type());
+    while (list.size() > size)
+        list.removeLast();
+}
+
+void addNull(std::vector<ColumnArray::Nulls> &nulls, const QVariant &cell, int row)
+{
+    if (nulls.empty() || nulls.back().value.userType() != cell.userType() ||
+        nulls.back().value != cell)
+        nulls.push_back({{}, cell});
+    nulls.back().rows.append(uint(row));
+}
+
+} // namespace
+
 struct ColumnArray::Slice {
     const Context &context;
     ColumnValues &values;
@@ -137,11 +161,7 @@ void ColumnArray::takeChunks(const Slice &slice, Cells &cells, CountOf countOf, 
     while (m_taken < values.size()) {
         const int first = m_taken;
         const int count = countOf(first, std::min(ChunkRows, values.size() - first));
-        cells.reserve(count);
-        while (cells.size() < count)
-            cells.append(typename Cells::value_type());
-        while (cells.size() > count)
-            cells.removeLast();
+        fitTo(cells, count);
         nulls.clear();
         for (int i = 0; i < count; ++i) {
             if (values.isNullAt(first + i)) {
@@ -232,24 +252,28 @@ void ColumnArray::takeCachedTexts(const Slice &slice)
 void ColumnArray::takeVariants(const Slice &slice, std::vector<Nulls> *nulls)
 {
     ColumnValues &values = slice.values;
+    QScriptValueList cells; // own: a host's conversion may run anything, other columns' too
     LocalClock clock;
-    extend(slice);
-    for (; m_taken < values.size(); ++m_taken, ++m_rows) {
-        if (m_taken % RowsBetweenLooks == 0 && m_taken > 0 && slice.time.isOver())
-            return;
-        if (m_taken % ColumnValues::BlockRows == 0)
-            values.releaseBefore(m_taken);
-        const QVariant &cell = values.variantAt(m_taken);
-        const QScriptValue value =
-            ScriptCell::toScript(slice.context.engine, cell, slice.context.enableNull, &clock);
-        if (value.isValid())
-            m_array.setProperty(quint32(m_rows), value);
-        if (nulls && cell.isNull()) {
-            if (nulls->empty() || nulls->back().value.userType() != cell.userType() ||
-                nulls->back().value != cell)
-                nulls->push_back({{}, cell});
-            nulls->back().rows.append(uint(m_rows));
+    if (!m_array.isValid())
+        m_array = slice.context.engine->newArray();
+    while (m_taken < values.size()) {
+        const int first = m_taken;
+        const int end = std::min(first + ChunkCells, values.size());
+        fitTo(cells, end - first);
+        for (; m_taken < end; ++m_taken) {
+            if (m_taken % RowsBetweenLooks == 0 && m_taken > first && slice.time.isOver())
+                break;
+            const QVariant &cell = values.variantAt(m_taken);
+            cells[m_taken - first] =
+                ScriptCell::toScript(slice.context.engine, cell, slice.context.enableNull, &clock);
+            if (nulls && cell.isNull())
+                addNull(*nulls, cell, m_rows + m_taken - first);
         }
+        fitTo(cells, m_taken - first);
+        push(slice.context, cells);
+        values.releaseBefore(m_taken);
+        if (slice.time.isOver())
+            return;
     }
 }
 
@@ -280,6 +304,24 @@ void ColumnArray::append(const Context &context, const QScriptValue &chunk, int 
         return;
     for (int i = 0; i < count; ++i)
         m_array.setProperty(quint32(first + i), chunk.property(quint32(i)));
+}
+
+/// The same of values that are made already. What is invalid leaves its element out.
+void ColumnArray::push(const Context &context, const QScriptValueList &cells)
+{
+    const int first = m_rows;
+    m_rows += cells.size();
+    QScriptValue push = context.push;
+    const QScriptValue length = push.call(m_array, cells);
+    const bool isPushed = length.isNumber() && length.toInt32() == m_rows;
+    for (int i = 0; i < cells.size(); ++i) {
+        if (isPushed && cells.at(i).isValid())
+            continue;
+        // Set before it is taken out again, so that the array is as long as its rows are many.
+        if (!isPushed)
+            m_array.setProperty(quint32(first + i), context.engine->undefinedValue());
+        m_array.setProperty(quint32(first + i), cells.at(i));
+    }
 }
 
 /// Makes the array as long as it will be after the slice, where elements are set one by one: some

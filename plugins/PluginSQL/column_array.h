@@ -98,6 +98,7 @@ public:
 
 private:
     static constexpr int ChunkRows = 1024;
+    static constexpr int ChunkCells = 128;      ///< made one by one; Qt keeps memory for as many
     static constexpr int ChunkUnits = 1 << 17;  ///< of texts
     static constexpr int TrialRows = 64;        ///< shorter columns of texts do without a cache
     static constexpr int RowsBetweenLooks = 16; ///< at the clock, where no chunks are made
@@ -113,6 +114,7 @@ private:
     template <typename Cells, typename CountOf, typename TakeCell>
     void takeChunks(const Slice &slice, Cells &cells, CountOf countOf, TakeCell takeCell);
     void append(const Context &context, const QScriptValue &chunk, int count);
+    void push(const Context &context, const QScriptValueList &cells);
     void extend(const Slice &slice);
 
     QScriptValue m_array;

@@ -67,10 +67,18 @@ bool LocalClock::offsetOn(qint64 day, qint64 *seconds)
 /// What holds at the ends of three days holds on the one in their middle, wherever it begins.
 qint64 LocalClock::lookUp(qint64 day)
 {
-    const qint64 offset = offsetAt((day - 1) * SecondsPerDay);
+    const qint64 offset = beginningOf(day - 1);
     for (qint64 end = day; end <= day + 2; ++end) {
-        if (offsetAt(end * SecondsPerDay) != offset)
+        if (beginningOf(end) != offset)
             return NoOffset;
     }
     return offset;
+}
+
+/// The offset as a day begins in Greenwich. Days that follow one another share most of theirs.
+qint64 LocalClock::beginningOf(qint64 day)
+{
+    const auto known = m_beginnings.constFind(day);
+    return known != m_beginnings.constEnd() ? *known
+                                            : m_beginnings[day] = offsetAt(day * SecondsPerDay);
 }

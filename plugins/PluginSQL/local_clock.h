@@ -14,7 +14,7 @@ class LocalClock
 public:
     /// Finds the milliseconds since the epoch, as QDateTime has them.
     /// @return false where only QDateTime can tell: on days on which, or next to which, the clock
-    /// is changed, before 1970, after the year 2999, in a time zone of the value's own, and for
+    /// is changed, before 1970, after 2037, in a time zone of the value's own, and for
     /// what is invalid
     bool toEpochMs(const QDateTime &time, double *ms);
     /// The same of the beginning of a day.
@@ -25,8 +25,10 @@ private:
 
     bool offsetOn(qint64 day, qint64 *seconds);
     qint64 lookUp(qint64 day);
+    qint64 beginningOf(qint64 day);
 
     QHash<qint64, qint64> m_offsets; ///< by the day since the epoch; NoOffset: it changes
+    QHash<qint64, qint64> m_beginnings; ///< by the day, in Greenwich
     qint64 m_day = 0;                ///< the last one that was asked for
     qint64 m_offset = NoOffset;
     bool m_isReady = false;

@@ -13,9 +13,11 @@ namespace
 QScriptValue quickDate(QScriptEngine *engine, const QVariant &value, LocalClock &clock)
 {
     double ms = 0;
-    const bool isKnown = value.userType() == QMetaType::QDate
-                             ? clock.toEpochMs(value.toDate(), &ms)
-                             : clock.toEpochMs(value.toDateTime(), &ms);
+    // The values where they are: a conversion would copy them.
+    const bool isKnown =
+        value.userType() == QMetaType::QDate
+            ? clock.toEpochMs(*static_cast<const QDate *>(value.constData()), &ms)
+            : clock.toEpochMs(*static_cast<const QDateTime *>(value.constData()), &ms);
     return isKnown ? engine->newDate(ms) : QScriptValue();
 }
 

@@ -87,6 +87,20 @@ CellAt numberCells(QVariant::Type type, int nullEvery)
     };
 }
 
+/// Numbers, texts and times, none after a change of the clock; nulls without a type at the ends, too.
+CellAt mixedCells(int rows)
+{
+    return [rows](int row) {
+        if (row % 7 == 0 || row == rows - 1)
+            return QVariant();
+        if (row % 7 == 1)
+            return QVariant(QString::number(row));
+        if (row % 7 < 4)
+            return QVariant(row * 0.5);
+        return QVariant(QDateTime(QDate(1995, 1, 1), QTime(0, 0)).addSecs(qint64(row) * 3660));
+    };
+}
+
 struct Column {
     QString name;
     QVariant::Type type;
@@ -112,7 +126,9 @@ bool isRead(const QScriptValue &value, const QVariant &cell, bool enableNull)
     if (cell.isNull() && enableNull)
         return value.isNull();
     if (!cell.isValid())
-        return !value.isValid() || value.isUndefined();
+        return !value.isValid(); // there is no such element
+    if (cell.userType() == QMetaType::QDateTime)
+        return value.isDate() && value.toDateTime() == cell.toDateTime();
     if (cell.userType() == QMetaType::QString)
         return value.isString() && value.toString() == cell.toString();
     return value.isNumber() && value.toNumber() == cell.toDouble();
@@ -197,8 +213,11 @@ private Q_SLOTS:
     void everyTextOfALongColumnIsRight();
     void everyNumberOfALongColumnIsRight_data();
     void everyNumberOfALongColumnIsRight();
+    void everyCellOfALongMixedColumnIsRight_data();
+    void everyCellOfALongMixedColumnIsRight();
     void columnsDoNotNeedTheScriptsPush_data();
     void columnsDoNotNeedTheScriptsPush();
+    void columnsDoWithoutAnyPush();
 
     // names
     void connectionNamedLikeAThreadKeepsWorking_data();
@@ -345,6 +364,20 @@ void TestRegressions::everyNumberOfALongColumnIsRight()
              QString());
 }
 
+void TestRegressions::everyCellOfALongMixedColumnIsRight_data()
+{
+    QTest::addColumn<int>("rows");
+    for (const int rows : {2, 127, 128, 129, 4095, 4096, 4097, 20000})
+        QTest::addRow("%d rows", rows) << rows;
+}
+
+void TestRegressions::everyCellOfALongMixedColumnIsRight()
+{
+    QFETCH(int, rows);
+    openStub(stubName);
+    QCOMPARE(wrongCells({{"m"_qs, QVariant::String, mixedCells(rows)}}, rows), QString());
+}
+
 void TestRegressions::columnsDoNotNeedTheScriptsPush_data()
 {
     QTest::addColumn<bool>("beforeTheConnection");
@@ -368,10 +401,24 @@ void TestRegressions::columnsDoNotNeedTheScriptsPush()
     if (!beforeTheConnection)
         eval(overwrite);
     QCOMPARE(wrongCells({{"i"_qs, QVariant::Int, numberCells(QVariant::Int, 7)},
+                         {"m"_qs, QVariant::String, mixedCells(5000)},
                          {"t"_qs, QVariant::String, textCells("nulls, unique"_qs, 960)}},
                         5000),
              QString());
     QCOMPARE(number("pushed"_qs), 0.0);
+}
+
+/// What is found at the install may be no push at all: elements are set one by one then.
+void TestRegressions::columnsDoWithoutAnyPush()
+{
+    eval("Array.prototype.push = undefined"_qs);
+    host().install(pluginObject());
+    openStub(stubName);
+    QCOMPARE(wrongCells({{"i"_qs, QVariant::Int, numberCells(QVariant::Int, 7)},
+                         {"m"_qs, QVariant::String, mixedCells(5000)},
+                         {"t"_qs, QVariant::String, textCells("nulls, unique"_qs, 960)}},
+                        5000),
+             QString());
 }
 
 // --- Names ---
