@@ -97,16 +97,16 @@ var vext = (function (scope) {
 
     // @throws where they are no object, or hold a name that `place` does not know
     function checkOptions(options, place) {
-        var known = "," + KNOWN[place].join() + ",", name;
+        var known = KNOWN[place], name;
         if (!options || typeof options !== "object") {
             throw new TypeError("vext: " + place + " takes an object with names, not " + options);
         }
         for (name in options) {
             // Their own method may be missing, or be one of the names.
             if (Object.prototype.hasOwnProperty.call(options, name) &&
-                    known.indexOf("," + name + ",") < 0) {
+                    known.indexOf(name) < 0) {
                 throw new TypeError("vext: " + place + " has no option \"" + name + "\", only " +
-                    KNOWN[place].join(", "));
+                    known.join(", "));
             }
         }
     }
@@ -198,7 +198,8 @@ var vext = (function (scope) {
                 kind = KINDS[i][0];
             }
         }
-        for (i = 0; i < TEXTS.length && !kind; i++) {
+        // A code says all where the server has given one: the text may hold what users have written.
+        for (i = 0; i < TEXTS.length && !kind && !(code && /^(postgresql|mysql)$/.test(engineOf(db))); i++) {
             if (TEXTS[i][0].test(text)) {
                 kind = TEXTS[i][1];
                 code = code || TEXTS[i][2];
@@ -619,6 +620,7 @@ var vext = (function (scope) {
         this.busy = [];
         this.waiting = [];
         this.preparing = 0; // being pinged or set up: neither idle nor busy
+        this.users = 0;    // transactions, which may be between two attempts
         this.closed = false;
         this.closers = []; // whom close() tells when all has ended
         this.counts = { opened: 0, lost: 0, queries: 0, failed: 0, timedOut: 0, mostWaiting: 0 };
@@ -634,9 +636,10 @@ var vext = (function (scope) {
         return false;
     }
 
-    Pool.prototype.take = function (callback, waitMs) {
+    // `begun`: for work that a closed pool lets end.
+    Pool.prototype.take = function (callback, waitMs, begun) {
         var pool = this, wait = waitMs === undefined ? this.waitMs : waitMs;
-        if (this.closed) {
+        if (this.closed && !begun) {
             soon(callback, makeError("closed", "the pool is closed"));
             return;
         }
@@ -791,7 +794,7 @@ var vext = (function (scope) {
     };
 
     Pool.prototype.endWhenDone = function () {
-        if (!this.closed || this.busy.length || this.waiting.length || this.preparing) {
+        if (!this.closed || this.busy.length || this.waiting.length || this.preparing || this.users) {
             return;
         }
         while (this.idle.length) {
@@ -849,6 +852,8 @@ var vext = (function (scope) {
         var session = new Session(db, false);
         return {
             replaces: false,
+            begin: nothing,
+            end: nothing,
             take: function (callback, waitMs) {
                 var lock = lockOf(db), waiter = { callback: callback };
                 if (!lock) {
@@ -878,8 +883,20 @@ var vext = (function (scope) {
     function poolSource(pool) {
         return {
             replaces: true,
+            begin: function () {
+                if (!pool.closed) {
+                    pool.users++;
+                    this.begun = true;
+                }
+            },
+            end: function () {
+                if (this.begun) {
+                    pool.users--;
+                    pool.endWhenDone();
+                }
+            },
             take: function (callback, waitMs) {
-                pool.take(callback, waitMs);
+                pool.take(callback, waitMs, this.begun);
             },
             give: function (session, broken) {
                 pool.give(session, broken);
@@ -887,7 +904,8 @@ var vext = (function (scope) {
         };
     }
 
-    // One attempt: begin, mark, work, commit. Calls `ended` once with { error, phase }.
+    // One attempt: begin, mark, work, commit. Calls `ended` once with { error, phase, broken, gone }:
+    // whether the connection has to be given up, and whether the node has failed.
     function Attempt(session, plan, ended) {
         this.session = session;
         this.plan = plan;
@@ -895,7 +913,9 @@ var vext = (function (scope) {
         this.phase = "begin";
         this.queue = [];
         this.running = true;
+        this.inside = false; // code of the script's is under way
         this.finishing = false;
+        this.own = false;    // the error is one that the script has given
         this.over = false;
     }
 
@@ -942,17 +962,20 @@ var vext = (function (scope) {
         }]);
     };
 
-    // An exception of the script's code ends the transaction as finish(exception) does.
+    // An exception of the script's code ends the transaction as finish(exception) does, also one
+    // behind its finish(): nothing is committed before it has returned.
     Attempt.prototype.call = function (code, values) {
+        this.inside = true;
         try {
             code.apply(null, values);
         } catch (error) {
             this.finish(error || new Error("vext: an exception without a value"));
         }
+        this.inside = false;
         this.next();
     };
 
-    var ENDINGS = /^\s*(begin|start\s+transaction|commit|rollback|abort|end)\b/i;
+    var ENDINGS = /^(?:\s|;|--[^\n]*\n|#[^\n]*\n|\/\*[\s\S]*?\*\/)*(begin|start\s+transaction|commit|rollback|abort|end)\b/i;
 
     Attempt.prototype.add = function (sql, values, callback) {
         if (typeof values === "function") {
@@ -965,19 +988,23 @@ var vext = (function (scope) {
             return;
         }
         if (ENDINGS.test(sql)) {
-            this.fail(makeError("statement", "transaction() begins and ends it itself", "", sql));
+            var refused = makeError("statement", "transaction() begins and ends it itself", "", sql);
+            soon(callback, refused);
+            this.fail(refused);
             return;
         }
         this.queue.push({ sql: sql, values: values, callback: callback });
         this.next();
     };
 
+    // Statements may still run: until the commit is sent an error takes back that all was well.
     Attempt.prototype.finish = function (error, value) {
-        if (this.over || this.finishing) {
+        if (this.over || this.phase === "commit" || this.finishing && !error) {
             return;
         }
         this.finishing = true;
         if (error) {
+            this.own = true; // a loss that it tells of is not this connection's
             this.fail(error);
         } else {
             this.value = value;
@@ -1008,7 +1035,7 @@ var vext = (function (scope) {
                     attempt.ending();
                 }
             });
-        } else if (this.finishing) {
+        } else if (this.finishing && !this.inside) {
             this.commit();
         }
     };
@@ -1017,9 +1044,11 @@ var vext = (function (scope) {
         var attempt = this;
         this.phase = "commit";
         this.running = true;
-        this.plan.value = this.value;
         this.session.end("commit", function (error) {
             attempt.running = false;
+            if (!error || error.kind !== "conflict") {
+                attempt.plan.value = attempt.value; // an earlier one may have been carried out instead
+            }
             if (!error) {
                 attempt.close(null);
             } else if (error.kind === "lost" || error.kind === "timeout") {
@@ -1061,7 +1090,7 @@ var vext = (function (scope) {
         this.refuse(left, makeError("statement", "not run: the transaction has failed"));
         function rollBack() {
             attempt.ending = null;
-            if (attempt.session.dead || error.kind === "lost") {
+            if (attempt.session.dead || error.kind === "lost" && !attempt.own) {
                 attempt.close(error);
                 return;
             }
@@ -1082,7 +1111,8 @@ var vext = (function (scope) {
         var ended = this.ended;
         this.over = true;
         this.ended = nothing;
-        ended({ error: error, phase: this.phase, broken: this.broken });
+        ended({ error: error, phase: this.phase, broken: this.broken,
+            gone: isGone(error) && !this.own });
     };
 
     // The time is over.
@@ -1095,15 +1125,20 @@ var vext = (function (scope) {
         }
     };
 
-    // An id is the key of a mark: what does not fit there would be cut, or be another transaction's.
+    var HALF_CHARACTER = /[\ud800-\udbff](?![\udc00-\udfff])|(^|[^\ud800-\udbff])[\udc00-\udfff]/;
+
+    // An id is the key of a mark: what does not fit there would be cut, or be another transaction's,
+    // as NaN would, and a text that is empty by mistake would protect nothing.
     function checkedId(id) {
-        if (id === null) {
-            return "";
+        var text = String(id), known = typeof id === "string" || typeof id === "number" && isFinite(id);
+        if (!known || text === "" || text.length > 100 || HALF_CHARACTER.test(text)) {
+            throw new TypeError("vext: id is a text of 1 to 100 characters or a number, not " + id);
         }
-        if (typeof id !== "string" && typeof id !== "number" || String(id).length > 100) {
-            throw new TypeError("vext: id is a text of up to 100 characters, not " + id);
-        }
-        return String(id);
+        return text;
+    }
+
+    function givenId(id) {
+        return id === null ? "" : checkedId(id);
     }
 
     function makePlan(work, done, options) {
@@ -1114,10 +1149,10 @@ var vext = (function (scope) {
             deadlineMs: numberOption(options, "deadlineMs", 30000, 0),
             backoffMs: numberOption(options, "backoffMs", 20, 0),
             backoffMaxMs: numberOption(options, "backoffMaxMs", 1000, 0),
-            id: checkedId(option(options, "id", "")),
+            id: givenId(option(options, "id", null)),
             began: now(),
             attempts: 0,
-            unresolved: false // a commit was sent, and nobody knows what became of it
+            unresolved: null // the node of a commit of which nobody knows what became
         };
     }
 
@@ -1162,6 +1197,14 @@ var vext = (function (scope) {
         return told;
     }
 
+    // Whether a commit that failed may have been carried out. On MariaDB nothing of the work is looked at
+    // with the commit: an error there tells of trouble, and with Galera the other nodes may have it
+    // (1180, from a node that was parted from them).
+    function isInDoubt(outcome, engine) {
+        return outcome.phase === "commit" && (outcome.gone || outcome.error.kind === "timeout" ||
+            engine === "mysql" && outcome.error.kind !== "conflict");
+    }
+
     function transaction(target, work, done, options) {
         if (target && target.transaction && target.nodes) {
             target.transaction(work, done, options);
@@ -1172,23 +1215,27 @@ var vext = (function (scope) {
         hostFunction("clearTimeout");
         var source = target.inner ? poolSource(target.inner) : singleSource(target);
         var plan = makePlan(work, done, options);
+        function end(error) {
+            source.end();
+            plan.done(error, error ? undefined : plan.value, infoOf(plan));
+        }
+        source.begin();
         (function again() {
             source.take(function (refused, session) {
                 if (refused) {
-                    plan.done(refused, undefined, infoOf(plan));
+                    end(refused);
                     return;
                 }
                 runAttempt(plan, session, function (outcome) {
-                    var error = outcome.error, lost = error && error.kind === "lost";
+                    var error = outcome.error, lost = outcome.gone && error.kind === "lost";
                     source.give(session, lost || outcome.broken);
-                    if (lost && outcome.phase === "commit" ||
-                            error && error.kind === "timeout" && outcome.phase === "commit") {
+                    if (error && isInDoubt(outcome, session.engine)) {
                         error = unknownOutcome(plan, error);
                     } else if (error && (error.kind === "conflict" || lost && source.replaces) &&
                             backOff(plan, again)) {
                         return;
                     }
-                    plan.done(error, error ? undefined : plan.value, infoOf(plan));
+                    end(error);
                 });
             }, Math.max(1, leftOf(plan)));
         })();
@@ -1643,8 +1690,10 @@ var vext = (function (scope) {
         };
     }
 
+    var cursors = 0; // made so far: a transaction may have several
+
     function byCursor(plan) {
-        var declared = false;
+        var declared = false, name = "vext_pages_" + ++cursors;
         return {
             next: function (query, callback) {
                 function fetch(error) {
@@ -1652,7 +1701,7 @@ var vext = (function (scope) {
                     if (error) {
                         callback(error);
                     } else {
-                        query("FETCH " + plan.size + " FROM vext_pages", null, function (failed, result) {
+                        query("FETCH " + plan.size + " FROM " + name, null, function (failed, result) {
                             callback(failed, result, !failed && result.rows === plan.size);
                         });
                     }
@@ -1661,7 +1710,7 @@ var vext = (function (scope) {
                     fetch(null);
                 } else {
                     // Written into the text: the server prepares no DECLARE.
-                    query("DECLARE vext_pages NO SCROLL CURSOR FOR " + (plan.values ?
+                    query("DECLARE " + name + " NO SCROLL CURSOR FOR " + (plan.values ?
                         filled("postgresql", plan.sql, plan.values) : plan.sql), null, fetch);
                 }
             }
@@ -1708,6 +1757,9 @@ var vext = (function (scope) {
 
         function fetch() {
             pages.next(query, function (error, result, rowsFollow) {
+                if (ended) {
+                    return; // onPage threw behind its call of next()
+                }
                 if (error) {
                     end(error);
                 } else if (result.rows === 0) {
@@ -1762,7 +1814,11 @@ var vext = (function (scope) {
         postgresql: {
             driverName: "QPSQL",
             connectOptions: "connect_timeout=2",
+            // The age is the server's timeline: a standby that was promoted has a later one than the server
+            // that was the primary before.
             ready: "SELECT CASE WHEN pg_is_in_recovery() THEN 'replica' ELSE 'primary' END AS state, " +
+                "CASE WHEN pg_is_in_recovery() THEN '' ELSE " +
+                "substr(pg_walfile_name(pg_current_wal_lsn()), 1, 8) END AS age, " +
                 "md5(random()::text || clock_timestamp()::text || pg_backend_pid()::text) AS word",
             // The words of a server that ends when its sessions have gone; their code is not told here.
             leaving: /shutting down/,
@@ -1809,12 +1865,14 @@ var vext = (function (scope) {
         this.pingMs = numberOption(settings, "pingMs", 1000, 0);
         this.silenceMs = numberOption(settings, "silenceMs", 3000, 0);
         this.renewMs = numberOption(settings, "renewMs", 5000, 0);
+        numberOption(settings, "size", 4, 1); // the pools' own; told now
         this.nodes = [];
         for (var i = 0; i < settings.nodes.length; i++) {
             this.nodes.push(this.nodeOf(settings.nodes[i]));
         }
         this.current = null; // the node that takes writes, with its pool and its watch
         this.last = null;    // the one before it
+        this.age = "";       // the latest timeline of a primary
         this.waiting = [];   // who waits for a node that takes writes
         this.looking = false;
         this.users = 0;      // transactions and reads under way
@@ -1887,11 +1945,28 @@ var vext = (function (scope) {
                 var told = error ? null : one(result, true);
                 if (told) {
                     cluster.prefix = cluster.prefix || told.word.split("-").join("");
+                    error = cluster.refusalOf(node, told);
                 }
-                answer(error || (told && told.state !== "unready" ? null :
-                    makeError("unready", node.name + " is not ready")), told && told.state);
+                if (!error && !told) {
+                    error = makeError("unready", node.name + " is not ready");
+                }
+                answer(error, error ? "" : told.state);
             });
         }
+    };
+
+    // Why a node is not used that has answered; null for one that is.
+    Cluster.prototype.refusalOf = function (node, told) {
+        if (told.state === "unready") {
+            return makeError("unready", node.name + " is not ready");
+        }
+        if (told.state === "primary" && told.age < this.age) {
+            return makeError("unready", node.name + " was the primary before another one was promoted");
+        }
+        if (told.age > this.age) {
+            this.age = told.age;
+        }
+        return null;
     };
 
     function dropNode(node, error) {
@@ -2087,13 +2162,37 @@ var vext = (function (scope) {
         }
         this.users++;
         this.attempt(plan, function (error, repeated) {
-            if (error && error.kind !== "closed" && plan.unresolved) {
+            if (error && plan.unresolved) {
                 error = unknownOutcome(plan, error);
             }
             cluster.counts[error ? "failed" : "transactions"]++;
             cluster.counts.repeated += repeated ? 1 : 0;
             cluster.leave();
             plan.done(error, error ? undefined : plan.value, infoOf(plan, repeated));
+        });
+    };
+
+    // A commit may still be under way, and a look would not see its mark. Inserting the mark once more
+    // waits for it.
+    Cluster.prototype.committed = function (id, callback) {
+        var cluster = this, isNew = new Error("the mark is new");
+        if (this.closing) {
+            soon(callback, makeError("closed", "the cluster is closed"));
+            return;
+        }
+        var plan = makePlan(function (tx, finish) {
+            finish(isNew); // takes it back
+        }, null, this.retry);
+        plan.id = id;
+        plan.mark = this.marks;
+        this.users++;
+        this.attempt(plan, function (error, found) {
+            cluster.leave();
+            if (error && error !== isNew) {
+                callback(error);
+            } else {
+                callback(null, found === true);
+            }
         });
     };
 
@@ -2120,7 +2219,9 @@ var vext = (function (scope) {
             pool.take(function (refused, session) {
                 if (refused) {
                     if (isGone(refused)) {
-                        cluster.lose(node, refused);
+                        if (node.pool === pool) {
+                            cluster.lose(node, refused);
+                        }
                         again(refused);
                     } else {
                         end(refused);
@@ -2128,7 +2229,7 @@ var vext = (function (scope) {
                     return;
                 }
                 runAttempt(plan, session, function (outcome) {
-                    pool.give(session, isGone(outcome.error) || outcome.broken);
+                    pool.give(session, outcome.gone || outcome.broken);
                     cluster.judge(plan, node, outcome, end, again);
                 });
             }, Math.max(1, leftOf(plan)));
@@ -2137,32 +2238,43 @@ var vext = (function (scope) {
 
     // What an attempt's outcome means for the transaction.
     Cluster.prototype.judge = function (plan, node, outcome, end, again) {
-        var error = outcome.error;
+        var error = outcome.error, cluster = this;
         if (!error) {
             end(null);
-        } else if (outcome.phase === "mark" && error.kind === "duplicate") {
+            return;
+        }
+        if (outcome.phase === "mark" && error.kind === "duplicate") {
             end(null, true); // an earlier attempt has committed
-        } else if (isGone(error)) {
-            plan.unresolved = plan.unresolved || outcome.phase === "commit";
+            return;
+        }
+        var doubtful = isInDoubt(outcome, engineOf(this.kind));
+        if (doubtful) {
+            plan.unresolved = node;
+        } else if (outcome.phase !== "begin" && outcome.phase !== "mark" && this.settles(plan, node)) {
+            plan.unresolved = null;
+        }
+        if (outcome.gone) {
             if (this.current === node && node.pool) {
                 this.lose(node, error);
             }
             again(error);
-        } else if (error.kind === "timeout") {
-            plan.unresolved = plan.unresolved || outcome.phase === "commit";
-            end(error);
-        } else if (error.kind === "conflict") {
+        } else if (error.kind === "conflict" || doubtful && error.kind !== "timeout") {
             again(error);
-        } else if (outcome.phase === "mark" && isMissingTable(error)) {
-            this.makeMarks(node, function () {
+        } else if (outcome.phase === "mark" && isMissingTable(error) && !plan.noMarks) {
+            this.makeMarks(node, function (failed) {
+                plan.noMarks = failed && failed.kind === "statement" ? failed : null;
                 again(error);
             });
         } else {
-            if (outcome.phase === "work") {
-                plan.unresolved = false; // its mark was new: no earlier attempt has committed
-            }
-            end(error);
+            end(outcome.phase === "mark" && isMissingTable(error) ? plan.noMarks : error);
         }
+    };
+
+    // Whether a mark that was new on the node tells that no earlier attempt has committed or ever will.
+    // A server lets the mark of one that is still under way be waited for; another node of Galera may
+    // not have heard of it yet.
+    Cluster.prototype.settles = function (plan, node) {
+        return plan.unresolved === node || this.settings.engine === "postgresql";
     };
 
     // Whether it works shows at the next attempt: another script may be making the table as well.
@@ -2250,7 +2362,7 @@ var vext = (function (scope) {
                     if (over) {
                         return;
                     }
-                    if (isGone(error)) {
+                    if (isGone(error) && node.pool === pool) {
                         cluster.lose(node, error);
                     }
                     plan.attempts++;
@@ -2327,14 +2439,7 @@ var vext = (function (scope) {
                 cluster.transaction(work, done, options);
             },
             committed: function (id, callback) {
-                cluster.query("SELECT id FROM " + cluster.marks + " WHERE id = ?", [checkedId(id)],
-                    function (error, result) {
-                        if (isMissingTable(error)) { // made by the first transaction
-                            callback(null, false);
-                        } else {
-                            callback(error, error ? undefined : result.rows > 0);
-                        }
-                    });
+                cluster.committed(checkedId(id), callback);
             },
             cleanMarks: function (olderThanMs, done) {
                 var age = numberOption({ olderThanMs: olderThanMs }, "olderThanMs", undefined, 0);

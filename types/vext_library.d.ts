@@ -113,7 +113,7 @@ interface VextRetryOptions {
 interface VextTransactionOptions extends VextRetryOptions {
     /** "SERIALIZABLE", "REPEATABLE READ"...; PostgreSQL and MariaDB. */
     isolation?: string;
-    /** On a cluster: the transaction's own name, for one that must be done once across restarts. Up to 100
+    /** On a cluster: the transaction's own name, for one that must be done once across restarts. 1 to 100
      * characters. */
     id?: string | number;
 }
@@ -216,7 +216,7 @@ interface VextCluster {
     /** Exactly once, whatever becomes of the node. */
     transaction<Value>(work: VextWork<Value>, done?: VextTransactionDone<Value>,
         options?: VextTransactionOptions): void;
-    /** Whether the transaction with this id has committed. */
+    /** Whether the transaction with this id has committed; waits for a commit that is under way. */
     committed(id: string | number, callback: VextDone<boolean>): void;
     /** Deletes the marks older than so many milliseconds; tells how many. */
     cleanMarks(olderThanMs: number, done?: VextDone<number>): void;

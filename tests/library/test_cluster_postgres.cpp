@@ -26,6 +26,10 @@ private Q_SLOTS:
     void commitWithoutAnAnswerIsDoneOnce();
     void linesThatAreCutLoseNothing();
     void asynchronousReplicationLosesWhatWasAcknowledged();
+    void commitUnderWayIsNotToldAsFailed();
+    void primaryOfThePastIsNotUsed();
+    void marksAreMadeByTwoAtOnce();
+    void marksThatCannotBeMadeAreAnError();
     void marksCanBeAskedAndCleaned();
     void marksAreAsOldInEveryTimeZone();
     void duplicateOfTheWorkIsAnError();
@@ -40,6 +44,10 @@ private:
     /// tables; null when it does not start. The last test that uses it may end nodes.
     PostgresCluster *shared();
     static QStringList nodes(const PostgresCluster &cluster);
+    /// A relay before the first node of the shared cluster, and the tables; false when the test ended.
+    bool startBehind(TcpRelay &relay, ClusterScript &script);
+    /// The first node's parameters, through the relay.
+    ConnectionParameters through(const TcpRelay &relay) const;
 
     std::unique_ptr<PostgresCluster> m_shared;
     QString m_reason;
@@ -49,6 +57,31 @@ namespace
 {
 
 constexpr int Workers = 4;
+
+/// A connection `direct`, a commit of transfers that waits for its advisory lock 7; how many of them
+/// are waiting(), and how many are stored(); how many transactions are underWay().
+QString heldCommit(const ConnectionParameters &parameters)
+{
+    return QString::fromUtf8(R"js(
+        var direct = open(%1);
+        must(direct, "CREATE OR REPLACE FUNCTION hold() RETURNS trigger LANGUAGE plpgsql AS " +
+            "'BEGIN PERFORM pg_advisory_xact_lock(7); RETURN NULL; END'");
+        must(direct, "CREATE CONSTRAINT TRIGGER slow AFTER INSERT ON transfers DEFERRABLE INITIALLY DEFERRED " +
+            "FOR EACH ROW EXECUTE FUNCTION hold()");
+        function waiting() {
+            return Number(must(direct, "SELECT count(*) FROM pg_locks WHERE locktype = 'advisory' AND " +
+                "NOT granted").fields_index[0][0]);
+        }
+        function underWay() { // what has changed something holds such a lock
+            return Number(must(direct, "SELECT count(*) FROM pg_locks WHERE locktype = 'transactionid'")
+                .fields_index[0][0]);
+        }
+        function stored() {
+            return Number(must(direct, "SELECT count(*) FROM transfers").fields_index[0][0]);
+        }
+    )js")
+        .arg(literalOf(parameters));
+}
 
 } // namespace
 
@@ -92,6 +125,26 @@ QStringList TestClusterPostgres::nodes(const PostgresCluster &cluster)
     QStringList result;
     for (int i = 0; i < cluster.count(); ++i)
         result << nodeLiteral(cluster.parameters(i));
+    return result;
+}
+
+bool TestClusterPostgres::startBehind(TcpRelay &relay, ClusterScript &script)
+{
+    PostgresCluster *servers = shared();
+    if (!servers)
+        return false;
+    if (!relay.start(quint16(servers->port(0)))) {
+        QTest::qFail("the relay does not start", __FILE__, __LINE__);
+        return false;
+    }
+    script.prepareTransfers(servers->parameters(0));
+    return true;
+}
+
+ConnectionParameters TestClusterPostgres::through(const TcpRelay &relay) const
+{
+    ConnectionParameters result = m_shared->parameters(0);
+    result.port = relay.port();
     return result;
 }
 
@@ -148,36 +201,13 @@ void TestClusterPostgres::commitWithoutAnAnswerIsDoneOnce_data()
 void TestClusterPostgres::commitWithoutAnAnswerIsDoneOnce()
 {
     QFETCH(bool, committed);
-    PostgresCluster *cluster = shared();
-    if (!cluster)
-        return;
-    PostgresCluster &servers = *cluster;
     TcpRelay relay;
-    QVERIFY(relay.start(quint16(servers.port(0))));
-    ConnectionParameters through = servers.parameters(0);
-    through.port = relay.port();
-
     ClusterScript script;
-    script.prepareTransfers(servers.parameters(0));
-    script.eval(QString::fromUtf8(R"js(
-        var direct = open(%1);
-        must(direct, "CREATE OR REPLACE FUNCTION hold() RETURNS trigger LANGUAGE plpgsql AS " +
-            "'BEGIN PERFORM pg_advisory_xact_lock(7); RETURN NULL; END'");
-        must(direct, "CREATE CONSTRAINT TRIGGER slow AFTER INSERT ON transfers DEFERRABLE INITIALLY DEFERRED " +
-            "FOR EACH ROW EXECUTE FUNCTION hold()");
-        function waiting() {
-        return Number(
-            must(direct,
-                 "SELECT count(*) FROM pg_locks WHERE locktype = 'advisory' AND NOT granted")
-                .fields_index[0][0]);
-        }
-        function stored() {
-        return Number(must(direct, "SELECT count(*) FROM transfers").fields_index[0][0]);
-        }
-    )js")
-                    .arg(literalOf(servers.parameters(0))));
+    if (!startBehind(relay, script))
+        return;
+    script.eval(heldCommit(m_shared->parameters(0)));
     // The watch must find nothing before the line is cut.
-    script.makeCluster(QStringLiteral("postgresql"), {nodeLiteral(through)},
+    script.makeCluster(QStringLiteral("postgresql"), {nodeLiteral(through(relay))},
                        QStringLiteral(", pingMs: 600000"));
     QVERIFY(!script.outcome(QStringLiteral("cluster.open(function (error) { done(told(error)); })"))
                  .contains(QStringLiteral("lost")));
@@ -202,23 +232,139 @@ void TestClusterPostgres::commitWithoutAnAnswerIsDoneOnce()
     QCOMPARE(script.number(QStringLiteral("stored()")), 1);
     QCOMPARE(script.number(QStringLiteral("infos.repeated")), committed ? 1 : 0);
     QCOMPARE(script.number(QStringLiteral("infos.retried")), 1);
-    QCOMPARE(script.wrongOn(servers.parameters(0)), QStringLiteral("[]"));
+    QCOMPARE(script.wrongOn(m_shared->parameters(0)), QStringLiteral("[]"));
 }
 
-void TestClusterPostgres::linesThatAreCutLoseNothing()
+/// Who is told that the commit is unknown, and asks, hears what becomes of it in the end.
+void TestClusterPostgres::commitUnderWayIsNotToldAsFailed()
 {
     PostgresCluster *cluster = shared();
     if (!cluster)
         return;
-    PostgresCluster &servers = *cluster;
-    TcpRelay relay;
-    QVERIFY(relay.start(quint16(servers.port(0))));
-    ConnectionParameters through = servers.parameters(0);
-    through.port = relay.port();
+    ClusterScript script;
+    script.prepareTransfers(cluster->parameters(0));
+    script.eval(heldCommit(cluster->parameters(0)));
+    script.makeCluster(QStringLiteral("postgresql"), nodes(*cluster), QString());
+    // The deadline comes when the test says so: in the commit. The commit goes on when who asks for it
+    // waits, or has been answered.
+    script.eval(QString::fromUtf8(R"js(
+        ended = null;
+        var deadline = null, set = setTimeout;
+        vext.timers(function (task, ms) {
+            deadline = ms > 500000 ? task : deadline;
+            return set(task, ms);
+        }, clearTimeout);
+        function release() {
+            var waits = "SELECT count(*) FROM pg_locks WHERE locktype = 'transactionid' AND NOT granted";
+            if (ended || Number(must(direct, waits).fields_index[0][0]) > 0) {
+                must(direct, "SELECT pg_advisory_unlock(7)");
+            } else {
+                set(release, 10);
+            }
+        }
+        must(direct, "SELECT pg_advisory_lock(7)");
+        cluster.transaction(function (tx, finish) {
+            tx.query("INSERT INTO transfers (n) VALUES (1)", finish);
+        }, function (error) {
+            cluster.committed(error.id, function (failed, yes) { done([told(error), told(failed), yes]); });
+            release();
+        }, {deadlineMs: 600000});
+    )js"));
+    QVERIFY(script.waitFor(QStringLiteral("waiting() === 1")));
+    script.eval(QStringLiteral("deadline()"));
+    const QString outcome = script.awaitOutcome();
+    QVERIFY(script.waitFor(QStringLiteral("underWay() === 0")));
+    const bool stored = script.number(QStringLiteral("stored()")) == 1;
+    // Drivers that can cancel end the commit at the deadline.
+    QCOMPARE(outcome, QStringLiteral("[\"unknown\",\"none\",%1]")
+                          .arg(stored ? QStringLiteral("true") : QStringLiteral("false")));
+}
+
+/// It stands still while a standby is promoted, and goes on then: two servers take writes.
+void TestClusterPostgres::primaryOfThePastIsNotUsed()
+{
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::AnyOne))
+        return;
     ClusterScript script;
     script.prepareTransfers(servers.parameters(0));
+    script.makeCluster(QStringLiteral("postgresql"), nodes(servers), QString());
+    QCOMPARE(script.outcome(QStringLiteral("transferOnce(cluster, function () { done(1); })")),
+             QStringLiteral("1"));
+    QVERIFY(servers.stopNode(0, SIGSTOP));
+    QVERIFY2(servers.promote() > 0, qPrintable(servers.error()));
+    QCOMPARE(script.outcome(QStringLiteral("transferOnce(cluster, function () { done(2); })")),
+             QStringLiteral("2"));
+    QCOMPARE(script.number(QStringLiteral("moves.length")), 1);
+    QVERIFY(servers.resumeNode(0));
+    // The new primary's lines are cut: the cluster looks for one, and the old one stands first.
+    script.eval(QStringLiteral(
+                    "must(open(%1), \"SELECT pg_terminate_backend(pid, 10000) FROM pg_stat_activity "
+                    "WHERE pid <> pg_backend_pid() AND backend_type = 'client backend'\")")
+                    .arg(literalOf(servers.parameters(servers.primary()))));
+    QCOMPARE(script.outcome(QStringLiteral("transferOnce(cluster, function () { done(3); })")),
+             QStringLiteral("3"));
+    QCOMPARE(script.wrongOn(servers.parameters(servers.primary())), QStringLiteral("[]"));
+    QCOMPARE(script.number(QStringLiteral("acked.length")), 3);
+}
+
+void TestClusterPostgres::marksAreMadeByTwoAtOnce()
+{
+    PostgresCluster *servers = shared();
+    if (!servers)
+        return;
+    ClusterScript script;
+    script.prepareTransfers(servers->parameters(0));
+    script.makeCluster(QStringLiteral("postgresql"), nodes(*servers), QString());
+    // Another program has made the table and not committed yet: making it once more waits, and fails.
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var direct = open(%1);
+        must(direct, "BEGIN");
+        must(direct, "CREATE TABLE vext_marks (id VARCHAR(100) PRIMARY KEY, made TIMESTAMPTZ DEFAULT now())");
+        function commitWhenItWaits() {
+            var waits = Number(must(direct, "SELECT count(*) FROM pg_locks WHERE NOT granted").fields_index[0][0]);
+            if (waits > 0) {
+                must(direct, "COMMIT");
+            } else {
+                setTimeout(commitWhenItWaits, 10);
+            }
+        }
+        cluster.transaction(function (tx, finish) {
+            tx.query("INSERT INTO transfers (n) VALUES (1)", finish);
+        }, function (error, value, info) {
+            done([told(error), info.attempts > 1, must(direct, "SELECT n FROM transfers").rows]);
+        });
+        commitWhenItWaits();
+    )js")
+                                               .arg(literalOf(servers->parameters(0))));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",true,1]"));
+}
+
+void TestClusterPostgres::marksThatCannotBeMadeAreAnError()
+{
+    PostgresCluster *servers = shared();
+    if (!servers)
+        return;
+    ClusterScript script;
+    script.makeCluster(QStringLiteral("postgresql"), nodes(*servers),
+                       QStringLiteral(", marks: 'nowhere.marks'"));
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        cluster.transaction(function (tx, finish) { finish(); }, function (error, value, info) {
+            cluster.committed("any", function (other) { done([told(error), info.attempts, told(other)]); });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"statement 3F000\",2,\"statement 3F000\"]"));
+}
+
+void TestClusterPostgres::linesThatAreCutLoseNothing()
+{
+    TcpRelay relay;
+    ClusterScript script;
+    if (!startBehind(relay, script))
+        return;
     script.makeCluster(QStringLiteral("postgresql"),
-                       {nodeLiteral(through), nodeLiteral(servers.parameters(1))}, QString());
+                       {nodeLiteral(through(relay)), nodeLiteral(m_shared->parameters(1))},
+                       QString());
     script.eval(QStringLiteral("startTransfers(cluster, %1)").arg(Workers));
     for (int cuts = 0; cuts < 12; ++cuts) {
         QVERIFY2(script.waitForTransfers(5 + cuts % 4),
@@ -227,7 +373,7 @@ void TestClusterPostgres::linesThatAreCutLoseNothing()
     }
     QVERIFY(script.finishTransfers());
     QVERIFY(script.number(QStringLiteral("infos.retried")) > 0);
-    QCOMPARE(script.wrongOn(servers.parameters(0)), QStringLiteral("[]"));
+    QCOMPARE(script.wrongOn(m_shared->parameters(0)), QStringLiteral("[]"));
 }
 
 /// The same transfers, and nothing but the replication is different: the check can see a loss.

@@ -32,6 +32,8 @@ private Q_SLOTS:
     void exceptionOfDoneEndsTheTransaction();
     void tooLongTextIsNotCut();
     void rowsMayBePartOfATransaction();
+    void noRowsAreStoredAtOnce_data();
+    void noRowsAreStoredAtOnce();
     void doneIsNotCalledBeforeInsertRowsReturns_data();
     void doneIsNotCalledBeforeInsertRowsReturns();
     void quotedNamesAndArraysAreStored();
@@ -51,6 +53,9 @@ private Q_SLOTS:
     void pagesEndWhenTheyAreTold();
     void pagesWaitForTheReader_data();
     void pagesWaitForTheReader();
+    void onPageThatThrowsEndsThePages_data();
+    void onPageThatThrowsEndsThePages();
+    void orderInTheKeyIsAnError();
     void keyThatIsNullIsAnError();
     void keyThatIsTooLargeIsAnError();
     void keyThatComesTwiceIsAnError_data();
@@ -62,6 +67,8 @@ private Q_SLOTS:
     void pageHasNoTraceOfTheNextOne();
     void cursorLeavesAStatementWithoutValuesAlone();
     void pagesComeFromACursor();
+    void transactionMayHaveSeveralCursors();
+    void cursorThatIsLostIsAnError();
     void cursorNeedsPostgres();
 
 private:
@@ -394,6 +401,23 @@ void TestLibraryBulk::rowsMayBePartOfATransaction()
     QCOMPARE(outcome, QStringLiteral("[\"rolled back after 2 and 2\",0]"));
 }
 
+SYSTEMS(noRowsAreStoredAtOnce)
+void TestLibraryBulk::noRowsAreStoredAtOnce()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        var steps = 0;
+        function step() { steps++; }
+        vext.insertRows(db, "t", ["id"], [], function (error, stored, info) {
+            vext.insertRows(db, "t", ["id"], function () { return null; }, function (other, none) {
+                done([told(error), stored, info.attempts, told(other), none, steps, count()]);
+            }, {onProgress: step});
+        }, {onProgress: step});
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",0,1,\"none\",0,0,0]"));
+}
+
 SYSTEMS(doneIsNotCalledBeforeInsertRowsReturns)
 void TestLibraryBulk::doneIsNotCalledBeforeInsertRowsReturns()
 {
@@ -692,6 +716,45 @@ void TestLibraryBulk::pagesWaitForTheReader()
     QCOMPARE(outcome, QStringLiteral("[\"none\",1,3]"));
 }
 
+void TestLibraryBulk::onPageThatThrowsEndsThePages_data()
+{
+    QTest::addColumn<QString>("onPage");
+    QTest::newRow("at once") << QStringLiteral("function () { seen++; throw 'enough'; }");
+    QTest::newRow("behind next()")
+        << QStringLiteral("function (page, next) { seen++; next(); throw 'enough'; }");
+}
+
+void TestLibraryBulk::onPageThatThrowsEndsThePages()
+{
+    QFETCH(QString, onPage);
+    LibraryScript script;
+    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
+    const QByteArray code = QStringLiteral(R"js(
+        var seen = 0, ends = 0;
+        vext.pages(db, {sql: "SELECT id FROM t", key: "id", size: 1}, %1, function (error) {
+            ends++;
+            // Behind the page that is under way.
+            db.query_thread(function () { done([error, seen, ends]); }, "SELECT 1");
+        });
+    )js")
+                                .arg(onPage)
+                                .toUtf8();
+    QCOMPARE(script.outcome(filledWith(literalOf(sqlite->parameters()), 5, code.constData())),
+             QStringLiteral("[\"enough\",1,1]"));
+}
+
+void TestLibraryBulk::orderInTheKeyIsAnError()
+{
+    LibraryScript script;
+    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
+    const QString outcome = script.outcome(filledWith(literalOf(sqlite->parameters()), 5, R"js(
+        var seen = 0;
+        vext.pages(db, {sql: "SELECT id FROM t", key: "id DESC", size: 2}, function () { seen++; },
+            function (error) { done([error.message, seen]); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"vext: the result has no column id desc\",0]"));
+}
+
 void TestLibraryBulk::keyThatIsNullIsAnError()
 {
     LibraryScript script;
@@ -820,6 +883,49 @@ void TestLibraryBulk::pagesComeFromACursor()
     QCOMPARE(outcome, QStringLiteral(
                           "[\"none\",[1000,1000,500],{\"rows\":2500,\"pages\":3,\"stopped\":false},"
                           "\"none\",{\"rows\":10,\"pages\":1,\"stopped\":true}]"));
+}
+
+void TestLibraryBulk::transactionMayHaveSeveralCursors()
+{
+    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
+    if (!postgres)
+        QSKIP("not installed: PostgreSQL");
+    LibraryScript script;
+    const QString outcome = script.outcome(filledWith(literalOf(postgres->parameters()), 4, R"js(
+        var order = [], left = 2;
+        function walk(tx, name, finish) {
+            vext.pages(tx, {sql: "SELECT id FROM t", size: 2}, function (page) {
+                order.push(name + page.rows);
+            }, function (error) {
+                if (error || --left === 0) { finish(error); }
+            });
+        }
+        vext.transaction(db, function (tx, finish) {
+            walk(tx, "a", finish);
+            walk(tx, "b", finish);
+        }, function (error) { done([told(error), order.sort().join()]); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",\"a2,a2,b2,b2\"]"));
+}
+
+/// Its pages have been handed over: they do not begin again.
+void TestLibraryBulk::cursorThatIsLostIsAnError()
+{
+    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
+    if (!postgres)
+        QSKIP("not installed: PostgreSQL");
+    LibraryScript script;
+    const QString outcome = script.outcome(filledWith(literalOf(postgres->parameters()), 9, R"js(
+        var pool = vext.pool(settings), seen = 0;
+        vext.pages(pool, {sql: "SELECT id, pg_backend_pid() AS pid FROM t", size: 3}, function (page) {
+            seen++;
+            must(db, "SELECT pg_terminate_backend(" + page.PID[0] + ", 10000)");
+        }, function (error) {
+            pool.close(function () { done([error.kind, error.message, seen]); });
+        });
+    )js"));
+    QCOMPARE(outcome,
+             QStringLiteral("[\"lost\",\"the cursor was lost with its transaction\",1]"));
 }
 
 void TestLibraryBulk::cursorNeedsPostgres()

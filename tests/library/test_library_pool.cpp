@@ -19,6 +19,7 @@ private Q_SLOTS:
     void waitersAreServedInTheirOrder();
     void waitingEndsWithATimeOut();
     void closeLetsWorkEnd();
+    void closeLetsATransactionBeTriedAgain();
     void closedPoolRefuses();
     void failedStatementLeavesTheConnection();
     void lostConnectionIsReplaced();
@@ -137,6 +138,26 @@ void TestLibraryPool::closeLetsWorkEnd()
     )js"));
     QCOMPARE(outcome, QStringLiteral("[[null,null,null,null,null,null],1,0]"));
     QVERIFY(script.waitFor(QStringLiteral("counters().length === 0")));
+}
+
+void TestLibraryPool::closeLetsATransactionBeTriedAgain()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:"}), order = [];
+        vext.transaction(pool, function (tx, finish) {
+            if (tx.attempt === 1) {
+                pool.close(function () { order.push("all"); done(order); });
+                vext.transaction(pool, function () {}, function (refused) { order.push(told(refused)); });
+                var error = new Error("as a deadlock");
+                error.kind = "conflict";
+                finish(error);
+            } else {
+                tx.query("SELECT 1", finish);
+            }
+        }, function (error, value, info) { order.push(told(error), info.attempts); }, {backoffMs: 100});
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"closed\",\"none\",2,\"all\"]"));
 }
 
 void TestLibraryPool::closedPoolRefuses()
@@ -387,13 +408,21 @@ void TestLibraryPool::wrongSettingsAreTypeErrors_data()
                                  "cluster({engine: 'galera', connectOptions: "
                                  "'MYSQL_OPT_RECONNECT=1', nodes: [{}]})",
                                  "cluster({engine: 'galera', nodes: [{}]}).cleanMarks()",
+                                 "cluster({engine: 'galera', nodes: [{}], size: 0})",
                                  "cluster({engine: 'galera', nodes: [{}]}).committed({}, open)",
+                                 "cluster({engine: 'galera', nodes: [{}]}).committed('', open)",
+                                 "cluster({engine: 'galera', nodes: [{}]}).committed(null, open)",
                                  "pool()",
                                  "pool('QSQLITE')",
                                  "transaction(new VEXT_SQL(), open, open, 5000)",
                                  "transaction(new VEXT_SQL(), open, open, {id: {}})",
                                  "transaction(new VEXT_SQL(), open, open, "
                                  "{id: new Array(102).join('x')})",
+                                 "transaction(new VEXT_SQL(), open, open, {id: ''})",
+                                 "transaction(new VEXT_SQL(), open, open, {id: NaN})",
+                                 "transaction(new VEXT_SQL(), open, open, {id: 1 / 0})",
+                                 "transaction(new VEXT_SQL(), open, open, {id: 'a\\ud800'})",
+                                 "transaction(new VEXT_SQL(), open, open, {id: '\\udc00'})",
                                  "pages(new VEXT_SQL(), 'SELECT 1', open)",
                                  "transaction(new VEXT_SQL(), open, open, {deadlineMs: 'soon'})",
                                  "transaction(new VEXT_SQL(), open, open, {backoffMs: -1})"};
@@ -426,6 +455,8 @@ void TestLibraryPool::unknownOptionIsATypeError_data()
         "pingAfterMs, "
         "init, name");
     row("pool({driverName: 'QSQLITE', hostname: ''})", "vext: pool() has no option \"hostname\"");
+    row("pool({driverName: 'QSQLITE', 'size,waitMs': 1})",
+        "vext: pool() has no option \"size,waitMs\"");
     row("pool({driverName: 'QSQLITE', toString: 1})", "vext: pool() has no option \"toString\"");
     row("pool({driverName: 'QSQLITE', hasOwnProperty: 1})",
         "vext: pool() has no option \"hasOwnProperty\"");

@@ -169,6 +169,17 @@ void TestLibraryResults::errorsTellTheirCodeWithAllItsDigits_data()
     QTest::newRow("duplicate") << postgres << raise("23505") << "duplicate 23505";
     QTest::newRow("read only") << postgres << raise("25006") << "unready 25006";
     QTest::newRow("ordinary") << postgres << raise("P0001") << "statement P0001";
+    // What users have written stands in the text, and says nothing about the line.
+    QTest::newRow("words of a loss in a value")
+        << postgres << "SELECT CAST('connection refused' AS int)"
+        << "statement 22P02";
+    QTest::newRow("words of a deadlock in a value")
+        << postgres << "SELECT CAST('Deadlock found' AS int)"
+        << "statement 22P02";
+    QTest::newRow("words of a loss, MariaDB")
+        << mariadb
+        << "SIGNAL SQLSTATE '45000' SET MYSQL_ERRNO = 1644, MESSAGE_TEXT = 'timeout expired'"
+        << "statement 1644";
     QTest::newRow("missing table") << mariadb << "SELECT 1 FROM nix"
                                    << "statement 1146";
     const struct {

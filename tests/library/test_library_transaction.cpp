@@ -20,10 +20,13 @@ private Q_SLOTS:
     void failedStatementEndsTheTransaction();
     void exceptionRollsBack_data();
     void exceptionRollsBack();
+    void errorBehindFinishRollsBack_data();
+    void errorBehindFinishRollsBack();
     void transactionsOfOneConnectionTakeTurns_data();
     void transactionsOfOneConnectionTakeTurns();
     void callbacksLeftOverAreTold();
     void endingStatementsAreRefused();
+    void callbackOfARefusedStatementIsTold();
     void deadlineEndsWaitingForTheConnection();
     void deadlineEndsWorkThatNeverFinishes();
     void deadlineEndsAStatementThatHangs();
@@ -39,6 +42,7 @@ private Q_SLOTS:
     void commitThatFailsTellsWhy();
 
     void connectionLostDuringWorkIsReplacedByThePool();
+    void lossThatTheScriptTellsOfIsNotThisConnections();
     void connectionLostDuringTheCommitIsUnknown();
 
 private:
@@ -176,6 +180,37 @@ void TestLibraryTransaction::exceptionRollsBack()
     QCOMPARE(outcome, QStringLiteral("[\"inside\",\"at once\",[]]"));
 }
 
+void TestLibraryTransaction::errorBehindFinishRollsBack_data()
+{
+    QTest::addColumn<QString>("work");
+    QTest::newRow("a callback that throws")
+        << QStringLiteral("tx.query('INSERT INTO t VALUES (1, 10)', function () { throw 'no'; });"
+                          "finish(null, 5);");
+    QTest::newRow("a callback that finishes with an error")
+        << QStringLiteral("tx.query('INSERT INTO t VALUES (1, 10)', function () { finish('no'); });"
+                          "finish(null, 5);");
+    QTest::newRow("work that throws")
+        << QStringLiteral("tx.query('INSERT INTO t VALUES (1, 10)'); finish(null, 5); throw 'no';");
+    QTest::newRow("a callback that finishes and throws")
+        << QStringLiteral("tx.query('INSERT INTO t VALUES (1, 10)', function () {"
+                          "    finish(null, 5); throw 'no'; });");
+    QTest::newRow("work that finishes twice")
+        << QStringLiteral("finish(null, 5); finish('no'); finish(null, 6);");
+}
+
+/// Statements may still run behind finish(): what their callbacks find wrong is not committed.
+void TestLibraryTransaction::errorBehindFinishRollsBack()
+{
+    QFETCH(QString, work);
+    NEEDS("SQLite file", parameters);
+    LibraryScript script;
+    const QString code = QStringLiteral("vext.transaction(db, function (tx, finish) { %1 },"
+                                        "    function (error, value) {"
+                                        "        done([error, value === undefined, ids()]); });")
+                             .arg(work);
+    QCOMPARE(script.outcome(prepared(parameters, "") + code), QStringLiteral("[\"no\",true,[]]"));
+}
+
 void TestLibraryTransaction::transactionsOfOneConnectionTakeTurns_data()
 {
     m_databases.addRows();
@@ -228,7 +263,8 @@ void TestLibraryTransaction::endingStatementsAreRefused()
     LibraryScript script;
     const QString outcome = script.outcome(QString::fromUtf8(R"js(
         var db = open({driverName: "QSQLITE", databaseName: ":memory:"});
-        var texts = ["commit", " ROLLBACK TO a", "Begin", "start  transaction", "end", "\nabort;"], heard = [];
+        var texts = ["commit", " ROLLBACK TO a", "Begin", "start  transaction", "end", "\nabort;",
+            "/* now */ commit", "-- all\n;rollback"], heard = [];
         (function next() {
             if (texts.length === 0) {
                 done(heard);
@@ -241,7 +277,23 @@ void TestLibraryTransaction::endingStatementsAreRefused()
             });
         })();
     )js"));
-    QCOMPARE(outcome, QStringLiteral("[true,true,true,true,true,true]"));
+    QCOMPARE(outcome, QStringLiteral("[true,true,true,true,true,true,true,true]"));
+}
+
+void TestLibraryTransaction::callbackOfARefusedStatementIsTold()
+{
+    LibraryScript script;
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        var db = open({driverName: "QSQLITE", databaseName: ":memory:"}), heard = [], returned = false;
+        function hear(error) { heard.push(told(error), returned); }
+        vext.transaction(db, function (tx, finish) {
+            tx.query("COMMIT", hear);
+            returned = true;
+        }, function (error) {
+            setTimeout(function () { done([told(error), heard]); }, 0);
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"statement\",[\"statement\",true]]"));
 }
 
 void TestLibraryTransaction::deadlineEndsWaitingForTheConnection()
@@ -507,6 +559,23 @@ void TestLibraryTransaction::connectionLostDuringWorkIsReplacedByThePool()
         });
     )js"));
     QCOMPARE(outcome, QStringLiteral("[\"none\",2,[1,2]]"));
+}
+
+/// As work does that asks another database and passes its error on.
+void TestLibraryTransaction::lossThatTheScriptTellsOfIsNotThisConnections()
+{
+    NEEDS("SQLite file", parameters);
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        var pool = vext.pool(settings), other = vext.pool({driverName: "QNONE"});
+        vext.transaction(pool, function (tx, finish) {
+            tx.query("INSERT INTO t VALUES (1, 1)", function () { other.query("SELECT 1", finish); });
+        }, function (error, value, info) {
+            var stats = pool.stats();
+            pool.close(function () { done([told(error), info.attempts, stats.open, stats.lost, ids()]); });
+        });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"lost\",1,1,0,[]]"));
 }
 
 /// The relay keeps the commit's answer back and then cuts the line.
