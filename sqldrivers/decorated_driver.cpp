@@ -3,6 +3,7 @@
 #include "decorated_result.h"
 #include "stock_plugins.h"
 #include "stock_session.h"
+#include "watched_statement.h"
 
 #include <QSqlIndex>
 #include <QSqlRecord>
@@ -10,6 +11,9 @@
 
 namespace
 {
+
+/// How much longer than the server's own limit for statements the layer's is.
+constexpr int ServerFirstMs = 1000;
 
 QSqlDriver::DbmsType dbmsOf(const QString &key)
 {
@@ -55,9 +59,12 @@ void DecoratedDriver::relayNotifications()
     connect(m_stock.get(), SIGNAL(notification(QString)), this, SIGNAL(notification(QString)));
 }
 
-QString DecoratedDriver::boundStatement(const QString &text, int count) const
+QString DecoratedDriver::boundStatement(const QString &text, int count)
 {
-    return m_policy ? StatementPlan::complete(m_policy->dialectOf(text), text, count) : text;
+    if (!m_policy)
+        return text;
+    m_mustTellLoss = askFirst(Policy::Need::Rules, text) != CancelGate::Reason::None;
+    return StatementPlan::complete(m_policy->dialectOf(text), text, count);
 }
 
 bool DecoratedDriver::hasFeature(DriverFeature feature) const
@@ -114,6 +121,7 @@ bool DecoratedDriver::open(const QString &database, const QString &user, const Q
     // ODBC drivers know only now what they speak to.
     static_cast<QSqlDriverPrivate *>(d_ptr.data())->dbmsType = m_stock->dbmsType();
     m_lost = false;
+    m_mustTellLoss = false;
     ++m_session;
     m_canCancel = m_policy->canCancel();
     m_gate->setInterrupter(m_policy.get());
@@ -150,7 +158,7 @@ void DecoratedDriver::close()
     m_gate->setInterrupter(nullptr);
     if (!m_stock || !QSqlDriver::isOpen())
         return;
-    std::unique_ptr<LineWatch> watch = m_policy->watchLine();
+    std::unique_ptr<LineWatch> watch = m_policy->watchClosing();
     m_cache.clear();
     if (m_policy->resultsHoldSession()) {
         for (DecoratedResult *result : m_results)
@@ -166,7 +174,11 @@ void DecoratedDriver::close()
 
 bool DecoratedDriver::isOpen() const
 {
-    if (!QSqlDriver::isOpen() || m_lost)
+    if (!QSqlDriver::isOpen())
+        return false;
+    if (m_mustTellLoss)
+        return true;
+    if (m_lost)
         return false;
     m_lost = !m_stock->isOpen() || m_policy->isLost();
     return !m_lost;
@@ -188,6 +200,25 @@ QVariant DecoratedDriver::handle() const
     return m_stock ? m_stock->handle() : QVariant();
 }
 
+int DecoratedDriver::statementLimitMs() const
+{
+    const int limit = m_options.statementTimeoutMs;
+    // The server's own limit comes first; the layer's then ends what waits for a dead server.
+    return limit > 0 && m_policy->hasServerTimeout() ? limit + ServerFirstMs : limit;
+}
+
+CancelGate::Reason DecoratedDriver::askFirst(Policy::Need need, const QString &text)
+{
+    if (!m_policy->mustAsk(need, text))
+        return CancelGate::Reason::None;
+    WatchedStatement question(m_gate);
+    question.begin(statementLimitMs());
+    m_policy->ask(need);
+    if (!question.end())
+        giveUp(DecoratedResult::unanswered());
+    return question.reason();
+}
+
 bool DecoratedDriver::cancelQuery()
 {
     m_gate->cancel();
@@ -205,13 +236,14 @@ bool DecoratedDriver::command(Policy::Command command, bool (QSqlDriver::*run)()
         setLastError(refused);
         return false;
     }
-    CancelGate::Statement statement;
+    WatchedStatement statement(m_gate);
     if (m_policy->cancelsCommands())
-        m_gate->run(statement);
-    std::unique_ptr<LineWatch> watch = m_policy->watchLine();
+        statement.begin(statementLimitMs());
+    std::unique_ptr<LineWatch> watch =
+        command == Policy::Command::Rollback ? m_policy->watchRollback() : m_policy->watchLine();
     const bool good = (m_stock.get()->*run)();
     watch.reset();
-    if (!m_gate->end(statement))
+    if (!statement.end())
         giveUp(DecoratedResult::unanswered());
     if (good)
         setLastError(QSqlError());

@@ -40,7 +40,7 @@ public:
     /// names of procedures are completed for the database system, everything else stays. The
     /// values are then bound by position. Preparing finds the placeholders of such a text itself,
     /// so a text from anywhere else means the same; that the numbers agree is seen on execution.
-    Q_INVOKABLE QString boundStatement(const QString &text, int count) const;
+    Q_INVOKABLE QString boundStatement(const QString &text, int count);
 
     bool hasFeature(DriverFeature feature) const override;
     bool open(const QString &database, const QString &user, const QString &password,
@@ -79,6 +79,13 @@ public:
     std::shared_ptr<CancelGate> gate() const { return m_gate; }
     StatementCache &cache() { return m_cache; }
     const LayerOptions &options() const { return m_options; }
+    /// After how many milliseconds the layer ends a statement; 0 for never.
+    int statementLimitMs() const;
+    /// Lets the policy ask the server what it needs for a text, which can be cancelled and has its
+    /// time like a statement. @return why it was ended, if it was
+    CancelGate::Reason askFirst(Policy::Need need, const QString &text);
+    /// A statement has arrived, which tells a loss itself.
+    void statementArrived() { m_mustTellLoss = false; }
     /// Changes with each open and close: what was prepared under another number is gone.
     int session() const { return m_session; }
     /// The result is there from now on, and until it is taken out.
@@ -113,5 +120,6 @@ private:
     QString m_loadError;
     int m_session = 0;
     mutable bool m_lost = false; ///< seen once, true until the connection is opened again
+    bool m_mustTellLoss = false; ///< by the next statement, which only an open connection gets
     std::atomic<bool> m_canCancel{false};
 };

@@ -8,11 +8,6 @@
 namespace
 {
 
-/// How much longer than the server's own limit for statements the layer's is.
-constexpr int ServerFirstMs = 1000;
-/// A request to end a statement may have come between two of its calls.
-constexpr int TimeOutAgainMs = 500;
-
 QString tr(const char *text)
 {
     return QCoreApplication::translate("DecoratedResult", text);
@@ -33,7 +28,7 @@ QString withCode(const QString &text, const QString &code)
 DecoratedResult::DecoratedResult(const DecoratedDriver *driver)
     : QSqlResult(driver)
     , m_place(driver->addResult(this))
-    , m_gate(driver->gate())
+    , m_run(driver->gate())
 {
 }
 
@@ -68,8 +63,10 @@ QSqlError DecoratedResult::explained(DecoratedDriver &driver, const QSqlError &e
 {
     const QSqlError classified = driver.policy()->classified(error, step);
     if (classified.type() == QSqlError::ConnectionError) {
-        driver.giveUp(classified);
-        return classified;
+        const bool isSilent = classified.text().trimmed().isEmpty(); // what the layer itself ended
+        const QSqlError loss = isSilent ? unanswered() : classified;
+        driver.giveUp(loss);
+        return loss;
     }
     const QString code = classified.nativeErrorCode();
     switch (reason) {
@@ -124,6 +121,7 @@ bool DecoratedResult::reset(const QString &text)
     DecoratedDriver *driver = owner();
     if (!driver)
         return refuse(notOpen());
+    driver->statementArrived();
     m_text = text;
     m_isPrepared = false;
     if (driver->policy()->preparesPlainText(text)) {
@@ -144,6 +142,7 @@ bool DecoratedResult::savePrepare(const QString &text)
     DecoratedDriver *driver = owner();
     if (!driver)
         return refuse(notOpen());
+    driver->statementArrived();
     m_text = text;
     m_isPrepared = true;
     return obtain(*driver);
@@ -157,6 +156,8 @@ bool DecoratedResult::exec()
     detachFromResultSet();
     if (!m_isPrepared)
         return runPlain(*driver);
+    if (!askFirst(*driver, Policy::Need::Rules))
+        return false;
     const bool isUsable = m_bound && m_session == driver->session() &&
                           m_bound->plan().rules() == driver->policy()->dialectOf(m_text) &&
                           (!m_wasKept || m_bound->isFresh());
@@ -165,10 +166,30 @@ bool DecoratedResult::exec()
     return runBound(*driver);
 }
 
+/// Lets the policy learn or set what the text needs. @return false when that was cancelled
+bool DecoratedResult::askFirst(DecoratedDriver &driver, Policy::Need need)
+{
+    const CancelGate::Reason reason = driver.askFirst(need, m_text);
+    if (reason == CancelGate::Reason::None)
+        return true;
+    return refuse(explained(driver, QSqlError(), reason, Policy::Step::Prepare));
+}
+
+/// Whether the text may be sent now.
+bool DecoratedResult::admits(DecoratedDriver &driver)
+{
+    if (!askFirst(driver, Policy::Need::Settings))
+        return false;
+    const QSqlError refused = driver.policy()->refusal(m_text);
+    return !refused.isValid() || refuse(refused);
+}
+
 /// Takes the kept statement of the text, or has it prepared.
 bool DecoratedResult::obtain(DecoratedDriver &driver)
 {
     m_rows = nullptr;
+    if (!askFirst(driver, Policy::Need::Rules))
+        return false;
     m_session = driver.session();
     m_bound = driver.cache().take(m_text);
     m_wasKept = m_bound && m_bound->isFresh() &&
@@ -185,9 +206,8 @@ bool DecoratedResult::prepareAnew(DecoratedDriver &driver)
 {
     m_wasKept = false;
     m_rows = nullptr;
-    const QSqlError refused = driver.policy()->refusal(m_text);
-    if (refused.isValid())
-        return refuse(refused);
+    if (!admits(driver))
+        return false;
     m_bound.reset();
     StatementPlan plan = StatementPlan::of(driver.policy()->dialectOf(m_text), m_text);
     if (plan.hasSeveral() && plan.valueCount() > 0) {
@@ -265,11 +285,10 @@ bool DecoratedResult::runBound(DecoratedDriver &driver)
         return refuse(QSqlError(QString(), wrong, QSqlError::StatementError));
     if (m_bound->plan().valueCount() > values.size())
         return runPlain(driver);
-    const QSqlError refused = driver.policy()->refusal(m_text);
-    if (refused.isValid())
-        return refuse(refused);
+    if (!admits(driver))
+        return false;
     bool good = executeBound(driver, values);
-    if (!good && m_wasKept && !m_cancel.isCancelled() &&
+    if (!good && m_wasKept && !m_run.isCancelled() &&
         driver.policy()->isStale(driver.policy()->errorOf(*m_rows, Policy::Step::Execute))) {
         endStatement();
         if (!prepareAnew(driver))
@@ -296,9 +315,8 @@ bool DecoratedResult::executeBound(DecoratedDriver &driver, const QVector<BoundV
 
 bool DecoratedResult::runPlain(DecoratedDriver &driver)
 {
-    const QSqlError refused = driver.policy()->refusal(m_text);
-    if (refused.isValid())
-        return refuse(refused);
+    if (!admits(driver))
+        return false;
     driver.policy()->beginPlain(m_text);
     StockResult &rows = plainResult(driver);
     m_rows = &rows;
@@ -345,7 +363,7 @@ bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step 
 {
     const bool hasRows = driver.policy()->hasRows(*m_rows);
     setSelect(hasRows);
-    if (good && hasRows && !m_gate->stream(m_cancel)) {
+    if (good && hasRows && !m_run.stream()) {
         // Cancelled at the very moment at which the rows were ready.
         m_rows->detach();
         good = false;
@@ -357,13 +375,13 @@ bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step 
         const QSqlError late = driver.policy()->complete(good);
         if (good && late.isValid()) {
             driver.policy()->finished(m_text, false);
-            return refuse(explained(driver, late, m_cancel.reason(), step));
+            return refuse(explained(driver, late, m_run.reason(), step));
         }
     }
     driver.policy()->finished(m_text, good);
     if (!good)
         setLastError(
-            explained(driver, driver.policy()->errorOf(*m_rows, step), m_cancel.reason(), step));
+            explained(driver, driver.policy()->errorOf(*m_rows, step), m_run.reason(), step));
     else if (driver.policy()->endsKept(m_text))
         driver.cache().clear();
     return good;
@@ -371,27 +389,12 @@ bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step 
 
 void DecoratedResult::beginStatement(DecoratedDriver &driver)
 {
-    m_gate->run(m_cancel);
-    int limit = driver.options().statementTimeoutMs;
-    if (limit > 0) {
-        // The server's own limit comes first; this one then ends what waits for a dead server.
-        if (driver.policy()->hasServerTimeout())
-            limit += ServerFirstMs;
-        m_deadline = DeadlineWatch::instance().repeat(
-            limit, TimeOutAgainMs,
-            [gate = m_gate, statement = &m_cancel] { return gate->timeOut(*statement); });
-    }
+    m_run.begin(driver.statementLimitMs());
 }
 
 void DecoratedResult::endStatement()
 {
-    if (m_cancel.phase() == CancelGate::Phase::Idle)
-        return;
-    if (m_deadline) {
-        DeadlineWatch::instance().remove(m_deadline);
-        m_deadline = 0;
-    }
-    if (m_gate->end(m_cancel))
+    if (m_run.end())
         return;
     if (DecoratedDriver *driver = owner())
         driver->giveUp(unanswered());
@@ -399,10 +402,10 @@ void DecoratedResult::endStatement()
 
 void DecoratedResult::detachFromResultSet()
 {
-    if (m_cancel.phase() == CancelGate::Phase::Idle && !isActive())
+    if (!m_run.isUnderWay() && !isActive())
         return;
     // A request that nothing has noticed yet must not hit what giving the rows up takes.
-    if (m_cancel.isCancelled())
+    if (m_run.isCancelled())
         endStatement();
     // Rows that nobody wants may still be on their way: that can be cancelled until it is over.
     if (m_rows && rowsAreAlive())

@@ -4,8 +4,8 @@
 
 #include "bound_statement.h"
 #include "cancel_gate.h"
-#include "deadline_watch.h"
 #include "policy.h"
+#include "watched_statement.h"
 
 #include <QSqlResult>
 
@@ -65,6 +65,8 @@ private:
     void giveUpPlain();
     std::unique_ptr<LineWatch> watchLine() const;
 
+    bool askFirst(DecoratedDriver &driver, Policy::Need need);
+    bool admits(DecoratedDriver &driver);
     bool obtain(DecoratedDriver &driver);
     bool prepareAnew(DecoratedDriver &driver);
     bool runBound(DecoratedDriver &driver);
@@ -87,9 +89,7 @@ private:
     void readColumns();
 
     std::list<DecoratedResult *>::iterator m_place; ///< in the driver's list, while it is there
-    std::shared_ptr<CancelGate> m_gate;
-    CancelGate::Statement m_cancel;
-    DeadlineWatch::Id m_deadline = 0;        ///< of the statement that runs
+    WatchedStatement m_run;                         ///< the statement that runs
     std::unique_ptr<BoundStatement> m_bound; ///< the prepared statement, ours while it is used
     std::unique_ptr<StockResult> m_plain;    ///< for texts that are sent as they are
     StockResult *m_rows = nullptr;           ///< of the last execution, one of the two

@@ -11,8 +11,8 @@
 
 bool DecoratedResult::stopAtCancel()
 {
-    m_gate->fetching(m_cancel);
-    if (!m_cancel.isCancelled())
+    m_run.fetching();
+    if (!m_run.isCancelled())
         return false;
     setAt(QSql::AfterLastRow);
     fail(QSqlError());
@@ -42,7 +42,7 @@ void DecoratedResult::fail(const QSqlError &error)
     if (!driver)
         return;
     driver->policy()->finished(m_text, false);
-    setLastError(explained(*driver, error, m_cancel.reason(), Policy::Step::Fetch));
+    setLastError(explained(*driver, error, m_run.reason(), Policy::Step::Fetch));
 }
 
 bool DecoratedResult::fetchNext()

@@ -15,6 +15,10 @@ constexpr unsigned int StatusNoBackslashEscapes = 1 << 9;
 constexpr unsigned int StatusAnsiQuotes = 1 << 15;
 constexpr unsigned long FlagEncrypted = 2048;
 
+/// Errors that do not come from a server.
+constexpr unsigned int FirstClientError = 2000;
+constexpr unsigned int LastClientError = 2999;
+
 /// A request that takes longer is not waited for anyway.
 constexpr unsigned int TimeoutSeconds = 5;
 
@@ -96,7 +100,18 @@ bool MariaDbClient::ask(st_mysql *connection, const QByteArray &statement, QByte
     return hasValue;
 }
 
-st_mysql *MariaDbClient::open(const MariaDbAddress &address) const
+bool MariaDbClient::reaches(const MariaDbAddress &address) const
+{
+    unsigned int error = 0;
+    if (st_mysql *connection = open(address, &error)) {
+        close(connection);
+        return true;
+    }
+    return error != 0 && (error < FirstClientError || error > LastClientError);
+}
+
+/// @param error if not null, why it failed
+st_mysql *MariaDbClient::open(const MariaDbAddress &address, unsigned int *error) const
 {
     st_mysql *connection = m_make(nullptr);
     if (!connection)
@@ -111,6 +126,8 @@ st_mysql *MariaDbClient::open(const MariaDbAddress &address) const
                   nullptr, address.port, orNull(address.socket),
                   address.encrypts ? FlagEncrypted : 0))
         return connection;
+    if (error)
+        *error = errorNumber(connection);
     m_close(connection);
     return nullptr;
 }

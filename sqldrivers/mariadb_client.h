@@ -49,11 +49,14 @@ public:
 
     /// Opens a connection of one's own; close() ends it. Blocks, for some seconds at most while the
     /// server is out of reach. @return null on failure
-    st_mysql *open(const MariaDbAddress &address) const;
+    st_mysql *open(const MariaDbAddress &address) const { return open(address, nullptr); }
+    /// Whether a server answers there, were it with a refusal. Blocks like open().
+    bool reaches(const MariaDbAddress &address) const;
     void close(st_mysql *connection) const { m_close(connection); }
 
 private:
     unsigned int status(st_mysql *connection) const;
+    st_mysql *open(const MariaDbAddress &address, unsigned int *error) const;
 
     unsigned int (*m_errorNumber)(st_mysql *) = nullptr;
     const char *(*m_errorText)(st_mysql *) = nullptr;

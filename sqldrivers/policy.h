@@ -49,14 +49,28 @@ public:
     }
 
     QSqlDriver *stock() const { return m_stock; }
+    /// The rules by which a text is read, as far as ask() has learned them.
     virtual SqlDialect dialect() const = 0;
-    /// The rules for one text, where they depend on a setting of the session that has to be asked
-    /// for.
+    /// The rules for one text, where they depend on it.
     virtual SqlDialect dialectOf(const QString &text) const
     {
         Q_UNUSED(text)
         return dialect();
     }
+
+    /// What a text may need of the session. Rules: how its strings are read, before its
+    /// placeholders are looked for. Settings: what the stock driver relies on, before it is sent.
+    enum class Need { Rules, Settings };
+    /// Whether the server has to be asked, or told something, for a text.
+    virtual bool mustAsk(Need need, const QString &text) const
+    {
+        Q_UNUSED(need)
+        Q_UNUSED(text)
+        return false;
+    }
+    /// Asks the server where mustAsk() says so. It may be cancelled like a statement, and leaves
+    /// things as they were then.
+    virtual void ask(Need need) { Q_UNUSED(need) }
 
     // --- Opening and closing ---
 
@@ -176,6 +190,10 @@ public:
     /// To be held while the stock driver talks to the server without being asked for a statement:
     /// where results are given up, and for commands. Null where that needs no watch.
     virtual std::unique_ptr<LineWatch> watchLine() const { return nullptr; }
+    /// The same for a rollback, which nobody cancels when a worker ends with an open transaction.
+    virtual std::unique_ptr<LineWatch> watchRollback() { return watchLine(); }
+    /// The same while the session is ended, when nothing can be cancelled any more.
+    virtual std::unique_ptr<LineWatch> watchClosing() const { return watchLine(); }
 
     // --- Values ---
 

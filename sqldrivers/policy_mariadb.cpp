@@ -1,6 +1,7 @@
 #include "policy_mariadb.h"
 
 #include "leading_word.h"
+#include "line_check.h"
 #include "mariadb_literal.h"
 #include "word_table.h"
 
@@ -133,6 +134,29 @@ private:
     st_mysql *m_connection = nullptr;
 };
 
+/// Whether the server answers at all.
+class SignOfLife : public RepeatedCancel::Way
+{
+public:
+    SignOfLife(const MariaDbClient &client, MariaDbAddress address,
+               std::shared_ptr<SocketWatch> line)
+        : m_client(client)
+        , m_address(std::move(address))
+        , m_line(std::move(line))
+    {
+    }
+
+    bool open() override { return m_client.reaches(m_address); }
+    bool ask() override { return true; }
+    void close() override {}
+    void cut() override { m_line->cut(); }
+
+private:
+    MariaDbClient m_client;
+    MariaDbAddress m_address;
+    std::shared_ptr<SocketWatch> m_line;
+};
+
 } // namespace
 
 // --- Opening and closing ---
@@ -186,15 +210,17 @@ void MariaDbPolicy::detach()
 
 SqlDialect MariaDbPolicy::dialect() const
 {
-    if (!m_connection)
-        return SqlDialect::MariaDb;
-    if (!m_knowsDialect || m_client.quotingStatus(m_connection) != m_quotingStatus)
-        learnQuoting();
-    return m_dialect;
+    return m_connection ? m_dialect : SqlDialect::MariaDb;
+}
+
+bool MariaDbPolicy::mustAsk(Need need, const QString &) const
+{
+    return need == Need::Rules && m_connection &&
+           (!m_knowsDialect || m_client.quotingStatus(m_connection) != m_quotingStatus);
 }
 
 /// The server's status is not enough: it says what a procedure has set for itself, after its end.
-void MariaDbPolicy::learnQuoting() const
+void MariaDbPolicy::ask(Need)
 {
     QByteArray mode;
     if (!m_client.ask(m_connection, "SELECT @@sql_mode", &mode))
@@ -279,6 +305,15 @@ bool MariaDbPolicy::isLost() const
 {
     // The loss of a transaction is for its next statement to tell.
     return m_socket && m_socket->isCut() && !m_client.isInTransaction(m_connection);
+}
+
+std::unique_ptr<LineWatch> MariaDbPolicy::watchRollback()
+{
+    if (!m_cancel)
+        return nullptr;
+    return std::make_unique<LineCheck>(*this, [this] {
+        m_cancel->begin(std::make_shared<SignOfLife>(m_client, m_address, m_socket));
+    });
 }
 
 // --- Values ---

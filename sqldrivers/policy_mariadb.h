@@ -20,6 +20,8 @@ public:
     using Policy::Policy;
 
     SqlDialect dialect() const override;
+    bool mustAsk(Need need, const QString &text) const override;
+    void ask(Need need) override;
 
     QString stockOptions(const QString &options, const LayerOptions &layer) const override;
     void opened(const OpenParameters &parameters) override;
@@ -38,6 +40,7 @@ public:
 
     QSqlError classified(const QSqlError &error, Step step) override;
     bool isLost() const override;
+    std::unique_ptr<LineWatch> watchRollback() override;
 
     QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
 
@@ -45,8 +48,6 @@ public:
     bool settle() override;
 
 private:
-    void learnQuoting() const;
-
     MariaDbClient m_client;
     st_mysql *m_connection = nullptr; ///< the stock driver's
     MariaDbAddress m_address;
@@ -54,7 +55,7 @@ private:
     std::shared_ptr<SocketWatch> m_socket;    ///< shared with a request
     std::unique_ptr<RepeatedCancel> m_cancel; ///< while there is a session
     bool m_hasServerTimeout = false;
-    mutable SqlDialect m_dialect = SqlDialect::MariaDb; ///< by the session's mode
-    mutable bool m_knowsDialect = false;                ///< no statement may have changed it since
-    mutable unsigned int m_quotingStatus = 0;           ///< when the mode was asked for
+    SqlDialect m_dialect = SqlDialect::MariaDb; ///< by the session's mode
+    bool m_knowsDialect = false;                ///< no statement may have changed it since
+    unsigned int m_quotingStatus = 0;           ///< when the mode was asked for
 };

@@ -1,8 +1,8 @@
 #include "policy_odbc.h"
 
-#include "deadline_watch.h"
 #include "leading_word.h"
-#include "sqlite_literal.h"
+#include "line_check.h"
+#include "odbc_statement.h"
 
 #include <QDeadlineTimer>
 #include <QSqlField>
@@ -18,8 +18,9 @@ constexpr int SqlFloat = 6;
 constexpr int SqlReal = 7;
 constexpr int SqlDouble = 8;
 
-/// A server that has not taken a request by then is as good as dead.
-constexpr int DeadServerMs = 2000;
+/// What may still be said to a server while the connection is closed takes no longer. Without an
+/// answer the line is cut, which makes a live one roll back as well.
+constexpr int ClosingMs = 300;
 
 /// SQLite's number for a database that another connection has locked.
 const char Busy[] = "5";
@@ -28,65 +29,12 @@ const char Busy[] = "5";
 constexpr int BusyStepMs = 20;
 constexpr int BusyMs = 100000;
 
-/// As the stock driver makes it of the parameters.
-QByteArray connectionText(const OpenParameters &parameters)
-{
-    QString text = parameters.database;
-    const auto holds = [&text](const char *part) {
-        return text.contains(QLatin1String(part), Qt::CaseInsensitive);
-    };
-    if (holds(".dsn"))
-        text.prepend(QLatin1String("FILEDSN="));
-    else if (!holds("DRIVER=") && !holds("SERVER="))
-        text.prepend(QLatin1String("DSN="));
-    if (!parameters.user.isEmpty())
-        text += QLatin1String(";UID=") + parameters.user;
-    if (!parameters.password.isEmpty())
-        text += QLatin1String(";PWD=") + parameters.password;
-    return text.toUtf8();
-}
-
 /// Whether a state means that the session is over.
 bool isLoss(const QString &state)
 {
     return state.startsWith(QLatin1String("08")) || state == QLatin1String("57P01") ||
            state == QLatin1String("57P02") || state == QLatin1String("57P03");
 }
-
-class NumberStatement : public DriverStatement
-{
-public:
-    using DriverStatement::DriverStatement;
-    bool execute(const QVector<BoundValue> &values) override
-    {
-        QVector<BoundValue> exact = values;
-        for (BoundValue &bound : exact)
-            bound.value = withExactNumber(bound.value);
-        return DriverStatement::execute(exact);
-    }
-};
-
-/// The values are written into the text: the stock driver logs a warning for each failure of a
-/// prepared statement, also where a lock is tried again and again.
-class OdbcSqliteStatement : public LiteralStatement
-{
-public:
-    OdbcSqliteStatement(StatementPlan plan, OdbcPolicy *policy)
-        : LiteralStatement(std::move(plan), policy->stock()->createResult(), &SqliteLiteral::inText)
-        , m_policy(policy)
-    {
-    }
-
-    void begin() override { m_policy->beginPlain(plan().withMarks()); }
-
-    bool execute(const QVector<BoundValue> &values) override
-    {
-        return m_policy->waitForLocks(result(), [&] { return LiteralStatement::execute(values); });
-    }
-
-private:
-    OdbcPolicy *m_policy;
-};
 
 } // namespace
 
@@ -117,7 +65,7 @@ bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelG
     Q_UNUSED(gate)
     Q_UNUSED(layer)
     m_client = OdbcClient();
-    m_cancel = DetachedCancel(); // a request of the last session may still be stuck
+    m_cancel = OdbcCancel(); // a request of the last session may still be stuck
     // The stock driver looks the type of its handle up by name each time, and for that in a list of
     // Qt's that exit() frees.
     m_connection = nativeHandle<OdbcClient::Handle>();
@@ -191,6 +139,7 @@ void OdbcPolicy::detach()
     m_cancelText.clear();
     m_parameters = OpenParameters();
     m_connection = nullptr;
+    m_knowsBackslash = false;
 }
 
 bool OdbcPolicy::canCancel() const
@@ -200,21 +149,32 @@ bool OdbcPolicy::canCancel() const
 
 // --- Statements ---
 
-/// Only a backslash in a string is read in two ways, so others cost no question.
+/// Only a backslash in a string is read in two ways.
 SqlDialect OdbcPolicy::dialectOf(const QString &text) const
 {
-    if (m_dialect != SqlDialect::OdbcPostgreSql || !text.contains(QLatin1Char('\\')))
-        return m_dialect;
+    const bool isAsked =
+        m_dialect == SqlDialect::OdbcPostgreSql && text.contains(QLatin1Char('\\'));
+    return isAsked && m_backslashEscapes ? SqlDialect::OdbcPostgreSqlBackslash : m_dialect;
+}
+
+bool OdbcPolicy::mustAsk(Need need, const QString &text) const
+{
+    return need == Need::Rules && !m_knowsBackslash && m_connection &&
+           m_dialect == SqlDialect::OdbcPostgreSql && text.contains(QLatin1Char('\\'));
+}
+
+void OdbcPolicy::ask(Need)
+{
     const QVariant setting = answerTo(QStringLiteral("SHOW standard_conforming_strings"));
-    return setting.toString() == QLatin1String("off") ? SqlDialect::OdbcPostgreSqlBackslash
-                                                      : m_dialect;
+    m_knowsBackslash = setting.isValid();
+    m_backslashEscapes = setting.toString() == QLatin1String("off");
 }
 
 std::unique_ptr<BoundStatement> OdbcPolicy::makeStatement(StatementPlan plan)
 {
     if (m_dialect == SqlDialect::OdbcSqlite)
         return std::make_unique<OdbcSqliteStatement>(std::move(plan), this);
-    return std::make_unique<NumberStatement>(std::move(plan), stock()->createResult());
+    return std::make_unique<OdbcStatement>(std::move(plan), stock()->createResult());
 }
 
 void OdbcPolicy::beginPlain(const QString &text)
@@ -335,6 +295,7 @@ QSqlError OdbcPolicy::refusal(Command command)
 
 void OdbcPolicy::finished(const QString &text, bool good)
 {
+    m_knowsBackslash = false;
     if (!text.isEmpty())
         return m_transaction.statementRan(text, good);
     m_transaction.commandRan(m_command, good);
@@ -397,6 +358,21 @@ bool OdbcPolicy::isLost() const
     return m_transaction.isOpen() ? m_client.isDead(m_connection) : isBroken();
 }
 
+std::unique_ptr<LineWatch> OdbcPolicy::watchClosing() const
+{
+    if (!m_socket || !m_transaction.isOpen())
+        return nullptr;
+    return std::make_unique<LineCut>(m_socket, ClosingMs);
+}
+
+std::unique_ptr<LineWatch> OdbcPolicy::watchRollback()
+{
+    if (m_cancelText.isEmpty())
+        return nullptr;
+    return std::make_unique<LineCheck>(
+        *this, [this] { m_cancel.begin(m_client, m_parameters, "SELECT 1", m_socket); });
+}
+
 // --- Values ---
 
 QVector<ColumnRule> OdbcPolicy::columnRules(const QSqlRecord &columns, const LayerOptions &layer)
@@ -428,13 +404,7 @@ void OdbcPolicy::interrupt(CancelGate::Phase phase, bool alone)
     // The stock driver has all rows when a server's statement has been executed.
     if (phase != CancelGate::Phase::Running || m_cancelText.isEmpty())
         return;
-    m_cancel.start([client = m_client, where = connectionText(m_parameters), text = m_cancelText,
-                    socket = m_socket] {
-        DeadlineWatch &watch = DeadlineWatch::instance();
-        const DeadlineWatch::Id deadline = watch.add(DeadServerMs, [socket] { socket->cut(); });
-        client.runElsewhere(where, text);
-        watch.remove(deadline);
-    });
+    m_cancel.begin(m_client, m_parameters, m_cancelText, m_socket);
 }
 
 /// On a line that was cut no request can hit anything any more.

@@ -2,7 +2,7 @@
 /// What ODBC does differently, by the system behind it.
 #pragma once
 
-#include "detached_cancel.h"
+#include "odbc_cancel.h"
 #include "odbc_client.h"
 #include "odbc_transaction.h"
 #include "policy.h"
@@ -28,6 +28,8 @@ public:
     SqlDialect dialect() const override { return m_dialect; }
     /// PostgreSQL's ODBC driver follows standard_conforming_strings without telling.
     SqlDialect dialectOf(const QString &text) const override;
+    bool mustAsk(Need need, const QString &text) const override;
+    void ask(Need need) override;
 
     QString stockOptions(const QString &options, const LayerOptions &layer) const override;
     void opening() override { m_finder = std::make_unique<SocketFinder>(); }
@@ -51,6 +53,9 @@ public:
     QSqlError errorOf(StockResult &rows, Step step) override;
     QSqlError classified(const QSqlError &error, Step step) override;
     bool isLost() const override;
+    /// PostgreSQL's ODBC driver rolls an open transaction back before it disconnects.
+    std::unique_ptr<LineWatch> watchClosing() const override;
+    std::unique_ptr<LineWatch> watchRollback() override;
 
     QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
 
@@ -78,6 +83,8 @@ private:
     OdbcClient m_client;
     OdbcClient::Handle m_connection = nullptr; ///< while the connection is open
     SqlDialect m_dialect = SqlDialect::Odbc;
+    bool m_knowsBackslash = false; ///< no statement has ended since
+    bool m_backslashEscapes = false;
     OpenParameters m_parameters;
     int m_lockWaitMs = 0;                        ///< SQLite's
     std::unique_ptr<SocketFinder> m_finder;      ///< while the connection is being opened
@@ -86,7 +93,7 @@ private:
     OdbcClient::Handle m_cancelHandle = nullptr; ///< SQLite's
     std::unique_ptr<StockResult> m_aside;        ///< for statements of the layer's own
     std::atomic<bool> m_isInterrupted{false};    ///< since the statement was begun
-    DetachedCancel m_cancel;
+    OdbcCancel m_cancel;
     OdbcTransaction m_transaction;
     Command m_command = Command::Begin; ///< the last one that was not refused
 };

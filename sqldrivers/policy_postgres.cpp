@@ -1,6 +1,7 @@
 #include "policy_postgres.h"
 
 #include "leading_word.h"
+#include "line_check.h"
 #include "postgres_literal.h"
 #include "postgres_settings.h"
 #include "postgres_value.h"
@@ -130,10 +131,10 @@ void PostgresPolicy::detach()
 
 void PostgresPolicy::setStatementTimeout()
 {
-    if (m_statementTimeoutMs > 0) {
-        m_session->client.run(m_session->connection, "SET statement_timeout = " +
-                                                         QByteArray::number(m_statementTimeoutMs));
-    }
+    m_hasReset =
+        m_statementTimeoutMs > 0 &&
+        !m_session->client.run(m_session->connection, "SET statement_timeout = " +
+                                                          QByteArray::number(m_statementTimeoutMs));
 }
 
 // --- Cancelling ---
@@ -208,14 +209,12 @@ void PostgresPolicy::finished(const QString &text, bool good)
     if (!verb.isEmpty() && !leavesSchemaAlone(verb))
         ++m_session->schema;
     if (verb == QLatin1String("DISCARD") || verb == QLatin1String("RESET"))
-        setStatementTimeout();
+        m_hasReset = m_statementTimeoutMs > 0;
 }
 
-/// Qt's driver (5.15) reads dates in ISO style and texts in UTF-8, whatever the session says.
 QSqlError PostgresPolicy::refusal(const QString &text)
 {
     m_session->statementBegins();
-    keepSettings();
     switch (PostgresSettings::effectOf(text)) {
     case PostgresSettings::Effect::OtherStyle:
         return QSqlError(QString(), tr("DateStyle stays ISO: the driver reads dates in no other"),
@@ -235,19 +234,31 @@ QSqlError PostgresPolicy::refusal(Command)
     return QSqlError();
 }
 
-/// A function may have changed them, or a reset to what the server starts with.
-void PostgresPolicy::keepSettings()
+bool PostgresPolicy::hasSetting(const char *name, const char *beginning) const
+{
+    return qstrncmp(m_session->client.parameterStatus(m_session->connection, name), beginning,
+                    qstrlen(beginning)) == 0;
+}
+
+bool PostgresPolicy::mustAsk(Need need, const QString &) const
+{
+    if (need != Need::Settings || !m_session)
+        return false;
+    const PostgresClient::TransactionStatus status = m_session->transactionStatus();
+    if (status != PostgresClient::Idle && status != PostgresClient::InTransaction)
+        return false;
+    return m_hasReset || !hasSetting("DateStyle", "ISO") || !hasSetting("client_encoding", "UTF8");
+}
+
+void PostgresPolicy::ask(Need)
 {
     const PostgresClient &client = m_session->client;
-    if (m_session->transactionStatus() != PostgresClient::Idle &&
-        m_session->transactionStatus() != PostgresClient::InTransaction)
-        return;
-    const QByteArray style = client.parameterStatus(m_session->connection, "DateStyle");
-    if (!style.startsWith("ISO"))
+    if (!hasSetting("DateStyle", "ISO"))
         client.run(m_session->connection, "SET DateStyle TO 'ISO'");
-    const QByteArray encoding = client.parameterStatus(m_session->connection, "client_encoding");
-    if (encoding != "UTF8")
+    if (!hasSetting("client_encoding", "UTF8"))
         client.run(m_session->connection, "SET client_encoding TO 'UTF8'");
+    if (m_hasReset)
+        setStatementTimeout();
 }
 
 // --- Errors and loss ---
@@ -275,6 +286,13 @@ bool PostgresPolicy::isLost() const
     if (!m_session || m_session->inTransaction())
         return false;
     return isBroken();
+}
+
+/// A request to cancel is a sign of life, and the server does not let it interrupt a rollback.
+std::unique_ptr<LineWatch> PostgresPolicy::watchRollback()
+{
+    return std::make_unique<LineCheck>(*this,
+                                       [this] { interrupt(CancelGate::Phase::Running, true); });
 }
 
 // --- Values ---

@@ -19,6 +19,10 @@ public:
     ~PostgresPolicy() override;
 
     SqlDialect dialect() const override;
+    bool mustAsk(Need need, const QString &text) const override;
+    /// Qt's driver (5.15) reads dates in ISO style and texts in UTF-8, whatever the session says. A
+    /// function may have changed that, or a reset to what the server starts with.
+    void ask(Need need) override;
 
     QString stockOptions(const QString &options, const LayerOptions &layer) const override;
     bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
@@ -36,6 +40,7 @@ public:
 
     QSqlError classified(const QSqlError &error, Step step) override;
     bool isLost() const override;
+    std::unique_ptr<LineWatch> watchRollback() override;
 
     bool rereads(StockResult &rows) override;
     QVariant reread(StockResult &rows, int column, const QVariant &value) override;
@@ -49,7 +54,7 @@ private:
     bool isBroken() const;
     const pg_result *resultOf(StockResult &rows) const;
     void setStatementTimeout();
-    void keepSettings();
+    bool hasSetting(const char *name, const char *beginning) const;
 
     std::shared_ptr<PostgresSession> m_session;
     std::shared_ptr<pg_cancel> m_cancelHandle; ///< shared with requests under way
@@ -58,4 +63,5 @@ private:
     QMutex m_mutex;
     std::shared_ptr<Request> m_request; ///< m_mutex; of the statement that runs
     int m_statementTimeoutMs = 0;
+    bool m_hasReset = false; ///< the statement time-out, too
 };

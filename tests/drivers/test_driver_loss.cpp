@@ -23,6 +23,11 @@ const QString Direct = QStringLiteral("direct"); ///< a connection without a scr
 const QString OdbcPostgres = QStringLiteral("ODBC to PostgreSQL");
 const QString Firebird = QStringLiteral("Firebird server");
 
+/// What a task is delivered with that did not work: a commit has no error of its own.
+const QString Failed =
+    QStringLiteral("(delivered[0].result === false || delivered[0].error.length > 0) && "
+                   "delivered[0].error !== 'unknown error'");
+
 QString select(const QString &system, const QString &expression)
 {
     return LayeredSystems::selectWithoutTable(system, expression);
@@ -63,10 +68,12 @@ private Q_SLOTS:
     void killedServerIsSeenAndTheWorkerReopens();
     void errorOfALossHasTypeOne_data();
     void errorOfALossHasTypeOne();
-    void stoppingOnASilentLineEndsInTime_data() { everyLine(); }
+    void stoppingOnASilentLineEndsInTime_data() { everySilence(); }
     void stoppingOnASilentLineEndsInTime();
-    void closingOnASilentLineEndsInTime_data() { everyLine(); }
+    void closingOnASilentLineEndsInTime_data() { everySilence(); }
     void closingOnASilentLineEndsInTime();
+    void closingWithAnOpenTransactionOnASilentLineEndsInTime_data() { everyLine(); }
+    void closingWithAnOpenTransactionOnASilentLineEndsInTime();
     void serverThatNeverAnswersFailsTheOpenInTime_data() { everyLine(); }
     void serverThatNeverAnswersFailsTheOpenInTime();
 
@@ -74,6 +81,7 @@ private:
     static void watchedServers();
     static void everyServer();
     static void everyLine();
+    static void everySilence();
     int portOf(const QString &system);
     /// The parameters of a system, through the relay.
     ConnectionParameters throughRelay(const QString &system, const QString &options = {});
@@ -81,8 +89,10 @@ private:
     bool endSession(const QString &system, const QString &id);
     bool killServer(const QString &system);
     bool startServerAgain(const QString &system);
-    /// A statement that the silent line keeps the worker waiting for.
-    bool beginSilentStatement(const QString &system);
+    /// Runs what the row wants, or begins a transaction when it wants nothing.
+    bool beginBefore(const QString &system, const QString &sql);
+    /// What the worker is given on the line that is silent from now on. @return whether it has it
+    bool beginInSilence(const QString &call);
 
     LayeredSystems m_systems;
     QString m_killed; ///< the system whose server was killed and not started again
@@ -121,6 +131,34 @@ void TestDriverLoss::everyLine()
 {
     everyServer();
     QTest::newRow("Firebird server") << Firebird;
+}
+
+/// What the worker does on a line that has fallen silent: something that is run, or something that
+/// the layer has to ask first.
+void TestDriverLoss::everySilence()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("before"); ///< the worker's statement while the line still answers
+    QTest::addColumn<QString>("call");
+    const auto query = [](const QString &sql) {
+        return QStringLiteral("db.query_thread(keep(0), \"%1\")").arg(sql);
+    };
+    const auto bound = [](const char *sql) {
+        return QStringLiteral("db.exec_thread(keep(0), \"%1\", [1])").arg(QLatin1String(sql));
+    };
+    for (const QString &system : {Postgres, MariaDb, OdbcPostgres, Firebird}) {
+        QTest::newRow(qPrintable(system))
+            << system << select(system, 1) << query(select(system, 2));
+        QTest::addRow("%s, commit", qPrintable(system))
+            << system << QString() << query(QStringLiteral("commit"));
+    }
+    // What the layer asks or sets first: where a string ends, how dates are written.
+    QTest::newRow("MariaDB, mode") << MariaDb << "SET @changed = 1" << bound("SELECT 'a', ?");
+    QTest::newRow("PostgreSQL, settings")
+        << Postgres << "SELECT set_config('DateStyle', 'German', false)"
+        << query(select(Postgres, 2));
+    QTest::newRow("ODBC to PostgreSQL, backslash")
+        << OdbcPostgres << "SELECT 1" << bound("SELECT 'a\\\\', ?");
 }
 
 int TestDriverLoss::portOf(const QString &system)
@@ -309,26 +347,38 @@ void TestDriverLoss::errorOfALossHasTypeOne()
 
 // --- Lines that are silent ---
 
-bool TestDriverLoss::beginSilentStatement(const QString &system)
+bool TestDriverLoss::beginBefore(const QString &system, const QString &sql)
+{
+    if (sql.isEmpty() && !m_script->isTrue(QStringLiteral("db.transaction()")))
+        return false;
+    return m_script->mustRun(Way::Thread, QStringLiteral("db"),
+                             sql.isEmpty() ? select(system, 1) : sql);
+}
+
+bool TestDriverLoss::beginInSilence(const QString &call)
 {
     m_relay->blackHole();
-    m_script->eval(QStringLiteral("db.query_thread(keep(0), '%1')").arg(select(system, 1)));
+    m_script->eval(call);
     return m_script->waitFor(QStringLiteral("db.taskSize() === 0"));
 }
 
 void TestDriverLoss::stoppingOnASilentLineEndsInTime()
 {
     QFETCH(QString, system);
+    QFETCH(QString, before);
+    QFETCH(QString, call);
     USE_SYSTEM(m_systems, system);
     QVERIFY(openThroughRelay(system));
-    QVERIFY(beginSilentStatement(system));
+    QVERIFY(beginBefore(system, before));
+    QVERIFY(beginInSilence(call));
 
     QElapsedTimer timer;
     timer.start();
     m_script->eval(QStringLiteral("db.stop_thread(20000)"));
     QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1 && !db.isRunning")));
-    QVERIFY(m_script->isTrue(QStringLiteral("delivered[0].error.length > 0")));
+    QVERIFY2(m_script->isTrue(Failed),
+             qPrintable(m_script->text(QStringLiteral("delivered[0].error"))));
     m_relay->heal();
     m_script->eval(QStringLiteral("if (!db.isOpen) db.open()"));
     QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), select(system, 2)),
@@ -338,16 +388,38 @@ void TestDriverLoss::stoppingOnASilentLineEndsInTime()
 void TestDriverLoss::closingOnASilentLineEndsInTime()
 {
     QFETCH(QString, system);
+    QFETCH(QString, before);
+    QFETCH(QString, call);
     USE_SYSTEM(m_systems, system);
     QVERIFY(openThroughRelay(system));
-    QVERIFY(beginSilentStatement(system));
+    QVERIFY(beginBefore(system, before));
+    QVERIFY(beginInSilence(call));
 
     QElapsedTimer timer;
     timer.start();
     m_script->eval(QStringLiteral("db.close()"));
     QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1")));
-    QVERIFY(m_script->isTrue(QStringLiteral("delivered[0].error.length > 0 && !db.isOpen")));
+    QVERIFY2(m_script->isTrue(Failed),
+             qPrintable(m_script->text(QStringLiteral("delivered[0].error"))));
+    QVERIFY(m_script->isTrue(QStringLiteral("!db.isOpen")));
+}
+
+void TestDriverLoss::closingWithAnOpenTransactionOnASilentLineEndsInTime()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QVERIFY(openThroughRelay(system));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.transaction()"))); // the worker's, too
+    QVERIFY(m_script->mustRun(Way::Here, QStringLiteral("db"), select(system, 2)));
+    QVERIFY(m_script->mustRun(Way::Thread, QStringLiteral("db"), select(system, 3)));
+    m_relay->blackHole();
+
+    QElapsedTimer timer;
+    timer.start();
+    m_script->eval(QStringLiteral("db.close()"));
+    QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(m_script->isTrue(QStringLiteral("!db.isOpen && !db.isRunning")));
 }
 
 void TestDriverLoss::serverThatNeverAnswersFailsTheOpenInTime()

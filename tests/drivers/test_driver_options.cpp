@@ -75,6 +75,7 @@ private Q_SLOTS:
     void errorOfSqliteLeavesTheTransactionAlone();
     void backslashesOfPostgresAreThoseOfTheSession_data();
     void backslashesOfPostgresAreThoseOfTheSession();
+    void settingsAreAskedForOnceAStatement();
     void settingsThatTheDriverNeedsAreKept_data();
     void settingsThatTheDriverNeedsAreKept();
     void datesOutsideOfQtsRangeAreRight_data();
@@ -362,6 +363,40 @@ void TestDriverOptions::backslashesOfPostgresAreThoseOfTheSession()
                      escapes ? QStringLiteral("a' AS a, :b AS b -- ") : value);
         }
     }
+}
+
+/// ODBC to PostgreSQL has to ask where a string with a backslash ends. The server's log tells.
+void TestDriverOptions::settingsAreAskedForOnceAStatement()
+{
+    const QString system = QStringLiteral("ODBC to PostgreSQL");
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db = database(system);
+    QVERIFY(db.open());
+    const auto questions = [&db] {
+        // In two parts: the log tells of this text as well.
+        QSqlQuery query(QStringLiteral("SELECT array_length(string_to_array(pg_read_file("
+                                       "current_setting('data_directory') || '/../log'), "
+                                       "'SHOW ' || 'standard_conforming_strings'), 1)"),
+                        db);
+        return query.next() ? query.value(0).toInt() : -1;
+    };
+    QCOMPARE(failure(db, QStringLiteral("SET log_statement = 'all'")), QString());
+    const int before = questions();
+    QVERIFY(before >= 0);
+    const auto run = [&db](const QString &text) {
+        QString statement;
+        QMetaObject::invokeMethod(db.driver(), "boundStatement", Q_RETURN_ARG(QString, statement),
+                                  Q_ARG(QString, text), Q_ARG(int, 1));
+        QSqlQuery query(db);
+        query.prepare(statement);
+        query.addBindValue(1);
+        return query.exec() && query.next();
+    };
+    for (int i = 0; i < 3; ++i)
+        QVERIFY(run(QStringLiteral("SELECT '\\', ?")));
+    QCOMPARE(questions(), before + 3);
+    QVERIFY(run(QStringLiteral("SELECT 'none', ?")));
+    QCOMPARE(questions(), before + 3);
 }
 
 void TestDriverOptions::settingsThatTheDriverNeedsAreKept_data()

@@ -66,6 +66,10 @@ private Q_SLOTS:
     void longStatementEndsByItsTimeout();
     void statementOnASilentLineEndsInTime_data() { servers(); }
     void statementOnASilentLineEndsInTime();
+    void commandOnASilentLineEndsInTime_data() { servers(); }
+    void commandOnASilentLineEndsInTime();
+    void furtherResultsLeaveNoLimitBehind_data();
+    void furtherResultsLeaveNoLimitBehind();
     void silentLineIsSeenByALook();
 
 private:
@@ -299,6 +303,70 @@ void TestDriverTimeouts::statementOnASilentLineEndsInTime()
     m_relay->heal();
     query = QSqlQuery();
     QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+}
+
+void TestDriverTimeouts::commandOnASilentLineEndsInTime()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QSqlDatabase db =
+        throughRelay(system, QStringLiteral("VEXT_STATEMENT_TIMEOUT=%1").arg(LimitMs));
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QVERIFY(db.transaction());
+    QSqlQuery query(db);
+    const QString one = LayeredSystems::selectWithoutTable(system, QStringLiteral("1"));
+    QVERIFY2(query.exec(one) && query.next(), qPrintable(query.lastError().text()));
+    query.finish();
+    m_relay->blackHole();
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!db.commit());
+    QVERIFY2(timer.elapsed() < LimitMs + ServerFirstMs + DeadServerMs + scaledMs(SlackMs),
+             qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(db.lastError().type(), QSqlError::ConnectionError);
+    QVERIFY(!db.isOpen());
+}
+
+void TestDriverTimeouts::furtherResultsLeaveNoLimitBehind_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("several");
+    QTest::addColumn<QString>("rest"); ///< lasts a while, much less than the limit
+    const QString several = QStringLiteral("SELECT 1; SELECT 2; SELECT 3");
+    QTest::newRow("PostgreSQL") << Postgres << several << "SELECT pg_sleep(0.1)";
+    QTest::newRow("MariaDB") << MariaDb << several << "SELECT SLEEP(0.1)";
+    QTest::newRow("ODBC to PostgreSQL") << OdbcPostgres << several << "SELECT pg_sleep(0.1)";
+    QTest::newRow("SQLite file")
+        << "SQLite file"
+        << "SELECT 1 UNION SELECT 2"
+        << "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+           "LIMIT 200000) SELECT count(*) FROM n";
+}
+
+/// The limit of a statement that is over must not end a later one of the same query.
+void TestDriverTimeouts::furtherResultsLeaveNoLimitBehind()
+{
+    QFETCH(QString, system);
+    QFETCH(QString, several);
+    QFETCH(QString, rest);
+    USE_SYSTEM(m_systems, system);
+    constexpr int LongLimitMs = 2000;
+    ConnectionParameters parameters = m_systems.get(system).parameters();
+    if (!parameters.connectOptions.isEmpty())
+        parameters.connectOptions += QLatin1Char(';');
+    parameters.connectOptions += QStringLiteral("VEXT_STATEMENT_TIMEOUT=%1").arg(LongLimitMs);
+    QSqlDatabase db = parameters.database(Connection);
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QSqlQuery query(db);
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY2(query.exec(several), qPrintable(query.lastError().text()));
+    while (query.next() && query.nextResult()) {
+    }
+    while (timer.elapsed() < LongLimitMs + ServerFirstMs + 500) {
+        QVERIFY2(query.exec(rest), qPrintable(query.lastError().text()));
+        QVERIFY2(query.next(), qPrintable(query.lastError().text()));
+    }
 }
 
 void TestDriverTimeouts::silentLineIsSeenByALook()
