@@ -135,11 +135,10 @@ void Bench::smallStatements(const Target &target)
                      chained ? QStringLiteral("5k chained") : QStringLiteral("20k queued"),
                      point ? QStringLiteral("key look-ups") : QStringLiteral("reports"),
                      pinned ? QStringLiteral("one core") : QStringLiteral("all cores"));
-        Comparison c(
-            title, target, workload,
-            {QStringLiteral("floor"), QStringLiteral("floor thread"), QStringLiteral("query"),
-             QStringLiteral("async")},
-            pinned);
+        Comparison c(title, target, workload,
+                     {QStringLiteral("floor"), QStringLiteral("floor thread"),
+                      QStringLiteral("query"), QStringLiteral("async")},
+                     pinned);
         if (!measure(c))
             return;
         // A floor without a thread blocks its program, so it is only told where there is another.

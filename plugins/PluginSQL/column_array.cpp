@@ -151,102 +151,117 @@ void ColumnArray::showNulls(const Context &context, const Nulls &nulls)
         m_array.setProperty(row, value);
 }
 
-/// Takes rows by the chunk. `countOf` says how many rows from one on make a chunk, `takeCell` puts
-/// a row that is not null into its place.
-template <typename Cells, typename CountOf, typename TakeCell>
-void ColumnArray::takeChunks(const Slice &slice, Cells &cells, CountOf countOf, TakeCell takeCell)
+/// Numbers go to push as they are. An array of each chunk would wait for the collector, and hold as
+/// much memory as the column itself until it comes.
+template <typename NumberOf>
+void ColumnArray::takeNumbers(const Slice &slice, NumberOf numberOf)
 {
     ColumnValues &values = slice.values;
-    QVector<int> &nulls = slice.context.scratch->nulls;
+    QScriptValueList cells;
+    if (!m_array.isValid())
+        m_array = slice.context.engine->newArray();
     while (m_taken < values.size()) {
         const int first = m_taken;
-        const int count = countOf(first, std::min(ChunkRows, values.size() - first));
-        fitTo(cells, count);
-        nulls.clear();
-        for (int i = 0; i < count; ++i) {
-            if (values.isNullAt(first + i)) {
-                // Not the cell of the chunk before, whose text may be released by now.
-                cells[i] = typename Cells::value_type();
-                nulls.append(i);
-            } else {
-                takeCell(cells[i], first + i);
-            }
+        fitTo(cells, std::min(ChunkCells, values.size() - first));
+        for (int i = 0; i < cells.size(); ++i) {
+            cells[i] = values.isNullAt(first + i) ? slice.null : QScriptValue(numberOf(first + i));
         }
-        QScriptValue chunk = slice.context.engine->toScriptValue(cells);
-        if (slice.null.isValid()) {
-            for (const int i : qAsConst(nulls))
-                chunk.setProperty(quint32(i), slice.null);
-        }
-        append(slice.context, chunk, count);
-        if (!slice.null.isValid()) {
-            for (const int i : qAsConst(nulls))
-                m_array.setProperty(quint32(m_rows - count + i), QScriptValue());
-        }
-        m_taken += count;
+        push(slice.context, cells, !slice.null.isValid());
+        m_taken += cells.size();
         values.releaseBefore(m_taken);
         if (slice.time.isOver())
             return;
     }
 }
 
-template <typename CellOf>
-void ColumnArray::takeNumbers(const Slice &slice, CellOf cellOf)
-{
-    takeChunks(
-        slice, slice.context.scratch->numbers, [](int, int count) { return count; },
-        [&](QVariant &cell, int row) { cell = cellOf(row); });
-}
-
 /// A long column starts with the cache and goes on in chunks from where that does not pay.
 void ColumnArray::takeTexts(const Slice &slice)
 {
-    const ColumnValues &values = slice.values;
     if (m_caches)
         takeCachedTexts(slice);
-    if (m_caches)
-        return; // used up, or out of time
-    // Chunks of long texts have fewer rows.
-    const auto countOf = [&values](int first, int most) {
-        int count = 0;
-        for (int units = 0; count < most && units < ChunkUnits; ++count) {
-            if (!values.isNullAt(first + count))
-                units += int(values.textAt(first + count).size());
-        }
-        return count;
-    };
-    takeChunks(slice, slice.context.scratch->texts, countOf,
-               [&values](QString &cell, int row) { values.textViewAt(row, cell); });
+    if (!m_caches)
+        takeTextChunks(slice);
 }
 
 void ColumnArray::takeCachedTexts(const Slice &slice)
 {
     if (!m_cache)
         m_cache = std::make_unique<StringCache>(slice.context.engine);
-    if (m_taken == 0 && !m_array.isValid())
+    if (!m_array.isValid())
         m_array = slice.context.engine->newArray();
     ColumnValues &values = slice.values;
+    QScriptValueList cells;
     QString view;
-    for (; m_taken < values.size() && m_cache->pays(); ++m_taken, ++m_rows) {
-        if (m_taken % RowsBetweenLooks == 0 && m_taken > 0 && slice.time.isOver())
-            return;
-        if (m_taken % ColumnValues::BlockRows == 0)
-            values.releaseBefore(m_taken);
-        if (!values.isNullAt(m_taken)) {
-            values.textViewAt(m_taken, view);
-            m_array.setProperty(quint32(m_rows), m_cache->value(view));
-        } else {
-            // Set before it is taken out again, so that the array is as long as its rows are many.
-            m_array.setProperty(quint32(m_rows), slice.null.isValid()
-                                                     ? slice.null
-                                                     : slice.context.engine->undefinedValue());
-            if (!slice.null.isValid())
-                m_array.setProperty(quint32(m_rows), QScriptValue());
+    while (m_taken < values.size() && m_cache->pays()) {
+        const int first = m_taken;
+        const int end = std::min(first + ChunkCells, values.size());
+        fitTo(cells, end - first);
+        for (; m_taken < end && m_cache->pays(); ++m_taken) {
+            if (values.isNullAt(m_taken)) {
+                cells[m_taken - first] = slice.null;
+            } else {
+                values.textViewAt(m_taken, view);
+                cells[m_taken - first] = m_cache->value(view);
+            }
         }
+        fitTo(cells, m_taken - first);
+        push(slice.context, cells, !slice.null.isValid());
+        values.releaseBefore(m_taken);
+        if (slice.time.isOver())
+            break;
     }
     if (!m_cache->pays()) {
         m_caches = false;
         m_cache.reset();
     }
+}
+
+/// Takes texts as lists, of which the engine makes arrays itself: one by one they would cost more.
+void ColumnArray::takeTextChunks(const Slice &slice)
+{
+    ColumnValues &values = slice.values;
+    QStringList &texts = slice.context.scratch->texts;
+    QVector<int> &nulls = slice.context.scratch->nulls;
+    while (m_taken < values.size()) {
+        const int first = m_taken;
+        fitTo(texts, textsInChunk(values, first));
+        nulls.clear();
+        for (int i = 0; i < texts.size(); ++i) {
+            if (values.isNullAt(first + i)) {
+                // Not the text of the chunk before, which may be released by now.
+                texts[i] = QString();
+                nulls.append(i);
+            } else {
+                values.textViewAt(first + i, texts[i]);
+            }
+        }
+        QScriptValue chunk = slice.context.engine->toScriptValue(texts);
+        if (slice.null.isValid()) {
+            for (const int i : qAsConst(nulls))
+                chunk.setProperty(quint32(i), slice.null);
+        }
+        append(slice.context, chunk, texts.size());
+        if (!slice.null.isValid()) {
+            for (const int i : qAsConst(nulls))
+                m_array.setProperty(quint32(m_rows - texts.size() + i), QScriptValue());
+        }
+        m_taken += texts.size();
+        values.releaseBefore(m_taken);
+        if (slice.time.isOver())
+            return;
+    }
+}
+
+/// Chunks of long texts have fewer rows.
+int ColumnArray::textsInChunk(const ColumnValues &values, int first)
+{
+    const int most = std::min(ChunkRows, values.size() - first);
+    int count = 0;
+    for (int units = 0; count < most && units < ChunkUnits; ++count) {
+        if (!values.isNullAt(first + count))
+            units += int(values.textAt(first + count).size());
+    }
+    return count;
 }
 
 void ColumnArray::takeVariants(const Slice &slice, std::vector<Nulls> *nulls)
@@ -270,7 +285,7 @@ void ColumnArray::takeVariants(const Slice &slice, std::vector<Nulls> *nulls)
                 addNull(*nulls, cell, m_rows + m_taken - first);
         }
         fitTo(cells, m_taken - first);
-        push(slice.context, cells);
+        push(slice.context, cells, true);
         values.releaseBefore(m_taken);
         if (slice.time.isOver())
             return;
@@ -306,14 +321,17 @@ void ColumnArray::append(const Context &context, const QScriptValue &chunk, int 
         m_array.setProperty(quint32(first + i), chunk.property(quint32(i)));
 }
 
-/// The same of values that are made already. What is invalid leaves its element out.
-void ColumnArray::push(const Context &context, const QScriptValueList &cells)
+/// The same of values that are made already. One that is invalid leaves its element out; `mayLack`
+/// says whether there may be such.
+void ColumnArray::push(const Context &context, const QScriptValueList &cells, bool mayLack)
 {
     const int first = m_rows;
     m_rows += cells.size();
     QScriptValue push = context.push;
     const QScriptValue length = push.call(m_array, cells);
     const bool isPushed = length.isNumber() && length.toInt32() == m_rows;
+    if (isPushed && !mayLack)
+        return;
     for (int i = 0; i < cells.size(); ++i) {
         if (isPushed && cells.at(i).isValid())
             continue;

@@ -39,8 +39,9 @@ class StringCache;
 
 /// Converts one column, in one piece or slice by slice, and gives values up on the way.
 ///
-/// Making a script value costs more than storing it. So long columns are converted by the chunk,
-/// as lists that the engine turns into arrays itself, which push then appends natively.
+/// A call into the engine for each cell would cost more than the cell. So columns are converted by
+/// the chunk, and the engine's push appends each natively: numbers as they are, texts as a list
+/// that the engine turns into an array itself.
 ///
 /// The array is reachable from nowhere else until array() has handed it out; the object keeps it
 /// alive meanwhile.
@@ -50,7 +51,6 @@ public:
     /// Lists that are used again for chunk after chunk, of all columns that share them: assigning
     /// a cell to them allocates next to nothing. What they hold between two chunks is not read.
     struct Scratch {
-        QVariantList numbers;
         QStringList texts;
         QVector<int> nulls;
     };
@@ -97,24 +97,24 @@ public:
     QScriptValue array(QScriptEngine *engine) const;
 
 private:
-    static constexpr int ChunkRows = 1024;
-    static constexpr int ChunkCells = 128;      ///< made one by one; Qt keeps memory for as many
+    static constexpr int ChunkRows = 1024;      ///< of texts
+    static constexpr int ChunkCells = 128;      ///< of what is made one by one
     static constexpr int ChunkUnits = 1 << 17;  ///< of texts
     static constexpr int TrialRows = 64;        ///< shorter columns of texts do without a cache
     static constexpr int RowsBetweenLooks = 16; ///< at the clock, where no chunks are made
 
     struct Slice; ///< what one call of convert() works on
 
-    template <typename CellOf>
-    void takeNumbers(const Slice &slice, CellOf cellOf);
+    template <typename NumberOf>
+    void takeNumbers(const Slice &slice, NumberOf numberOf);
     void takeTexts(const Slice &slice);
     void takeCachedTexts(const Slice &slice);
+    void takeTextChunks(const Slice &slice);
+    static int textsInChunk(const ColumnValues &values, int first);
     void takeVariants(const Slice &slice, std::vector<Nulls> *nulls);
     void takeNulls(const Slice &slice);
-    template <typename Cells, typename CountOf, typename TakeCell>
-    void takeChunks(const Slice &slice, Cells &cells, CountOf countOf, TakeCell takeCell);
     void append(const Context &context, const QScriptValue &chunk, int count);
-    void push(const Context &context, const QScriptValueList &cells);
+    void push(const Context &context, const QScriptValueList &cells, bool mayLack);
     void extend(const Slice &slice);
 
     QScriptValue m_array;

@@ -87,7 +87,8 @@ CellAt numberCells(QVariant::Type type, int nullEvery)
     };
 }
 
-/// Numbers, texts and times, none after a change of the clock; nulls without a type at the ends, too.
+/// Numbers, texts and times, none after a change of the clock; nulls without a type at the ends,
+/// too.
 CellAt mixedCells(int rows)
 {
     return [rows](int row) {
