@@ -2,6 +2,7 @@
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTimer>
 
@@ -44,6 +45,18 @@ bool waitUntil(const std::function<bool()> &reached, int ms)
         loop.processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
         deleteDeferred();
     }
+}
+
+qint64 quickAttemptMs(int ms, const std::function<void()> &attempt, int attempts)
+{
+    QElapsedTimer timer;
+    qint64 taken = 0;
+    do {
+        timer.start();
+        attempt();
+        taken = timer.elapsed();
+    } while (taken >= ms && --attempts > 0);
+    return taken;
 }
 
 void drainEvents()

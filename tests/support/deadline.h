@@ -37,6 +37,12 @@ private:
 /// @return whether it answered true within the limit.
 bool waitUntil(const std::function<bool()> &reached, int ms = defaultWaitMs);
 
+/// Makes an attempt again until one of them takes less than @p ms, which is not scaled. For what is
+/// promised not to wait: a machine that stands still delays one attempt or the other, a wait that
+/// should not be there delays each of them.
+/// @return milliseconds that the last attempt took: the quick one, or that of the last failure.
+qint64 quickAttemptMs(int ms, const std::function<void()> &attempt, int attempts = 5);
+
 /// Handles all events that are waiting in the calling thread, deleteLater() included, and those
 /// which they cause, without waiting for new ones.
 void drainEvents();

@@ -125,6 +125,8 @@ private Q_SLOTS:
     // waits
     void waitUntilHandlesEventsAndDeletions();
     void waitUntilGivesUpAtItsLimit();
+    void quickAttemptIsTheFirstBelowTheLimit();
+    void slowAttemptsAreGivenUp();
     void gateHoldsUntilReleased();
     void gateLetsGoWhenAborted();
     void gateLetsGoAtItsLimit();
@@ -670,6 +672,27 @@ void TestSupportSelftest::waitUntilGivesUpAtItsLimit()
     timer.start();
     QVERIFY(!waitUntil([] { return false; }, 30));
     QVERIFY(timer.elapsed() >= scaledMs(30));
+}
+
+void TestSupportSelftest::quickAttemptIsTheFirstBelowTheLimit()
+{
+    int made = 0;
+    const qint64 taken = quickAttemptMs(1000, [&] {
+        if (++made < 3)
+            QThread::msleep(1000);
+    });
+    QVERIFY2(made >= 3 && taken < 1000, qPrintable(QString::number(taken)));
+}
+
+void TestSupportSelftest::slowAttemptsAreGivenUp()
+{
+    int made = 0;
+    const auto slow = [&] {
+        ++made;
+        QThread::msleep(2);
+    };
+    QVERIFY(quickAttemptMs(1, slow, 4) >= 1);
+    QCOMPARE(made, 4);
 }
 
 void TestSupportSelftest::gateHoldsUntilReleased()
