@@ -53,7 +53,7 @@ function(vext_add_test name)
   add_dependencies(${name} PluginSQL VextDrivers)
   add_test(NAME ${name} COMMAND ${name})
   if(NOT ARG_TIMEOUT)
-    set(ARG_TIMEOUT 120)
+    set(ARG_TIMEOUT 300)
   endif()
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} SKIP_RETURN_CODE 77
     ENVIRONMENT "LANGUAGE=ru;QT_LOGGING_RULES=default.debug=true;${VEXT_TEST_ENVIRONMENT}")

@@ -31,7 +31,7 @@ vext_add_test(test_library_unload
           ${CMAKE_CURRENT_LIST_DIR}/../sanitizers/qt_method_hook.cpp
   LIBS vext_test_support
   LABELS threads
-  TIMEOUT 120)
+  TIMEOUT 300)
 
 # Once more with results that come in slices.
 foreach(name exactly_once cancellation library_unload)

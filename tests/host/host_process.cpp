@@ -53,12 +53,12 @@ bool HostProcess::send(int signalNumber)
     return ::kill(static_cast<pid_t>(m_process.processId()), signalNumber) == 0;
 }
 
-HostOutcome HostProcess::finish()
+HostOutcome HostProcess::finish(int milliseconds)
 {
     HostOutcome outcome;
     m_process.closeWriteChannel();
     const bool finished =
-        m_process.state() == QProcess::NotRunning || m_process.waitForFinished(limitMs);
+        m_process.state() == QProcess::NotRunning || m_process.waitForFinished(milliseconds);
     outcome.endedByItself = finished && m_process.exitStatus() == QProcess::NormalExit;
     outcome.exitCode = m_process.exitCode();
     outcome.output = QString::fromUtf8(m_output + m_process.readAllStandardOutput());

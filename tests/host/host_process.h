@@ -35,8 +35,8 @@ public:
 
     bool send(int signalNumber);
 
-    /// Ends the input and waits for the end of the process.
-    HostOutcome finish();
+    /// Ends the input and waits for the end of the process, for so many milliseconds at most.
+    HostOutcome finish(int milliseconds = limitMs);
 
     /// Whether the process goes on for that long: the only way to see that it does not end.
     bool staysAlive(int milliseconds);

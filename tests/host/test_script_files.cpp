@@ -222,7 +222,7 @@ void TestScriptFiles::fiveGigabytesAreReadInFlatMemory()
                         "  lines = number; size += line.length; });\n"
                         "var most = /VmHWM:\\s*(\\d+)/.exec(readFile('/proc/self/status'))[1];\n"
                         "print(lines, size, +most < 100000, most);")}));
-    const HostOutcome outcome = host.finish();
+    const HostOutcome outcome = host.finish(4 * HostProcess::limitMs); // half a minute with luck
     QVERIFY(source.waitForFinished(HostProcess::limitMs));
     VERIFY_OUTCOME(outcome.output.startsWith(QLatin1String("54000 5399946000 true ")), outcome);
 }

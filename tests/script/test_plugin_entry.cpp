@@ -734,7 +734,7 @@ void TestPluginEntry::scenario()
     child.setProcessChannelMode(QProcess::MergedChannels);
     child.start(QCoreApplication::applicationFilePath(),
                 {QStringLiteral("--scenario"), QLatin1String(QTest::currentDataTag())});
-    QVERIFY(child.waitForFinished(scaledMs(defaultWaitMs)));
+    QVERIFY(child.waitForFinished(scaledMs(3 * defaultWaitMs)));
     const QByteArray output = child.readAll();
     QVERIFY2(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0,
              output.constData());
@@ -749,8 +749,8 @@ void TestPluginEntry::hostThatNeedsNoQtSqlEndsWell_data()
     QTest::addColumn<QString>("code");
     QTest::newRow("list of drivers") << QStringLiteral("new VEXT_SQL().drivers.length > 0");
     QTest::newRow("open without a name") << QStringLiteral("!new VEXT_SQL().open()");
-    QTest::newRow("thread with a missing driver") << QStringLiteral(
-        "var db = new VEXT_SQL(); db.driverName = 'QNONE'; db.start_thread()");
+    QTest::newRow("thread with a missing driver")
+        << QStringLiteral("var db = new VEXT_SQL(); db.driverName = 'QNONE'; db.start_thread()");
 }
 
 /// Qt Sql must not go with the library: the end of the application calls a routine of it.
@@ -759,7 +759,7 @@ void TestPluginEntry::hostThatNeedsNoQtSqlEndsWell()
     QFETCH(QString, code);
     QProcess host;
     host.start(QStringLiteral(VEXT_BARE_HOST), {pluginFile, code});
-    QVERIFY(host.waitForFinished(scaledMs(defaultWaitMs)));
+    QVERIFY(host.waitForFinished(scaledMs(3 * defaultWaitMs)));
     const QByteArray errors = host.readAllStandardError();
     QVERIFY2(host.exitStatus() == QProcess::NormalExit && host.exitCode() == 0, errors.constData());
     QCOMPARE(host.readAllStandardOutput(), QByteArray("true\n"));

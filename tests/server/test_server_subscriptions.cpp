@@ -124,7 +124,7 @@ void TestServerSubscriptions::programEndsBehindARefusedRemoval()
                              QString::fromLatin1(more) + QStringLiteral("print('end');");
         QProcess program;
         program.start(QStringLiteral(VEXT_RUN_FILE), {QStringLiteral("-e"), code});
-        QVERIFY2(program.waitForFinished(scaledMs(defaultWaitMs)), more);
+        QVERIFY2(program.waitForFinished(scaledMs(3 * defaultWaitMs)), more);
         QCOMPARE(program.exitCode(), 0);
         QCOMPARE(program.readAllStandardOutput(), QByteArray("end\n"));
     }
