@@ -126,6 +126,13 @@ private:
     /// A statement that answers so many rows of one probe each and stands still at a row.
     ThreadGatePtr holdAtRow(int row, int rows = rowCount);
     bool waitConverted(int count);
+    /// Queues a task whose beginning shows that the worker has handed back those before it.
+    void queueBehind() { m_script->eval(QStringLiteral("db.query_thread('behind')")); }
+    /// No events are handled meanwhile.
+    bool waitHandedBack()
+    {
+        return m_server->waitForCall(StubCall::Exec, QStringLiteral("behind"));
+    }
     QString described(const QString &tag)
     {
         return m_script->eval(QStringLiteral("describe(outcomes['%1'].result)").arg(tag))
@@ -479,7 +486,8 @@ void StreamedResultsTest::failedResultIsNotConvertedToItsEnd()
              }).failingAtRow(rows - 1, statementError()));
     onConversion = [](int) { passMs(1); };
     QVERIFY(m_script->queue(sql, QStringLiteral("a")));
-    QVERIFY(m_server->waitForCall(StubCall::ResultDestroyed, sql));
+    queueBehind();
+    QVERIFY(waitHandedBack());
     QVERIFY(m_script->waitDelivered(1));
     const int before = converted;
     drainEvents();
@@ -596,7 +604,7 @@ void StreamedResultsTest::taskHandedBackInAConversionComesInTheCallbacksEventLoo
         passMs(1);
         if (row < rowCount - 1)
             return;
-        m_server->waitForCall(StubCall::ResultDestroyed, QStringLiteral("small"));
+        QVERIFY(waitHandedBack());
         for (int i = 0; i < 5; ++i) {
             QTest::qSleep(1);
             QCoreApplication::processEvents();
@@ -608,6 +616,7 @@ void StreamedResultsTest::taskHandedBackInAConversionComesInTheCallbacksEventLoo
                                   "    handleEvents();"
                                   "  delivered.push('end'); }, 'select')"));
     QVERIFY(m_script->queue(QStringLiteral("small"), QStringLiteral("inner")));
+    queueBehind();
     QVERIFY(m_server->waitForCall(StubCall::ResultDestroyed, sql));
     QVERIFY(m_script->waitDelivered(3));
     QCOMPARE(m_script->delivered().join(QLatin1Char(' ')), QStringLiteral("outer inner end"));

@@ -274,12 +274,13 @@ void WorkerSteps::deletionCancelsAStatementThatBeginsLate()
 /// The host ends the application, say, when it is told that the thread does not stop.
 void WorkerSteps::messageOfADeletionMayEndAllWorkers()
 {
-    constexpr int heldMs = 2500; // longer than the deletion's first wait
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
     m_server->setCancelIgnored(true);
-    m_server->onExact(QStringLiteral("lasting"), StubReply::affected(1).withDelay(heldMs));
+    m_server->onExact(QStringLiteral("lasting"), StubReply::affected(1).withGate(gate));
     m_db->setTraceLog(true);
     QVERIFY(m_script->queue(QStringLiteral("lasting")));
-    QVERIFY(m_server->waitForCall(StubCall::Exec, QStringLiteral("lasting")));
+    QVERIFY(gate->waitReached());
     int told = 0;
     int destroyed = 0;
     connect(m_db->worker, &QObject::destroyed, this, [&] { ++destroyed; });
@@ -287,6 +288,7 @@ void WorkerSteps::messageOfADeletionMayEndAllWorkers()
         if (qstrcmp(function, "stop_thread") != 0)
             return;
         ++told;
+        gate->release();
         LibraryLife::releaseWorkers(true);
     });
     m_script.reset();
@@ -298,17 +300,19 @@ void WorkerSteps::messageOfADeletionMayEndAllWorkers()
 /// The first worker's end takes the second one with it, which was to be the next.
 void WorkerSteps::messageOfAnEndMayEndTheOtherWorkers()
 {
-    constexpr int heldMs = 2500; // longer than the first wait of the end
+    const ThreadGatePtr gate = ThreadGate::create();
+    const GateGuard guard(gate);
     m_server->setCancelIgnored(true);
-    m_server->onExact(QStringLiteral("lasting"), StubReply::affected(1).withDelay(heldMs));
+    m_server->onExact(QStringLiteral("lasting"), StubReply::affected(1).withGate(gate));
     m_db->setTraceLog(true);
     const QPointer<VEXT_SQL> second = m_script->connection(QStringLiteral("second"));
     QVERIFY(m_script->queue(QStringLiteral("lasting")));
-    QVERIFY(m_server->waitForCall(StubCall::Exec, QStringLiteral("lasting")));
+    QVERIFY(gate->waitReached());
     bool gone = false;
     connect(m_db->worker, &VEXT_sqlThr::s_msg, this, [&](const char *, int, const char *function) {
         if (qstrcmp(function, "stop_thread") != 0)
             return;
+        gate->release();
         LibraryLife::releaseWorkers(true);
         gone = !second;
     });

@@ -212,12 +212,13 @@ void WorkerThread::startingAgainCountsTheTakenTasksAnew()
 void WorkerThread::waitForAThreadThatWasNotStartedIsShort()
 {
     VEXT_SQL *db = m_script->connection();
-    db->worker->m_thrStop.storeRelease(1);
-    QElapsedTimer timer;
-    timer.start();
-    QVERIFY(!db->worker->waitStart());
-    QVERIFY2(timer.elapsed() >= 299, qPrintable(QString::number(timer.elapsed())));
-    QVERIFY2(timer.elapsed() < scaledMs(promptMs), qPrintable(QString::number(timer.elapsed())));
+    bool started = false;
+    const qint64 taken = quickAttemptMs(promptMs, [&] {
+        db->worker->m_thrStop.storeRelease(1);
+        started = started || db->worker->waitStart();
+    });
+    QVERIFY(!started);
+    QVERIFY2(taken >= 299 && taken < promptMs, qPrintable(QString::number(taken)));
     QCOMPARE(db->worker->m_thrStop.loadAcquire(), 0);
     QVERIFY(db->start_thread());
     QVERIFY(db->worker->waitStart());
@@ -311,10 +312,9 @@ void WorkerThread::stopWithoutPositiveTimeDoesNotWait()
     QFETCH(int, limit);
     VEXT_SQL *db = m_script->connection();
     occupyWorker();
-    QElapsedTimer timer;
-    timer.start();
-    m_script->eval(QStringLiteral("db.stop_thread(%1)").arg(limit));
-    QVERIFY2(timer.elapsed() < scaledMs(promptMs), qPrintable(QString::number(timer.elapsed())));
+    const QString stop = QStringLiteral("db.stop_thread(%1)").arg(limit);
+    const qint64 taken = quickAttemptMs(promptMs, [&] { m_script->eval(stop); });
+    QVERIFY2(taken < promptMs, qPrintable(QString::number(taken)));
     QVERIFY(db->isRunning());
     QCOMPARE(db->worker->m_thrStop.loadAcquire(), 1);
     m_gates.first()->release();
@@ -542,14 +542,16 @@ void WorkerThread::sleepingThreadIsWoken()
     constexpr int sleepMs = 333;
     VEXT_SQL *db = m_script->connection();
     QElapsedTimer timer;
-    timer.start();
+    int quick = 0; // any round may be slow on a machine that is busy, and any be quick by chance
     for (int i = 1; i <= rounds; ++i) {
+        timer.start();
         QVERIFY(m_script->queue(QStringLiteral("one")));
         QVERIFY(m_script->waitDelivered(i));
         if (stops)
             db->stop_thread(60000);
+        quick += timer.elapsed() < sleepMs / 2 ? 1 : 0;
     }
-    QVERIFY2(timer.elapsed() < rounds * sleepMs / 2, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(quick > rounds / 2, qPrintable(QString::number(quick)));
 }
 
 /// The thread has ended by itself, and the event that starts it again has not been handled yet.
@@ -612,13 +614,14 @@ void WorkerThread::idleQueueEndsTheThreadAtTheFirstTimeOut()
     VEXT_SQL *db = m_script->connection();
     db->setTraceLog(trace);
     db->worker->m_timeNotUse = 1;
-    QElapsedTimer timer;
-    timer.start();
-    QVERIFY(db->start_thread());
-    QVERIFY(waitStopped(db));
+    bool stopped = true;
+    const qint64 taken = quickAttemptMs(waitMs * 2, [&] {
+        db->start_thread();
+        stopped = stopped && waitStopped(db);
+    });
+    QVERIFY(stopped);
     // The end comes at the first time-out, and never before it.
-    QVERIFY2(timer.elapsed() >= waitMs - 1, qPrintable(QString::number(timer.elapsed())));
-    QVERIFY2(timer.elapsed() < scaledMs(waitMs * 2), qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(taken >= waitMs - 1 && taken < waitMs * 2, qPrintable(QString::number(taken)));
 }
 
 void WorkerThread::idleEndIsReportedOnlyWithTracing_data()

@@ -460,7 +460,8 @@ void TestPromptSql::openingThatHangsIsGivenUp()
     m_session->type("\x03");
     VERIFY_SCREEN(m_session->waitFor("^C\n") && m_session->waitFor(" is given up\n") &&
                   m_session->waitFor("vext> "));
-    QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
+    // By itself the opening would go on for longer than the waits above.
+    QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
     VERIFY_SCREEN(!m_session->screen().contains(" error "));
     // The connection before is still there, and the next Ctrl-C means what it always does.
     VERIFY_SCREEN(m_session->enter("select count(*) as n from goods;", "\n2\n"));

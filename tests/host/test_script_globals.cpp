@@ -28,6 +28,7 @@ private slots:
     void tablePrintsAnythingElseAsText();
     void tableOfADamagedResultDoesNotThrow();
     void timersPassTheirArgumentsAndKeepTheirOrder();
+    void intervalsPassTheirArgumentsUntilTheyAreCleared();
     void timersMayBeClearedByCallbacks();
     void clearedTimersAreForgotten();
     void timersRefuseWhatIsNoFunction();
@@ -239,33 +240,42 @@ void TestScriptGlobals::tableOfADamagedResultDoesNotThrow()
 
 void TestScriptGlobals::timersPassTheirArgumentsAndKeepTheirOrder()
 {
+    // All of them may be due at once where the program is given its time late.
     const HostOutcome outcome = runCode(
         QStringLiteral("setTimeout(function(a, b) { print('late', a, b, arguments.length); },"
-                       " 40, 1, 'x');\n"
+                       " 400, 1, 'x');\n"
                        "setTimeout(print, 0, 'first');\n"
                        "setTimeout(print, -5, 'second');\n"
                        "setTimeout(print, NaN, 'third');\n"
                        "setTimeout(print);\n"
-                       "var n = 0, i = setInterval(function(s) {\n"
-                       "  print(s, ++n); if (n == 3) clearInterval(i); }, 5, 'tick');\n"
-                       "print(typeof i, 'now');"));
+                       "setTimeout(print, 20, 'sooner');\n"
+                       "print('now');"));
     VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
-    QCOMPARE(outcome.output, QStringLiteral("number now\nfirst\nsecond\nthird\n\n"
-                                            "tick 1\ntick 2\ntick 3\nlate 1 x 2\n"));
+    QCOMPARE(outcome.output, QStringLiteral("now\nfirst\nsecond\nthird\n\nsooner\nlate 1 x 2\n"));
+}
+
+void TestScriptGlobals::intervalsPassTheirArgumentsUntilTheyAreCleared()
+{
+    const HostOutcome outcome =
+        runCode(QStringLiteral("var n = 0, i = setInterval(function(s) {\n"
+                               "  print(s, ++n); if (n == 3) clearInterval(i); }, 5, 'tick');\n"
+                               "print(typeof i);"));
+    VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
+    QCOMPARE(outcome.output, QStringLiteral("number\ntick 1\ntick 2\ntick 3\n"));
 }
 
 void TestScriptGlobals::timersMayBeClearedByCallbacks()
 {
     const HostOutcome outcome = runCode(
-        QStringLiteral("var i = setInterval(function() {\n"
+        QStringLiteral("var self = setTimeout(function() { clearTimeout(self); print('self'); }, "
+                       "0);\n"
+                       "var i = setInterval(function() {\n"
                        "  clearInterval(i); clearTimeout(never);\n"
                        "  var later = setTimeout(print, 0, 'later');\n"
                        "  var not = setTimeout(print, 0, 'not'); clearTimeout(not);\n"
                        "  print('once');\n"
                        "}, 1);\n"
-                       "var never = setTimeout(print, 200, 'never');\n"
-                       "var self = setTimeout(function() { clearTimeout(self); print('self'); }, "
-                       "0);"));
+                       "var never = setTimeout(print, 200, 'never');"));
     VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
     QCOMPARE(outcome.output, QStringLiteral("self\nonce\nlater\n"));
 }
@@ -331,12 +341,11 @@ void TestScriptGlobals::portSlotsKeepTheOpenPorts()
 
 void TestScriptGlobals::connectionObjectsSurviveTheirDeletion()
 {
-    const HostOutcome outcome =
-        runCode(openSqlite() +
-                QStringLiteral("db.query_thread(function() {}, 'select 1');\n"
-                               "db.deleteLater(); post.insertObject(null, 'x');\n"
-                               "setTimeout(function() { print(db); try { db.open(); }"
-                               " catch (e) { print('gone'); } }, 20);"));
+    const HostOutcome outcome = runCode(
+        openSqlite() + QStringLiteral("db.query_thread(function() {}, 'select 1');\n"
+                                      "db.deleteLater(); post.insertObject(null, 'x');\n"
+                                      "setTimeout(function() { print(db); try { db.open(); }"
+                                      " catch (e) { print('gone'); } }, 20);"));
     VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 0, outcome);
     QCOMPARE(outcome.output, QStringLiteral("[deleted object]\ngone\n"));
 }
@@ -355,8 +364,7 @@ void TestScriptGlobals::errorsAreShownByDefaultWithLevelAndSource()
     const HostOutcome outcome =
         runCode(openSqlite() + QStringLiteral("db.query_thread(['select 1', '']);"));
     VERIFY_OUTCOME(outcome.endedByItself && outcome.exitCode == 1, outcome);
-    const QRegularExpression line(QStringLiteral(
-        " error \\[main\\] run: пустой запрос\n$"));
+    const QRegularExpression line(QStringLiteral(" error \\[main\\] run: пустой запрос\n$"));
     VERIFY_OUTCOME(QRegularExpression(line.pattern(), QRegularExpression::MultilineOption)
                        .match(outcome.errors)
                        .hasMatch(),

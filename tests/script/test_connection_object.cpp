@@ -1,6 +1,6 @@
 // The connection object as scripts and hosts see it: its tables, its properties, its functions.
-#include "library_life.h"
 #include "frame_host.h"
+#include "library_life.h"
 #include "message_log.h"
 #include "meta_table.h"
 #include "recording_driver.h"
@@ -647,10 +647,11 @@ void TestConnectionObject::stopThreadWithoutTimeDoesNotWait()
     openDb();
     h().eval("db.query_thread(function() {}, 'slow')");
     QVERIFY(gate->waitReached());
-    QElapsedTimer timer;
-    timer.start();
-    h().eval(QStringLiteral("db.stop_thread(%1)").arg(ms));
-    QVERIFY(timer.elapsed() < 500);
+    const qint64 taken = quickAttemptMs(500, [&] {
+        h().post()->clear();
+        h().eval(QStringLiteral("db.stop_thread(%1)").arg(ms));
+    });
+    QVERIFY2(taken < 500, qPrintable(QString::number(taken)));
     QVERIFY(h().holds("db.isRunning"));
     const QString text = QStringLiteral("SQL поток не остановился за %1 мс; запрос мог не "
                                         "поддержать отмену")

@@ -827,7 +827,7 @@ void TestExecThread::openTransactionIsRolledBackAtTheEnd()
     recordAnswers();
     eval("db.start_thread(); db.transaction(); db.query_thread('s1', record);"_qs);
     QVERIFY(waitForAnswers(2));
-    eval("db.stop_thread();"_qs);
+    eval("db.stop_thread(60000);"_qs);
     QCOMPARE(stub().count(StubCall::Rollback, "_thr"_qs), 1);
     QCOMPARE(stub().count(StubCall::Close, "_thr"_qs), 1);
 }
@@ -840,7 +840,7 @@ void TestExecThread::transactionThatFailedIsNotRolledBack()
     recordAnswers();
     eval("db.start_thread(); db.transaction(); db.transaction();"_qs);
     QVERIFY(waitForAnswers(2));
-    eval("db.stop_thread();"_qs);
+    eval("db.stop_thread(60000);"_qs);
     QCOMPARE(stub().count(StubCall::Rollback, "_thr"_qs), 0);
 }
 

@@ -608,7 +608,7 @@ void TestQueryThread::transactionWordEndsTheTransaction()
     QCOMPARE(stub().count(StubCall::Begin, "_thr"_qs), 1);
     QCOMPARE(stub().count(StubCall::Commit, "_thr"_qs), 1);
     QCOMPARE(stub().count(StubCall::Commit), 2);
-    eval("db.stop_thread()"_qs);
+    eval("db.stop_thread(60000)"_qs);
     QCOMPARE(stub().count(StubCall::Rollback), 0);
 }
 
@@ -627,7 +627,7 @@ void TestQueryThread::statementsRunOnTheThreadConnection()
         QVERIFY(!call.mainThread);
     }
     QCOMPARE(stub().count(StubCall::Open, "_thr"_qs), 1);
-    eval("db.stop_thread()"_qs);
+    eval("db.stop_thread(60000)"_qs);
     QCOMPARE(stub().count(StubCall::Close, "_thr"_qs), 1);
     QCOMPARE(stub().liveDrivers(), 1);
 }

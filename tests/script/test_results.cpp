@@ -631,7 +631,7 @@ void TestResults::stopCancelsTheReading()
 void TestResults::stopRequestDoesNotTouchASynchronousRead()
 {
     openStub("STUB"_qs).setDefaultReply(twoRows());
-    eval("db.start_thread(); db.stop_thread();"_qs);
+    eval("db.start_thread(); db.stop_thread(60000);"_qs);
     QVERIFY(truth("!db.isRunning"_qs));
     QCOMPARE(number("db.query('q').rows"_qs), 2.0);
 }
