@@ -44,7 +44,8 @@ private:
     /// tables; null when it does not start. The last test that uses it may end nodes.
     PostgresCluster *shared();
     static QStringList nodes(const PostgresCluster &cluster);
-    /// A relay before the first node of the shared cluster, and the tables; false when the test ended.
+    /// A relay before the first node of the shared cluster, and the tables; false when the test
+    /// ended.
     bool startBehind(TcpRelay &relay, ClusterScript &script);
     /// The first node's parameters, through the relay.
     ConnectionParameters through(const TcpRelay &relay) const;
@@ -58,8 +59,8 @@ namespace
 
 constexpr int Workers = 4;
 
-/// A connection `direct`, a commit of transfers that waits for its advisory lock 7; how many of them
-/// are waiting(), and how many are stored(); how many transactions are underWay().
+/// A connection `direct`, a commit of transfers that waits for its advisory lock 7; how many of
+/// them are waiting(), and how many are stored(); how many transactions are underWay().
 QString heldCommit(const ConnectionParameters &parameters)
 {
     return QString::fromUtf8(R"js(
@@ -245,8 +246,8 @@ void TestClusterPostgres::commitUnderWayIsNotToldAsFailed()
     script.prepareTransfers(cluster->parameters(0));
     script.eval(heldCommit(cluster->parameters(0)));
     script.makeCluster(QStringLiteral("postgresql"), nodes(*cluster), QString());
-    // The deadline comes when the test says so: in the commit. The commit goes on when who asks for it
-    // waits, or has been answered.
+    // The deadline comes when the test says so: in the commit. The commit goes on when who asks for
+    // it waits, or has been answered.
     script.eval(QString::fromUtf8(R"js(
         ended = null;
         var deadline = null, set = setTimeout;
@@ -298,10 +299,11 @@ void TestClusterPostgres::primaryOfThePastIsNotUsed()
     QCOMPARE(script.number(QStringLiteral("moves.length")), 1);
     QVERIFY(servers.resumeNode(0));
     // The new primary's lines are cut: the cluster looks for one, and the old one stands first.
-    script.eval(QStringLiteral(
-                    "must(open(%1), \"SELECT pg_terminate_backend(pid, 10000) FROM pg_stat_activity "
-                    "WHERE pid <> pg_backend_pid() AND backend_type = 'client backend'\")")
-                    .arg(literalOf(servers.parameters(servers.primary()))));
+    script.eval(
+        QStringLiteral(
+            "must(open(%1), \"SELECT pg_terminate_backend(pid, 10000) FROM pg_stat_activity "
+            "WHERE pid <> pg_backend_pid() AND backend_type = 'client backend'\")")
+            .arg(literalOf(servers.parameters(servers.primary()))));
     QCOMPARE(script.outcome(QStringLiteral("transferOnce(cluster, function () { done(3); })")),
              QStringLiteral("3"));
     QCOMPARE(script.wrongOn(servers.parameters(servers.primary())), QStringLiteral("[]"));
@@ -316,7 +318,8 @@ void TestClusterPostgres::marksAreMadeByTwoAtOnce()
     ClusterScript script;
     script.prepareTransfers(servers->parameters(0));
     script.makeCluster(QStringLiteral("postgresql"), nodes(*servers), QString());
-    // Another program has made the table and not committed yet: making it once more waits, and fails.
+    // Another program has made the table and not committed yet: making it once more waits, and
+    // fails.
     const QString outcome = script.outcome(QString::fromUtf8(R"js(
         var direct = open(%1);
         must(direct, "BEGIN");

@@ -924,8 +924,7 @@ void TestLibraryBulk::cursorThatIsLostIsAnError()
             pool.close(function () { done([error.kind, error.message, seen]); });
         });
     )js"));
-    QCOMPARE(outcome,
-             QStringLiteral("[\"lost\",\"the cursor was lost with its transaction\",1]"));
+    QCOMPARE(outcome, QStringLiteral("[\"lost\",\"the cursor was lost with its transaction\",1]"));
 }
 
 void TestLibraryBulk::cursorNeedsPostgres()
