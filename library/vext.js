@@ -381,6 +381,7 @@ var vext = (function (scope) {
         this.engine = engineOf(db);
         this.binds = db.isOpen && takesPlaceholders(db);
         this.dead = false;
+        this.ending = ""; // "commit" or "rollback" while it runs
         this.lastUsed = now();
         this.pending = [];
     }
@@ -466,8 +467,15 @@ var vext = (function (scope) {
     // Ends the transaction of the worker's connection: "commit" or "rollback".
     Session.prototype.end = function (word, callback) {
         var session = this;
+        this.ending = word;
         this.task(word, function (db, deliver) {
-            return db.query_thread(deliver, word);
+            return db.query_thread(function (result, failed) {
+                session.ending = "";
+                if (session.dead) {
+                    session.stop(); // it was given up meanwhile
+                }
+                deliver(result, failed);
+            }, word);
         }, function (error) {
             if (!session.beganBoth) {
                 callback(error);
@@ -519,20 +527,30 @@ var vext = (function (scope) {
     // Waits for nothing: what is under way is answered with the error now, and the connection is
     // closed when its worker has come back.
     Session.prototype.abandon = function (error) {
-        var db = this.db, waiting = this.pending.slice(), i;
+        var waiting = this.pending.slice(), i;
         if (!this.dead) {
             this.dead = true;
-            db.stop_thread(0);
-            if (db.isRunning) {
-                db.finished.connect(function () {
-                    closeForGood(db);
-                });
-            } else {
-                closeForGood(db);
+            // PostgreSQL takes a commit that waits for its standbys and is cancelled for done: everybody
+            // would see what the standbys do not have.
+            if (this.ending !== "commit" || !this.db.isRunning) {
+                this.stop();
             }
         }
         for (i = 0; i < waiting.length; i++) {
             apart(waiting[i], [error]);
+        }
+    };
+
+    // Drivers that can cancel end the statement that runs.
+    Session.prototype.stop = function () {
+        var db = this.db;
+        db.stop_thread(0);
+        if (db.isRunning) {
+            db.finished.connect(function () {
+                closeForGood(db);
+            });
+        } else {
+            closeForGood(db);
         }
     };
 

@@ -42,6 +42,15 @@ function must(db, sql) {
     }
     return result;
 }
+
+var longest = 0;
+
+function watchTimers() {
+    vext.timers(function (task, ms) {
+        longest = Math.max(longest, ms);
+        return setTimeout(task, ms);
+    }, clearTimeout);
+}
 )js";
 
 } // namespace

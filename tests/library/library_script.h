@@ -16,7 +16,9 @@
 ///
 /// Script globals besides those of DatabaseScript: `vext`; `done(value)`, which ends what outcome()
 /// waits for; `told(error)`, an error as "kind code", "none" without one; `open(parameters)`, a
-/// connection object that is open; `must(db, sql)`, a statement that has to succeed here and now.
+/// connection object that is open; `must(db, sql)`, a statement that has to succeed here and now;
+/// `watchTimers()`, after which `longest` is the longest time in milliseconds that the library has
+/// asked a timer for.
 class LibraryScript : public DatabaseScript
 {
 public:

@@ -27,6 +27,7 @@ private Q_SLOTS:
     void linesThatAreCutLoseNothing();
     void asynchronousReplicationLosesWhatWasAcknowledged();
     void commitUnderWayIsNotToldAsFailed();
+    void commitThatWaitsForStandbysIsNotCancelled();
     void primaryOfThePastIsNotUsed();
     void marksAreMadeByTwoAtOnce();
     void marksThatCannotBeMadeAreAnError();
@@ -58,6 +59,15 @@ namespace
 {
 
 constexpr int Workers = 4;
+
+/// `deadline()` lets the time be over of the last transaction that has ten minutes.
+const char DeadlineByHand[] = R"js(
+    var deadline = null;
+    vext.timers(function (task, ms) {
+        deadline = ms > 500000 ? task : deadline;
+        return setTimeout(task, ms);
+    }, clearTimeout);
+)js";
 
 /// A connection `direct`, a commit of transfers that waits for its advisory lock 7; how many of
 /// them are waiting(), and how many are stored(); how many transactions are underWay().
@@ -246,21 +256,17 @@ void TestClusterPostgres::commitUnderWayIsNotToldAsFailed()
     script.prepareTransfers(cluster->parameters(0));
     script.eval(heldCommit(cluster->parameters(0)));
     script.makeCluster(QStringLiteral("postgresql"), nodes(*cluster), QString());
-    // The deadline comes when the test says so: in the commit. The commit goes on when who asks for
-    // it waits, or has been answered.
+    script.eval(QString::fromUtf8(DeadlineByHand));
+    // The deadline comes in the commit, which goes on when who asks for it waits, or has been
+    // answered.
     script.eval(QString::fromUtf8(R"js(
         ended = null;
-        var deadline = null, set = setTimeout;
-        vext.timers(function (task, ms) {
-            deadline = ms > 500000 ? task : deadline;
-            return set(task, ms);
-        }, clearTimeout);
         function release() {
             var waits = "SELECT count(*) FROM pg_locks WHERE locktype = 'transactionid' AND NOT granted";
             if (ended || Number(must(direct, waits).fields_index[0][0]) > 0) {
                 must(direct, "SELECT pg_advisory_unlock(7)");
             } else {
-                set(release, 10);
+                setTimeout(release, 10);
             }
         }
         must(direct, "SELECT pg_advisory_lock(7)");
@@ -276,9 +282,49 @@ void TestClusterPostgres::commitUnderWayIsNotToldAsFailed()
     const QString outcome = script.awaitOutcome();
     QVERIFY(script.waitFor(QStringLiteral("underWay() === 0")));
     const bool stored = script.number(QStringLiteral("stored()")) == 1;
-    // Drivers that can cancel end the commit at the deadline.
     QCOMPARE(outcome, QStringLiteral("[\"unknown\",\"none\",%1]")
                           .arg(stored ? QStringLiteral("true") : QStringLiteral("false")));
+}
+
+/// The server would take it for done, and show what no standby has. With drivers that can cancel.
+void TestClusterPostgres::commitThatWaitsForStandbysIsNotCancelled()
+{
+    PostgresCluster servers;
+    if (!start(servers, PostgresCluster::Commit::AnyOne))
+        return;
+    ClusterScript script;
+    script.prepareTransfers(servers.parameters(0));
+    script.eval(heldCommit(servers.parameters(0)));
+    script.makeCluster(QStringLiteral("postgresql"), nodes(servers), QString());
+    script.eval(QString::fromUtf8(DeadlineByHand));
+    QCOMPARE(script.outcome(QStringLiteral("transferOnce(cluster, function () { done(1); })")),
+             QStringLiteral("1"));
+    for (int node : {1, 2})
+        QVERIFY(servers.stopNode(node, SIGSTOP));
+    script.eval(QString::fromUtf8(R"js(
+        ended = null;
+        cluster.transaction(function (tx, finish) {
+            tx.query("INSERT INTO transfers (n) VALUES (2)", finish);
+        }, function (error) {
+            cluster.committed(error.id, function (failed, yes) { done([told(error), told(failed), yes]); });
+        }, {deadlineMs: 600000});
+        function held() { // by the standbys
+            return Number(must(direct, "SELECT count(*) FROM pg_stat_activity WHERE wait_event = 'SyncRep'")
+                .fields_index[0][0]);
+        }
+        function waits() { // for what is held
+            return Number(must(direct, "SELECT count(*) FROM pg_locks WHERE locktype = 'transactionid' " +
+                "AND NOT granted").fields_index[0][0]);
+        }
+    )js"));
+    QVERIFY(script.waitFor(QStringLiteral("held() === 1")));
+    script.eval(QStringLiteral("deadline()"));
+    // Who asks waits with it, until a standby has it.
+    QVERIFY(script.waitFor(QStringLiteral("ended !== null || waits() === 1")));
+    QVERIFY(script.isTrue(QStringLiteral("ended === null && stored() === 1")));
+    QVERIFY(servers.resumeNode(1));
+    QCOMPARE(script.awaitOutcome(), QStringLiteral("[\"unknown\",\"none\",true]"));
+    QCOMPARE(script.number(QStringLiteral("stored()")), 2);
 }
 
 /// It stands still while a standby is promoted, and goes on then: two servers take writes.

@@ -616,11 +616,7 @@ void TestLibraryPool::waitingWithoutEndIsPossible()
 {
     LibraryScript script;
     const QString outcome = script.outcome(QString::fromUtf8(R"js(
-        var longest = 0, set = setTimeout;
-        vext.timers(function (task, ms) {
-            longest = Math.max(longest, ms);
-            return set(task, ms);
-        }, clearTimeout);
+        watchTimers();
         var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", size: 1, waitMs: Infinity});
         vext.transaction(pool, function (tx, finish) { setTimeout(finish, 50); }, null, {deadlineMs: Infinity});
         pool.query("SELECT 1", function (error) {

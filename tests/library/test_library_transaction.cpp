@@ -512,11 +512,7 @@ void TestLibraryTransaction::deadlineIsThirtySecondsWhereNobodySaysSo()
 {
     LibraryScript script;
     const QString outcome = script.outcome(QString::fromUtf8(R"js(
-        var longest = 0, set = setTimeout;
-        vext.timers(function (task, ms) {
-            longest = Math.max(longest, ms);
-            return set(task, ms);
-        }, clearTimeout);
+        watchTimers();
         var pool = vext.pool({driverName: "QSQLITE", databaseName: ":memory:", waitMs: 0});
         vext.transaction(pool, function (tx, finish) { finish(); }, function (error, value, info) {
             pool.close(function () {
