@@ -157,16 +157,25 @@ template <typename NumberOf>
 void ColumnArray::takeNumbers(const Slice &slice, NumberOf numberOf)
 {
     ColumnValues &values = slice.values;
-    QScriptValueList cells;
+    QScriptValueList &cells = slice.context.scratch->numbers;
+    QVector<int> &nulls = slice.context.scratch->nulls;
     if (!m_array.isValid())
         m_array = slice.context.engine->newArray();
     while (m_taken < values.size()) {
         const int first = m_taken;
         fitTo(cells, std::min(ChunkCells, values.size() - first));
+        nulls.clear();
         for (int i = 0; i < cells.size(); ++i) {
-            cells[i] = values.isNullAt(first + i) ? slice.null : QScriptValue(numberOf(first + i));
+            if (values.isNullAt(first + i)) {
+                cells[i] = slice.null;
+                nulls.append(i);
+            } else {
+                cells[i] = QScriptValue(numberOf(first + i));
+            }
         }
-        push(slice.context, cells, !slice.null.isValid());
+        push(slice.context, cells, !nulls.isEmpty() && !slice.null.isValid());
+        for (const int i : qAsConst(nulls))
+            cells[i] = QScriptValue(); // the list may outlive the engine
         m_taken += cells.size();
         values.releaseBefore(m_taken);
         if (slice.time.isOver())

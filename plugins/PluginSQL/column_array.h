@@ -51,6 +51,7 @@ public:
     /// Lists that are used again for chunk after chunk, of all columns that share them: assigning
     /// a cell to them allocates next to nothing. What they hold between two chunks is not read.
     struct Scratch {
+        QScriptValueList numbers; ///< of no engine
         QStringList texts;
         QVector<int> nulls;
     };
