@@ -7,8 +7,10 @@
 #include "mariadb_server.h"
 #include "postgres_server.h"
 
+#include <QFile>
 #include <QSqlDatabase>
 #include <QSqlQuery>
+#include <QThread>
 #include <QtTest>
 
 #include <functional>
@@ -32,6 +34,16 @@ void untilAnswered(const ConnectionParameters &parameters, const QString &sql,
         }
     }
     QSqlDatabase::removeDatabase(name);
+}
+
+/// Ends a session and waits until its process is gone, as only then its line is sure to be closed:
+/// the list of sessions leaves it out a moment before.
+void endSession(const ConnectionParameters &parameters, const QString &pid)
+{
+    untilAnswered(parameters, QStringLiteral("SELECT pg_terminate_backend(%1)").arg(pid), true);
+    const Deadline deadline(defaultWaitMs);
+    while (QFile::exists(QStringLiteral("/proc/") + pid) && !deadline.expired())
+        QThread::msleep(1);
 }
 
 /// A thread that is joined at the end of the scope, however that is left.
@@ -206,11 +218,7 @@ void TestServerDeath::sessionEndedWhileIdleFailsTheNextStatementOnly()
         const QString pid =
             m_script->rows(way, QStringLiteral("db"), QStringLiteral("SELECT pg_backend_pid()"))
                 .mid(7);
-        untilAnswered(m_postgres.parameters(),
-                      QStringLiteral("SELECT pg_terminate_backend(%1)").arg(pid), true);
-        untilAnswered(m_postgres.parameters(),
-                      QStringLiteral("SELECT count(*) FROM pg_stat_activity WHERE pid = ") + pid,
-                      0);
+        endSession(m_postgres.parameters(), pid);
         // The layer sees the loss before the statement; the worker has a new session by then.
         QCOMPARE(m_script->ask(way, QStringLiteral("db"), QStringLiteral("SELECT 1")),
                  driverLayerInUse() && way == Way::Thread);
@@ -250,10 +258,7 @@ void TestServerDeath::commitTellsThatTheTransactionWasLost()
     const QString pid =
         m_script->rows(Way::Thread, QStringLiteral("db"), QStringLiteral("SELECT pg_backend_pid()"))
             .mid(7);
-    untilAnswered(m_postgres.parameters(),
-                  QStringLiteral("SELECT pg_terminate_backend(%1)").arg(pid), true);
-    untilAnswered(m_postgres.parameters(),
-                  QStringLiteral("SELECT count(*) FROM pg_stat_activity WHERE pid = ") + pid, 0);
+    endSession(m_postgres.parameters(), pid);
     // The second one runs on a new session, whose own commit would succeed.
     const QString one = QStringLiteral("SELECT 1");
     QVERIFY(!m_script->ask(Way::Thread, QStringLiteral("db"), one));
