@@ -1,5 +1,7 @@
 #include "bound_statement.h"
 
+#include <QCoreApplication>
+
 #include <cmath>
 #include <limits>
 
@@ -14,6 +16,31 @@ QVariant withExactNumber(const QVariant &value)
     if (std::abs(number) <= std::numeric_limits<int>::max())
         return int(number);
     return qlonglong(number);
+}
+
+QString withWholePairs(const QString &text)
+{
+    if (text.isValidUtf16())
+        return text;
+    const QByteArray bytes = text.toUtf8();
+    return QString::fromUtf8(bytes.constData(), bytes.size());
+}
+
+QString refusalOf(const QVariant &value, int number)
+{
+    switch (value.userType()) {
+    case QMetaType::QVariantList:
+    case QMetaType::QVariantMap:
+    case QMetaType::QVariantHash:
+    case QMetaType::QStringList:
+    case QMetaType::QRegExp:
+    case QMetaType::QRegularExpression:
+        return QCoreApplication::translate("BoundStatement",
+                                           "value %1 is a list or an object, and cannot be bound")
+            .arg(number);
+    default:
+        return QString();
+    }
 }
 
 bool DriverStatement::prepare()

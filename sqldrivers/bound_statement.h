@@ -56,6 +56,14 @@ private:
 /// not take a double for a number of rows or of days. Everything else stays.
 QVariant withExactNumber(const QVariant &value);
 
+/// A text that every system reads alike: half a pair of surrogates is a question mark, as it
+/// becomes in UTF-8. Some would take the next character for the other half, were it a quote.
+QString withWholePairs(const QString &text);
+
+/// Why a value cannot be bound on any system: the stock drivers make an empty text of a list.
+/// @param number the value's place, from 1. @return an empty text when it can
+QString refusalOf(const QVariant &value, int number);
+
 /// Prepared by the stock driver with "?" for every value.
 class DriverStatement : public BoundStatement
 {

@@ -122,7 +122,7 @@ bool DecoratedResult::reset(const QString &text)
     if (!driver)
         return refuse(notOpen());
     driver->statementArrived();
-    m_text = text;
+    m_text = withWholePairs(text);
     m_isPrepared = false;
     if (driver->policy()->preparesPlainText(text)) {
         if (!obtain(*driver))
@@ -143,7 +143,7 @@ bool DecoratedResult::savePrepare(const QString &text)
     if (!driver)
         return refuse(notOpen());
     driver->statementArrived();
-    m_text = text;
+    m_text = withWholePairs(text);
     m_isPrepared = true;
     return obtain(*driver);
 }
@@ -271,7 +271,9 @@ QVector<BoundValue> DecoratedResult::boundForRun() const
     const auto *d = d_ptr;
     QVector<BoundValue> values(d->values.size());
     for (int i = 0; i < values.size(); ++i) {
-        values[i].value = d->values.at(i);
+        const QVariant &value = d->values.at(i);
+        values[i].value =
+            value.userType() == QMetaType::QString ? withWholePairs(value.toString()) : value;
         values[i].type = d->types.value(i, QSql::In);
     }
     return values;
@@ -280,7 +282,9 @@ QVector<BoundValue> DecoratedResult::boundForRun() const
 bool DecoratedResult::runBound(DecoratedDriver &driver)
 {
     const QVector<BoundValue> values = boundForRun();
-    const QString wrong = m_bound->plan().refusal(values.size());
+    QString wrong = m_bound->plan().refusal(values.size());
+    for (int i = 0; i < values.size() && wrong.isEmpty(); ++i)
+        wrong = refusalOf(values.at(i).value, i + 1);
     if (!wrong.isEmpty())
         return refuse(QSqlError(QString(), wrong, QSqlError::StatementError));
     if (m_bound->plan().valueCount() > values.size())

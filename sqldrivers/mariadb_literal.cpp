@@ -27,27 +27,11 @@ QString textLiteral(const QString &text)
            QLatin1Char('\'');
 }
 
-QString numberLiteral(double number, QString *refusal)
+QString numberLiteral(double number)
 {
-    if (!std::isfinite(number)) {
-        *refusal =
-            QCoreApplication::translate("MariaDbLiteral", "MariaDB knows neither infinity nor NaN");
-        return QString();
-    }
     const QString text = QString::number(number, 'g', QLocale::FloatingPointShortest);
     // Without an exponent the server would calculate with a decimal.
     return text.contains(QLatin1Char('e')) ? text : text + QLatin1String("e0");
-}
-
-/// QMYSQL (5.15) loses half a pair of surrogates at the end of a text; elsewhere, and in a literal,
-/// that becomes a question mark.
-QVariant withoutHalfPair(const QVariant &value)
-{
-    const QString text = value.toString();
-    if (text.isEmpty() || !text.back().isSurrogate())
-        return value;
-    const QByteArray bytes = text.toUtf8();
-    return QString::fromUtf8(bytes.constData(), bytes.size());
 }
 
 } // namespace
@@ -61,8 +45,6 @@ QVariant MariaDbLiteral::bindable(const QVariant &value)
         return value.toDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
     case QMetaType::QTime:
         return value.toTime().toString(QStringLiteral("hh:mm:ss.zzz"));
-    case QMetaType::QString:
-        return withoutHalfPair(value);
     case QMetaType::Bool:
         return int(value.toBool());
     default:
@@ -70,10 +52,20 @@ QVariant MariaDbLiteral::bindable(const QVariant &value)
     }
 }
 
+QString MariaDbLiteral::refusal(const QVariant &value)
+{
+    const bool isReal =
+        value.userType() == QMetaType::Double || value.userType() == QMetaType::Float;
+    if (!isReal || std::isfinite(value.toDouble()))
+        return QString();
+    return QCoreApplication::translate("MariaDbLiteral", "MariaDB knows neither infinity nor NaN");
+}
+
 QString MariaDbLiteral::of(const BoundValue &bound, QString *refusal)
 {
     if (bound.value.isNull())
         return QStringLiteral("NULL");
+    *refusal = MariaDbLiteral::refusal(bound.value);
     const QVariant value = bindable(bound.value);
     switch (value.userType()) {
     case QMetaType::Int:
@@ -83,7 +75,7 @@ QString MariaDbLiteral::of(const BoundValue &bound, QString *refusal)
         return value.toString();
     case QMetaType::Float:
     case QMetaType::Double:
-        return numberLiteral(value.toDouble(), refusal);
+        return numberLiteral(value.toDouble());
     case QMetaType::QByteArray:
         return hex(value.toByteArray());
     case QMetaType::QDate:

@@ -7,6 +7,9 @@
 namespace MariaDbLiteral
 {
 
+/// Why MariaDB has no such value; empty when it has. Bound, NaN would become some number.
+QString refusal(const QVariant &value);
+
 /// The value as a literal that means the same whether backslashes escape or not. Numbers keep all
 /// their digits.
 /// @param refusal set to the reason when there is no literal for the value

@@ -94,8 +94,14 @@ public:
     bool execute(const QVector<BoundValue> &values) override
     {
         QVector<BoundValue> bindable = values;
-        for (BoundValue &bound : bindable)
+        for (BoundValue &bound : bindable) {
+            const QString refusal = MariaDbLiteral::refusal(bound.value);
+            if (!refusal.isEmpty()) {
+                result().fail(QSqlError(QString(), refusal, QSqlError::StatementError));
+                return false;
+            }
             bound.value = MariaDbLiteral::bindable(bound.value);
+        }
         return DriverStatement::execute(bindable);
     }
 };

@@ -29,11 +29,14 @@ const char Busy[] = "5";
 constexpr int BusyStepMs = 20;
 constexpr int BusyMs = 100000;
 
-/// Whether a state means that the session is over.
-bool isLoss(const QString &state)
+/// Whether a state means that the session is over. PostgreSQL itself reports others that begin with
+/// 08: of further servers that it asks, and of a message that it did not understand.
+bool isLoss(const QString &state, bool isPostgres)
 {
-    return state.startsWith(QLatin1String("08")) || state == QLatin1String("57P01") ||
-           state == QLatin1String("57P02") || state == QLatin1String("57P03");
+    if (isPostgres)
+        return state == QLatin1String("08S01") || state == QLatin1String("57P01") ||
+               state == QLatin1String("57P02") || state == QLatin1String("57P03");
+    return state.startsWith(QLatin1String("08"));
 }
 
 } // namespace
@@ -340,7 +343,7 @@ QSqlError OdbcPolicy::classified(const QSqlError &error, Step step)
         }
     }
     QSqlError::ErrorType type = QSqlError::StatementError;
-    if (isLoss(state) || isBroken())
+    if (isLoss(state, m_dialect == SqlDialect::OdbcPostgreSql) || isBroken())
         type = QSqlError::ConnectionError;
     else if (step == Step::Transaction)
         type = QSqlError::TransactionError;

@@ -43,10 +43,12 @@ bool leavesSchemaAlone(const QString &verb)
     return isPreparable(verb) || isAmong(verb, verbs);
 }
 
+/// Not 08xxx: the client library has no codes of its own, and with those a server tells of other
+/// lines than this one, or of a message that it did not understand.
 bool isConnectionCode(const QString &code)
 {
-    return code.startsWith(QLatin1String("08")) || code == QLatin1String("57P01") ||
-           code == QLatin1String("57P02") || code == QLatin1String("57P03");
+    return code == QLatin1String("57P01") || code == QLatin1String("57P02") ||
+           code == QLatin1String("57P03");
 }
 
 } // namespace

@@ -30,6 +30,8 @@ const char ForeignKey[] = "INSERT INTO child VALUES (2, 77, 1)";
 const char Syntax[] = "SELEC 1";
 const char MissingTable[] = "SELECT 1 FROM nowhere";
 const char DivisionByZero[] = "UPDATE child SET amount = 1 / 0";
+const char LostElsewhere[] = "DO $$ BEGIN RAISE 'gone' USING ERRCODE = '08006'; END $$";
+const char Protocol[] = "DO $$ BEGIN RAISE 'wrong' USING ERRCODE = '08P01'; END $$";
 
 const ErrorCase Cases[] = {
     {"PostgreSQL", "duplicate key", DuplicateKey, "23505", "(23505)"},
@@ -39,6 +41,11 @@ const ErrorCase Cases[] = {
     {"PostgreSQL", "syntax", Syntax, "42601", "(42601)"},
     {"PostgreSQL", "missing table", MissingTable, "42P01", "(42P01)"},
     {"PostgreSQL", "division by zero", DivisionByZero, "22012", "(22012)"},
+    // A server reports what other servers do to it, and what is wrong with a message.
+    {"PostgreSQL", "lost elsewhere", LostElsewhere, "08006", "(08006)"},
+    {"PostgreSQL", "protocol", Protocol, "08P01", "(08P01)"},
+    {"ODBC to PostgreSQL", "lost elsewhere", LostElsewhere, "08006", "(08006)"},
+    {"ODBC to PostgreSQL", "protocol", Protocol, "08P01", "(08P01)"},
     {"MariaDB", "duplicate key", DuplicateKey, "1062", "(23000)"},
     {"MariaDB", "null", Null, "1048", "(23000)"},
     {"MariaDB", "check", Check, "4025", "(23000)"},
@@ -260,7 +267,8 @@ void TestDriverErrors::transactionThatTheDatabaseGaveUpIsTold()
             if (QTest::currentTestFailed())
                 return;
             const auto end = [&] {
-                const QString word = commits ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK");
+                const QString word =
+                    commits ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK");
                 if (byText)
                     return failure(db, word).isEmpty();
                 return commits ? db.commit() : db.rollback();

@@ -41,6 +41,10 @@ private Q_SLOTS:
     void textWithPlaceholdersGivesWhatTheTableTells();
     void everyScriptValueArrives_data();
     void everyScriptValueArrives();
+    void noValueIsCutOrEmptiedUnseen_data();
+    void noValueIsCutOrEmptiedUnseen();
+    void halfAPairOfAStatementEndsNoString_data() { everySystem(); }
+    void halfAPairOfAStatementEndsNoString();
     void aThousandValuesAreFine_data() { everySystem(); }
     void aThousandValuesAreFine();
     void wrongNumberLeavesConnectionAndTransactionAlone_data() { everySystem(); }
@@ -210,6 +214,10 @@ void TestDriverPlaceholders::everyScriptValueArrives_data()
         {"-7", "string:-7"},
         {"'007'", "string:007"},
         {"0.1", "string:0.1"},
+        // Half a pair of surrogates must not take the next character along.
+        {"'a\\ud800b'", "string:a?b"},
+        {"'a\\udc00'", "string:a?"},
+        {"'\\ud800'", "string:?"},
     };
     for (const QString &system : LayeredSystems::names()) {
         for (const auto &row : values) {
@@ -238,6 +246,61 @@ void TestDriverPlaceholders::everyScriptValueArrives()
         QCOMPARE(seen(way, QStringLiteral("SELECT note FROM scratch WHERE id = ?"),
                       QStringLiteral("[7]")),
                  expected);
+    }
+}
+
+/// Otherwise the string would go on behind its quote for the server, and not for the layer.
+void TestDriverPlaceholders::halfAPairOfAStatementEndsNoString()
+{
+    QFETCH(QString, system);
+    QFETCH(Way, way);
+    USE_SYSTEM(m_systems, system);
+    useScript(system);
+    const QString text =
+        QStringLiteral("SELECT id FROM words WHERE note <> 'a%1' AND id = ?").arg(QChar(0xd800));
+    QCOMPARE(seen(way, text, QStringLiteral("[2]")), QStringLiteral("number:2"));
+}
+
+void TestDriverPlaceholders::noValueIsCutOrEmptiedUnseen_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("refusal"); ///< empty where the value is kept
+    for (const QString &system : LayeredSystems::names()) {
+        const bool isPostgres = system.endsWith(QLatin1String("PostgreSQL"));
+        QTest::addRow("%s, null character", qPrintable(system))
+            << system << "'a\\u0000b'" << (isPostgres ? "U+0000" : "");
+        for (const char *value : {"[1, 2]", "{a: 1}", "/x/", "new Number(5)", "print"})
+            QTest::addRow("%s, %s", qPrintable(system), value)
+                << system << value << "a list or an object";
+    }
+    for (const char *value : {"NaN", "Infinity", "-Infinity"})
+        QTest::addRow("MariaDB, %s", value) << "MariaDB" << value << "neither infinity nor NaN";
+}
+
+void TestDriverPlaceholders::noValueIsCutOrEmptiedUnseen()
+{
+    QFETCH(QString, system);
+    QFETCH(QString, value);
+    QFETCH(QString, refusal);
+    USE_SYSTEM(m_systems, system);
+    useScript(system);
+    for (const Way way : {Way::Here, Way::Thread}) {
+        const QString outcome =
+            seen(way, QStringLiteral("UPDATE scratch SET note = ? WHERE id = ?"),
+                 QStringLiteral("[%1, 7]").arg(value));
+        if (!refusal.isEmpty()) {
+            QVERIFY2(outcome.startsWith(QLatin1String("error: ")) && outcome.contains(refusal),
+                     qPrintable(outcome));
+            QVERIFY(m_script->isTrue(QStringLiteral("db.isOpen")));
+            continue;
+        }
+        QVERIFY2(outcome.startsWith(QLatin1String("changed: ")), qPrintable(outcome));
+        // The ODBC driver reads texts up to the first of them.
+        if (system != QLatin1String("ODBC to SQLite"))
+            QCOMPARE(seen(way, QStringLiteral("SELECT note FROM scratch WHERE id = ?"),
+                          QStringLiteral("[7]")),
+                     QStringLiteral("string:a%1b").arg(QChar(0)));
     }
 }
 
