@@ -17,6 +17,7 @@
 
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -26,7 +27,12 @@ namespace
 {
 
 constexpr int PromptMs = 500;
+/// A pause of the machine delays one attempt, a promise that is not kept all of them.
+constexpr int Attempts = 5;
 constexpr int AskAgainMs = 100; // as the plugin does
+/// A limit for statements, and when one that has it is over at the latest.
+constexpr int LimitMs = 300;
+constexpr int TimeOutMs = 1000;
 
 /// Statements of one system.
 struct SystemSql {
@@ -198,7 +204,10 @@ private:
     {
         return m_systems.get(system).parameters();
     }
-    void endsAtOnce(const QString &system, const std::function<QSqlError(QSqlDatabase &)> &work);
+    using Work = std::function<QSqlError(QSqlDatabase &)>;
+    void endsAtOnce(const QString &system, const Work &work);
+    void cancelOne(const QString &system, const Work &work, qint64 *ms);
+    void timeOutOne(const QSqlDatabase &db, const QString &system, qint64 *ms);
 
     LayeredSystems m_systems;
 };
@@ -229,9 +238,19 @@ void TestDriverCancel::driverSaysThatItCanCancel()
     QSqlDatabase::removeDatabase(QStringLiteral("can"));
 }
 
+void TestDriverCancel::endsAtOnce(const QString &system, const Work &work)
+{
+    qint64 ms = scaledMs(PromptMs);
+    for (int i = 0; i < Attempts && ms >= scaledMs(PromptMs); ++i) {
+        cancelOne(system, work, &ms);
+        if (QTest::currentTestFailed())
+            return;
+    }
+    QVERIFY2(ms < scaledMs(PromptMs), qPrintable(QString::number(ms)));
+}
+
 /// Runs the work in another thread, cancels it, and looks at the connection afterwards.
-void TestDriverCancel::endsAtOnce(const QString &system,
-                                  const std::function<QSqlError(QSqlDatabase &)> &work)
+void TestDriverCancel::cancelOne(const QString &system, const Work &work, qint64 *ms)
 {
     Worker worker(parameters(system), QStringLiteral("cancelled"));
     std::atomic<bool> begun{false};
@@ -249,9 +268,8 @@ void TestDriverCancel::endsAtOnce(const QString &system,
     QTRY_VERIFY(begun);
     QTest::qWait(150); // the statement is under way; were it not, the request would be repeated
     QVERIFY(!worker.isFinished());
-    const qint64 ms = worker.cancelUntilEnd();
+    *ms = worker.cancelUntilEnd();
     QVERIFY2(isCancelled(error), qPrintable(error.text()));
-    QVERIFY2(ms < scaledMs(PromptMs), qPrintable(QString::number(ms)));
     QVERIFY(isOpen);
     QVERIFY(nextWorks);
 }
@@ -413,11 +431,20 @@ QSqlError runAny(QSqlDatabase &db, const QString &system, QRandomGenerator &rand
 namespace
 {
 
+constexpr int FewestRounds = 200;
+
+/// Where a request opens a connection, or the engine works in this very process, a round lasts
+/// long: half a minute is enough for a system. What makes the program slower makes fewer of them.
 int roundsOn(const QString &system)
 {
+    int rounds = 2000;
     if (system == QLatin1String("SQLite file"))
-        return 3000;
-    return system == QLatin1String("Firebird server") ? 1000 : 2000;
+        rounds = 3000;
+    else if (system == QLatin1String("Firebird") || system == QLatin1String("ODBC to PostgreSQL"))
+        rounds = 1000;
+    else if (system == QLatin1String("Firebird server"))
+        rounds = 500;
+    return std::max(rounds / scaledMs(1), FewestRounds);
 }
 
 } // namespace
@@ -553,24 +580,34 @@ void TestDriverCancel::timeLimitEndsAStatementWithATextOfItsOwn()
     ConnectionParameters limited = parameters(system);
     if (!limited.connectOptions.isEmpty())
         limited.connectOptions += QLatin1Char(';');
-    limited.connectOptions += QStringLiteral("VEXT_STATEMENT_TIMEOUT=300");
+    limited.connectOptions += QStringLiteral("VEXT_STATEMENT_TIMEOUT=%1").arg(LimitMs);
     {
         QSqlDatabase db = limited.database(QStringLiteral("limited"));
         QVERIFY2(db.open(), qPrintable(db.lastError().text()));
-        QSqlQuery query(db);
-        QElapsedTimer timer;
-        timer.start();
-        QVERIFY(!query.exec(utf8(sqlOf(system).compute)) || !query.next());
-        const qint64 ms = timer.elapsed();
-        QVERIFY2(ms >= 290 && ms < scaledMs(1000), qPrintable(QString::number(ms)));
-        QCOMPARE(query.lastError().type(), QSqlError::StatementError);
-        QVERIFY2(!isCancelled(query.lastError()), qPrintable(query.lastError().text()));
-        QVERIFY(db.isOpen());
-        QVERIFY(query.exec(LayeredSystems::selectWithoutTable(system, QStringLiteral("1"))));
-        query.clear();
+        qint64 ms = scaledMs(TimeOutMs);
+        for (int i = 0; i < Attempts && ms >= scaledMs(TimeOutMs); ++i) {
+            timeOutOne(db, system, &ms);
+            if (QTest::currentTestFailed())
+                return;
+        }
+        QVERIFY2(ms < scaledMs(TimeOutMs), qPrintable(QString::number(ms)));
         db.close();
     }
     QSqlDatabase::removeDatabase(QStringLiteral("limited"));
+}
+
+void TestDriverCancel::timeOutOne(const QSqlDatabase &db, const QString &system, qint64 *ms)
+{
+    QSqlQuery query(db);
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!query.exec(utf8(sqlOf(system).compute)) || !query.next());
+    *ms = timer.elapsed();
+    QVERIFY2(*ms >= LimitMs - 10, qPrintable(QString::number(*ms)));
+    QCOMPARE(query.lastError().type(), QSqlError::StatementError);
+    QVERIFY2(!isCancelled(query.lastError()), qPrintable(query.lastError().text()));
+    QVERIFY(db.isOpen());
+    QVERIFY(query.exec(LayeredSystems::selectWithoutTable(system, QStringLiteral("1"))));
 }
 
 QTEST_GUILESS_MAIN(TestDriverCancel)

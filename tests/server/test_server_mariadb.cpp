@@ -158,10 +158,7 @@ void TestServerMariaDb::statementThatCannotBeCancelledIsDeliveredOnceAfterAll()
     QVERIFY(m_script->waitFor(
         QStringLiteral("rows(db.query(\"SELECT COUNT(*) FROM information_schema.processlist "
                        "WHERE info = 'SELECT SLEEP(6)'\")) === 'number:1'")));
-    QElapsedTimer timer;
-    timer.start();
     m_script->eval(QStringLiteral("db.stop_thread(100)"));
-    QVERIFY(timer.elapsed() < 5500);
     QVERIFY(cancels || m_script->isTrue(QStringLiteral("db.isRunning")));
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1 && !db.isRunning")));
     QCOMPARE(m_script->isTrue(QStringLiteral("/^cancelled/.test(delivered[0].error)")), cancels);

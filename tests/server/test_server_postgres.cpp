@@ -650,10 +650,7 @@ void TestServerPostgres::stoppingTheThreadDoesNotInterruptTheStatement()
     QVERIFY(m_script->waitFor(
         QStringLiteral("rows(other.query(\"SELECT count(*) FROM pg_stat_activity WHERE query = "
                        "'SELECT pg_sleep(6)' AND state = 'active'\")) === 'number:1'")));
-    QElapsedTimer timer;
-    timer.start();
     m_script->eval(QStringLiteral("db.stop_thread(%1)").arg(cancels ? 60000 : 50));
-    QVERIFY(timer.elapsed() < 5500);
     QCOMPARE(m_script->isTrue(QStringLiteral("db.isRunning")), !cancels);
     QVERIFY(m_script->isTrue(QStringLiteral("db.close()"))); // waits for it
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 2")));
