@@ -59,7 +59,7 @@ private:
     void takeColon();
     void takeQuestionMark();
     bool opensComment() const;
-    int lineEnd() const;
+    int lineEnd(int pos) const;
     int wordCharacter(int pos) const;
     int wordEnd(int pos) const;
     int blockCommentEnd() const;
@@ -146,10 +146,10 @@ bool Walk::opensComment() const
 }
 
 /// A carriage return alone ends a line for PostgreSQL only.
-int Walk::lineEnd() const
+int Walk::lineEnd(int pos) const
 {
-    const int end = m_text.indexOf(QLatin1Char('\n'), m_pos);
-    const int other = is(SqlDialect::PostgreSql) ? m_text.indexOf(QLatin1Char('\r'), m_pos) : -1;
+    const int end = m_text.indexOf(QLatin1Char('\n'), pos);
+    const int other = is(SqlDialect::PostgreSql) ? m_text.indexOf(QLatin1Char('\r'), pos) : -1;
     if (end < 0 && other < 0)
         return m_text.size();
     return other < 0 || (end >= 0 && end < other) ? end : other;
@@ -158,7 +158,7 @@ int Walk::lineEnd() const
 bool Walk::takeComment()
 {
     if (opensComment()) {
-        take(SqlToken::Comment, lineEnd());
+        take(SqlToken::Comment, lineEnd(m_pos));
         return true;
     }
     if (m_inExecutableComment && m_text.midRef(m_pos, 2) == QLatin1String("*/")) {
@@ -249,15 +249,18 @@ int Walk::quotedEnd(int pos, bool backslashes) const
     return m_text.size();
 }
 
-/// E'...': backslashes escape, in its continuations on further lines as well.
+/// E'...': backslashes escape, in its continuations on further lines as well, comments between.
 int Walk::escapeStringEnd(int pos) const
 {
     for (;;) {
         const int end = quotedEnd(pos, true);
         int behind = end;
         bool newLine = false;
-        for (; at(behind).isSpace(); ++behind)
-            newLine = newLine || at(behind) == QLatin1Char('\n');
+        while (at(behind).isSpace() || m_text.midRef(behind, 2) == QLatin1String("--")) {
+            const QChar c = at(behind);
+            newLine = newLine || c == QLatin1Char('\n') || c == QLatin1Char('\r');
+            behind = c.isSpace() ? behind + 1 : lineEnd(behind);
+        }
         if (!newLine || at(behind) != QLatin1Char('\''))
             return end;
         pos = behind;

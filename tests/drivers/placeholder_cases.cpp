@@ -80,6 +80,7 @@ const std::vector<PlaceholderCase> &placeholderCases()
         {Postgres, "dollar quotes", "SELECT $$why? :x$$ WHERE 1 = ?", "[1]", "string:why? :x"},
         {Postgres, "dollar quotes with a tag", "SELECT $t$ $$ ? $t$ WHERE 1 = ?", "[1]", "string: $$ ? "},
         {Postgres, "escaped string", "SELECT E'\\'?' WHERE 1 = ?", "[1]", "string:'?"},
+        {Postgres, "escaped string that goes on", "SELECT E'a' -- b\n'\\'?' WHERE 1 = ?", "[1]", "string:a'?"},
         {Postgres, "backslash at the end of a plain string", "SELECT 'a\\' WHERE 1 = ?", "[1]", "string:a\\"},
         {Postgres, "quoted name", "SELECT id AS \"what?\" FROM words WHERE id = ?", "[1]", "number:1"},
         {Postgres, "nested comment", "SELECT /* a /* ? */ ? */ 1 WHERE 1 = ?", "[1]", "number:1"},

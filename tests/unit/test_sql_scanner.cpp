@@ -134,6 +134,10 @@ void TestSqlScanner::splitsAsTheSystemDoes_data()
         "w<ARRAY> o<[> w<CASE> w<WHEN> P<:a> w<THEN> P<:b> w<END> o<]>");
     row("slice between values", Pg, "a[:x : :y]", "w<a> o<[> P<:x> o<:> P<:y> o<]>");
     row("escape string", Pg, "E'a\\' ?' ?", "s<E'a\\' ?'> P<?>");
+    row("escape string that goes on behind a return", Pg, "E'a'\r'\\'?' ?",
+        "s<E'a'\r'\\'?'> P<?>");
+    row("escape string that goes on behind a comment", Pg, "E'a' -- b\n'\\'?' ?",
+        "s<E'a' -- b\n'\\'?'> P<?>");
     row("escape string goes on", Pg, "e'a'\n'\\' ?' ?", "s<e'a'\n'\\' ?'> P<?>");
     row("name that ends in e", Pg, "note'a\\' ?", "w<note> s<'a\\'> P<?>");
     row("dollar quote", Pg, "$$ ? ' $$ ?", "s<$$ ? ' $$> P<?>");
