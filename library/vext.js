@@ -1457,6 +1457,7 @@ var vext = (function (scope) {
         var total = typeof source === "function" ? undefined : source.length;
         var read = 0, stored = 0, running = false, ready = null, atEnd = false, ended = false, write = null;
         var left = []; // rows that were read and had no room
+        var allRead = false;
 
         function nextRows() {
             var list = left.splice(0, chunk), row, more;
@@ -1465,10 +1466,11 @@ var vext = (function (scope) {
                 read += more.length;
                 list = list.length > 0 ? list.concat(more) : more;
             } else {
-                while (list.length < chunk && (row = source(read))) {
+                while (!allRead && list.length < chunk && (row = source(read))) {
                     read++;
                     list.push(row);
                 }
+                allRead = allRead || list.length < chunk; // its end is not asked for again
             }
             atEnd = list.length < chunk;
             return list;
