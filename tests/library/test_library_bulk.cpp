@@ -630,7 +630,7 @@ void TestLibraryBulk::statementIsWrittenWhileOneRuns()
         must(other, "SELECT pg_advisory_lock(471)");
         vext.insertRows(db, "watched", ["n"], function (n) {
             if (n === 20) {
-                while (running === 0 && tries++ < 100) {
+                while (running === 0 && tries++ < 1000) {
                     running = Number(must(other, "SELECT count(*) AS n, pg_sleep(0.02) FROM pg_stat_activity " +
                         "WHERE wait_event = 'advisory' AND pid <> pg_backend_pid()").fields_index[0][0]);
                 }

@@ -429,7 +429,14 @@ void TestLibraryTransaction::lockedDatabaseIsTriedAgain()
     const QString outcome = script.outcome(prepared(parameters, R"js(
         settings.connectOptions = "QSQLITE_BUSY_TIMEOUT=1";
         must(db, "BEGIN IMMEDIATE");
-        setTimeout(function () { must(db, "COMMIT"); }, 100);
+        var locked = true;
+        vext.timers(function (task, ms) {
+            if (locked && ms >= 20 && ms <= 1000) { // the pause behind an attempt
+                locked = false;
+                must(db, "COMMIT");
+            }
+            return setTimeout(task, ms);
+        }, clearTimeout);
         var pool = vext.pool(settings);
         vext.transaction(pool, function (tx, finish) {
             tx.query("INSERT INTO t VALUES (1, 1)", finish);
@@ -443,19 +450,31 @@ void TestLibraryTransaction::lockedDatabaseIsTriedAgain()
 void TestLibraryTransaction::retriesEndAtTheDeadline()
 {
     NEEDS("SQLite file", parameters);
-    // One back-off fits before the deadline and a second one does not, each by a wide margin:
-    // a deadline that falls into an attempt ends it with "timeout".
+    // One pause fits before the deadline, and a second one does not. On a clock that goes on with
+    // the pauses only: how long an attempt takes does not count.
     LibraryScript script;
     const QString outcome = script.outcome(prepared(parameters, R"js(
         settings.connectOptions = "QSQLITE_BUSY_TIMEOUT=1";
         must(db, "BEGIN IMMEDIATE");
+        var clock = 1000, own = Date;
+        Date = function () { return { getTime: function () { return clock; } }; };
+        vext.timers(function (task, ms) {
+            if (ms !== 120000) {
+                return setTimeout(task, ms);
+            }
+            return setTimeout(function () {
+                clock += ms;
+                task();
+            }, 0);
+        }, clearTimeout);
         var pool = vext.pool(settings);
         vext.transaction(pool, function (tx, finish) { finish(); }, function (error, value, info) {
+            Date = own;
             must(db, "COMMIT");
-            pool.close(function () { done([error.kind, info.attempts]); });
-        }, {deadlineMs: 2000, backoffMs: 1200, backoffMaxMs: 1200});
+            pool.close(function () { done([error.kind, info.attempts, info.milliseconds]); });
+        }, {deadlineMs: 200000, backoffMs: 120000, backoffMaxMs: 120000});
     )js"));
-    QCOMPARE(outcome, QStringLiteral("[\"conflict\",2]"));
+    QCOMPARE(outcome, QStringLiteral("[\"conflict\",2,120000]"));
 }
 
 void TestLibraryTransaction::pausesGrowBetweenTheirBounds_data()
@@ -587,9 +606,10 @@ void TestLibraryTransaction::connectionLostDuringTheCommitIsUnknown()
     LibraryScript script;
     script.eval(prepared(literalOf(database->parameters()), R"js(
         must(db, "CREATE OR REPLACE FUNCTION pause() RETURNS trigger LANGUAGE plpgsql AS " +
-            "'BEGIN PERFORM pg_sleep(1); RETURN NULL; END'");
+            "'BEGIN PERFORM pg_advisory_xact_lock(12); RETURN NULL; END'");
         must(db, "CREATE CONSTRAINT TRIGGER slow AFTER INSERT ON t DEFERRABLE INITIALLY DEFERRED " +
             "FOR EACH ROW EXECUTE FUNCTION pause()");
+        must(db, "SELECT pg_advisory_lock(12)"); // until the line is cut
         var committing = false;
     )js"));
     script.eval(QString::fromUtf8(R"js(
@@ -608,6 +628,7 @@ void TestLibraryTransaction::connectionLostDuringTheCommitIsUnknown()
     QVERIFY(script.waitFor(QStringLiteral("committing")));
     relay.cut();
     QCOMPARE(script.awaitOutcome(), QStringLiteral("[\"unknown\",1]"));
+    script.eval(QStringLiteral("must(db, 'SELECT pg_advisory_unlock(12)')"));
 }
 
 QTEST_GUILESS_MAIN(TestLibraryTransaction)
