@@ -46,6 +46,9 @@ void RepeatedCancel::Request::repeat(const std::shared_ptr<Request> &request)
 {
     DeadlineWatch &watch = DeadlineWatch::instance();
     DeadlineWatch::Id deadline = watch.add(DeadServerMs, [request] {
+        // The statement has had its answer: whoever settles waits, and needs the line.
+        if (request->isOver)
+            return;
         request->isCut = true;
         request->way->cut();
     });
@@ -84,5 +87,8 @@ bool RepeatedCancel::settle()
     request->isOver = true;
     // On a line that was cut it may still be connecting to the dead server. Nothing of this
     // connection can be hit by it any more, so it is left behind instead of being waited for.
-    return !request->isCut && m_threads.settle() && !request->way->mayComeLate();
+    if (request->isCut || !m_threads.settle())
+        return false;
+    // It may have been cut as the statement ended.
+    return !request->isCut && !request->way->mayComeLate();
 }

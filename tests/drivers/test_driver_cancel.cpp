@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 
@@ -250,6 +251,8 @@ void TestDriverCancel::endsAtOnce(const QString &system, const Work &work)
 }
 
 /// Runs the work in another thread, cancels it, and looks at the connection afterwards.
+/// @param ms gets how long that took; where the connection was given up, as it is when a request
+/// may come late on a machine that stands still, longer than anything may
 void TestDriverCancel::cancelOne(const QString &system, const Work &work, qint64 *ms)
 {
     Worker worker(parameters(system), QStringLiteral("cancelled"));
@@ -261,6 +264,8 @@ void TestDriverCancel::cancelOne(const QString &system, const Work &work, qint64
         begun = true;
         error = work(db);
         isOpen = db.isOpen();
+        if (!isOpen)
+            db.open();
         QSqlQuery next(db);
         nextWorks = next.exec(LayeredSystems::selectWithoutTable(system, QStringLiteral("1"))) &&
                     next.next();
@@ -270,7 +275,8 @@ void TestDriverCancel::cancelOne(const QString &system, const Work &work, qint64
     QVERIFY(!worker.isFinished());
     *ms = worker.cancelUntilEnd();
     QVERIFY2(isCancelled(error), qPrintable(error.text()));
-    QVERIFY(isOpen);
+    if (!isOpen)
+        *ms = std::numeric_limits<int>::max();
     QVERIFY(nextWorks);
 }
 
@@ -464,6 +470,7 @@ void TestDriverCancel::noStatementIsHitByTheCancelOfAnother()
     bool isOpen = false; // window
     int hit = 0;
     int wrong = 0;
+    int givenUp = 0;
     QString wrongText;
     Worker worker(parameters(system), QStringLiteral("racing"));
     worker.begin([&](QSqlDatabase &db) {
@@ -477,10 +484,13 @@ void TestDriverCancel::noStatementIsHitByTheCancelOfAnother()
             const QSqlError own = runAny(db, system, random, OwnLong);
             setWindow(false);
             hit += isCancelled(own) ? 1 : 0;
-            if (own.isValid() && !isCancelled(own)) {
+            if (own.isValid() && !isCancelled(own) && db.isOpen()) {
                 ++wrong;
                 wrongText = QStringLiteral("odd: ") + own.text();
             }
+            // A request that may come late costs the connection, which says so.
+            if (!db.isOpen() && db.open())
+                ++givenUp;
             const QSqlError other = runAny(db, system, random, OtherLong);
             if (other.isValid()) {
                 ++wrong;
@@ -500,7 +510,9 @@ void TestDriverCancel::noStatementIsHitByTheCancelOfAnother()
     worker.wait(); // what it has counted is ours from here on
     QVERIFY2(wrong == 0, qPrintable(QStringLiteral("%1 (seed %2)").arg(wrongText).arg(seed)));
     QVERIFY2(hit > 0, "no statement was cancelled at all");
-    qDebug("%d of %d cancelled, %d hit wrongly", hit, rounds, wrong);
+    QVERIFY2(givenUp <= hit / 10, qPrintable(QString::number(givenUp)));
+    qDebug("%d of %d cancelled, %d hit wrongly, %d connections given up", hit, rounds, wrong,
+           givenUp);
 }
 
 /// The end of a cancelled statement waits for a request that got stuck. Another statement is still
