@@ -993,7 +993,10 @@ var vext = (function (scope) {
         this.next();
     };
 
-    var ENDINGS = /^(?:\s|;|--[^\n]*\n|#[^\n]*\n|\/\*[\s\S]*?\*\/)*(begin|start\s+transaction|commit|rollback|abort|end)\b/i;
+    // Comments in front of the word have one reading each, or many of them would take for ever; MariaDB
+    // carries out what stands in those that begin with an exclamation mark.
+    var ENDINGS = new RegExp("^(?:\\s|;|--[^\\n]*\\n|#[^\\n]*\\n|\\/\\*(?!M?!)[^*]*\\*+(?:[^\\/*][^*]*\\*+)*\\/)*" +
+        "(?:\\/\\*M?!\\d*\\s*)?(begin|start\\s+transaction|commit|rollback|abort|end)\\b", "i");
 
     Attempt.prototype.add = function (sql, values, callback) {
         if (typeof values === "function") {

@@ -27,9 +27,9 @@ private:
     qint64 lookUp(qint64 day);
     qint64 beginningOf(qint64 day);
 
-    QHash<qint64, qint64> m_offsets; ///< by the day since the epoch; NoOffset: it changes
+    QHash<qint64, qint64> m_offsets;    ///< by the day since the epoch; NoOffset: it changes
     QHash<qint64, qint64> m_beginnings; ///< by the day, in Greenwich
-    qint64 m_day = 0;                ///< the last one that was asked for
+    qint64 m_day = 0;                   ///< the last one that was asked for
     qint64 m_offset = NoOffset;
     bool m_isReady = false;
 };
