@@ -159,7 +159,8 @@ void DecoratedDriver::close()
     if (!m_stock || !QSqlDriver::isOpen())
         return;
     std::unique_ptr<LineWatch> watch = m_policy->watchClosing();
-    m_cache.clear();
+    if (!m_policy->freesStatementsLast())
+        m_cache.clear();
     if (m_policy->resultsHoldSession()) {
         for (DecoratedResult *result : m_results)
             result->endSession();
@@ -167,6 +168,7 @@ void DecoratedDriver::close()
     ++m_session;
     m_policy->detach();
     m_stock->close();
+    m_cache.clear();
     watch.reset();
     setOpen(false);
     setOpenError(false);

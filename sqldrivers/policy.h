@@ -94,6 +94,9 @@ public:
     /// Whether the stock driver cannot end its session while results of it exist: they are given up
     /// before detach().
     virtual bool resultsHoldSession() const { return false; }
+    /// Whether prepared statements may be freed when the stock driver is closed already: the server
+    /// has dropped them by then, so that nothing is sent for them, on a lost line least of all.
+    virtual bool freesStatementsLast() const { return false; }
     /// Whether cancelling works on this connection.
     virtual bool canCancel() const { return false; }
     /// Whether the server itself ends statements after VEXT_STATEMENT_TIMEOUT. Where it does not,

@@ -28,6 +28,7 @@ public:
     bool attach(const LayerOptions &layer, const std::shared_ptr<CancelGate> &gate,
                 QSqlError *error) override;
     void detach() override;
+    bool freesStatementsLast() const override { return true; }
     bool canCancel() const override { return m_connection != nullptr; }
     bool hasServerTimeout() const override { return m_hasServerTimeout; }
 

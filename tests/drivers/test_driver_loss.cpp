@@ -6,6 +6,7 @@
 #include "deadline.h"
 #include "layer_path.h"
 #include "layered_systems.h"
+#include "message_log.h"
 #include "relay_process.h"
 
 #include <QElapsedTimer>
@@ -62,6 +63,8 @@ private Q_SLOTS:
 
     void brokenIdleLineIsSeenAtOnce_data();
     void brokenIdleLineIsSeenAtOnce();
+    void keptStatementsOfALostLineGoInSilence_data() { watchedServers(); }
+    void keptStatementsOfALostLineGoInSilence();
     void endedSessionIsSeenAndTheWorkerReopens_data() { everyLine(); }
     void endedSessionIsSeenAndTheWorkerReopens();
     void killedServerIsSeenAndTheWorkerReopens_data() { everyLine(); }
@@ -252,6 +255,27 @@ void TestDriverLoss::brokenIdleLineIsSeenAtOnce()
     QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
     QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), select(system, 2)),
              QStringLiteral("number:2"));
+}
+
+/// What was kept for the line goes with it: the stock drivers would say for each statement that its
+/// server cannot be told.
+void TestDriverLoss::keptStatementsOfALostLineGoInSilence()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QVERIFY(openThroughRelay(system));
+    QVERIFY(m_script->mustRun(Way::Here, QStringLiteral("db"),
+                              QStringLiteral("CREATE TABLE kept_on_lines (id INTEGER)")));
+    for (int i = 0; i < 3; ++i) {
+        QVERIFY(m_script->isTrue(
+            QStringLiteral("db.exec('DELETE FROM kept_on_lines WHERE id = ? AND id > %1', [1])")
+                .arg(i)));
+    }
+    const MessageLog log;
+    m_relay->cut();
+    QVERIFY(m_script->waitFor(QStringLiteral("!db.isOpen")));
+    m_script->eval(QStringLiteral("db.close()"));
+    QCOMPARE(log.lines(QtWarningMsg).size(), 0);
 }
 
 // --- Sessions and servers that end ---
