@@ -78,6 +78,8 @@ public:
     /// Shared with the results, which may outlive the driver.
     std::shared_ptr<CancelGate> gate() const { return m_gate; }
     StatementCache &cache() { return m_cache; }
+    /// Whether a statement that nobody will use again has to wait for the end of the session.
+    bool freesStatementsLater() const { return m_lost && m_policy->freesStatementsLast(); }
     const LayerOptions &options() const { return m_options; }
     /// After how many milliseconds the layer ends a statement; 0 for never.
     int statementLimitMs() const;

@@ -434,9 +434,11 @@ void DecoratedResult::finish()
         return;
     const std::unique_ptr<LineWatch> watch = watchLine();
     DecoratedDriver *driver = owner();
-    if (m_worthKeeping && driver && driver->session() == m_session) {
-        m_bound->release();
-        driver->cache().give(m_text, std::move(m_bound));
+    if (driver && driver->session() == m_session) {
+        if (m_worthKeeping)
+            m_bound->release();
+        if (m_worthKeeping || driver->freesStatementsLater())
+            driver->cache().give(m_text, std::move(m_bound));
     }
     m_bound.reset();
     m_worthKeeping = false;
