@@ -322,7 +322,7 @@ bool DecoratedDriver::subscribeToNotification(const QString &name)
 
 bool DecoratedDriver::unsubscribeFromNotification(const QString &name)
 {
-    return m_stock && m_stock->unsubscribeFromNotification(name);
+    return m_policy && m_policy->unsubscribe(name);
 }
 
 QStringList DecoratedDriver::subscribedToNotifications() const

@@ -229,6 +229,12 @@ public:
         Q_UNUSED(outer)
         return m_stock->subscribeToNotification(name);
     }
+    /// Ends a subscription. Each of them is ended before the connection is closed, too, when nobody
+    /// cancels what a silent line holds up.
+    virtual bool unsubscribe(const QString &name)
+    {
+        return m_stock->unsubscribeFromNotification(name);
+    }
 
     void interrupt(CancelGate::Phase phase, bool alone) override
     {

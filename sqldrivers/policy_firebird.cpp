@@ -2,12 +2,11 @@
 
 #include "firebird_cancel.h"
 #include "firebird_columns.h"
+#include "firebird_events.h"
 #include "word_table.h"
 
 #include <QCoreApplication>
-#include <QEvent>
 #include <QSqlField>
-#include <QThread>
 
 #include <algorithm>
 #include <utility>
@@ -141,22 +140,6 @@ private:
     FirebirdPolicy *m_policy;
     bool m_isFresh = false; ///< to be prepared again
 };
-
-/// Counts the queued calls that reach an object.
-class CallCounter : public QObject
-{
-public:
-    int calls = 0;
-    bool eventFilter(QObject *, QEvent *event) override
-    {
-        if (event->type() == QEvent::MetaCall)
-            ++calls;
-        return false;
-    }
-};
-
-constexpr int FirstEventMs = 200;
-constexpr int FirstEventStepUs = 100;
 
 bool isKeyword(const SqlToken &token, const QString &text, const char *word)
 {
@@ -404,25 +387,20 @@ QString FirebirdPolicy::columnName(const QString &name) const
 
 // --- Notifications ---
 
-/// Firebird fires each new subscription once from a thread of its own, and QIBASE (5.15) crashes in
-/// isc_cancel_events when the subscription ends before that was handled: so it is handled at once.
 bool FirebirdPolicy::subscribe(const QString &name, QObject *outer)
 {
-    CallCounter counter;
-    stock()->installEventFilter(&counter);
-    if (!stock()->subscribeToNotification(name))
+    if (!FirebirdEvents::subscribe(stock(), name, watchLine()))
         return false;
-    QElapsedTimer timer;
-    timer.start();
-    while (counter.calls == 0 && !timer.hasExpired(FirstEventMs)) {
-        QCoreApplication::sendPostedEvents(stock(), QEvent::MetaCall);
-        if (counter.calls == 0)
-            QThread::usleep(FirstEventStepUs);
-    }
     // A caller that knows the stock driver's quirk waits for a call to the driver it knows.
     QMetaObject::invokeMethod(
         outer, [] {}, Qt::QueuedConnection);
     return true;
+}
+
+bool FirebirdPolicy::unsubscribe(const QString &name)
+{
+    const std::unique_ptr<LineWatch> watch = watchLine();
+    return Policy::unsubscribe(name);
 }
 
 // --- Cancelling ---

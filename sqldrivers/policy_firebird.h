@@ -68,6 +68,7 @@ public:
     QString columnName(const QString &name) const override;
 
     bool subscribe(const QString &name, QObject *outer) override;
+    bool unsubscribe(const QString &name) override;
 
     void interrupt(CancelGate::Phase phase, bool alone) override;
     bool settle() override;

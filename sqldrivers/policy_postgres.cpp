@@ -4,6 +4,7 @@
 #include "line_check.h"
 #include "postgres_literal.h"
 #include "postgres_settings.h"
+#include "postgres_sign_of_life.h"
 #include "postgres_value.h"
 #include "word_table.h"
 
@@ -116,6 +117,7 @@ bool PostgresPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Can
     if (pg_cancel *handle = session->client.getCancel(session->connection))
         m_cancelHandle.reset(handle, session->client.freeCancel);
     m_requests = DetachedCancel(); // one of the last session may still be stuck
+    m_signs = std::make_unique<RepeatedCancel>();
     m_statementTimeoutMs = layer.statementTimeoutMs;
     setStatementTimeout();
     return true;
@@ -156,6 +158,7 @@ void PostgresPolicy::interrupt(CancelGate::Phase, bool)
 
 bool PostgresPolicy::settle()
 {
+    m_signs->settle(); // on a line that was cut isBroken() tells
     std::shared_ptr<Request> request;
     {
         QMutexLocker locker(&m_mutex);
@@ -295,6 +298,33 @@ std::unique_ptr<LineWatch> PostgresPolicy::watchRollback()
 {
     return std::make_unique<LineCheck>(*this,
                                        [this] { interrupt(CancelGate::Phase::Running, true); });
+}
+
+// --- Notifications ---
+
+/// A request to cancel would be a sign of life here, too, but might end a transaction with the
+/// command that it hits.
+std::unique_ptr<LineWatch> PostgresPolicy::watchSubscribing()
+{
+    auto question =
+        std::make_shared<PostgresSignOfLife>(m_session->client, m_session->connection, m_socket);
+    return std::make_unique<LineCheck>(*this, [this, question] { m_signs->begin(question); });
+}
+
+bool PostgresPolicy::subscribe(const QString &name, QObject *outer)
+{
+    if (isBroken())
+        return false;
+    const std::unique_ptr<LineWatch> watch = watchSubscribing();
+    return Policy::subscribe(name, outer);
+}
+
+bool PostgresPolicy::unsubscribe(const QString &name)
+{
+    if (isBroken())
+        return false;
+    const std::unique_ptr<LineWatch> watch = watchSubscribing();
+    return Policy::unsubscribe(name);
 }
 
 // --- Values ---

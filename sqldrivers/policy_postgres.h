@@ -6,6 +6,7 @@
 #include "detached_cancel.h"
 #include "policy.h"
 #include "postgres_statement.h"
+#include "repeated_cancel.h"
 #include "socket_watch.h"
 
 #include <QMutex>
@@ -45,6 +46,9 @@ public:
     bool rereads(StockResult &rows) override;
     QVariant reread(StockResult &rows, int column, const QVariant &value) override;
 
+    bool subscribe(const QString &name, QObject *outer) override;
+    bool unsubscribe(const QString &name) override;
+
     void interrupt(CancelGate::Phase phase, bool alone) override;
     bool settle() override;
 
@@ -52,6 +56,7 @@ private:
     struct Request;
 
     bool isBroken() const;
+    std::unique_ptr<LineWatch> watchSubscribing();
     const pg_result *resultOf(StockResult &rows) const;
     void setStatementTimeout();
     bool hasSetting(const char *name, const char *beginning) const;
@@ -61,7 +66,8 @@ private:
     std::shared_ptr<SocketWatch> m_socket;     ///< shared with the deadline of a request
     DetachedCancel m_requests;
     QMutex m_mutex;
-    std::shared_ptr<Request> m_request; ///< m_mutex; of the statement that runs
+    std::shared_ptr<Request> m_request;      ///< m_mutex; of the statement that runs
+    std::unique_ptr<RepeatedCancel> m_signs; ///< questions whether the server lives
     int m_statementTimeoutMs = 0;
     bool m_hasReset = false; ///< the statement time-out, too
 };

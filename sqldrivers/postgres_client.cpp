@@ -17,8 +17,12 @@ bool PostgresClient::resolve()
            m_library.resolve("PQgetCancel", getCancel) &&
            m_library.resolve("PQfreeCancel", freeCancel) && m_library.resolve("PQcancel", cancel) &&
            m_library.resolve("PQexec", exec) && m_library.resolve("PQresultStatus", resultStatus) &&
-           m_library.resolve("PQntuples", rowCount) && m_library.resolve("PQclear", clear) && m_library.resolve("PQnfields", columnCount) &&
-           m_library.resolve("PQftype", columnType) && m_library.resolve("PQgetvalue", value);
+           m_library.resolve("PQntuples", rowCount) && m_library.resolve("PQclear", clear) &&
+           m_library.resolve("PQnfields", columnCount) &&
+           m_library.resolve("PQftype", columnType) && m_library.resolve("PQgetvalue", value) &&
+           m_library.resolve("PQconninfo", settings) &&
+           m_library.resolve("PQconninfoFree", freeSettings) &&
+           m_library.resolve("PQpingParams", ping);
 }
 
 bool PostgresClient::run(pg_conn *connection, const QByteArray &text) const

@@ -10,10 +10,22 @@ struct pg_conn;
 struct pg_cancel;
 struct pg_result;
 
+/// One of the settings that a connection was made with, as libpq lists them.
+struct PostgresSetting {
+    char *name;
+    char *environment;
+    char *builtIn;
+    char *value;
+    char *label;
+    char *display;
+    int displaySize;
+};
+
 /// libpq's functions, in the copy that the stock driver uses. Their names are libpq's own; the
 /// numbers of its enumerations are part of its binary interface.
 struct PostgresClient {
     enum TransactionStatus { Idle, Active, InTransaction, InFailedTransaction, Unknown };
+    enum ServerState { Accepts, Rejects, NoResponse, NotAsked };
 
     /// @return false when one of them is missing
     bool resolve();
@@ -32,6 +44,9 @@ struct PostgresClient {
     int (*columnCount)(const pg_result *) = nullptr;
     unsigned (*columnType)(const pg_result *, int) = nullptr;
     char *(*value)(const pg_result *, int, int) = nullptr;
+    PostgresSetting *(*settings)(pg_conn *) = nullptr; ///< the last one has no name
+    void (*freeSettings)(PostgresSetting *) = nullptr;
+    int (*ping)(const char *const *, const char *const *, int) = nullptr; ///< see ServerState
 
     /// Runs a command whose outcome is no more than good or not.
     bool run(pg_conn *connection, const QByteArray &text) const;

@@ -77,6 +77,10 @@ private Q_SLOTS:
     void closingOnASilentLineEndsInTime();
     void closingWithAnOpenTransactionOnASilentLineEndsInTime_data() { everyLine(); }
     void closingWithAnOpenTransactionOnASilentLineEndsInTime();
+    void closingWhileListeningOnASilentLineEndsInTime_data();
+    void closingWhileListeningOnASilentLineEndsInTime();
+    void subscribingOnASilentLineEndsInTime_data();
+    void subscribingOnASilentLineEndsInTime();
     void serverThatNeverAnswersFailsTheOpenInTime_data() { everyLine(); }
     void serverThatNeverAnswersFailsTheOpenInTime();
 
@@ -451,6 +455,59 @@ void TestDriverLoss::closingWithAnOpenTransactionOnASilentLineEndsInTime()
     m_script->eval(QStringLiteral("db.close()"));
     QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
     QVERIFY(m_script->isTrue(QStringLiteral("!db.isOpen && !db.isRunning")));
+}
+
+void TestDriverLoss::closingWhileListeningOnASilentLineEndsInTime_data()
+{
+    QTest::addColumn<QString>("system");
+    for (const QString &system : {Postgres, Firebird})
+        QTest::newRow(qPrintable(system)) << system;
+}
+
+void TestDriverLoss::closingWhileListeningOnASilentLineEndsInTime()
+{
+    QFETCH(QString, system);
+    USE_SYSTEM(m_systems, system);
+    QVERIFY(m_script->open(QStringLiteral("db"), throughRelay(system)));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('first') && db.add_event('second')")));
+    QVERIFY(m_script->mustRun(Way::Here, QStringLiteral("db"), select(system, 2)));
+    m_relay->blackHole();
+
+    QElapsedTimer timer;
+    timer.start();
+    m_script->eval(QStringLiteral("db.close()"));
+    QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(m_script->isTrue(QStringLiteral("!db.isOpen && !db.isRunning")));
+}
+
+void TestDriverLoss::subscribingOnASilentLineEndsInTime_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("call");
+    for (const QString &system : {Postgres, Firebird}) {
+        QTest::addRow("%s, add", qPrintable(system)) << system << "db.add_event('second')";
+        QTest::addRow("%s, remove", qPrintable(system)) << system << "db.rem_event('first')";
+    }
+}
+
+void TestDriverLoss::subscribingOnASilentLineEndsInTime()
+{
+    QFETCH(QString, system);
+    QFETCH(QString, call);
+    USE_SYSTEM(m_systems, system);
+    QVERIFY(m_script->open(QStringLiteral("db"), throughRelay(system)));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('first')")));
+    QVERIFY(m_script->mustRun(Way::Here, QStringLiteral("db"), select(system, 2)));
+    m_relay->blackHole();
+
+    QElapsedTimer timer;
+    timer.start();
+    m_script->eval(call);
+    QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(m_script->waitFor(QStringLiteral("!db.isOpen")));
+    m_relay->heal();
+    QVERIFY(m_script->isTrue(QStringLiteral("db.open()")));
+    QVERIFY(m_script->isTrue(QStringLiteral("db.add_event('third')")));
 }
 
 void TestDriverLoss::serverThatNeverAnswersFailsTheOpenInTime()
