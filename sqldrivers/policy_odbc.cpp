@@ -29,6 +29,14 @@ const char Busy[] = "5";
 constexpr int BusyStepMs = 20;
 constexpr int BusyMs = 100000;
 
+/// Whether a statement sets how long SQLite waits for a lock by itself.
+bool setsLockWait(const QString &text)
+{
+    return leadingWord(text) == QLatin1String("PRAGMA") &&
+           text.contains(QLatin1String("busy_timeout"), Qt::CaseInsensitive) &&
+           (text.contains(QLatin1Char('=')) || text.contains(QLatin1Char('(')));
+}
+
 /// Whether a state means that the session is over. PostgreSQL itself reports others that begin with
 /// 08: of further servers that it asks, and of a message that it did not understand.
 bool isLoss(const QString &state, bool isPostgres)
@@ -207,6 +215,15 @@ bool OdbcPolicy::waitForLocks(StockResult &rows, const std::function<bool()> &ru
     return true;
 }
 
+/// What a script has set holds for the layer, and SQLite goes on waiting for a step.
+void OdbcPolicy::takeLockWait()
+{
+    const QVariant set = answerTo(QStringLiteral("PRAGMA busy_timeout"));
+    if (set.isValid())
+        m_lockWaitMs = set.toInt();
+    runAside(QStringLiteral("PRAGMA busy_timeout = %1").arg(BusyStepMs));
+}
+
 /// Asks for one value. @return an invalid one when the server has not answered
 QVariant OdbcPolicy::answerTo(const QString &question) const
 {
@@ -299,6 +316,8 @@ QSqlError OdbcPolicy::refusal(Command command)
 void OdbcPolicy::finished(const QString &text, bool good)
 {
     m_knowsBackslash = false;
+    if (m_dialect == SqlDialect::OdbcSqlite && good && setsLockWait(text))
+        takeLockWait();
     if (!text.isEmpty())
         return m_transaction.statementRan(text, good);
     m_transaction.commandRan(m_command, good);

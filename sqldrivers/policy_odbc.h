@@ -74,6 +74,7 @@ private:
     bool openImpatient(QSqlError *error);
     QVariant answerTo(const QString &question) const;
     bool runAside(const QString &text);
+    void takeLockWait();
     bool isBroken() const;
     void watchTransaction();
     bool hasOlderTransaction();

@@ -67,13 +67,13 @@ bool SqlitePolicy::attach(const LayerOptions &, const std::shared_ptr<CancelGate
 {
     m_library = ClientLibrary({"libsqlite3.so.0", "libsqlite3.so"});
     void (*onProgressOf)(sqlite3 *, int, int (*)(void *), void *) = nullptr;
-    int (*onBusyOf)(sqlite3 *, int (*)(void *, int), void *) = nullptr;
     auto *db = nativeHandle<sqlite3 *>();
     if (!db || !m_library.resolve("sqlite3_interrupt", m_interrupt) ||
         !m_library.resolve("sqlite3_get_autocommit", m_getAutocommit) ||
         !m_library.resolve("sqlite3_exec", m_execute) ||
         !m_library.resolve("sqlite3_progress_handler", onProgressOf) ||
-        !m_library.resolve("sqlite3_busy_handler", onBusyOf)) {
+        !m_library.resolve("sqlite3_busy_timeout", m_setBusyTimeout) ||
+        !m_library.resolve("sqlite3_busy_handler", m_setBusyHandler)) {
         *error =
             QSqlError(tr("SQLite's library was not found"), QString(), QSqlError::ConnectionError);
         return false;
@@ -84,7 +84,8 @@ bool SqlitePolicy::attach(const LayerOptions &, const std::shared_ptr<CancelGate
     m_rolledBack = false;
     onProgressOf(m_db, StepsBetweenLooks, &SqlitePolicy::onProgress, this);
     // SQLite's own time-out sleeps without looking up, so this takes its place.
-    onBusyOf(m_db, &SqlitePolicy::onBusy, this);
+    m_setBusyHandler(m_db, &SqlitePolicy::onBusy, this);
+    m_isWaitLent = false;
     return true;
 }
 
@@ -118,6 +119,24 @@ bool SqlitePolicy::waitForLock(int attempt)
     return !m_gate->currentIsCancelled();
 }
 
+/// "PRAGMA busy_timeout" reads and sets SQLite's own time, and takes the handler away.
+void SqlitePolicy::lendWait()
+{
+    m_setBusyTimeout(m_db, m_busyTimeoutMs);
+    m_isWaitLent = true;
+}
+
+void SqlitePolicy::takeWaitBack()
+{
+    const auto read = [](void *ms, int, char **values, char **) {
+        *static_cast<int *>(ms) = QByteArray(values[0]).toInt();
+        return 0;
+    };
+    m_execute(m_db, "PRAGMA busy_timeout", read, &m_busyTimeoutMs, nullptr);
+    m_setBusyHandler(m_db, &SqlitePolicy::onBusy, this);
+    m_isWaitLent = false;
+}
+
 /// The handlers above do the work. What SQLite does without calling them (checks, checkpoints) it
 /// ends for an interrupt, which is only safe while no other statement is half read: SQLite would
 /// end the next one, too.
@@ -131,6 +150,9 @@ void SqlitePolicy::interrupt(CancelGate::Phase phase, bool alone)
 
 std::unique_ptr<BoundStatement> SqlitePolicy::makeStatement(StatementPlan plan)
 {
+    if (plan.verb() == QLatin1String("PRAGMA") &&
+        plan.withMarks().contains(QLatin1String("busy_timeout"), Qt::CaseInsensitive))
+        lendWait();
     return std::make_unique<DriverStatement>(std::move(plan), stock()->createResult());
 }
 
@@ -158,6 +180,8 @@ bool SqlitePolicy::isStale(const QSqlError &error) const
 
 void SqlitePolicy::finished(const QString &text, bool good)
 {
+    if (m_isWaitLent)
+        takeWaitBack();
     // An interrupted change, a full disk and their like end the whole transaction, and the next
     // change would be committed by itself. A failed COMMIT is over for the script, too.
     if (!good && m_wasInTransaction && !inTransaction() && !text.isEmpty() &&

@@ -40,17 +40,22 @@ private:
     static int onProgress(void *policy);
     static int onBusy(void *policy, int attempt);
     bool waitForLock(int attempt);
+    void lendWait();
+    void takeWaitBack();
     bool inTransaction() const { return m_getAutocommit(m_db) == 0; }
     void pretendTransaction();
 
     ClientLibrary m_library;
     void (*m_interrupt)(sqlite3 *) = nullptr;
+    int (*m_setBusyTimeout)(sqlite3 *, int) = nullptr;
+    int (*m_setBusyHandler)(sqlite3 *, int (*)(void *, int), void *) = nullptr;
     int (*m_getAutocommit)(sqlite3 *) = nullptr;
     int (*m_execute)(sqlite3 *, const char *, int (*)(void *, int, char **, char **), void *,
                      char **) = nullptr;
     sqlite3 *m_db = nullptr; ///< the stock driver's, while attached
     std::shared_ptr<CancelGate> m_gate;
     int m_busyTimeoutMs = 0;
+    bool m_isWaitLent = false;                            ///< SQLite waits for locks by itself
     std::chrono::steady_clock::time_point m_lockDeadline; ///< of the lock that is waited for
     bool m_wasInTransaction = false;                      ///< after the last statement
     bool m_rolledBack = false; ///< SQLite has ended a transaction that the script has not

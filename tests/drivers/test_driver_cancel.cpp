@@ -196,6 +196,8 @@ private Q_SLOTS:
     void longFetchEndsAtOnce();
     void lockWaitEndsAtOnce_data() { everySystem(); }
     void lockWaitEndsAtOnce();
+    void lockWaitOfAPragmaEndsAtOnce_data();
+    void lockWaitOfAPragmaEndsAtOnce();
     void cancelOfAnIdleConnectionDoesNothing_data() { everySystem(); }
     void cancelOfAnIdleConnectionDoesNothing();
     void noStatementIsHitByTheCancelOfAnother_data() { everySystem(); }
@@ -214,6 +216,7 @@ private:
     }
     using Work = std::function<QSqlError(QSqlDatabase &)>;
     void endsAtOnce(const QString &system, const Work &work);
+    void waitForALock(const QString &system, const QString &before);
     void cancelOne(const QString &system, const Work &work, qint64 *ms);
     void timeOutOne(const QSqlDatabase &db, const QString &system, qint64 *ms);
 
@@ -335,6 +338,24 @@ void TestDriverCancel::longFetchEndsAtOnce()
 void TestDriverCancel::lockWaitEndsAtOnce()
 {
     QFETCH(QString, system);
+    waitForALock(system, QString());
+}
+
+void TestDriverCancel::lockWaitOfAPragmaEndsAtOnce_data()
+{
+    QTest::addColumn<QString>("system");
+    for (const char *system : {"SQLite file", "ODBC to SQLite"})
+        QTest::newRow(system) << system;
+}
+
+void TestDriverCancel::lockWaitOfAPragmaEndsAtOnce()
+{
+    QFETCH(QString, system);
+    waitForALock(system, QStringLiteral("PRAGMA busy_timeout = 120000"));
+}
+
+void TestDriverCancel::waitForALock(const QString &system, const QString &before)
+{
     USE_SYSTEM(m_systems, system);
     {
         QSqlDatabase holder = parameters(system).database(QStringLiteral("holder"));
@@ -348,6 +369,8 @@ void TestDriverCancel::lockWaitEndsAtOnce()
         QVERIFY(query.exec(QStringLiteral("UPDATE locked SET n = 1 WHERE id = 1")));
         endsAtOnce(system, [&](QSqlDatabase &db) {
             QSqlQuery waiting(db);
+            if (!before.isEmpty() && !waiting.exec(before))
+                return waiting.lastError();
             waiting.exec(QStringLiteral("UPDATE locked SET n = 2 WHERE id = 1"));
             return waiting.lastError();
         });

@@ -25,6 +25,7 @@ namespace
 {
 
 const QString Connection = QStringLiteral("options");
+const QString Holder = QStringLiteral("holder"); ///< holds a lock
 const QString Postgres = QStringLiteral("PostgreSQL");
 const QString Sqlite = QStringLiteral("SQLite file");
 
@@ -71,6 +72,8 @@ private Q_SLOTS:
     void silentServerFailsTheOpenInTime();
     void missingStockDriverNamesItsPackage();
     void handleIsTheStockDrivers();
+    void sqliteWaitsForALockAsLongAsAsked_data();
+    void sqliteWaitsForALockAsLongAsAsked();
     void cancelledChangeEndsSqlitesTransaction();
     void errorOfSqliteLeavesTheTransactionAlone();
     void backslashesOfPostgresAreThoseOfTheSession_data();
@@ -90,10 +93,12 @@ private:
 
 void TestDriverOptions::cleanup()
 {
-    if (!QSqlDatabase::contains(Connection))
-        return;
-    QSqlDatabase::database(Connection, false).close();
-    QSqlDatabase::removeDatabase(Connection);
+    for (const QString &name : {Connection, Holder}) {
+        if (!QSqlDatabase::contains(name))
+            continue;
+        QSqlDatabase::database(name, false).close();
+        QSqlDatabase::removeDatabase(name);
+    }
 }
 
 QSqlDatabase TestDriverOptions::database(const QString &system, const QString &options)
@@ -239,6 +244,52 @@ void TestDriverOptions::handleIsTheStockDrivers()
     QVERIFY(db.open());
     QCOMPARE(db.driver()->handle().typeName(), "sqlite3*");
     QCOMPARE(db.driver()->dbmsType(), QSqlDriver::SQLite);
+}
+
+void TestDriverOptions::sqliteWaitsForALockAsLongAsAsked_data()
+{
+    QTest::addColumn<QString>("options");
+    QTest::addColumn<QString>("statement");
+    QTest::addColumn<int>("ms");
+    const QString none;
+    QTest::newRow("by itself") << none << none << 5000;
+    QTest::newRow("option") << "QSQLITE_BUSY_TIMEOUT=300" << none << 300;
+    QTest::newRow("option among others")
+        << "VEXT_EXACT_NUMBERS=1; QSQLITE_BUSY_TIMEOUT = 300 ;QSQLITE_OPEN_URI" << none << 300;
+    QTest::newRow("option, none") << "QSQLITE_BUSY_TIMEOUT=0" << none << 0;
+    QTest::newRow("statement") << none << "PRAGMA busy_timeout = 300" << 300;
+    QTest::newRow("statement, none") << none << "pragma main.BUSY_TIMEOUT(0)" << 0;
+    QTest::newRow("statement after option") << "QSQLITE_BUSY_TIMEOUT=0"
+                                            << "PRAGMA busy_timeout = 300" << 300;
+}
+
+void TestDriverOptions::sqliteWaitsForALockAsLongAsAsked()
+{
+    QFETCH(QString, options);
+    QFETCH(QString, statement);
+    QFETCH(int, ms);
+    USE_SYSTEM(m_systems, Sqlite);
+    QSqlDatabase db = database(Sqlite, options);
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QSqlDatabase holder = m_systems.get(Sqlite).parameters().database(Holder);
+    QVERIFY(holder.open());
+    QCOMPARE(failure(holder, QStringLiteral("BEGIN IMMEDIATE")), QString());
+    if (!statement.isEmpty())
+        QCOMPARE(failure(db, statement), QString());
+
+    QSqlQuery query(db);
+    for (int look = 0; look < 2; ++look) {
+        QVERIFY(query.exec(QStringLiteral("PRAGMA busy_timeout")) && query.next());
+        QCOMPARE(query.value(0).toInt(), ms);
+    }
+    query.finish();
+    QElapsedTimer timer;
+    timer.start();
+    const QString error = failure(db, QStringLiteral("CREATE TABLE waits (a INTEGER)"));
+    QVERIFY2(error.contains(QLatin1String("locked")), qPrintable(error));
+    QVERIFY2(timer.elapsed() >= ms, qPrintable(QString::number(timer.elapsed())));
+    if (ms == 0)
+        QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
 }
 
 void TestDriverOptions::cancelledChangeEndsSqlitesTransaction()
