@@ -3,10 +3,15 @@
 #include <QCoreApplication>
 #include <QStringList>
 
+#include <algorithm>
+
 namespace
 {
 
 const char Prefix[] = "VEXT_";
+
+/// Some 23 days. Longer times are as good as that, and sums with them stay within an int.
+constexpr int Longest = 2000000000;
 
 QString tr(const char *text)
 {
@@ -18,8 +23,10 @@ bool readNumber(const QString &name, const QString &value, int *number, QString 
 {
     bool isNumber = false;
     *number = value.toInt(&isNumber);
-    if (isNumber && *number >= 0)
+    if (isNumber && *number >= 0) {
+        *number = std::min(*number, Longest);
         return true;
+    }
     *error = tr("connect option %1 needs a number of 0 or more, not '%2'").arg(name, value);
     return false;
 }

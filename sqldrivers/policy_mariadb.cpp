@@ -198,8 +198,9 @@ bool MariaDbPolicy::attach(const LayerOptions &layer, const std::shared_ptr<Canc
     m_client.setCharacterSet(m_connection, "utf8mb4");
     m_hasServerTimeout =
         layer.statementTimeoutMs > 0 &&
-        m_client.run(m_connection, "SET SESSION max_statement_time = " +
-                                       QByteArray::number(layer.statementTimeoutMs / 1000.0));
+        m_client.run(m_connection,
+                     "SET SESSION max_statement_time = " +
+                         QByteArray::number(layer.statementTimeoutMs / 1000.0, 'f', 3));
     return true;
 }
 

@@ -27,6 +27,7 @@ namespace
 const QString Connection = QStringLiteral("options");
 const QString Holder = QStringLiteral("holder"); ///< holds a lock
 const QString Postgres = QStringLiteral("PostgreSQL");
+const QString MariaDb = QStringLiteral("MariaDB");
 const QString Sqlite = QStringLiteral("SQLite file");
 
 /// Listens on a port of its own; the system takes connections, and nobody answers.
@@ -66,6 +67,8 @@ private Q_SLOTS:
     void wrongOptionFailsTheOpen_data();
     void wrongOptionFailsTheOpen();
     void optionsMayStandAnywhere();
+    void limitIsTheOneThatWasAskedFor_data();
+    void limitIsTheOneThatWasAskedFor();
     void exactNumbersKeepEveryDigit_data();
     void exactNumbersKeepEveryDigit();
     void withoutTheOptionNumbersStayNumbers();
@@ -126,6 +129,18 @@ void TestDriverOptions::wrongOptionFailsTheOpen_data()
                               << "-1";
     QTest::newRow("no value") << "VEXT_EXACT_NUMBERS"
                               << "VEXT_EXACT_NUMBERS";
+    QTest::newRow("fraction") << "VEXT_STATEMENT_TIMEOUT=1.5"
+                              << "1.5";
+    QTest::newRow("too large for a number") << "VEXT_STATEMENT_TIMEOUT=4294967297"
+                                            << "4294967297";
+    QTest::newRow("two numbers") << "VEXT_CONNECT_TIMEOUT=5 5"
+                                 << "5 5";
+    QTest::newRow("nothing behind the sign") << "VEXT_CONNECT_TIMEOUT="
+                                             << "VEXT_CONNECT_TIMEOUT";
+    QTest::newRow("prefix alone") << "VEXT_=1"
+                                  << "VEXT_";
+    QTest::newRow("wrong, then right") << "VEXT_EXACT_NUMBERS=yes;VEXT_EXACT_NUMBERS=1"
+                                       << "yes";
     QTest::newRow("behind another") << "QSQLITE_BUSY_TIMEOUT=10;VEXT_X=1"
                                     << "VEXT_X";
 }
@@ -148,6 +163,44 @@ void TestDriverOptions::optionsMayStandAnywhere()
         database(Sqlite, QStringLiteral("QSQLITE_BUSY_TIMEOUT=10; VEXT_EXACT_NUMBERS=1 ;"
                                         "VEXT_STATEMENT_TIMEOUT=0;QSQLITE_OPEN_URI"));
     QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+}
+
+void TestDriverOptions::limitIsTheOneThatWasAskedFor_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("options");
+    QTest::addColumn<QString>("limit");
+    const auto rows = [](const QString &system, const char *days, const char *five,
+                         const char *longest) {
+        const QByteArray name = system.toUtf8();
+        const auto row = [&](const char *what, const char *options, const char *limit) {
+            QTest::addRow("%s, %s", name.constData(), what)
+                << system << QString::fromLatin1(options) << QString::fromLatin1(limit);
+        };
+        row("days", "VEXT_STATEMENT_TIMEOUT=1234567891", days);
+        row("small letters, blanks", " vext_statement_timeout = 5000 ;", five);
+        row("the last one holds", "VEXT_STATEMENT_TIMEOUT=1;VEXT_STATEMENT_TIMEOUT=5000", five);
+        row("longest", "VEXT_CONNECT_TIMEOUT=2147483647;VEXT_STATEMENT_TIMEOUT=2147483647",
+            longest);
+    };
+    rows(Postgres, "1234567891ms", "5s", "2000000s");
+    rows(MariaDb, "1234567.891000", "5.000000", "2000000.000000");
+}
+
+void TestDriverOptions::limitIsTheOneThatWasAskedFor()
+{
+    QFETCH(QString, system);
+    QFETCH(QString, options);
+    QFETCH(QString, limit);
+    USE_SYSTEM(m_systems, system);
+    const QString others = m_systems.get(system).parameters().connectOptions;
+    QSqlDatabase db = database(system, others + QLatin1Char(';') + options);
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    QSqlQuery query(db);
+    QVERIFY(query.exec(system == Postgres ? QStringLiteral("SHOW statement_timeout")
+                                          : QStringLiteral("SELECT @@max_statement_time")));
+    QVERIFY(query.next());
+    QCOMPARE(query.value(0).toString(), limit);
 }
 
 void TestDriverOptions::exactNumbersKeepEveryDigit_data()
