@@ -3,6 +3,13 @@
 #include <QFile>
 #include <QtTest>
 
+namespace
+{
+
+constexpr int AnswerMs = 60000;
+
+} // namespace
+
 ClusterScript::ClusterScript()
 {
     QFile file(QStringLiteral(VEXT_SOURCE_DIR "/tests/library/transfers.js"));
@@ -22,10 +29,21 @@ void ClusterScript::makeCluster(const QString &engine, const QStringList &nodes,
                   QString::number(scaledMs(60000)), settings));
 }
 
+void ClusterScript::askNode(const ConnectionParameters &parameters, const QString &work)
+{
+    const QString ask = QStringLiteral("answers(%1, %2)").arg(literalOf(parameters), work);
+    if (!waitFor(ask, AnswerMs))
+        QTest::qFail(qPrintable(text(QStringLiteral("lastRefusal"))), __FILE__, __LINE__);
+}
+
+void ClusterScript::dropTransfers(const ConnectionParameters &parameters)
+{
+    askNode(parameters, QStringLiteral("dropTransfers"));
+}
+
 void ClusterScript::prepareTransfers(const ConnectionParameters &parameters)
 {
-    eval(QStringLiteral("(function () { var db = open(%1); prepareTransfers(db); db.close(); })()")
-             .arg(literalOf(parameters)));
+    askNode(parameters, QStringLiteral("prepareTransfers"));
 }
 
 bool ClusterScript::waitForTransfers(int more, int ms)
@@ -44,10 +62,9 @@ bool ClusterScript::finishTransfers()
 
 QString ClusterScript::wrongOn(const ConnectionParameters &parameters)
 {
-    return eval(QStringLiteral("(function () { var db = open(%1), wrong = wrongOf(db); db.close(); "
-                               "return JSON.stringify(wrong.concat(failures)); })()")
-                    .arg(literalOf(parameters)))
-        .toString();
+    eval(QStringLiteral("var wrong = ['never seen']"));
+    askNode(parameters, QStringLiteral("function (db) { wrong = wrongOf(db).concat(failures); }"));
+    return eval(QStringLiteral("JSON.stringify(wrong)")).toString();
 }
 
 int ClusterScript::number(const QString &expression)

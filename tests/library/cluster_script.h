@@ -13,7 +13,12 @@ public:
     /// Makes the global `cluster`. @param nodes object literals of their parameters
     /// @param settings further members of the settings' object literal
     void makeCluster(const QString &engine, const QStringList &nodes, const QString &settings);
-    /// Makes the accounts on a node.
+    /// Lets a script function do its work on a connection to a node, again until the node has
+    /// answered all of it; fails the test when it does not.
+    void askNode(const ConnectionParameters &parameters, const QString &work);
+    /// Removes what an earlier test has left.
+    void dropTransfers(const ConnectionParameters &parameters);
+    /// Makes the accounts anew on a node.
     void prepareTransfers(const ConnectionParameters &parameters);
     /// Whether `more` transfers are acknowledged from now on.
     bool waitForTransfers(int more, int ms = 60000);

@@ -8,7 +8,31 @@ var acked = [], failures = [], infos = { repeated: 0, retried: 0 }, slowest = 0;
 var transferNumber = 0, stopping = null, active = 0;
 var TRANSFER_ACCOUNTS = 10;
 
+var lastRefusal = "";
+
+// Whether the node has answered what `work(db)` asks. A cluster that has just lost a node, or has stood
+// still for a while, refuses statements until its nodes have found together again.
+function answers(parameters, work) {
+    var db = new VEXT_SQL("direct");
+    try {
+        db = open(parameters);
+        work(db);
+        return true;
+    } catch (error) {
+        lastRefusal = error.message;
+        return false;
+    } finally {
+        db.close();
+    }
+}
+
+function dropTransfers(db) {
+    must(db, "DROP TABLE IF EXISTS accounts");
+    must(db, "DROP TABLE IF EXISTS transfers");
+}
+
 function prepareTransfers(db) {
+    dropTransfers(db);
     must(db, "CREATE TABLE accounts (id INTEGER PRIMARY KEY, amount INTEGER NOT NULL)");
     must(db, "CREATE TABLE transfers (line SERIAL PRIMARY KEY, n INTEGER NOT NULL)");
     for (var i = 0; i < TRANSFER_ACCOUNTS; i++) {
