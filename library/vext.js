@@ -68,6 +68,29 @@ var vext = (function (scope) {
         return options && options[name] !== undefined ? options[name] : value;
     }
 
+    // @throws where it is no function
+    function checkFunction(value, name) {
+        if (typeof value !== "function") {
+            throw new TypeError("vext: " + name + " is a function, not " + value);
+        }
+    }
+
+    // The same for one that may be left out.
+    function functionOf(value, name) {
+        if (value === undefined || value === null) {
+            return nothing;
+        }
+        checkFunction(value, name);
+        return value;
+    }
+
+    // @throws where they are no list; they may be left out
+    function checkValues(values) {
+        if (values !== undefined && values !== null && typeof values.push !== "function") {
+            throw new TypeError("vext: values are a list, not " + values);
+        }
+    }
+
     // @throws where it is no number from `least` on
     function numberOption(options, name, value, least) {
         var given = option(options, name, value);
@@ -239,8 +262,11 @@ var vext = (function (scope) {
         });
     }
 
-    // The clock time in UTC. Only MariaDB stumbles over the letters.
+    // The clock time in UTC. Only MariaDB stumbles over the letters. @throws where the date is none
     function dateText(engine, date) {
+        if (isNaN(date.getTime())) {
+            throw new TypeError("vext: a date that is none cannot be written into a statement");
+        }
         var text = date.toISOString();
         return engine === "mysql" ? text.replace("T", " ").replace("Z", "") : text;
     }
@@ -371,6 +397,25 @@ var vext = (function (scope) {
         return list;
     }
 
+    // Comments and empty statements have one reading each, or many of them would take for ever; MariaDB
+    // carries out what stands in comments that begin with an exclamation mark.
+    var IN_FRONT = "^(?:\\s|;|(?:--|#)[^\\n]*(?:\\n|$)|" +
+        "\\/\\*(?!M?!)[^*]*\\*+(?:[^\\/*][^*]*\\*+)*\\/)*";
+    var EMPTY = new RegExp(IN_FRONT + "$");
+    var ENDINGS = new RegExp(IN_FRONT +
+        "(?:\\/\\*M?!\\d*\\s*)?(begin|start\\s+transaction|commit|rollback|abort|end)\\b", "i");
+
+    // @throws where there is nothing to run. What a server or driver says to an empty statement, if
+    // anything, is easily taken for a loss.
+    function checkStatement(sql) {
+        if (typeof sql !== "string") {
+            throw new TypeError("vext: a statement is a text, not " + sql);
+        }
+        if (EMPTY.test(sql)) {
+            throw new TypeError("vext: the statement is empty");
+        }
+    }
+
     // --- Sessions ---
 
     // One connection object and what is under way on its worker. `owned`: the library made it and
@@ -441,9 +486,8 @@ var vext = (function (scope) {
     Session.prototype.run = function (sql, values, callback) {
         var binds = this.binds && values && values.length > 0, engine = this.engine;
         this.task(sql, function (db, deliver) {
-            if (typeof sql !== "string") {
-                throw new TypeError("vext: a statement is a text, not " + sql);
-            }
+            checkStatement(sql);
+            checkValues(values);
             // The plugin takes a text that begins so for the end of the transaction.
             var text = /^(commit|rollback)/i.test(sql) ? " " + sql : sql;
             if (binds) {
@@ -616,12 +660,19 @@ var vext = (function (scope) {
     }
 
     function columnOf(result, name) {
+        var found = null;
         for (var c = 0; c < result.fields_names.length; c++) {
             if (result.fields_names[c].toLowerCase() === name.toLowerCase()) {
-                return result.fields_index[c];
+                if (found) {
+                    throw new Error("vext: the result has two columns " + name);
+                }
+                found = result.fields_index[c];
             }
         }
-        throw new Error("vext: the result has no column " + name);
+        if (!found) {
+            throw new Error("vext: the result has no column " + name);
+        }
+        return found;
     }
 
     // --- Pools ---
@@ -630,7 +681,7 @@ var vext = (function (scope) {
         hostFunction("setTimeout");
         hostFunction("clearTimeout");
         this.settings = settings;
-        this.size = numberOption(settings, "size", 4, 1);
+        this.size = Math.floor(numberOption(settings, "size", 4, 1));
         this.waitMs = numberOption(settings, "waitMs", 30000, 0);
         this.pingAfterMs = numberOption(settings, "pingAfterMs", 30000, -1);
         this.name = option(settings, "name", "pool");
@@ -774,17 +825,19 @@ var vext = (function (scope) {
         this.endWhenDone();
     };
 
-    Pool.prototype.query = function (sql, values, callback, waitMs) {
+    // `refused`: who is told, in the place of `callback`, where there was no connection and nothing
+    // was sent.
+    Pool.prototype.query = function (sql, values, callback, waitMs, refused) {
         var pool = this;
         if (typeof values === "function") {
             callback = values;
             values = null;
         }
-        callback = callback || nothing;
+        callback = functionOf(callback, "callback");
         this.take(function (error, session) {
             if (error) {
                 pool.counts.failed++;
-                callback(error);
+                (refused || callback)(error);
                 return;
             }
             session.run(sql, values, function (failed, result) {
@@ -807,7 +860,7 @@ var vext = (function (scope) {
 
     Pool.prototype.close = function (done) {
         this.closed = true;
-        this.closers.push(done || nothing);
+        this.closers.push(functionOf(done, "done"));
         this.endWhenDone();
     };
 
@@ -993,17 +1046,12 @@ var vext = (function (scope) {
         this.next();
     };
 
-    // Comments in front of the word have one reading each, or many of them would take for ever; MariaDB
-    // carries out what stands in those that begin with an exclamation mark.
-    var ENDINGS = new RegExp("^(?:\\s|;|--[^\\n]*\\n|#[^\\n]*\\n|\\/\\*(?!M?!)[^*]*\\*+(?:[^\\/*][^*]*\\*+)*\\/)*" +
-        "(?:\\/\\*M?!\\d*\\s*)?(begin|start\\s+transaction|commit|rollback|abort|end)\\b", "i");
-
     Attempt.prototype.add = function (sql, values, callback) {
         if (typeof values === "function") {
             callback = values;
             values = null;
         }
-        callback = callback || nothing;
+        callback = functionOf(callback, "callback");
         if (this.over || this.finishing) {
             soon(callback, makeError("statement", "not run: the transaction has ended", "", sql));
             return;
@@ -1165,7 +1213,7 @@ var vext = (function (scope) {
     function makePlan(work, done, options) {
         return {
             work: work,
-            done: done || nothing,
+            done: functionOf(done, "done"),
             isolation: option(options, "isolation", ""),
             deadlineMs: numberOption(options, "deadlineMs", 30000, 0),
             backoffMs: numberOption(options, "backoffMs", 20, 0),
@@ -1226,14 +1274,28 @@ var vext = (function (scope) {
             engine === "mysql" && outcome.error.kind !== "conflict");
     }
 
+    // @throws where it is none of those that the function takes
+    function checkTarget(target, place, inside) {
+        if (!target || !(target.query_thread || target.inner || isCluster(target) || inside && target.attempt)) {
+            throw new TypeError("vext: " + place + " takes a connection object, a pool or a cluster" +
+                (inside ? ", or a transaction" : "") + ", not " + target);
+        }
+    }
+
+    function isCluster(target) {
+        return Boolean(target.transaction && target.nodes);
+    }
+
     function transaction(target, work, done, options) {
-        if (target && target.transaction && target.nodes) {
+        hostFunction("setTimeout");
+        hostFunction("clearTimeout");
+        checkTarget(target, "transaction()", false);
+        if (isCluster(target)) {
             target.transaction(work, done, options);
             return;
         }
+        checkFunction(work, "work");
         checkMore(options, "transaction()");
-        hostFunction("setTimeout");
-        hostFunction("clearTimeout");
         var source = target.inner ? poolSource(target.inner) : singleSource(target);
         var plan = makePlan(work, done, options);
         function end(error) {
@@ -1281,8 +1343,10 @@ var vext = (function (scope) {
             var value = values[i];
             if (typeof value === "number") {
                 notFinite += value - value;
+            } else if (value instanceof Date) {
+                notFinite += value.getTime() - value.getTime();
             } else if (typeof value !== "string" && value !== null && value !== undefined &&
-                    typeof value !== "boolean" && !(value instanceof Date)) {
+                    typeof value !== "boolean") {
                 return false;
             }
         }
@@ -1385,9 +1449,12 @@ var vext = (function (scope) {
         return head + " VALUES (" + lines.join("), (") + ")";
     }
 
+    var QUOTES = { '"': '"', "`": "`", "[": "]" };
+
     // How a column is named in the catalogue: folded, unless it is quoted.
     function foldedName(name) {
-        return name.charAt(0) === '"' ? name.slice(1, -1).split('""').join('"') : name.toLowerCase();
+        var quote = QUOTES[name.charAt(0)];
+        return quote ? name.slice(1, -1).split(quote + quote).join(quote) : name.toLowerCase();
     }
 
     // What the engine needs to know before the quickest form can be written.
@@ -1456,7 +1523,7 @@ var vext = (function (scope) {
     function insertWith(tx, table, columns, source, options, done) {
         var head = "INSERT INTO " + table + " (" + columns.join(", ") + ")";
         var chunk = Math.floor(numberOption(options, "chunk", CHUNKS[tx.engine], 1));
-        var progress = option(options, "onProgress", nothing);
+        var progress = functionOf(option(options, "onProgress", nothing), "onProgress");
         var total = typeof source === "function" ? undefined : source.length;
         var read = 0, stored = 0, running = false, ready = null, atEnd = false, ended = false, write = null;
         var left = []; // rows that were read and had no room
@@ -1581,6 +1648,7 @@ var vext = (function (scope) {
     }
 
     function insertRows(target, table, columns, source, done, options) {
+        checkTarget(target, "insertRows()", true);
         if (!columns || typeof columns.join !== "function" || columns.length === 0) {
             throw new TypeError("vext: insertRows takes a list of columns, not " + columns);
         }
@@ -1589,7 +1657,7 @@ var vext = (function (scope) {
         }
         checkMore(options, "insertRows()");
         if (target.query && target.attempt) { // inside a transaction
-            insertWith(target, table, columns, source, options, done || nothing);
+            insertWith(target, table, columns, source, options, functionOf(done, "done"));
             return;
         }
         transaction(target, function (tx, finish) {
@@ -1796,10 +1864,14 @@ var vext = (function (scope) {
     }
 
     function pages(target, request, onPage, done) {
+        checkTarget(target, "pages()", true);
         checkOptions(request, "pages()");
+        checkStatement(request.sql);
+        checkValues(request.values);
+        checkFunction(onPage, "onPage");
         var plan = { sql: request.sql, values: request.values, key: request.key,
             size: Math.floor(numberOption(request, "size", 1000, 1)) };
-        done = done || nothing;
+        done = functionOf(done, "done");
         if (request.key && target.query_thread) {
             var session = new Session(target, false);
             plan.engine = session.engine;
@@ -1885,6 +1957,7 @@ var vext = (function (scope) {
         this.retry = chosen(RETRY.concat("isolation"), settings);
         makePlan(nothing, nothing, this.retry); // tells at once what is wrong
         this.marks = option(settings, "marks", "vext_marks");
+        this.onMove = functionOf(settings.onMove, "onMove");
         this.pingMs = numberOption(settings, "pingMs", 1000, 0);
         this.silenceMs = numberOption(settings, "silenceMs", 3000, 0);
         this.renewMs = numberOption(settings, "renewMs", 5000, 0);
@@ -1907,6 +1980,12 @@ var vext = (function (scope) {
         this.counts = { moves: 0, transactions: 0, repeated: 0, retried: 0, failed: 0, reads: 0 };
     }
 
+    // What the node and the settings say of it together.
+    function addressOf(parameters) {
+        return option(parameters, "hostName", "localhost") +
+            (parameters.port === undefined ? "" : ":" + parameters.port);
+    }
+
     Cluster.prototype.nodeOf = function (own) {
         checkOptions(own, "a node of cluster()");
         var shared = chosen(CONNECTION, this.settings, this.kind);
@@ -1919,15 +1998,17 @@ var vext = (function (scope) {
         if (!/connect_timeout|CONNECT_TIMEOUT/.test(parameters.connectOptions)) {
             parameters.connectOptions += ";" + this.kind.connectOptions;
         }
-        parameters.name = own.name || own.hostName + ":" + own.port;
+        parameters.name = own.name || addressOf(parameters);
         return { name: parameters.name, parameters: parameters, pool: null, watch: null, freshAt: 0,
             failedAt: 0, state: "" };
     };
 
+    var SILENCE_STEPS = 10;
+
     // Calls back with the node's state, "primary" or "replica", or with an error; at the latest
     // after silenceMs, and opens the watch where there is none.
     Cluster.prototype.ask = function (node, callback) {
-        var cluster = this, answered = false, second = false;
+        var cluster = this, answered = false, timer;
 
         function answer(error, state) {
             if (!answered) {
@@ -1938,14 +2019,16 @@ var vext = (function (scope) {
             }
         }
 
-        // A script that was busy itself finds the time over and the answer waiting: look again.
-        function tooLate() {
-            if (!second) {
-                second = true;
-                timer = later(20, tooLate);
-            } else if (!answered) {
-                answer(makeError("lost", node.name + " did not answer within " + cluster.silenceMs + " ms"));
-            }
+        // Silence is counted in steps. Where the script was busy, or the whole machine stood still, one of
+        // them is over at once, and the answer is there before the others are.
+        function listen(steps) {
+            timer = later(Math.max(2, Math.ceil(cluster.silenceMs / SILENCE_STEPS)), function () {
+                if (steps > 1) {
+                    listen(steps - 1);
+                } else {
+                    answer(makeError("lost", node.name + " did not answer within " + cluster.silenceMs + " ms"));
+                }
+            });
         }
 
         try {
@@ -1956,14 +2039,12 @@ var vext = (function (scope) {
         } catch (error) {
             var refused = error;
         }
-        var timer = later(refused ? 0 : this.silenceMs, function () {
-            if (refused) {
+        if (refused) {
+            timer = later(0, function () {
                 answer(refused);
-            } else {
-                tooLate();
-            }
-        });
-        if (!refused) {
+            });
+        } else {
+            listen(SILENCE_STEPS);
             node.watch.run(this.kind.ready, null, function (error, result) {
                 var told = error ? null : one(result, true);
                 if (told) {
@@ -2075,7 +2156,7 @@ var vext = (function (scope) {
         this.waiting = [];
         if (this.last && this.last !== node) {
             this.counts.moves++;
-            apart(option(this.settings, "onMove", nothing), [this.last.name, node.name, this.why || ""]);
+            apart(this.onMove, [this.last.name, node.name, this.why || ""]);
         }
         this.last = node;
         this.watchOver(node);
@@ -2175,6 +2256,7 @@ var vext = (function (scope) {
 
     Cluster.prototype.transaction = function (work, done, options) {
         checkMore(options, "transaction()");
+        checkFunction(work, "work");
         var cluster = this, plan = makePlan(work, done, chosen(TRANSACTION, options, this.retry));
         plan.mark = this.marks;
         if (this.closing) {
@@ -2353,7 +2435,7 @@ var vext = (function (scope) {
             values = null;
         }
         checkMore(options, "query() of a cluster");
-        callback = callback || nothing;
+        callback = functionOf(callback, "callback");
         if (this.closing) {
             soon(callback, makeError("closed", "the cluster is closed", "", sql));
             return;
@@ -2380,7 +2462,7 @@ var vext = (function (scope) {
                 if (node === cluster.current) {
                     cluster.watchOver(node);
                 }
-                pool.query(sql, values, function (error, result) {
+                function hear(error, result, unsent) {
                     forget(timer);
                     if (over) {
                         return;
@@ -2392,11 +2474,14 @@ var vext = (function (scope) {
                     if (!error) {
                         cluster.counts.reads++;
                         end(null, result);
-                    } else if (!(isGone(error) || error.kind === "conflict") || !onlyReads(sql) ||
+                    } else if (!(isGone(error) || error.kind === "conflict") || !(unsent || onlyReads(sql)) ||
                             !backOff(plan, again)) {
                         end(error);
                     }
-                }, Math.max(1, leftOf(plan)));
+                }
+                pool.query(sql, values, hear, Math.max(1, leftOf(plan)), function (error) {
+                    hear(error, undefined, true);
+                });
             }
             if (option(options, "replica", false)) {
                 cluster.reader(plan, run);
@@ -2423,7 +2508,7 @@ var vext = (function (scope) {
 
     Cluster.prototype.close = function (done) {
         this.closing = true;
-        this.closers.push(done || nothing);
+        this.closers.push(functionOf(done, "done"));
         this.endWhenDone();
     };
 
@@ -2453,7 +2538,7 @@ var vext = (function (scope) {
                 return cluster.current ? cluster.current.name : "";
             },
             open: function (callback) {
-                cluster.open(callback || nothing);
+                cluster.open(functionOf(callback, "callback"));
             },
             query: function (sql, values, callback, options) {
                 cluster.query(sql, values, callback, options);
@@ -2462,16 +2547,18 @@ var vext = (function (scope) {
                 cluster.transaction(work, done, options);
             },
             committed: function (id, callback) {
+                checkFunction(callback, "callback");
                 cluster.committed(checkedId(id), callback);
             },
             cleanMarks: function (olderThanMs, done) {
                 var age = numberOption({ olderThanMs: olderThanMs }, "olderThanMs", undefined, 0);
+                done = functionOf(done, "done");
                 cluster.query("DELETE FROM " + cluster.marks + " WHERE made < " +
                     cluster.kind.interval(Math.ceil(age / 1000)), null, function (error, result) {
                         if (isMissingTable(error)) {
-                            (done || nothing)(null, 0);
+                            done(null, 0);
                         } else {
-                            (done || nothing)(error, error ? undefined : result.numRowsAffected);
+                            done(error, error ? undefined : result.numRowsAffected);
                         }
                     });
             },

@@ -159,9 +159,8 @@ interface VextPagesSeen {
 /** Returning or passing `false` stops. With a second parameter the next page waits for next(). */
 type VextOnPage = (page: VextSqlResult<any>, next: (more?: boolean) => void) => any;
 
+/** What the nodes share stands in the settings. */
 interface VextNode extends VextConnectionSettings {
-    hostName: string;
-    port: number;
     /** "hostName:port". */
     name?: string;
 }
@@ -208,7 +207,7 @@ interface VextCluster {
     /** The node in use; "" while there is none. */
     node(): string;
     open(callback?: VextDone<string>): void;
-    /** Reads are run again after a loss; what changes data belongs into transaction(). */
+    /** Reads, and what could not be sent, are run again after a loss; what changes data belongs into transaction(). */
     query<Columns = {}>(sql: string, callback?: VextDone<VextSqlResult<Columns>>,
         options?: VextReadOptions): void;
     query<Columns = {}>(sql: string, values: any[] | null, callback?: VextDone<VextSqlResult<Columns>>,

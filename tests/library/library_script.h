@@ -67,3 +67,19 @@ private:
 
     std::vector<Entry> m_entries;
 };
+
+/// The parameters of the row's system, see LibraryDatabases::addRows(), in `parameters`; skips the
+/// row where the system is missing.
+#define FETCH_PARAMETERS()                                                                         \
+    QFETCH(QString, parameters);                                                                   \
+    QFETCH(QString, skip);                                                                         \
+    if (!skip.isEmpty())                                                                           \
+    QSKIP(qPrintable(skip))
+
+/// Starts @p system of the test class's `m_databases`, and puts what it is opened with, as a
+/// script's literal, into @p parameters; skips the test where it is missing.
+#define NEEDS(system, parameters)                                                                  \
+    TestDatabase *database = m_databases.find(QStringLiteral(system));                             \
+    if (!database)                                                                                 \
+        QSKIP("not installed: " system);                                                           \
+    const QString parameters = literalOf(database->parameters())

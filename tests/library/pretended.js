@@ -41,6 +41,17 @@ function World(engine, faults) {
                            // one, where another node has not heard of it
     this.primary = 1;      // servers go by their ports
     this.silent = {};
+    this.down = {};        // they take no new connections
+    this.standsStill = 0;  // for so many milliseconds everything does, when a server is asked next
+                           // how it is
+}
+
+// What was due meanwhile is due now.
+function standStill(milliseconds) {
+    clock += milliseconds;
+    timers.forEach(function (timer) {
+        timer.at = Math.max(clock, timer.at);
+    });
 }
 
 var ERRORS = {
@@ -91,12 +102,23 @@ World.prototype.insertMark = function (db, id, callback) {
 
 World.prototype.run = function (db, sql, callback) {
     var isCommit = sql === "commit", fault, found;
+
+    function answer() {
+        callback({ rows: 1, fields_names: ["state", "word"], fields_index: [[found], ["w"]] });
+    }
+
     if (this.silent[db.port]) {
         return;
     }
     if (/ AS word/.test(sql)) {
         found = this.engine === "galera" || this.primary === db.port ? "primary" : "replica";
-        callback({ rows: 1, fields_names: ["state", "word"], fields_index: [[found], ["w"]] });
+        if (this.standsStill) {
+            standStill(this.standsStill);
+            this.standsStill = 0;
+            setPretended(answer, 30); // the script is the first to go on
+        } else {
+            answer();
+        }
         return;
     }
     if (/^(rollback|SET )/.test(sql)) {
@@ -135,7 +157,9 @@ World.prototype.run = function (db, sql, callback) {
     } else if ((found = /vext_marks.*'(.*)'/.exec(sql)) !== null) {
         this.insertMark(db, found[1], callback);
     } else {
-        if (!isCommit) {
+        if (!isCommit && !db.work) {
+            this.committed.push({}); // outside of a transaction
+        } else if (!isCommit) {
             db.work.attempt = Number(/\d+/.exec(sql)[0]);
         }
         callback(isCommit ? true : { rows: 0 });
@@ -149,8 +173,9 @@ function Pretended() {
 }
 
 Pretended.prototype.open = function () {
-    this.isOpen = true;
-    return true;
+    this.isOpen = !world.down[this.port];
+    this.lastError = this.isOpen ? "" : "could not connect to server";
+    return this.isOpen;
 };
 
 Pretended.prototype.close = Pretended.prototype.deleteLater = Pretended.prototype.stop_thread = function () {

@@ -55,6 +55,9 @@ private Q_SLOTS:
     void pagesWaitForTheReader();
     void onPageThatThrowsEndsThePages_data();
     void onPageThatThrowsEndsThePages();
+    void keyMayBeQuoted_data();
+    void keyMayBeQuoted();
+    void keyThatNamesTwoColumnsIsAnError();
     void orderInTheKeyIsAnError();
     void keyThatIsNullIsAnError();
     void keyThatIsTooLargeIsAnError();
@@ -74,12 +77,6 @@ private Q_SLOTS:
 private:
     LibraryDatabases m_databases;
 };
-
-#define FETCH_PARAMETERS()                                                                         \
-    QFETCH(QString, parameters);                                                                   \
-    QFETCH(QString, skip);                                                                         \
-    if (!skip.isEmpty())                                                                           \
-    QSKIP(qPrintable(skip))
 
 #define SYSTEMS(name)                                                                              \
     void TestLibraryBulk::name##_data()                                                            \
@@ -194,8 +191,8 @@ void TestLibraryBulk::charactersBeyondTheBasicPlaneAreStored()
 void TestLibraryBulk::progressIsTold()
 {
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
-    const QString outcome = script.outcome(prepared(literalOf(sqlite->parameters()), R"js(
+    NEEDS("SQLite file", parameters);
+    const QString outcome = script.outcome(prepared(parameters, R"js(
         var rows = [], seen = [];
         for (var i = 0; i < 25; i++) {
             rows.push([i, "x"]);
@@ -275,6 +272,8 @@ void TestLibraryBulk::whatCannotBeStoredIsAnError_data()
         "a value of this type cannot be written into a statement: function");
     row("digits that are none", "[[1, {toHex: function () { return \"'\"; }}]]",
         "toHex() gave no hexadecimal digits");
+    row("a date that is none", "[[1, new Date(NaN)]]",
+        "a date that is none cannot be written into a statement");
     row("rows that throw",
         "function (n) { if (n === 30) { throw new Error('vext: no more'); } "
         "return [n, 'x']; }",
@@ -290,7 +289,7 @@ void TestLibraryBulk::whatCannotBeStoredIsAnError()
     QFETCH(QString, arguments);
     QFETCH(QString, message);
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
+    NEEDS("SQLite file", parameters);
     const QString code = QStringLiteral(R"js(
         var self = {}, counted = "";
         self.self = self;
@@ -302,7 +301,7 @@ void TestLibraryBulk::whatCannotBeStoredIsAnError()
         insert(%1);
     )js")
                              .arg(arguments);
-    QCOMPARE(script.outcome(prepared(literalOf(sqlite->parameters()), "") + code), message);
+    QCOMPARE(script.outcome(prepared(parameters, "") + code), message);
 }
 
 void TestLibraryBulk::wrongArgumentsAreTypeErrors_data()
@@ -319,12 +318,11 @@ void TestLibraryBulk::wrongArgumentsAreTypeErrors()
 {
     QFETCH(QString, call);
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
+    NEEDS("SQLite file", parameters);
     const QString code =
         QStringLiteral("try { vext.%1; done('nothing thrown'); } catch (error) { "
                        "done(error instanceof TypeError && /^vext: /.test(error.message)); }");
-    QCOMPARE(script.outcome(prepared(literalOf(sqlite->parameters()), "") + code.arg(call)),
-             QStringLiteral("true"));
+    QCOMPARE(script.outcome(prepared(parameters, "") + code.arg(call)), QStringLiteral("true"));
 }
 
 void TestLibraryBulk::exceptionReachesDoneInATransaction_data()
@@ -341,7 +339,7 @@ void TestLibraryBulk::exceptionReachesDoneInATransaction()
     QFETCH(QString, rows);
     QFETCH(QString, progress);
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
+    NEEDS("SQLite file", parameters);
     const QString code = QStringLiteral(R"js(
         vext.transaction(db, function (tx, finish) {
             vext.insertRows(tx, "t", ["id"], %1, function (error) { finish(null, error.message); },
@@ -349,15 +347,15 @@ void TestLibraryBulk::exceptionReachesDoneInATransaction()
         }, function (error, value) { done([told(error), value]); });
     )js")
                              .arg(rows, progress);
-    QCOMPARE(script.outcome(prepared(literalOf(sqlite->parameters()), "") + code),
+    QCOMPARE(script.outcome(prepared(parameters, "") + code),
              QStringLiteral("[\"none\",\"thrown\"]"));
 }
 
 void TestLibraryBulk::exceptionOfDoneEndsTheTransaction()
 {
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
-    const QString outcome = script.outcome(prepared(literalOf(sqlite->parameters()), R"js(
+    NEEDS("SQLite file", parameters);
+    const QString outcome = script.outcome(prepared(parameters, R"js(
         vext.transaction(db, function (tx, finish) {
             vext.insertRows(tx, "t", ["id"], [[1]], function () { throw new Error("thrown"); });
         }, function (error) { done([error.message, count()]); });
@@ -367,11 +365,9 @@ void TestLibraryBulk::exceptionOfDoneEndsTheTransaction()
 
 void TestLibraryBulk::tooLongTextIsNotCut()
 {
-    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
-    if (!postgres)
-        QSKIP("not installed: PostgreSQL");
+    NEEDS("PostgreSQL", parameters);
     LibraryScript script;
-    const QString outcome = script.outcome(prepared(literalOf(postgres->parameters()), R"js(
+    const QString outcome = script.outcome(prepared(parameters, R"js(
         must(db, "DROP TABLE IF EXISTS narrow");
         must(db, "CREATE TABLE narrow (a varchar(3), b char(3), c numeric(4, 1))");
         vext.insertRows(db, "narrow", ["a"], [["long"]], function (error) {
@@ -389,8 +385,8 @@ void TestLibraryBulk::tooLongTextIsNotCut()
 void TestLibraryBulk::rowsMayBePartOfATransaction()
 {
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
-    const QString outcome = script.outcome(prepared(literalOf(sqlite->parameters()), R"js(
+    NEEDS("SQLite file", parameters);
+    const QString outcome = script.outcome(prepared(parameters, R"js(
         vext.transaction(db, function (tx, finish) {
             vext.insertRows(tx, "t", ["id"], [[1], [2]], function (error, stored) {
                 tx.query("SELECT count(*) AS n FROM t", function (failed, result) {
@@ -443,11 +439,9 @@ void TestLibraryBulk::doneIsNotCalledBeforeInsertRowsReturns()
 
 void TestLibraryBulk::quotedNamesAndArraysAreStored()
 {
-    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
-    if (!postgres)
-        QSKIP("not installed: PostgreSQL");
+    NEEDS("PostgreSQL", parameters);
     LibraryScript script;
-    const QString outcome = script.outcome(prepared(literalOf(postgres->parameters()), R"js(
+    const QString outcome = script.outcome(prepared(parameters, R"js(
         must(db, "DROP TABLE IF EXISTS \"Odd Name\"");
         must(db, "CREATE TABLE \"Odd Name\" (\"Id\" int, list int[], at timestamptz, bits bit(3))");
         vext.insertRows(db, "\"Odd Name\"", ["\"Id\"", "AT", "bits"], [[1, new Date(0), "101"]], function (error) {
@@ -612,13 +606,11 @@ void TestLibraryBulk::valuesOfEveryKindAreStored()
 
 void TestLibraryBulk::statementIsWrittenWhileOneRuns()
 {
-    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
-    if (!postgres)
-        QSKIP("not installed: PostgreSQL");
+    NEEDS("PostgreSQL", parameters);
     LibraryScript script;
     // The rows of the third statement are asked for while the second one waits for a lock, which
     // is given back then.
-    const QString outcome = script.outcome(prepared(literalOf(postgres->parameters()), R"js(
+    const QString outcome = script.outcome(prepared(parameters, R"js(
         var other = open(settings), running = 0, tries = 0;
         must(db, "DROP TABLE IF EXISTS watched");
         must(db, "CREATE TABLE watched (n int)");
@@ -729,7 +721,7 @@ void TestLibraryBulk::onPageThatThrowsEndsThePages()
 {
     QFETCH(QString, onPage);
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
+    NEEDS("SQLite file", parameters);
     const QByteArray code = QStringLiteral(R"js(
         var seen = 0, ends = 0;
         vext.pages(db, {sql: "SELECT id FROM t", key: "id", size: 1}, %1, function (error) {
@@ -740,15 +732,39 @@ void TestLibraryBulk::onPageThatThrowsEndsThePages()
     )js")
                                 .arg(onPage)
                                 .toUtf8();
-    QCOMPARE(script.outcome(filledWith(literalOf(sqlite->parameters()), 5, code.constData())),
+    QCOMPARE(script.outcome(filledWith(parameters, 5, code.constData())),
              QStringLiteral("[\"enough\",1,1]"));
+}
+
+SYSTEMS(keyMayBeQuoted)
+void TestLibraryBulk::keyMayBeQuoted()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(filledWith(parameters, 5, R"js(
+        var key = {QMYSQL: "`Order`", QSQLITE: "[Order]"}[settings.driverName] || '"Order"';
+        vext.pages(db, {sql: "SELECT id AS " + key + " FROM t", key: key, size: 2}, function () {},
+            function (failed, seen) { done([failed && failed.message, seen && seen.rows]); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[null,5]"));
+}
+
+void TestLibraryBulk::keyThatNamesTwoColumnsIsAnError()
+{
+    NEEDS("PostgreSQL", parameters);
+    LibraryScript script;
+    const QString outcome = script.outcome(filledWith(parameters, 5, R"js(
+        vext.pages(db, {sql: 'SELECT -id AS "ID", id FROM t', key: "id", size: 2}, function () {},
+            function (error) { done(error && error.message); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("\"vext: the result has two columns id\""));
 }
 
 void TestLibraryBulk::orderInTheKeyIsAnError()
 {
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
-    const QString outcome = script.outcome(filledWith(literalOf(sqlite->parameters()), 5, R"js(
+    NEEDS("SQLite file", parameters);
+    const QString outcome = script.outcome(filledWith(parameters, 5, R"js(
         var seen = 0;
         vext.pages(db, {sql: "SELECT id FROM t", key: "id DESC", size: 2}, function () { seen++; },
             function (error) { done([error.message, seen]); });
@@ -759,8 +775,8 @@ void TestLibraryBulk::orderInTheKeyIsAnError()
 void TestLibraryBulk::keyThatIsNullIsAnError()
 {
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
-    const QString outcome = script.outcome(filledWith(literalOf(sqlite->parameters()), 3, R"js(
+    NEEDS("SQLite file", parameters);
+    const QString outcome = script.outcome(filledWith(parameters, 3, R"js(
         vext.pages(db, {sql: "SELECT id, price FROM t", key: "price", size: 1}, function () {},
             function (error) { done(error.message); });
     )js"));
@@ -770,8 +786,8 @@ void TestLibraryBulk::keyThatIsNullIsAnError()
 void TestLibraryBulk::keyThatIsTooLargeIsAnError()
 {
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
-    const QString outcome = script.outcome(filledWith(literalOf(sqlite->parameters()), 3, R"js(
+    NEEDS("SQLite file", parameters);
+    const QString outcome = script.outcome(filledWith(parameters, 3, R"js(
         vext.pages(db, {sql: "SELECT id + 9007199254740993 AS k FROM t", key: "k", size: 1}, function () {},
             function (error) { done(/more digits/.test(error.message)); });
     )js"));
@@ -820,11 +836,9 @@ void TestLibraryBulk::keyThatComesTwiceBetweenPagesIsAnError()
 /// A script sees milliseconds: what it writes is less than the key was, and its row comes again.
 void TestLibraryBulk::keyFinerThanAScriptValueIsAnError()
 {
-    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
-    if (!postgres)
-        QSKIP("not installed: PostgreSQL");
+    NEEDS("PostgreSQL", parameters);
     LibraryScript script;
-    const QString outcome = script.outcome(filledWith(literalOf(postgres->parameters()), 20, R"js(
+    const QString outcome = script.outcome(filledWith(parameters, 20, R"js(
         var seenRows = 0;
         vext.pages(db, {sql: "SELECT timestamp '2024-01-01' + id * interval '1001 microseconds' AS k FROM t",
                 key: "k", size: 5}, function (page) {
@@ -854,12 +868,10 @@ void TestLibraryBulk::pageHasNoTraceOfTheNextOne()
 
 void TestLibraryBulk::cursorLeavesAStatementWithoutValuesAlone()
 {
-    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
-    if (!postgres)
-        QSKIP("not installed: PostgreSQL");
+    NEEDS("PostgreSQL", parameters);
     LibraryScript script;
     // The question mark is an operator.
-    const QString outcome = script.outcome(filledWith(literalOf(postgres->parameters()), 3, R"js(
+    const QString outcome = script.outcome(filledWith(parameters, 3, R"js(
         vext.pages(db, {sql: "SELECT id FROM t WHERE '{\"a\": 1}'::jsonb ? 'a'"}, function () {},
             function (error, seen) { done([told(error), seen && seen.rows]); });
     )js"));
@@ -868,11 +880,9 @@ void TestLibraryBulk::cursorLeavesAStatementWithoutValuesAlone()
 
 void TestLibraryBulk::pagesComeFromACursor()
 {
-    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
-    if (!postgres)
-        QSKIP("not installed: PostgreSQL");
+    NEEDS("PostgreSQL", parameters);
     LibraryScript script;
-    const QString outcome = script.outcome(filledWith(literalOf(postgres->parameters()), 2500, R"js(
+    const QString outcome = script.outcome(filledWith(parameters, 2500, R"js(
         var sizes = [];
         vext.pages(db, {sql: "SELECT note FROM t WHERE note <> ?", values: ["it's"], size: 1000}, function (page) {
             sizes.push(page.rows);
@@ -888,11 +898,9 @@ void TestLibraryBulk::pagesComeFromACursor()
 
 void TestLibraryBulk::transactionMayHaveSeveralCursors()
 {
-    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
-    if (!postgres)
-        QSKIP("not installed: PostgreSQL");
+    NEEDS("PostgreSQL", parameters);
     LibraryScript script;
-    const QString outcome = script.outcome(filledWith(literalOf(postgres->parameters()), 4, R"js(
+    const QString outcome = script.outcome(filledWith(parameters, 4, R"js(
         var order = [], left = 2;
         function walk(tx, name, finish) {
             vext.pages(tx, {sql: "SELECT id FROM t", size: 2}, function (page) {
@@ -912,11 +920,9 @@ void TestLibraryBulk::transactionMayHaveSeveralCursors()
 /// Its pages have been handed over: they do not begin again.
 void TestLibraryBulk::cursorThatIsLostIsAnError()
 {
-    TestDatabase *postgres = m_databases.find(QStringLiteral("PostgreSQL"));
-    if (!postgres)
-        QSKIP("not installed: PostgreSQL");
+    NEEDS("PostgreSQL", parameters);
     LibraryScript script;
-    const QString outcome = script.outcome(filledWith(literalOf(postgres->parameters()), 9, R"js(
+    const QString outcome = script.outcome(filledWith(parameters, 9, R"js(
         var pool = vext.pool(settings), seen = 0;
         vext.pages(pool, {sql: "SELECT id, pg_backend_pid() AS pid FROM t", size: 3}, function (page) {
             seen++;
@@ -931,8 +937,8 @@ void TestLibraryBulk::cursorThatIsLostIsAnError()
 void TestLibraryBulk::cursorNeedsPostgres()
 {
     LibraryScript script;
-    TestDatabase *sqlite = m_databases.find(QStringLiteral("SQLite file"));
-    const QString outcome = script.outcome(filledWith(literalOf(sqlite->parameters()), 3, R"js(
+    NEEDS("SQLite file", parameters);
+    const QString outcome = script.outcome(filledWith(parameters, 3, R"js(
         vext.pages(db, {sql: "SELECT note FROM t"}, function () {}, function (error) {
             done(/pages need a key/.test(error.message));
         });

@@ -13,6 +13,8 @@ class TestLibraryOutcomes : public QObject
 private Q_SLOTS:
     void whatIsToldIsWhatWasDone_data();
     void whatIsToldIsWhatWasDone();
+    void machineThatStandsStillLosesNoNode();
+    void statementThatWasNotSentGoesToTheNextNode();
 };
 
 namespace
@@ -24,6 +26,15 @@ QString textOf(const QString &path)
     if (!file.open(QIODevice::ReadOnly))
         QTest::qFail(qPrintable(file.errorString()), __FILE__, __LINE__);
     return QString::fromUtf8(file.readAll());
+}
+
+/// The library, with servers that only the script knows.
+void pretendServers(LibraryScript &script)
+{
+    script.eval(textOf(QStringLiteral("tests/library/pretended.js")));
+    script.eval(QStringLiteral("vext = (function (VEXT_SQL) {") +
+                textOf(QStringLiteral("library/vext.js")) +
+                QStringLiteral("return vext; })(Pretended);"));
 }
 
 } // namespace
@@ -49,10 +60,7 @@ void TestLibraryOutcomes::whatIsToldIsWhatWasDone()
     QFETCH(QString, deadlineMs);
     LibraryScript script;
     script.eval(QStringLiteral("var engine = '%1', deadlineMs = %2;").arg(engine, deadlineMs));
-    script.eval(textOf(QStringLiteral("tests/library/pretended.js")));
-    script.eval(QStringLiteral("vext = (function (VEXT_SQL) {") +
-                textOf(QStringLiteral("library/vext.js")) +
-                QStringLiteral("return vext; })(Pretended);"));
+    pretendServers(script);
     const QString outcome = script.outcome(QString::fromUtf8(R"js(
         var anywhere = ["lost", "conflict", "unready", "refused", "silent"];
         var inCommit = anywhere.concat("done lost", "duplicate", "late", "later", "parted", "done parted");
@@ -119,6 +127,49 @@ void TestLibraryOutcomes::whatIsToldIsWhatWasDone()
                  .arg(again ? QStringLiteral("duplicate,lost,once,repeated,statement,unknown")
                             : QStringLiteral("conflict,duplicate,lost,once,statement,timeout,"
                                              "unknown,unready")));
+}
+
+/// The script and all servers together, for longer than an answer may take.
+void TestLibraryOutcomes::machineThatStandsStillLosesNoNode()
+{
+    LibraryScript script;
+    pretendServers(script);
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        useWorld("postgresql", {});
+        var outcome = null, cluster = vext.cluster({engine: "postgresql", nodes: [{port: 1}, {port: 2}]});
+        cluster.transaction(function (tx, finish) {
+            world.standsStill = 4000; // at the next question how the node is
+            setPretended(function () {
+                tx.query("WORK 1", finish);
+            }, 10000);
+        }, function (error, value, info) {
+            outcome = [told(error), info.attempts, world.standsStill];
+        });
+        pump(function () { return outcome !== null; });
+        done(outcome);
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",1,0]"));
+}
+
+/// It cannot have been carried out, whatever it is.
+void TestLibraryOutcomes::statementThatWasNotSentGoesToTheNextNode()
+{
+    LibraryScript script;
+    pretendServers(script);
+    const QString outcome = script.outcome(QString::fromUtf8(R"js(
+        useWorld("postgresql", {});
+        var outcome = null, cluster = vext.cluster({engine: "postgresql", nodes: [{port: 1}, {port: 2}]});
+        cluster.open(function () {
+            world.down[1] = true;
+            world.primary = 2;
+            cluster.query("WORK 1", function (error) {
+                outcome = [told(error), world.committed.length, cluster.stats().moves];
+            });
+        });
+        pump(function () { return outcome !== null; });
+        done(outcome);
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[\"none\",1,1]"));
 }
 
 QTEST_GUILESS_MAIN(TestLibraryOutcomes)

@@ -41,6 +41,7 @@ private Q_SLOTS:
     void clusterOpensAfterOpenHasReturned();
     void clusterSettingsHoldWhereOptionsSayNothing();
     void clusterPreparesItsConnections();
+    void nodesAreNamedByTheirAddress();
     void statementThatWaitedTooLongIsNotRun();
     void exceptionKeepsNobodyElseWaiting();
     void exceptionOfOnMoveKeepsNobodyWaiting();
@@ -368,6 +369,14 @@ void TestLibraryPool::whatCannotBeSentIsAnError_data()
                                 << type + QStringLiteral("function");
     QTest::newRow("NaN") << QStringLiteral("'SELECT ?', [NaN]")
                          << QStringLiteral("vext: no SQL number: NaN");
+    const auto empty = QStringLiteral("vext: the statement is empty");
+    QTest::newRow("no statement") << QStringLiteral("''") << empty;
+    QTest::newRow("a comment") << QStringLiteral("'-- nothing'") << empty;
+    QTest::newRow("a text for values")
+        << QStringLiteral("'SELECT ?', 'a'") << QStringLiteral("vext: values are a list, not a");
+    QTest::newRow("a date that is none")
+        << QStringLiteral("'SELECT ?', [new Date(NaN)]")
+        << QStringLiteral("vext: a date that is none cannot be written into a statement");
     QTest::newRow("U+0000") << QStringLiteral("'SELECT ?', ['a\\u0000']")
                             << QStringLiteral(
                                    "vext: a text with U+0000 cannot be written into a statement");
@@ -424,6 +433,24 @@ void TestLibraryPool::wrongSettingsAreTypeErrors_data()
                                  "transaction(new VEXT_SQL(), open, open, {id: 'a\\ud800'})",
                                  "transaction(new VEXT_SQL(), open, open, {id: '\\udc00'})",
                                  "pages(new VEXT_SQL(), 'SELECT 1', open)",
+                                 "pages(new VEXT_SQL(), {key: 'a'}, open)",
+                                 "pages(new VEXT_SQL(), {sql: 'SELECT 1', key: 'a'})",
+                                 "pages(new VEXT_SQL(), {sql: 'SELECT 1', key: 'a'}, open, 5)",
+                                 "pages(new VEXT_SQL(), {sql: 'SELECT ?', key: 'a', values: 5}, "
+                                 "open)",
+                                 "pages({}, {sql: 'SELECT 1', key: 'a'}, open)",
+                                 "insertRows({}, 't', ['a'], [])",
+                                 "insertRows(new VEXT_SQL(), 't', ['a'], [], 5)",
+                                 "transaction(undefined, open)",
+                                 "transaction({attempt: 1, query: open}, open)",
+                                 "transaction(new VEXT_SQL())",
+                                 "transaction(new VEXT_SQL(), open, 'done')",
+                                 "pool({driverName: 'QSQLITE'}).query('SELECT 1', null, 'hear')",
+                                 "pool({driverName: 'QSQLITE'}).close(5)",
+                                 "cluster({engine: 'galera', nodes: [{}], onMove: 5})",
+                                 "cluster({engine: 'galera', nodes: [{}]}).transaction()",
+                                 "cluster({engine: 'galera', nodes: [{}]}).open(5)",
+                                 "cluster({engine: 'galera', nodes: [{}]}).committed('a')",
                                  "transaction(new VEXT_SQL(), open, open, {deadlineMs: 'soon'})",
                                  "transaction(new VEXT_SQL(), open, open, {backoffMs: -1})"};
     for (const char *code : codes)
@@ -584,6 +611,16 @@ void TestLibraryPool::clusterPreparesItsConnections()
     )js")
                                                .arg(m_postgres));
     QCOMPARE(outcome, QStringLiteral("[\"none\",\"4711ms\"]"));
+}
+
+void TestLibraryPool::nodesAreNamedByTheirAddress()
+{
+    LibraryScript script;
+    QCOMPARE(script.text(QStringLiteral(
+                 "vext.cluster({engine: 'postgresql', hostName: 'a', port: 5433, nodes: "
+                 "[{}, {hostName: 'b'}, {port: 1}, {name: 'own'}]}).nodes.join() + ' ' +"
+                 "vext.cluster({engine: 'galera', nodes: [{}, {hostName: 'c'}]}).nodes.join()")),
+             QStringLiteral("string:a:5433,b:5433,a:1,own localhost,c"));
 }
 
 void TestLibraryPool::statementThatWaitedTooLongIsNotRun()

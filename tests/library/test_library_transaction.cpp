@@ -22,6 +22,8 @@ private Q_SLOTS:
     void exceptionRollsBack();
     void errorBehindFinishRollsBack_data();
     void errorBehindFinishRollsBack();
+    void emptyStatementIsNotTriedAgain_data();
+    void emptyStatementIsNotTriedAgain();
     void transactionsOfOneConnectionTakeTurns_data();
     void transactionsOfOneConnectionTakeTurns();
     void callbacksLeftOverAreTold();
@@ -50,19 +52,6 @@ private:
 
     LibraryDatabases m_databases;
 };
-
-/// Parameters of the data row's system in `parameters`, or a skip.
-#define FETCH_PARAMETERS()                                                                         \
-    QFETCH(QString, parameters);                                                                   \
-    QFETCH(QString, skip);                                                                         \
-    if (!skip.isEmpty())                                                                           \
-    QSKIP(qPrintable(skip))
-
-#define NEEDS(system, parameters)                                                                  \
-    TestDatabase *database = m_databases.find(QStringLiteral(system));                             \
-    if (!database)                                                                                 \
-        QSKIP("not installed: " system);                                                           \
-    const QString parameters = literalOf(database->parameters())
 
 namespace
 {
@@ -209,6 +198,34 @@ void TestLibraryTransaction::errorBehindFinishRollsBack()
                                         "        done([error, value === undefined, ids()]); });")
                              .arg(work);
     QCOMPARE(script.outcome(prepared(parameters, "") + code), QStringLiteral("[\"no\",true,[]]"));
+}
+
+void TestLibraryTransaction::emptyStatementIsNotTriedAgain_data()
+{
+    m_databases.addRows();
+}
+
+/// What servers and drivers say to one is easily taken for a loss, after which work is tried again.
+void TestLibraryTransaction::emptyStatementIsNotTriedAgain()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(prepared(parameters, R"js(
+        var pool = vext.pool(settings), texts = ["", " ;", "-- nothing", "/* nothing */ -- at all\n"], heard = [];
+        (function next() {
+            if (texts.length === 0) {
+                pool.close(function () { done(heard); });
+                return;
+            }
+            var text = texts.shift();
+            vext.transaction(pool, function (tx, finish) { tx.query(text, finish); }, function (error, value, info) {
+                heard.push(error.message, info.attempts);
+                next();
+            });
+        })();
+    )js"));
+    const QString one = QStringLiteral("\"vext: the statement is empty\",1");
+    QCOMPARE(outcome, QStringLiteral("[%1,%1,%1,%1]").arg(one));
 }
 
 void TestLibraryTransaction::transactionsOfOneConnectionTakeTurns_data()

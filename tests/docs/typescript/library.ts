@@ -36,7 +36,7 @@ vext.pages(shop, { sql: "SELECT * FROM goods", key: ["id"], size: 100 }, functio
 vext.pages(pool, { sql: "SELECT * FROM goods", key: "id" }, function (page, next) { setTimeout(next, 10); });
 
 var cluster = vext.cluster({
-    engine: "galera", nodes: [{ hostName: "10.0.0.1", port: 3306 }, { hostName: "10.0.0.2", port: 3306 }],
+    engine: "galera", port: 3306, nodes: [{ hostName: "10.0.0.1" }, { hostName: "10.0.0.2", port: 3307 }],
     databaseName: "shop", marks: "shop_marks",
     onMove: function (from, to, why) { print(from.length, to, why); }
 });

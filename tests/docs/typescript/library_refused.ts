@@ -9,4 +9,4 @@ vext.transaction(new VEXT_SQL(), function (tx) { tx.commit(); }); // TS2339
 vext.insertRows(new VEXT_SQL(), "t", "id", []); // TS2345
 vext.pages(new VEXT_SQL(), { key: "id" }, function () {}); // TS2345
 vext.cluster({ engine: "oracle", nodes: [] }); // TS2322
-vext.cluster({ engine: "galera", nodes: [{ port: 1 }] }); // TS2741
+vext.cluster({ engine: "galera", nodes: [{ port: "1" }] }); // TS2322
