@@ -63,7 +63,7 @@ QString DecoratedDriver::boundStatement(const QString &text, int count)
 {
     if (!m_policy)
         return text;
-    m_mustTellLoss = askFirst(Policy::Need::Rules, text) != CancelGate::Reason::None;
+    m_mustTellLoss = askServer(Policy::Need::Rules, text) != CancelGate::Reason::None;
     return StatementPlan::complete(m_policy->dialectOf(text), text, count);
 }
 
@@ -209,7 +209,7 @@ int DecoratedDriver::statementLimitMs() const
     return limit > 0 && m_policy->hasServerTimeout() ? limit + ServerFirstMs : limit;
 }
 
-CancelGate::Reason DecoratedDriver::askFirst(Policy::Need need, const QString &text)
+CancelGate::Reason DecoratedDriver::askServer(Policy::Need need, const QString &text)
 {
     if (!m_policy->mustAsk(need, text))
         return CancelGate::Reason::None;

@@ -85,7 +85,7 @@ public:
     int statementLimitMs() const;
     /// Lets the policy ask the server what it needs for a text, which can be cancelled and has its
     /// time like a statement. @return why it was ended, if it was
-    CancelGate::Reason askFirst(Policy::Need need, const QString &text);
+    CancelGate::Reason askServer(Policy::Need need, const QString &text);
     /// A statement has arrived, which tells a loss itself.
     void statementArrived() { m_mustTellLoss = false; }
     /// Changes with each open and close: what was prepared under another number is gone.

@@ -169,7 +169,7 @@ bool DecoratedResult::exec()
 /// Lets the policy learn or set what the text needs. @return false when that was cancelled
 bool DecoratedResult::askFirst(DecoratedDriver &driver, Policy::Need need)
 {
-    const CancelGate::Reason reason = driver.askFirst(need, m_text);
+    const CancelGate::Reason reason = driver.askServer(need, m_text);
     if (reason == CancelGate::Reason::None)
         return true;
     return refuse(explained(driver, QSqlError(), reason, Policy::Step::Prepare));
@@ -378,17 +378,24 @@ bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step 
         endStatement();
         const QSqlError late = driver.policy()->complete(good);
         if (good && late.isValid()) {
-            driver.policy()->finished(m_text, false);
+            tellPolicy(driver, false);
             return refuse(explained(driver, late, m_run.reason(), step));
         }
     }
-    driver.policy()->finished(m_text, good);
+    tellPolicy(driver, good);
     if (!good)
         setLastError(
             explained(driver, driver.policy()->errorOf(*m_rows, step), m_run.reason(), step));
     else if (driver.policy()->endsKept(m_text))
         driver.cache().clear();
     return good;
+}
+
+/// The statement has worked or failed, which may say something of the transaction around it.
+void DecoratedResult::tellPolicy(DecoratedDriver &driver, bool good)
+{
+    driver.policy()->finished(m_text, good);
+    driver.askServer(Policy::Need::Transaction, m_text);
 }
 
 void DecoratedResult::beginStatement(DecoratedDriver &driver)

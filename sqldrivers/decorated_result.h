@@ -83,6 +83,7 @@ private:
     bool rowsAreAlive() const;
     bool stopAtCancel();
     void fail(const QSqlError &error);
+    void tellPolicy(DecoratedDriver &driver, bool good);
     void beginStatement(DecoratedDriver &driver);
     void endStatement();
     void finish();

@@ -41,7 +41,7 @@ void DecoratedResult::fail(const QSqlError &error)
     DecoratedDriver *driver = owner();
     if (!driver)
         return;
-    driver->policy()->finished(m_text, false);
+    tellPolicy(*driver, false);
     setLastError(explained(*driver, error, m_run.reason(), Policy::Step::Fetch));
 }
 

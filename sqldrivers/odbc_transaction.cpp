@@ -39,17 +39,16 @@ OdbcTransaction::Effect OdbcTransaction::effectOf(SqlDialect dialect, const QStr
     return holds("CHAIN") && !holds("NO") ? Effect::Begins : Effect::Ends;
 }
 
-void OdbcTransaction::start(SqlDialect dialect, Question isOpen)
+void OdbcTransaction::start(SqlDialect dialect, bool isWatched)
 {
+    *this = OdbcTransaction();
     m_dialect = dialect;
-    m_isOpen = std::move(isOpen);
-    m_isDriven = false;
-    m_hasWork = false;
-    m_isGone = false;
+    m_isWatched = isWatched;
 }
 
 void OdbcTransaction::commandRan(Policy::Command command, bool good)
 {
+    m_hasFailed = false;
     if (command == Policy::Command::Begin)
         m_isDriven = m_isDriven || good;
     else if (good)
@@ -60,15 +59,15 @@ void OdbcTransaction::commandRan(Policy::Command command, bool good)
 
 void OdbcTransaction::statementRan(const QString &text, bool good)
 {
-    if (!m_isOpen)
+    m_question = Question::None;
+    if (!m_isWatched)
         return;
     if (!good) {
-        if (!m_hasWork || m_isOpen())
-            return;
-        m_hasWork = false;
-        m_isGone = true;
+        if (m_hasWork || (m_isDriven && m_dialect == SqlDialect::OdbcPostgreSql))
+            m_question = Question::Failure;
         return;
     }
+    m_hasFailed = false;
     const Effect effect = effectOf(m_dialect, text);
     if (m_isDriven)
         m_hasWork = effect != Effect::Ends;
@@ -76,5 +75,20 @@ void OdbcTransaction::statementRan(const QString &text, bool good)
         m_hasWork = effect == Effect::Begins;
     // A later statement of the same text may have begun or ended another one.
     if (!m_isDriven && m_dialect == SqlDialect::OdbcPostgreSql && mayHoldSeveral(text))
-        m_hasWork = m_isOpen();
+        m_question = Question::SeveralStatements;
+}
+
+void OdbcTransaction::answered(Answer answer)
+{
+    const Question question = std::exchange(m_question, Question::None);
+    if (question == Question::SeveralStatements) {
+        m_hasWork = answer != Answer::Gone;
+        return;
+    }
+    m_hasFailed = answer == Answer::Failed;
+    if (answer == Answer::Open || answer == Answer::Failed || !m_hasWork)
+        return;
+    // Without an answer nothing may go on as if the transaction were there.
+    m_hasWork = false;
+    m_isGone = true;
 }

@@ -60,7 +60,8 @@ public:
 
     /// What a text may need of the session. Rules: how its strings are read, before its
     /// placeholders are looked for. Settings: what the stock driver relies on, before it is sent.
-    enum class Need { Rules, Settings };
+    /// Transaction: whether the one around it is still there, when it is over.
+    enum class Need { Rules, Settings, Transaction };
     /// Whether the server has to be asked, or told something, for a text.
     virtual bool mustAsk(Need need, const QString &text) const
     {

@@ -22,6 +22,9 @@ constexpr int SqlDouble = 8;
 /// answer the line is cut, which makes a live one roll back as well.
 constexpr int ClosingMs = 300;
 
+/// PostgreSQL's state of a statement in a transaction that has failed.
+const char InFailed[] = "25P02";
+
 /// SQLite's number for a database that another connection has locked.
 const char Busy[] = "5";
 /// How long SQLite's ODBC driver may wait for a lock by itself before the layer has it try again,
@@ -81,7 +84,8 @@ bool OdbcPolicy::attach(const LayerOptions &layer, const std::shared_ptr<CancelG
     // Qt's that exit() frees.
     m_connection = nativeHandle<OdbcClient::Handle>();
     m_dialect = odbcDialectOf(m_client.systemName(m_connection));
-    watchTransaction();
+    m_transaction.start(m_dialect, m_dialect == SqlDialect::OdbcPostgreSql ||
+                                       m_dialect == SqlDialect::OdbcSqlite);
     if (m_dialect != SqlDialect::OdbcSqlite) {
         watchSocket();
         return true;
@@ -170,12 +174,17 @@ SqlDialect OdbcPolicy::dialectOf(const QString &text) const
 
 bool OdbcPolicy::mustAsk(Need need, const QString &text) const
 {
+    if (need == Need::Transaction)
+        return m_connection && m_transaction.mustAsk();
     return need == Need::Rules && !m_knowsBackslash && m_connection &&
            m_dialect == SqlDialect::OdbcPostgreSql && text.contains(QLatin1Char('\\'));
 }
 
-void OdbcPolicy::ask(Need)
+void OdbcPolicy::ask(Need need)
 {
+    if (need == Need::Transaction)
+        return m_transaction.answered(m_dialect == SqlDialect::OdbcSqlite ? sqliteTransaction()
+                                                                          : olderTransaction());
     const QVariant setting = answerTo(QStringLiteral("SHOW standard_conforming_strings"));
     m_knowsBackslash = setting.isValid();
     m_backslashEscapes = setting.toString() == QLatin1String("off");
@@ -245,31 +254,27 @@ bool OdbcPolicy::runAside(const QString &text)
 
 // --- Transactions ---
 
-void OdbcPolicy::watchTransaction()
+/// A transaction has the time of the message that began it.
+OdbcTransaction::Answer OdbcPolicy::olderTransaction()
 {
-    OdbcTransaction::Question question;
-    if (m_dialect == SqlDialect::OdbcPostgreSql)
-        question = [this] { return hasOlderTransaction(); };
-    else if (m_dialect == SqlDialect::OdbcSqlite)
-        question = [this] { return isInSqliteTransaction(); };
-    m_transaction.start(m_dialect, question);
-}
-
-/// A transaction has the time of the message that began it. In one that has failed the question
-/// fails, too; then the server itself refuses what follows.
-bool OdbcPolicy::hasOlderTransaction()
-{
-    const QVariant answer = answerTo(QStringLiteral("SELECT now() < statement_timestamp()"));
-    return !answer.isValid() || answer.toBool();
+    const QString question = QStringLiteral("SELECT now() < statement_timestamp()");
+    StockResult answer(stock()->createResult());
+    answer.renew(question);
+    if (answer.reset(question) && answer.fetchFirst())
+        return answer.data(0).toBool() ? OdbcTransaction::Answer::Open
+                                       : OdbcTransaction::Answer::Gone;
+    const bool hasFailed =
+        errorOf(answer, Step::Execute).nativeErrorCode() == QLatin1String(InFailed);
+    return hasFailed ? OdbcTransaction::Answer::Failed : OdbcTransaction::Answer::Unknown;
 }
 
 /// SQLite has no function that tells, but begins no transaction within another.
-bool OdbcPolicy::isInSqliteTransaction()
+OdbcTransaction::Answer OdbcPolicy::sqliteTransaction()
 {
     if (!runAside(QStringLiteral("BEGIN")))
-        return true;
+        return OdbcTransaction::Answer::Open;
     runAside(QStringLiteral("ROLLBACK"));
-    return false;
+    return OdbcTransaction::Answer::Gone;
 }
 
 /// The script's rollback of what is gone is to succeed.
@@ -300,17 +305,26 @@ QSqlError OdbcPolicy::refusal(const QString &text)
 QSqlError OdbcPolicy::refusal(Command command)
 {
     m_command = command;
-    if (!m_transaction.isGone())
+    const bool wouldRollBack = command == Command::Commit && m_transaction.hasFailed();
+    if (!m_transaction.isGone() && !wouldRollBack)
         return QSqlError();
     if (command == Command::Begin)
         return transactionGone(QSqlError::TransactionError);
-    m_transaction.end();
-    pretendTransaction();
+    if (m_transaction.isGone()) {
+        m_transaction.end();
+        pretendTransaction();
+    }
     if (command == Command::Rollback)
         return QSqlError();
-    stock()->rollbackTransaction();
-    m_transaction.commandRan(Command::Rollback, true);
+    rollBack();
     return transactionGone(QSqlError::TransactionError);
+}
+
+/// Ends the transaction that the stock driver believes in.
+void OdbcPolicy::rollBack()
+{
+    const std::unique_ptr<LineWatch> watch = watchRollback();
+    m_transaction.commandRan(Command::Rollback, stock()->rollbackTransaction());
 }
 
 void OdbcPolicy::finished(const QString &text, bool good)
@@ -323,7 +337,7 @@ void OdbcPolicy::finished(const QString &text, bool good)
     m_transaction.commandRan(m_command, good);
     // A commit that failed has kept nothing, but the stock driver would go on without committing.
     if (m_command == Command::Commit && !good && m_transaction.isDriven())
-        m_transaction.commandRan(Command::Rollback, stock()->rollbackTransaction());
+        rollBack();
 }
 
 // --- Errors and loss ---

@@ -76,10 +76,10 @@ private:
     bool runAside(const QString &text);
     void takeLockWait();
     bool isBroken() const;
-    void watchTransaction();
-    bool hasOlderTransaction();
-    bool isInSqliteTransaction();
+    OdbcTransaction::Answer olderTransaction();
+    OdbcTransaction::Answer sqliteTransaction();
     void pretendTransaction();
+    void rollBack();
 
     OdbcClient m_client;
     OdbcClient::Handle m_connection = nullptr; ///< while the connection is open

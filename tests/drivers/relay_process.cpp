@@ -13,6 +13,7 @@ namespace
 
 const char Argument[] = "--relay";
 const std::string Delay = "delay ";
+const std::string HoleAt = "hole at ";
 constexpr int AnswerMs = 10000;
 
 void obey(TcpRelay &relay, const std::string &word)
@@ -25,6 +26,8 @@ void obey(TcpRelay &relay, const std::string &word)
         relay.blackHole();
     else if (word == "heal")
         relay.heal();
+    else if (word.compare(0, HoleAt.size(), HoleAt) == 0)
+        relay.blackHoleAt(word.substr(HoleAt.size()));
     else if (word.compare(0, Delay.size(), Delay) == 0)
         relay.delay(std::stoi(word.substr(Delay.size())));
 }

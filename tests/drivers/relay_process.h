@@ -19,6 +19,8 @@ public:
     void cut() { order("cut"); }
     void halfClose() { order("half"); }
     void blackHole() { order("hole"); }
+    /// From the moment on at which a client sends the text.
+    void blackHoleAt(const QByteArray &text) { order("hole at " + text); }
     void delay(int milliseconds) { order("delay " + QByteArray::number(milliseconds)); }
     void heal() { order("heal"); }
 

@@ -97,6 +97,8 @@ private Q_SLOTS:
     void transactionThatTheDatabaseGaveUpIsTold();
     void failedFirstStatementTakesNothingWithIt();
     void transactionThatSurvivedAFailureGoesOn();
+    void commitOfAFailedTransactionIsNone_data();
+    void commitOfAFailedTransactionIsNone();
     void closeGivesAnOpenTransactionUp_data();
     void closeGivesAnOpenTransactionUp();
     void transactionOfAnEarlierTextIsNotMissed();
@@ -331,6 +333,48 @@ void TestDriverErrors::transactionThatSurvivedAFailureGoesOn()
     QCOMPARE(failure(db, QStringLiteral("INSERT INTO parent VALUES (6)")), QString());
     QVERIFY(db.commit());
     QCOMPARE(value(db, QStringLiteral("SELECT SUM(id) FROM parent")), QStringLiteral("12"));
+}
+
+void TestDriverErrors::commitOfAFailedTransactionIsNone_data()
+{
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<bool>("savepoint");
+    for (const char *system : {"PostgreSQL", "ODBC to PostgreSQL"}) {
+        QTest::addRow("%s", system) << QString::fromLatin1(system) << false;
+        QTest::addRow("%s, savepoint", system) << QString::fromLatin1(system) << true;
+    }
+}
+
+/// The server rolls such a transaction back, and calls that a success. Its ODBC driver goes back to
+/// a savepoint of its own behind each failure, unless it is told otherwise.
+void TestDriverErrors::commitOfAFailedTransactionIsNone()
+{
+    QFETCH(QString, system);
+    QFETCH(bool, savepoint);
+    USE_SYSTEM(m_systems, system);
+    ConnectionParameters parameters = m_systems.get(system).parameters();
+    if (parameters.driverName == QLatin1String("QODBC"))
+        parameters.databaseName += QStringLiteral(";Protocol=7.4-0");
+    QSqlDatabase db = open(parameters);
+    makeTables(db, system);
+    if (QTest::currentTestFailed())
+        return;
+    const QString change = QStringLiteral("UPDATE child SET amount = amount + 1");
+    QVERIFY(db.transaction());
+    QCOMPARE(failure(db, change), QString());
+    QCOMPARE(failure(db, QStringLiteral("SAVEPOINT before")), QString());
+    QVERIFY(!failure(db, QStringLiteral("SELECT 1 / 0")).isEmpty());
+    if (savepoint)
+        QCOMPARE(failure(db, QStringLiteral("ROLLBACK TO SAVEPOINT before")), QString());
+
+    QCOMPARE(db.commit(), savepoint);
+    if (!savepoint)
+        QCOMPARE(db.lastError().type(), QSqlError::TransactionError);
+    const QString kept = savepoint ? QStringLiteral("2") : QStringLiteral("1");
+    QCOMPARE(value(db, QStringLiteral("SELECT amount FROM child")), kept);
+    QVERIFY(db.transaction());
+    QCOMPARE(failure(db, change), QString());
+    QVERIFY(db.commit());
 }
 
 void TestDriverErrors::closeGivesAnOpenTransactionUp_data()

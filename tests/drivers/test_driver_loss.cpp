@@ -73,6 +73,7 @@ private Q_SLOTS:
     void errorOfALossHasTypeOne();
     void stoppingOnASilentLineEndsInTime_data() { everySilence(); }
     void stoppingOnASilentLineEndsInTime();
+    void stoppingEndsTheQuestionBehindAFailure();
     void closingOnASilentLineEndsInTime_data() { everySilence(); }
     void closingOnASilentLineEndsInTime();
     void closingWithAnOpenTransactionOnASilentLineEndsInTime_data() { everyLine(); }
@@ -418,6 +419,25 @@ void TestDriverLoss::stoppingOnASilentLineEndsInTime()
     m_script->eval(QStringLiteral("if (!db.isOpen) db.open()"));
     QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), select(system, 2)),
              QStringLiteral("number:2"));
+}
+
+/// The line falls silent when the layer asks whether the transaction is still there.
+void TestDriverLoss::stoppingEndsTheQuestionBehindAFailure()
+{
+    USE_SYSTEM(m_systems, OdbcPostgres);
+    QVERIFY(openThroughRelay(OdbcPostgres));
+    QVERIFY(beginBefore(OdbcPostgres, QString()));
+    m_relay->blackHoleAt("statement_timestamp()");
+    m_script->eval(QStringLiteral("db.query_thread(keep(0), 'SELEC 1')"));
+    QVERIFY(m_script->waitFor(QStringLiteral("db.taskSize() === 0")));
+
+    QElapsedTimer timer;
+    timer.start();
+    m_script->eval(QStringLiteral("db.stop_thread(20000)"));
+    QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1 && !db.isRunning")));
+    QVERIFY2(m_script->isTrue(Failed),
+             qPrintable(m_script->text(QStringLiteral("delivered[0].error"))));
 }
 
 void TestDriverLoss::closingOnASilentLineEndsInTime()

@@ -118,6 +118,18 @@ void TcpRelay::blackHole()
     wake();
 }
 
+void TcpRelay::blackHoleAt(const std::string &text)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_holeAt = text;
+}
+
+bool TcpRelay::opensHole(const QByteArray &bytes)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return !m_holeAt.empty() && bytes.contains(m_holeAt.c_str());
+}
+
 void TcpRelay::delay(int milliseconds)
 {
     m_delayMs = milliseconds;
@@ -136,6 +148,7 @@ void TcpRelay::halfClose()
 
 void TcpRelay::heal()
 {
+    blackHoleAt({});
     m_delayMs = 0;
     m_mode = Mode::Pass;
     wake();
@@ -271,12 +284,18 @@ bool TcpRelay::receive(Stream &stream, qint64 now)
             bytes.contains(m_cutAt.c_str()))
             return false;
         stream.pieces.push_back({bytes, now});
+        if (stream.fromClient && opensHole(bytes)) {
+            m_mode = Mode::BlackHole;
+            return true;
+        }
     }
     return true;
 }
 
 bool TcpRelay::send(Stream &stream, qint64 now)
 {
+    if (m_mode == Mode::BlackHole)
+        return true;
     const int wait = m_delayMs;
     while (!stream.pieces.empty() && now - stream.pieces.front().arrived >= wait) {
         QByteArray &bytes = stream.pieces.front().bytes;

@@ -2,7 +2,7 @@
 /// A TCP relay on the loopback interface that treats the traffic badly on request.
 #pragma once
 
-#include <QtGlobal>
+#include <QByteArray>
 
 #include <atomic>
 #include <condition_variable>
@@ -31,8 +31,8 @@ public:
 
     /// Resets every open connection, as a router that has lost its state does.
     void cut();
-    /// Resets each connection whose client sends this text, before the server has it; not as long as
-    /// fewer connections than `count` have been taken. Called before start().
+    /// Resets each connection whose client sends this text, before the server has it; not as long
+    /// as fewer connections than `count` have been taken. Called before start().
     void cutAt(const std::string &text, int count)
     {
         m_cutAt = text;
@@ -42,6 +42,8 @@ public:
     void refuse();
     /// Passes nothing on and closes nothing, as an unplugged cable does.
     void blackHole();
+    /// As blackHole(), from the moment on at which a client sends this text.
+    void blackHoleAt(const std::string &text);
     /// Passes each piece on only after this time.
     void delay(int milliseconds);
     /// Ends the stream from the server to the client in order and passes the other one on.
@@ -71,6 +73,7 @@ private:
     bool receive(Stream &stream, qint64 now);
     bool send(Stream &stream, qint64 now);
     void reset(Link &link);
+    bool opensHole(const QByteArray &bytes);
     void wake();
 
     std::thread m_thread;
@@ -94,6 +97,7 @@ private:
     std::condition_variable m_done;
     bool m_cutAsked = false;       ///< guarded by m_mutex
     bool m_halfCloseAsked = false; ///< guarded by m_mutex
+    std::string m_holeAt;          ///< guarded by m_mutex; empty for none
 
     std::vector<Link *> m_links; ///< the relay's thread only; owned
 };
