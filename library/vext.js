@@ -68,10 +68,18 @@ var vext = (function (scope) {
         return options && options[name] !== undefined ? options[name] : value;
     }
 
+    // What only the script's author can put right.
+    function mistake(text) {
+        var error = new TypeError("vext: " + text);
+        error.kind = "statement";
+        error.code = error.sql = "";
+        return error;
+    }
+
     // @throws where it is no function
     function checkFunction(value, name) {
         if (typeof value !== "function") {
-            throw new TypeError("vext: " + name + " is a function, not " + value);
+            throw mistake(name + " is a function, not " + value);
         }
     }
 
@@ -87,7 +95,7 @@ var vext = (function (scope) {
     // @throws where they are no list; they may be left out
     function checkValues(values) {
         if (values !== undefined && values !== null && typeof values.push !== "function") {
-            throw new TypeError("vext: values are a list, not " + values);
+            throw mistake("values are a list, not " + values);
         }
     }
 
@@ -96,7 +104,7 @@ var vext = (function (scope) {
         var given = option(options, name, value);
         given = given === null ? value : Number(given);
         if (!(given >= least)) {
-            throw new TypeError("vext: " + name + " is a number from " + least + " on, not " +
+            throw mistake(name + " is a number from " + least + " on, not " +
                 options[name]);
         }
         return given;
@@ -122,13 +130,13 @@ var vext = (function (scope) {
     function checkOptions(options, place) {
         var known = KNOWN[place], name;
         if (!options || typeof options !== "object") {
-            throw new TypeError("vext: " + place + " takes an object with names, not " + options);
+            throw mistake(place + " takes an object with names, not " + options);
         }
         for (name in options) {
             // Their own method may be missing, or be one of the names.
             if (Object.prototype.hasOwnProperty.call(options, name) &&
                     known.indexOf(name) < 0) {
-                throw new TypeError("vext: " + place + " has no option \"" + name + "\", only " +
+                throw mistake(place + " has no option \"" + name + "\", only " +
                     known.join(", "));
             }
         }
@@ -265,7 +273,7 @@ var vext = (function (scope) {
     // The clock time in UTC. Only MariaDB stumbles over the letters. @throws where the date is none
     function dateText(engine, date) {
         if (isNaN(date.getTime())) {
-            throw new TypeError("vext: a date that is none cannot be written into a statement");
+            throw mistake("a date that is none cannot be written into a statement");
         }
         var text = date.toISOString();
         return engine === "mysql" ? text.replace("T", " ").replace("Z", "") : text;
@@ -273,7 +281,7 @@ var vext = (function (scope) {
 
     function checkZero(text) {
         if (text.indexOf("\0") >= 0) {
-            throw new TypeError("vext: a text with U+0000 cannot be written into a statement");
+            throw mistake("a text with U+0000 cannot be written into a statement");
         }
     }
 
@@ -294,21 +302,21 @@ var vext = (function (scope) {
     function checkValue(engine, value) {
         var type = typeof value;
         if (type === "number" && !isFinite(value) && engine !== "postgresql") {
-            throw new TypeError("vext: no SQL number: " + value);
+            throw mistake("no SQL number: " + value);
         }
         if (type === "string" && engine !== "mysql") {
             checkZero(value);
         }
         if (type === "function" || type === "object" && value !== null && !(value instanceof Date) &&
                 typeof value.toHex !== "function") {
-            throw new TypeError("vext: a value of this type cannot be written into a statement: " + type);
+            throw mistake("a value of this type cannot be written into a statement: " + type);
         }
     }
 
     function hexDigits(bytes) {
         var digits = bytes.toHex();
         if (!/^([0-9a-fA-F]{2})*$/.test(digits)) {
-            throw new TypeError("vext: toHex() gave no hexadecimal digits");
+            throw mistake("toHex() gave no hexadecimal digits");
         }
         return digits;
     }
@@ -377,7 +385,7 @@ var vext = (function (scope) {
     function filled(engine, sql, values) {
         var places = placeholdersOf(engine, sql);
         if (places.length !== values.length) {
-            throw new TypeError("vext: " + places.length + " placeholders and " + values.length +
+            throw mistake(places.length + " placeholders and " + values.length +
                 " values");
         }
         var text = "", from = 0;
@@ -409,10 +417,10 @@ var vext = (function (scope) {
     // anything, is easily taken for a loss.
     function checkStatement(sql) {
         if (typeof sql !== "string") {
-            throw new TypeError("vext: a statement is a text, not " + sql);
+            throw mistake("a statement is a text, not " + sql);
         }
         if (EMPTY.test(sql)) {
-            throw new TypeError("vext: the statement is empty");
+            throw mistake("the statement is empty");
         }
     }
 
@@ -624,7 +632,7 @@ var vext = (function (scope) {
 
     function checkResult(result) {
         if (!result || !result.fields_names) {
-            throw new TypeError("vext: no result object: " + result);
+            throw mistake("no result object: " + result);
         }
     }
 
@@ -664,13 +672,13 @@ var vext = (function (scope) {
         for (var c = 0; c < result.fields_names.length; c++) {
             if (result.fields_names[c].toLowerCase() === name.toLowerCase()) {
                 if (found) {
-                    throw new Error("vext: the result has two columns " + name);
+                    throw makeError("statement", "vext: the result has two columns " + name);
                 }
                 found = result.fields_index[c];
             }
         }
         if (!found) {
-            throw new Error("vext: the result has no column " + name);
+            throw makeError("statement", "vext: the result has no column " + name);
         }
         return found;
     }
@@ -1201,7 +1209,7 @@ var vext = (function (scope) {
     function checkedId(id) {
         var text = String(id), known = typeof id === "string" || typeof id === "number" && isFinite(id);
         if (!known || text === "" || text.length > 100 || HALF_CHARACTER.test(text)) {
-            throw new TypeError("vext: id is a text of 1 to 100 characters or a number, not " + id);
+            throw mistake("id is a text of 1 to 100 characters or a number, not " + id);
         }
         return text;
     }
@@ -1277,7 +1285,7 @@ var vext = (function (scope) {
     // @throws where it is none of those that the function takes
     function checkTarget(target, place, inside) {
         if (!target || !(target.query_thread || target.inner || isCluster(target) || inside && target.attempt)) {
-            throw new TypeError("vext: " + place + " takes a connection object, a pool or a cluster" +
+            throw mistake(place + " takes a connection object, a pool or a cluster" +
                 (inside ? ", or a transaction" : "") + ", not " + target);
         }
     }
@@ -1366,10 +1374,10 @@ var vext = (function (scope) {
         for (var r = 0; r < list.length; r++) {
             var row = list[r];
             if (typeof row !== "object") {
-                throw new TypeError("vext: a row is a list, not " + row);
+                throw mistake("a row is a list, not " + row);
             }
             if (!row || row.length !== width) {
-                throw new TypeError("vext: a row has " + (row && row.length) + " values, not " + width);
+                throw mistake("a row has " + (row && row.length) + " values, not " + width);
             }
         }
     }
@@ -1650,10 +1658,10 @@ var vext = (function (scope) {
     function insertRows(target, table, columns, source, done, options) {
         checkTarget(target, "insertRows()", true);
         if (!columns || typeof columns.join !== "function" || columns.length === 0) {
-            throw new TypeError("vext: insertRows takes a list of columns, not " + columns);
+            throw mistake("insertRows takes a list of columns, not " + columns);
         }
         if (!source || typeof source !== "function" && typeof source.push !== "function") {
-            throw new TypeError("vext: insertRows takes a list of rows or a function, not " + source);
+            throw mistake("insertRows takes a list of rows or a function, not " + source);
         }
         checkMore(options, "insertRows()");
         if (target.query && target.attempt) { // inside a transaction
@@ -1698,7 +1706,7 @@ var vext = (function (scope) {
                 equal++;
             }
             if (equal === columns.length) {
-                throw new Error("vext: the key does not tell the rows apart");
+                throw makeError("statement", "vext: the key does not tell the rows apart");
             }
         }
     }
@@ -1717,10 +1725,10 @@ var vext = (function (scope) {
         for (var k = 0; k < keys.length; k++) {
             var value = columns[k][row];
             if (value === null || value === undefined) {
-                throw new Error("vext: the key " + keys[k] + " is NULL");
+                throw makeError("statement", "vext: the key " + keys[k] + " is NULL");
             }
             if (typeof value === "number" && Math.abs(value) > 9007199254740991) {
-                throw new Error("vext: the key " + keys[k] + " has more digits than a script number; " +
+                throw makeError("statement", "vext: the key " + keys[k] + " has more digits than a script number; " +
                     "select it as text under another name, and page by something else");
             }
             last.push(value);
@@ -1766,7 +1774,7 @@ var vext = (function (scope) {
 
         return {
             next: function (query, callback) {
-                var sql = "SELECT * FROM (" + plan.sql + ") vext_page" +
+                var sql = "SELECT * FROM (" + plan.sql + "\n) vext_page" + // it may end with a comment
                     (last ? " WHERE " + behindKey(keys) : "") + " ORDER BY " + keys.join(", ") + limit;
                 query(sql, (plan.values || []).concat(last ? keyValues(last) : []),
                     function (error, result) {
@@ -1863,6 +1871,8 @@ var vext = (function (scope) {
         fetch();
     }
 
+    var LARGEST_PAGE = 2147483646; // servers count that far, and one row more is asked for
+
     function pages(target, request, onPage, done) {
         checkTarget(target, "pages()", true);
         checkOptions(request, "pages()");
@@ -1870,7 +1880,7 @@ var vext = (function (scope) {
         checkValues(request.values);
         checkFunction(onPage, "onPage");
         var plan = { sql: request.sql, values: request.values, key: request.key,
-            size: Math.floor(numberOption(request, "size", 1000, 1)) };
+            size: Math.floor(Math.min(numberOption(request, "size", 1000, 1), LARGEST_PAGE)) };
         done = functionOf(done, "done");
         if (request.key && target.query_thread) {
             var session = new Session(target, false);
@@ -1892,7 +1902,7 @@ var vext = (function (scope) {
     function byCursorAlone(target, plan, onPage, done) {
         transaction(target, function (tx, finish) {
             if (tx.engine !== "postgresql") {
-                finish(new TypeError("vext: pages need a key; only PostgreSQL has cursors for scripts"));
+                finish(mistake("pages need a key; only PostgreSQL has cursors for scripts"));
             } else if (tx.attempt > 1) {
                 finish(makeError("lost", "the cursor was lost with its transaction"));
             } else {
@@ -1948,10 +1958,10 @@ var vext = (function (scope) {
         hostFunction("clearTimeout");
         this.kind = CLUSTERS.hasOwnProperty(settings.engine) ? CLUSTERS[settings.engine] : null;
         if (!this.kind) {
-            throw new TypeError("vext: engine is \"postgresql\" or \"galera\", not " + settings.engine);
+            throw mistake("engine is \"postgresql\" or \"galera\", not " + settings.engine);
         }
         if (!settings.nodes || !(settings.nodes.length > 0)) {
-            throw new TypeError("vext: nodes is a list of the parameters of each node");
+            throw mistake("nodes is a list of the parameters of each node");
         }
         this.settings = settings;
         this.retry = chosen(RETRY.concat("isolation"), settings);
@@ -1991,7 +2001,7 @@ var vext = (function (scope) {
         var shared = chosen(CONNECTION, this.settings, this.kind);
         var parameters = chosen(CONNECTION, own, shared);
         if (/MYSQL_OPT_RECONNECT/.test(parameters.connectOptions)) {
-            throw new TypeError("vext: MYSQL_OPT_RECONNECT loses transactions in silence");
+            throw mistake("MYSQL_OPT_RECONNECT loses transactions in silence");
         }
         parameters.size = option(this.settings, "size", undefined);
         parameters.init = this.kind.init.concat(option(this.settings, "init", []));

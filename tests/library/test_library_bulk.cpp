@@ -55,6 +55,9 @@ private Q_SLOTS:
     void pagesWaitForTheReader();
     void onPageThatThrowsEndsThePages_data();
     void onPageThatThrowsEndsThePages();
+    void pagesTakeAnySizeAndComments_data();
+    void pagesTakeAnySizeAndComments();
+    void mistakesHaveAKind();
     void keyMayBeQuoted_data();
     void keyMayBeQuoted();
     void keyThatNamesTwoColumnsIsAnError();
@@ -734,6 +737,38 @@ void TestLibraryBulk::onPageThatThrowsEndsThePages()
                                 .toUtf8();
     QCOMPARE(script.outcome(filledWith(parameters, 5, code.constData())),
              QStringLiteral("[\"enough\",1,1]"));
+}
+
+SYSTEMS(pagesTakeAnySizeAndComments)
+void TestLibraryBulk::pagesTakeAnySizeAndComments()
+{
+    FETCH_PARAMETERS();
+    LibraryScript script;
+    const QString outcome = script.outcome(filledWith(parameters, 5, R"js(
+        vext.pages(db, {sql: "SELECT id FROM t -- all", key: "id", size: Infinity}, function () {},
+            function (failed, seen) { done([failed && failed.message, seen && seen.rows]); });
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("[null,5]"));
+}
+
+/// As what the database refuses.
+void TestLibraryBulk::mistakesHaveAKind()
+{
+    NEEDS("SQLite file", parameters);
+    LibraryScript script;
+    const QString outcome = script.outcome(filledWith(parameters, 5, R"js(
+        var heard = [], left = 5;
+        function hear(failed) {
+            heard.push(told(failed) + (failed.code === "" && failed.sql === "" ? "" : "?"));
+            if (--left === 0) { done(heard.join()); }
+        }
+        vext.insertRows(db, "t", ["id"], [[1, 2]], hear);
+        vext.insertRows(db, "t", ["id"], [[NaN]], hear);
+        vext.pages(db, {sql: "SELECT 5 - id AS k, NULL AS n FROM t", key: "n"}, function () {}, hear);
+        vext.pages(db, {sql: "SELECT 1 AS k FROM t", key: "k"}, function () {}, hear);
+        vext.pages(db, {sql: "SELECT id FROM t"}, function () {}, hear);
+    )js"));
+    QCOMPARE(outcome, QStringLiteral("\"statement,statement,statement,statement,statement\""));
 }
 
 SYSTEMS(keyMayBeQuoted)
