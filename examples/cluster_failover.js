@@ -31,7 +31,7 @@ settings.onMove = function (from, to, why) {
 var cluster = vext.cluster(settings);
 var ACCOUNTS = 10, AMOUNT = 1000;
 var done = 0, again = 0, committedBefore = 0, failed = 0, running = 0;
-var end = Date.now() + choice.seconds * 1000;
+var end = 0;
 
 function stop(error) {
     console.error(error.message || error);
@@ -61,6 +61,7 @@ function fill() {
         if (error) {
             stop(error);
         }
+        end = Date.now() + choice.seconds * 1000;
         for (running = 0; running < choice.workers;) {
             running++;
             transfer();

@@ -407,7 +407,8 @@ void TestLibraryTransaction::deadlockIsTriedAgain()
                 attempts += info.attempts;
                 if (--left === 0) {
                     pool.close(function () {
-                        done([errors, attempts, vext.rows(must(db, "SELECT n FROM t ORDER BY id"), true)]);
+                        // The second attempt may meet the other one again.
+                        done([errors, attempts > 2, vext.rows(must(db, "SELECT n FROM t ORDER BY id"), true)]);
                     });
                 }
             });
@@ -415,7 +416,7 @@ void TestLibraryTransaction::deadlockIsTriedAgain()
         change(1, 2);
         change(2, 1);
     )js"));
-    QCOMPARE(outcome, QStringLiteral("[[\"none\",\"none\"],3,[{\"n\":102},{\"n\":102}]]"));
+    QCOMPARE(outcome, QStringLiteral("[[\"none\",\"none\"],true,[{\"n\":102},{\"n\":102}]]"));
 }
 
 void TestLibraryTransaction::serializationFailureIsTriedAgain()
