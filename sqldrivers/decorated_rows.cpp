@@ -135,7 +135,11 @@ int DecoratedResult::numRowsAffected()
 
 QVariant DecoratedResult::lastInsertId() const
 {
-    return m_rows ? m_rows->lastInsertId() : QVariant();
+    if (!m_rows)
+        return QVariant();
+    const DecoratedDriver *driver = owner();
+    const std::unique_ptr<LineWatch> watch = driver ? driver->policy()->watchLastId() : nullptr;
+    return m_rows->lastInsertId();
 }
 
 QSqlRecord DecoratedResult::record() const

@@ -196,6 +196,8 @@ public:
     virtual std::unique_ptr<LineWatch> watchLine() const { return nullptr; }
     /// The same for a rollback, which nobody cancels when a worker ends with an open transaction.
     virtual std::unique_ptr<LineWatch> watchRollback() { return watchLine(); }
+    /// The same for the last id, which some stock drivers ask the server for.
+    virtual std::unique_ptr<LineWatch> watchLastId() { return nullptr; }
     /// The same while the session is ended, when nothing can be cancelled any more.
     virtual std::unique_ptr<LineWatch> watchClosing() const { return watchLine(); }
 

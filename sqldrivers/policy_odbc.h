@@ -56,6 +56,7 @@ public:
     /// PostgreSQL's ODBC driver rolls an open transaction back before it disconnects.
     std::unique_ptr<LineWatch> watchClosing() const override;
     std::unique_ptr<LineWatch> watchRollback() override;
+    std::unique_ptr<LineWatch> watchLastId() override { return watchRollback(); }
 
     QVector<ColumnRule> columnRules(const QSqlRecord &columns, const LayerOptions &layer) override;
 

@@ -74,6 +74,7 @@ private Q_SLOTS:
     void stoppingOnASilentLineEndsInTime_data() { everySilence(); }
     void stoppingOnASilentLineEndsInTime();
     void stoppingEndsTheQuestionBehindAFailure();
+    void questionForTheLastIdEndsInTime();
     void closingOnASilentLineEndsInTime_data() { everySilence(); }
     void closingOnASilentLineEndsInTime();
     void closingWithAnOpenTransactionOnASilentLineEndsInTime_data() { everyLine(); }
@@ -438,6 +439,22 @@ void TestDriverLoss::stoppingEndsTheQuestionBehindAFailure()
     QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1 && !db.isRunning")));
     QVERIFY2(m_script->isTrue(Failed),
              qPrintable(m_script->text(QStringLiteral("delivered[0].error"))));
+}
+
+/// QODBC asks the server for it behind each statement.
+void TestDriverLoss::questionForTheLastIdEndsInTime()
+{
+    USE_SYSTEM(m_systems, OdbcPostgres);
+    QVERIFY(openThroughRelay(OdbcPostgres));
+    m_relay->blackHoleAt("lastval()");
+    QElapsedTimer timer;
+    timer.start();
+    m_script->eval(QStringLiteral("db.query_thread(keep(0), 'SELECT 2')"));
+    QVERIFY(m_script->waitFor(QStringLiteral("delivered.length === 1"), 10000));
+    QVERIFY2(timer.elapsed() < 2500 + scaledMs(1000), qPrintable(QString::number(timer.elapsed())));
+    m_relay->heal();
+    QCOMPARE(m_script->rows(Way::Thread, QStringLiteral("db"), select(OdbcPostgres, 3)),
+             QStringLiteral("number:3"));
 }
 
 void TestDriverLoss::closingOnASilentLineEndsInTime()

@@ -391,6 +391,11 @@ const std::vector<OddityCase> &oddityCases()
          "seen(db.query('SELECT a FROM odd_mixed')) + ' ' +"
          "seen(db.query('SELECT CAST(a AS TEXT) FROM odd_mixed'))",
          "number:1;null;number:2 string:1;string:text;string:2.5"},
+        {os, "double to 15 digits, and all of them as text",
+         "run('CREATE TABLE odd_double (a DOUBLE)', 'INSERT INTO odd_double VALUES (0.1 + 0.2)');"
+         "seen(db.query('SELECT a FROM odd_double')) + ' ' + Number(db.query("
+         "\"SELECT printf('%!.17g', a) AS t FROM odd_double\").t[0])",
+         "number:0.3 0.30000000000000004"},
     };
     return table;
 }
