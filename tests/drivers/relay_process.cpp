@@ -7,6 +7,7 @@
 
 #include <iostream>
 #include <string>
+#include <unistd.h>
 
 namespace
 {
@@ -65,6 +66,7 @@ bool RelayProcess::runRelay(int argc, char **argv)
 {
     if (argc != 3 || std::string(argv[1]) != Argument)
         return false;
+    closefrom(STDERR_FILENO + 1); // as server_guard.cpp does
     TcpRelay relay;
     relay.start(quint16(std::stoi(argv[2])));
     std::cout << relay.port() << std::endl;

@@ -5,6 +5,7 @@
 #include "galera_cluster.h"
 #include "tcp_relay.h"
 
+#include <QTimer>
 #include <QtTest>
 
 #include <csignal>
@@ -17,6 +18,7 @@ class TestClusterGalera : public QObject
 private Q_SLOTS:
     void initTestCase();
     void init();
+    void cleanup();
 
     void linesThatAreCutLoseNothing();
     void whatIsCommittedIsReadOnEveryNode();
@@ -53,6 +55,13 @@ void TestClusterGalera::init()
     QVERIFY2(m_servers.waitUntilSynced(0), qPrintable(m_servers.error()));
 }
 
+/// A node that a failed test has stopped would keep all later ones waiting.
+void TestClusterGalera::cleanup()
+{
+    for (int i = 0; i < m_servers.count(); ++i)
+        m_servers.send(i, SIGCONT);
+}
+
 QStringList TestClusterGalera::nodes() const
 {
     QStringList result;
@@ -63,6 +72,9 @@ QStringList TestClusterGalera::nodes() const
 
 int TestClusterGalera::used(ClusterScript &script) const
 {
+    // One that it has just left has no successor before it is needed.
+    script.eval(QStringLiteral("cluster.open()"));
+    script.waitFor(QStringLiteral("cluster.node() !== ''"), 60000);
     const QString name = script.eval(QStringLiteral("cluster.node()")).toString();
     for (int i = 0; i < m_servers.count(); ++i) {
         if (name == QStringLiteral("127.0.0.1:%1").arg(m_servers.port(i)))
@@ -91,13 +103,18 @@ void TestClusterGalera::transfersSurviveTheirNode()
     const int node = used(script);
     QVERIFY(node >= 0);
     QVERIFY(m_servers.send(node, signalNumber));
+    QTimer operation;
+    connect(&operation, &QTimer::timeout, this, [this, node] { m_servers.restoreQuorum(node); });
+    operation.start(5000);
     QVERIFY(script.waitFor(QStringLiteral("moves.length > 0"), 90000));
     QVERIFY2(script.waitForTransfers(30), qPrintable(script.text(QStringLiteral("failures"))));
     QVERIFY(script.finishTransfers());
     qInfo("%s", qPrintable(script.text(QStringLiteral(
                     "acked.length + ' transfers, ' + infos.retried + ' tried again, ' + "
                     "infos.repeated + ' had committed, longest ' + slowest + ' ms'"))));
-    QCOMPARE(script.wrongOn(m_servers.parameters(used(script))), QStringLiteral("[]"));
+    const int successor = used(script);
+    QVERIFY(successor >= 0);
+    QCOMPARE(script.wrongOn(m_servers.parameters(successor)), QStringLiteral("[]"));
 
     if (signalNumber == SIGSTOP) {
         QVERIFY(m_servers.send(node, SIGCONT));
