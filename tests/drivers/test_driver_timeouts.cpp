@@ -25,8 +25,8 @@ const QString FirebirdOverTcp = QStringLiteral("Firebird server");
 const QString OdbcPostgres = QStringLiteral("ODBC to PostgreSQL");
 
 constexpr int LimitMs = 700;
-/// What a busy machine may add.
-constexpr int SlackMs = 1000;
+/// What a machine may add that is busy, or stands still for a while.
+constexpr int SlackMs = 2500;
 /// How long a statement may last when its server is dead: the layer asks it for so long.
 constexpr int DeadServerMs = 2500;
 /// The server's own limit comes first where it has one, so the layer's comes so much later.
