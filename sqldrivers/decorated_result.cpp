@@ -341,17 +341,6 @@ void DecoratedResult::applySettings(StockResult &rows, const DecoratedDriver &dr
                                                     : numericalPrecisionPolicy());
 }
 
-/// Values that a procedure has given back.
-void DecoratedResult::readBack()
-{
-    const QVector<int> &valueOf = m_bound->plan().valueOf();
-    const QVector<QVariant> &values = m_rows->boundValues();
-    for (int i = 0; i < valueOf.size() && i < values.size(); ++i) {
-        if (d_ptr->types.value(valueOf.at(i)) & QSql::Out)
-            d_ptr->values[valueOf.at(i)] = values.at(i);
-    }
-}
-
 // --- Ending ---
 
 bool DecoratedResult::refuse(const QSqlError &error)
@@ -391,7 +380,7 @@ bool DecoratedResult::conclude(DecoratedDriver &driver, bool good, Policy::Step 
     return good;
 }
 
-/// The statement has worked or failed, which may say something of the transaction around it.
+/// The statement is over, which may say something of the transaction around it.
 void DecoratedResult::tellPolicy(DecoratedDriver &driver, bool good)
 {
     driver.policy()->finished(m_text, good);
@@ -441,12 +430,11 @@ void DecoratedResult::finish()
         return;
     const std::unique_ptr<LineWatch> watch = watchLine();
     DecoratedDriver *driver = owner();
-    if (driver && driver->session() == m_session) {
-        if (m_worthKeeping)
-            m_bound->release();
-        if (m_worthKeeping || driver->freesStatementsLater())
-            driver->cache().give(m_text, std::move(m_bound));
-    }
+    const bool isOfSession = driver && driver->session() == m_session;
+    if (isOfSession && m_worthKeeping)
+        m_bound->release();
+    if (isOfSession && (m_worthKeeping || driver->freesStatementsLater()))
+        driver->cache().give(m_text, std::move(m_bound));
     m_bound.reset();
     m_worthKeeping = false;
 }

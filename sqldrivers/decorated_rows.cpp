@@ -133,6 +133,17 @@ int DecoratedResult::numRowsAffected()
     return m_rows ? m_rows->numRowsAffected() : -1;
 }
 
+/// Values that a procedure has given back.
+void DecoratedResult::readBack()
+{
+    const QVector<int> &valueOf = m_bound->plan().valueOf();
+    const QVector<QVariant> &values = m_rows->boundValues();
+    for (int i = 0; i < valueOf.size() && i < values.size(); ++i) {
+        if (d_ptr->types.value(valueOf.at(i)) & QSql::Out)
+            d_ptr->values[valueOf.at(i)] = values.at(i);
+    }
+}
+
 QVariant DecoratedResult::lastInsertId() const
 {
     if (!m_rows)

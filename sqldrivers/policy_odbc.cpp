@@ -128,7 +128,7 @@ void OdbcPolicy::watchSocket()
 /// How another connection ends what this one runs.
 void OdbcPolicy::learnCancelStatement()
 {
-    m_cancelText.clear();
+    m_cancelText = QByteArray();
     const bool isPostgres = m_dialect == SqlDialect::OdbcPostgreSql;
     if (!m_client.isComplete() || (!isPostgres && m_dialect != SqlDialect::OdbcMariaDb))
         return;
@@ -151,7 +151,7 @@ void OdbcPolicy::detach()
     m_finder.reset();
     m_socket.reset(); // it holds the line open
     m_client.freeStatement(std::exchange(m_cancelHandle, nullptr));
-    m_cancelText.clear();
+    m_cancelText = QByteArray();
     m_parameters = OpenParameters();
     m_connection = nullptr;
     m_knowsBackslash = false;
