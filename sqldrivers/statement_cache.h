@@ -23,7 +23,8 @@ public:
 
     /// The kept statement of this text, now the caller's; null when there is none.
     std::unique_ptr<BoundStatement> take(const QString &text);
-    /// Keeps a statement that has worked and is released.
+    /// Keeps a statement that has worked and is released. On a lost line, where none works any
+    /// more, also one that has not: it is freed with the session.
     void give(const QString &text, std::unique_ptr<BoundStatement> statement);
     void clear();
     int size() const { return int(m_order.size()); }
